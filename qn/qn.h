@@ -1,0 +1,21 @@
+// All public headers of the library.
+#pragma once
+
+#include "qn/audio/qncopy.h"
+#include "qn/audio/qnwaveformat.h"
+#include "qn/kernel/qncpu.h"
+#include "qn/kernel/qnlist.h"
+#include "qn/kernel/qntimer.h"
+#include "qn/media/aiff.h"
+#include "qn/media/qnwav.h"
+#include "qn/media/riff.h"
+#include "qn/media/riff64.h"
+#include "qn/platform/file.h"
+#include "qn/platform/locale.h"
+#include "qn/platform/memory.h"
+#include "qn/platform/mmreg.h"
+#include "qn/platform/sync.h"
+#include "qn/platform/text.h"
+#include "qn/platform/types.h"
+#include "qn/settings/qnerror.h"
+#include "qn/settings/qnstatus.h"
