@@ -63,11 +63,17 @@ constexpr BOOL TRUE = 1;
 constexpr DWORD INFINITE = 0xFFFFFFFF;
 
 // True for a status without bit 31, warnings included.
-constexpr bool SUCCEEDED(HRESULT status) { return status >= 0; }
-constexpr bool FAILED(HRESULT status) { return status < 0; }
+constexpr bool SUCCEEDED(HRESULT status) {
+  return status >= 0;
+}
+constexpr bool FAILED(HRESULT status) {
+  return status < 0;
+}
 
 // A status from its unsigned 32-bit form, as the tables of this library write it.
-constexpr HRESULT MakeStatus(uint32_t bits) { return static_cast<HRESULT>(bits); }
+constexpr HRESULT MakeStatus(uint32_t bits) {
+  return static_cast<HRESULT>(bits);
+}
 
 constexpr HRESULT S_OK = 0;
 constexpr HRESULT S_FALSE = 1;

@@ -1,0 +1,351 @@
+#include "qn/platform/file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <memory>
+#include <new>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "qn/platform/error_internal.h"
+#include "qn/platform/file_share_internal.h"
+#include "qn/platform/handle_internal.h"
+#include "qn/platform/text.h"
+
+namespace {
+
+using qn::FailWith;
+using qn::FailWithErrno;
+
+// The mark of a file that was created hidden under a name without a leading dot.
+constexpr char kHiddenAttribute[] = "user.qnkernel.hidden";
+
+class FileObject final : public qn::SystemObject {
+ public:
+  explicit FileObject(int descriptor) : descriptor_(descriptor) {}
+  ~FileObject() override {
+    if (!deleteOnClose_.empty()) unlink(deleteOnClose_.c_str());
+    close(descriptor_);
+  }
+  FileObject(const FileObject&) = delete;
+  FileObject& operator=(const FileObject&) = delete;
+
+  int Descriptor() const { return descriptor_; }
+
+  // Access as asked for: the descriptor may have more, see OpenFlags.
+  DWORD access = 0;
+  void DeleteOnClose(std::string path) { deleteOnClose_ = std::move(path); }
+
+ private:
+  int descriptor_;
+  std::string deleteOnClose_;
+};
+
+std::shared_ptr<FileObject> FindFile(HANDLE handle) {
+  auto file = std::dynamic_pointer_cast<FileObject>(qn::FindHandle(handle));
+  if (!file) SetLastError(ERROR_INVALID_HANDLE);
+  return file;
+}
+
+bool HasParentFolder(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  if (slash == std::string::npos || slash == 0) return true;
+  struct stat info;
+  return stat(path.substr(0, slash).c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+// A missing file in a missing folder is the other error of the published interface.
+DWORD OpenError(const std::string& path) {
+  const int error = errno;
+  if (error == ENOENT && !HasParentFolder(path)) return ERROR_PATH_NOT_FOUND;
+  return qn::ErrorFromErrno(error);
+}
+
+// A locking descriptor must be able to read, so writers are opened for reading too. Where the file forbids
+// that, the plain access is tried.
+int OpenDescriptor(const std::string& path, DWORD access, int flags, mode_t mode) {
+  if (!(access & GENERIC_WRITE)) return open(path.c_str(), O_RDONLY | flags, mode);
+  const int descriptor = open(path.c_str(), O_RDWR | flags, mode);
+  if (descriptor >= 0 || errno != EACCES || (access & GENERIC_READ)) return descriptor;
+  return open(path.c_str(), O_WRONLY | flags, mode);
+}
+
+std::string_view LastComponent(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  return std::string_view(path).substr(slash == std::string::npos ? 0 : slash + 1);
+}
+
+bool IsHidden(const std::string& path) {
+  const std::string_view name = LastComponent(path);
+  if (name.size() > 1 && name[0] == '.' && name != "..") return true;
+  return getxattr(path.c_str(), kHiddenAttribute, nullptr, 0) >= 0;
+}
+
+struct Opened {
+  int descriptor = -1;
+  bool created = false;
+};
+
+// Opens by disposition, without cutting an existing file: that waits until the share modes allow it.
+Opened OpenByDisposition(const std::string& path, DWORD access, DWORD disposition, DWORD attributes) {
+  const mode_t mode = (attributes & FILE_ATTRIBUTE_READONLY) ? 0444 : 0666;
+  const bool create = disposition == CREATE_NEW || disposition == CREATE_ALWAYS || disposition == OPEN_ALWAYS;
+  // Between two tries another process can create or remove the file, hence more than one round.
+  constexpr int kRounds = 8;
+  Opened opened;
+  for (int i = 0; i < kRounds; ++i) {
+    if (disposition != CREATE_NEW) {
+      opened.descriptor = OpenDescriptor(path, access, O_CLOEXEC, mode);
+      if (opened.descriptor >= 0 || errno != ENOENT || !create) return opened;
+    }
+    opened.descriptor = OpenDescriptor(path, access, O_CLOEXEC | O_CREAT | O_EXCL, mode);
+    opened.created = opened.descriptor >= 0;
+    if (opened.created || errno != EEXIST || disposition == CREATE_NEW) return opened;
+  }
+  return opened;
+}
+
+bool ToPath(const WCHAR* name, std::string* path) {
+  if (!name || !*name) return false;
+  *path = qn::PathToNative(name);
+  return !path->empty();
+}
+
+HANDLE OpenFile(const std::string& path, DWORD access, DWORD share, DWORD disposition, DWORD attributes) {
+  const Opened opened = OpenByDisposition(path, access, disposition, attributes);
+  if (opened.descriptor < 0) {
+    SetLastError(OpenError(path));
+    return INVALID_HANDLE_VALUE;
+  }
+  const auto file = std::make_shared<FileObject>(opened.descriptor);
+  file->access = access;
+
+  struct stat info;
+  if (fstat(opened.descriptor, &info) != 0 || S_ISDIR(info.st_mode)) {
+    SetLastError(ERROR_ACCESS_DENIED);
+    return INVALID_HANDLE_VALUE;
+  }
+  if (qn::EnterShareMode(opened.descriptor, access, share) == qn::ShareResult::kConflict) {
+    SetLastError(ERROR_SHARING_VIOLATION);
+    return INVALID_HANDLE_VALUE;
+  }
+  const bool cut = !opened.created && (disposition == CREATE_ALWAYS || disposition == TRUNCATE_EXISTING);
+  if (cut && ftruncate(opened.descriptor, 0) != 0) {
+    FailWithErrno();
+    return INVALID_HANDLE_VALUE;
+  }
+  if (opened.created && (attributes & FILE_ATTRIBUTE_HIDDEN) && !IsHidden(path)) {
+    // A file system without extended attributes leaves the file visible, which loses nothing.
+    static_cast<void>(fsetxattr(opened.descriptor, kHiddenAttribute, "1", 1, 0));
+  }
+  if (attributes & FILE_FLAG_SEQUENTIAL_SCAN) {
+    posix_fadvise(opened.descriptor, 0, 0, POSIX_FADV_SEQUENTIAL);
+  } else if (attributes & FILE_FLAG_RANDOM_ACCESS) {
+    posix_fadvise(opened.descriptor, 0, 0, POSIX_FADV_RANDOM);
+  }
+  if (attributes & FILE_FLAG_DELETE_ON_CLOSE) file->DeleteOnClose(path);
+
+  const HANDLE handle = qn::AddHandle(file);
+  if (!handle) {
+    SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+    return INVALID_HANDLE_VALUE;
+  }
+  const bool tellsExisting = disposition == CREATE_ALWAYS || disposition == OPEN_ALWAYS;
+  SetLastError(tellsExisting && !opened.created ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS);
+  return handle;
+}
+
+constexpr int kSeekMethods[] = {SEEK_SET, SEEK_CUR, SEEK_END};
+
+// Moves the position; negative on failure, with the last error set.
+int64_t Seek(HANDLE handle, int64_t distance, DWORD method) {
+  const auto file = FindFile(handle);
+  if (!file) return -1;
+  if (method > FILE_END) {
+    FailWith(ERROR_INVALID_PARAMETER);
+    return -1;
+  }
+  const off_t position = lseek(file->Descriptor(), distance, kSeekMethods[method]);
+  if (position >= 0) return position;
+  // lseek reports a position before the start and a bad descriptor kind alike; only the first occurs here.
+  FailWith(errno == EINVAL ? ERROR_NEGATIVE_SEEK : qn::ErrorFromErrno(errno));
+  return -1;
+}
+
+}  // namespace
+
+inline namespace qnplatform {
+
+HANDLE CreateFileW(const WCHAR* name, DWORD access, DWORD share, void*, DWORD disposition, DWORD attributes,
+                   HANDLE) try {
+  std::string path;
+  if (!ToPath(name, &path)) {
+    SetLastError(name && *name ? ERROR_INVALID_NAME : ERROR_PATH_NOT_FOUND);
+    return INVALID_HANDLE_VALUE;
+  }
+  const bool validDisposition = disposition >= CREATE_NEW && disposition <= TRUNCATE_EXISTING;
+  if (!validDisposition || (disposition == TRUNCATE_EXISTING && !(access & GENERIC_WRITE))) {
+    SetLastError(ERROR_INVALID_PARAMETER);
+    return INVALID_HANDLE_VALUE;
+  }
+  return OpenFile(path, access, share, disposition, attributes);
+} catch (const std::bad_alloc&) {
+  SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+  return INVALID_HANDLE_VALUE;
+}
+
+BOOL ReadFile(HANDLE handle, void* buffer, DWORD bytes, DWORD* got, void* overlapped) {
+  if (got) *got = 0;
+  const auto file = FindFile(handle);
+  if (!file) return FALSE;
+  if (overlapped) return FailWith(ERROR_INVALID_PARAMETER);
+  if (!(file->access & GENERIC_READ)) return FailWith(ERROR_ACCESS_DENIED);
+  DWORD done = 0;
+  while (done < bytes) {
+    const ssize_t count = read(file->Descriptor(), static_cast<char*>(buffer) + done, bytes - done);
+    if (count == 0) break;
+    if (count < 0) {
+      if (errno == EINTR) continue;
+      return FailWithErrno();
+    }
+    done += static_cast<DWORD>(count);
+    if (got) *got = done;
+  }
+  return TRUE;
+}
+
+BOOL WriteFile(HANDLE handle, const void* buffer, DWORD bytes, DWORD* put, void* overlapped) {
+  if (put) *put = 0;
+  const auto file = FindFile(handle);
+  if (!file) return FALSE;
+  if (overlapped) return FailWith(ERROR_INVALID_PARAMETER);
+  if (!(file->access & GENERIC_WRITE)) return FailWith(ERROR_ACCESS_DENIED);
+  DWORD done = 0;
+  while (done < bytes) {
+    const ssize_t count = write(file->Descriptor(), static_cast<const char*>(buffer) + done, bytes - done);
+    if (count < 0) {
+      if (errno == EINTR) continue;
+      return FailWithErrno();
+    }
+    done += static_cast<DWORD>(count);
+    if (put) *put = done;
+  }
+  return TRUE;
+}
+
+DWORD SetFilePointer(HANDLE handle, LONG distance, LONG* high, DWORD method) {
+  int64_t wide = distance;
+  if (high)
+    wide = static_cast<int64_t>((static_cast<uint64_t>(static_cast<uint32_t>(*high)) << 32) |
+                                static_cast<uint32_t>(distance));
+  const int64_t before = high ? 0 : Seek(handle, 0, FILE_CURRENT);
+  const int64_t position = before < 0 ? before : Seek(handle, wide, method);
+  if (position < 0) return INVALID_SET_FILE_POINTER;
+  if (!high && position > 0xFFFFFFFF) {
+    Seek(handle, before, FILE_BEGIN);
+    SetLastError(ERROR_INVALID_PARAMETER);
+    return INVALID_SET_FILE_POINTER;
+  }
+  if (high) *high = static_cast<LONG>(position >> 32);
+  SetLastError(ERROR_SUCCESS);
+  return static_cast<DWORD>(position);
+}
+
+BOOL SetFilePointerEx(HANDLE handle, LARGE_INTEGER distance, LARGE_INTEGER* position, DWORD method) {
+  const int64_t reached = Seek(handle, distance.QuadPart, method);
+  if (reached < 0) return FALSE;
+  if (position) position->QuadPart = reached;
+  return TRUE;
+}
+
+BOOL SetEndOfFile(HANDLE handle) {
+  const auto file = FindFile(handle);
+  if (!file) return FALSE;
+  if (!(file->access & GENERIC_WRITE)) return FailWith(ERROR_ACCESS_DENIED);
+  const off_t position = lseek(file->Descriptor(), 0, SEEK_CUR);
+  if (position < 0 || ftruncate(file->Descriptor(), position) != 0) return FailWithErrno();
+  return TRUE;
+}
+
+DWORD GetFileSize(HANDLE handle, DWORD* high) {
+  LARGE_INTEGER size;
+  if (!GetFileSizeEx(handle, &size)) return INVALID_FILE_SIZE;
+  if (high) *high = static_cast<DWORD>(size.u.HighPart);
+  SetLastError(ERROR_SUCCESS);
+  return size.u.LowPart;
+}
+
+BOOL GetFileSizeEx(HANDLE handle, LARGE_INTEGER* size) {
+  const auto file = FindFile(handle);
+  if (!file) return FALSE;
+  struct stat info;
+  if (fstat(file->Descriptor(), &info) != 0) return FailWithErrno();
+  size->QuadPart = info.st_size;
+  return TRUE;
+}
+
+BOOL FlushFileBuffers(HANDLE handle) {
+  const auto file = FindFile(handle);
+  if (!file) return FALSE;
+  return fsync(file->Descriptor()) == 0 ? TRUE : FailWithErrno();
+}
+
+BOOL DeleteFileW(const WCHAR* name) try {
+  std::string path;
+  if (!ToPath(name, &path)) return FailWith(ERROR_INVALID_NAME);
+  // Who does not share deletion keeps the file. A file that cannot be opened for that question is removed
+  // as the system allows.
+  const HANDLE file = OpenFile(path, DELETE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                               OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL);
+  if (file == INVALID_HANDLE_VALUE && GetLastError() == ERROR_SHARING_VIOLATION) return FALSE;
+  const bool removed = unlink(path.c_str()) == 0;
+  const DWORD error = removed ? ERROR_SUCCESS : OpenError(path);
+  if (file != INVALID_HANDLE_VALUE) CloseHandle(file);
+  return removed ? TRUE : FailWith(error);
+} catch (const std::bad_alloc&) {
+  return FailWith(ERROR_NOT_ENOUGH_MEMORY);
+}
+
+DWORD GetFileAttributesW(const WCHAR* name) try {
+  std::string path;
+  struct stat info;
+  if (!ToPath(name, &path)) {
+    FailWith(ERROR_INVALID_NAME);
+    return INVALID_FILE_ATTRIBUTES;
+  }
+  if (stat(path.c_str(), &info) != 0) {
+    FailWith(OpenError(path));
+    return INVALID_FILE_ATTRIBUTES;
+  }
+  DWORD attributes = S_ISDIR(info.st_mode) ? FILE_ATTRIBUTE_DIRECTORY : 0;
+  if (!(info.st_mode & S_IWUSR)) attributes |= FILE_ATTRIBUTE_READONLY;
+  if (IsHidden(path)) attributes |= FILE_ATTRIBUTE_HIDDEN;
+  return attributes ? attributes : FILE_ATTRIBUTE_NORMAL;
+} catch (const std::bad_alloc&) {
+  FailWith(ERROR_NOT_ENOUGH_MEMORY);
+  return INVALID_FILE_ATTRIBUTES;
+}
+
+BOOL SetFileAttributesW(const WCHAR* name, DWORD attributes) try {
+  std::string path;
+  struct stat info;
+  if (!ToPath(name, &path)) return FailWith(ERROR_INVALID_NAME);
+  if (stat(path.c_str(), &info) != 0) return FailWith(OpenError(path));
+  mode_t mode = info.st_mode & 07777;
+  mode = (attributes & FILE_ATTRIBUTE_READONLY) ? mode & ~mode_t{0222} : mode | S_IWUSR;
+  if ((attributes & FILE_ATTRIBUTE_HIDDEN) && !IsHidden(path)) {
+    if (setxattr(path.c_str(), kHiddenAttribute, "1", 1, 0) != 0) return FailWithErrno();
+  } else if (!(attributes & FILE_ATTRIBUTE_HIDDEN)) {
+    removexattr(path.c_str(), kHiddenAttribute);
+  }
+  return chmod(path.c_str(), mode) == 0 ? TRUE : FailWithErrno();
+} catch (const std::bad_alloc&) {
+  return FailWith(ERROR_NOT_ENOUGH_MEMORY);
+}
+
+}  // namespace qnplatform

@@ -1,0 +1,29 @@
+// The table behind HANDLE values of system objects.
+//
+// A handle is an index with a generation, not an address: a stale or made-up value is refused, never
+// followed.
+#pragma once
+
+#include <memory>
+
+#include "qn/platform/types.h"
+
+namespace qn {
+
+// What a handle stands for. It ends when the last user lets go of it, so closing a handle while another
+// thread still works with it harms nobody.
+class SystemObject {
+ public:
+  virtual ~SystemObject() = default;
+};
+
+// A new handle for an object; null when there is no memory.
+HANDLE AddHandle(std::shared_ptr<SystemObject> object);
+
+// The object of an open handle, or null.
+std::shared_ptr<SystemObject> FindHandle(HANDLE handle);
+
+// Takes a handle out of the table and gives what it stood for, or null.
+std::shared_ptr<SystemObject> RemoveHandle(HANDLE handle);
+
+}  // namespace qn

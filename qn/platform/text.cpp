@@ -1,0 +1,67 @@
+#include "qn/platform/text.h"
+
+#include <unicode/utf16.h>
+#include <unicode/utf8.h>
+
+#include <algorithm>
+
+namespace qn {
+namespace {
+
+constexpr char32_t kReplacement = 0xFFFD;
+
+bool IsDriveLetter(char16_t c) {
+  return (c >= u'A' && c <= u'Z') || (c >= u'a' && c <= u'z');
+}
+
+}  // namespace
+
+std::u16string FromUtf8(std::string_view text) {
+  std::u16string result;
+  result.reserve(text.size());
+  const auto* const bytes = reinterpret_cast<const uint8_t*>(text.data());
+  const auto length = static_cast<int64_t>(text.size());
+  for (int64_t i = 0; i < length;) {
+    UChar32 c;
+    U8_NEXT(bytes, i, length, c);
+    if (c < 0) c = kReplacement;
+    if (U16_LENGTH(c) == 2) {
+      result.push_back(U16_LEAD(c));
+      result.push_back(U16_TRAIL(c));
+    } else {
+      result.push_back(static_cast<char16_t>(c));
+    }
+  }
+  return result;
+}
+
+std::string ToUtf8(std::u16string_view text) {
+  std::string result;
+  result.reserve(text.size());
+  const auto length = static_cast<int64_t>(text.size());
+  for (int64_t i = 0; i < length;) {
+    UChar32 c;
+    U16_NEXT(text.data(), i, length, c);
+    if (U_IS_SURROGATE(c)) c = kReplacement;
+    char bytes[U8_MAX_LENGTH];
+    int32_t count = 0;
+    U8_APPEND_UNSAFE(bytes, count, c);
+    result.append(bytes, static_cast<size_t>(count));
+  }
+  return result;
+}
+
+std::u16string PathFromNative(std::string_view path) {
+  std::u16string result = FromUtf8(path);
+  std::replace(result.begin(), result.end(), u'/', u'\\');
+  return result;
+}
+
+std::string PathToNative(std::u16string_view path) {
+  if (path.size() >= 2 && path[1] == u':' && IsDriveLetter(path[0])) path.remove_prefix(2);
+  std::string result = ToUtf8(path);
+  std::replace(result.begin(), result.end(), '\\', '/');
+  return result;
+}
+
+}  // namespace qn
