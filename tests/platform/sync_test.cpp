@@ -1,0 +1,83 @@
+#include "qn/platform/sync.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <thread>
+#include <vector>
+
+namespace {
+
+TEST(CriticalSection, ExcludesAndRecurses) {
+  CRITICAL_SECTION section;
+  InitializeCriticalSection(&section);
+  constexpr int kThreads = 4;
+  constexpr int kRounds = 20'000;
+  int64_t counter = 0;  // not atomic: the section guards it
+  std::vector<std::thread> threads;
+  for (int i = 0; i < kThreads; ++i) {
+    threads.emplace_back([&] {
+      for (int round = 0; round < kRounds; ++round) {
+        EnterCriticalSection(&section);
+        EnterCriticalSection(&section);
+        ++counter;
+        LeaveCriticalSection(&section);
+        ++counter;
+        LeaveCriticalSection(&section);
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(counter, 2 * kThreads * kRounds);
+
+  EXPECT_TRUE(TryEnterCriticalSection(&section));
+  BOOL otherEntered = TRUE;
+  std::thread([&] {
+    otherEntered = TryEnterCriticalSection(&section);
+    LeaveCriticalSection(&section);  // not the owner: must not open it
+  }).join();
+  EXPECT_FALSE(otherEntered);
+  EXPECT_TRUE(TryEnterCriticalSection(&section)) << "the owner enters again";
+  LeaveCriticalSection(&section);
+  LeaveCriticalSection(&section);
+  std::thread([&] { otherEntered = TryEnterCriticalSection(&section); }).join();
+  EXPECT_TRUE(otherEntered);
+  DeleteCriticalSection(&section);
+}
+
+TEST(Clocks, AgreeAndNeverGoBack) {
+  LARGE_INTEGER frequency;
+  ASSERT_TRUE(QueryPerformanceFrequency(&frequency));
+  EXPECT_EQ(frequency.QuadPart, 10'000'000);
+  LARGE_INTEGER before;
+  QueryPerformanceCounter(&before);
+  const DWORD tickBefore = GetTickCount();
+  std::this_thread::sleep_for(std::chrono::milliseconds(30));
+  LARGE_INTEGER after;
+  QueryPerformanceCounter(&after);
+  const DWORD ticks = GetTickCount() - tickBefore;
+  EXPECT_GE(after.QuadPart - before.QuadPart, 300'000);
+  EXPECT_GE(ticks, 29u);
+  EXPECT_GE((after.QuadPart - before.QuadPart) / 10'000 + 2, ticks > 2 ? ticks - 2 : 0);
+}
+
+TEST(Threads, IdsDifferAndStay) {
+  const DWORD own = GetCurrentThreadId();
+  EXPECT_NE(own, 0u);
+  EXPECT_EQ(GetCurrentThreadId(), own);
+  DWORD other = own;
+  std::thread([&] { other = GetCurrentThreadId(); }).join();
+  EXPECT_NE(other, own);
+}
+
+TEST(MulDiv, RoundsHalvesAwayFromZeroAndRefusesOverflow) {
+  EXPECT_EQ(MulDiv(7, 1, 2), 4);
+  EXPECT_EQ(MulDiv(-7, 1, 2), -4);
+  EXPECT_EQ(MulDiv(7, 1, -2), -4);
+  EXPECT_EQ(MulDiv(1'000'000'000, 1'000'000, 1'193'181), 838'095'813);
+  EXPECT_EQ(MulDiv(1, 1, 0), -1);
+  EXPECT_EQ(MulDiv(INT32_MAX, 2, 1), -1);
+  EXPECT_EQ(MulDiv(INT32_MIN, 1, 1), INT32_MIN);
+}
+
+}  // namespace

@@ -1,0 +1,39 @@
+#include "qn/settings/qnerror.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+
+namespace {
+
+TEST(TranslateSystemError, EveryNumberHasItsStatus) {
+  const std::map<DWORD, uint32_t> expected = {{0, 0},
+                                              {1, 0x80070057},
+                                              {2, 0x8004E00A},
+                                              {3, 0x8004E00A},
+                                              {126, 0x8004E00A},
+                                              {127, 0x8004E00A},
+                                              {4, 0x8004E026},
+                                              {5, 0x80070005},
+                                              {6, 0x80070006},
+                                              {14, 0x8007000E},
+                                              {84, 0x8007000E},
+                                              {15, 0x800404B0},
+                                              {32, 0x8004E05A},
+                                              {39, 0x8004E002},
+                                              {112, 0x8004E002},
+                                              {80, 0x8004E032},
+                                              {110, 0x8004E007},
+                                              {120, 0x80004001},
+                                              {123, 0x8004E00D},
+                                              {170, 0x8004E005},
+                                              {183, 0x8004E170}};
+  for (DWORD code = 0; code < 20'000; ++code) {
+    const auto row = expected.find(code);
+    const uint32_t status = row == expected.end() ? 0x80004005 : row->second;
+    ASSERT_EQ(static_cast<uint32_t>(QnErrorHandler_TranslateWin32Error(code)), status) << code;
+  }
+  EXPECT_EQ(QnErrorHandler_TranslateWin32Error(0xFFFFFFFF), E_FAIL);
+}
+
+}  // namespace
