@@ -11,7 +11,7 @@ packages=(
   libicu-dev libhwy-dev
   libgtest-dev libsndfile1-dev
   clang-format clang-tidy
-  sox ffmpeg alsa-utils jq gnuplot-nox man-db file dpkg-dev
+  sox ffmpeg alsa-utils jq dpkg-dev
 )
 if [ "${1:-}" = --bench ]; then
   packages+=(libbenchmark-dev libswresample-dev libavutil-dev)
