@@ -10,7 +10,7 @@ packages=(
   g++ cmake ninja-build pkg-config git python3
   libicu-dev libhwy-dev
   libgtest-dev libsndfile1-dev
-  clang-format clang-tidy
+  clang-format
   sox ffmpeg alsa-utils jq dpkg-dev
 )
 if [ "${1:-}" = --bench ]; then

@@ -1,0 +1,49 @@
+#!/usr/bin/env bash
+# Builds the library and its tool, and takes one recording down the main road: what is in the file, its
+# samples as 32-bit float in a Wave64 file and back, a header destroyed and repaired, and a picture.
+#
+#   scripts/demo.sh [file.wav]    without a file: a recording from the package alsa-utils
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+case "${1:-}" in -*) sed -n '2,5s/^# \{0,1\}//p' "$0"; exit 2 ;; esac
+
+scripts/install-deps.sh
+source=${1:-/usr/share/sounds/alsa/Front_Center.wav}
+[ -r "$source" ] || { echo "demo: $source cannot be read" >&2; exit 1; }
+
+mkdir -p build demo
+cmake --preset release -DQN_BUILD_TESTS=OFF -B build/demo >build/demo.log 2>&1 &&
+  cmake --build build/demo -j "$(nproc)" >>build/demo.log 2>&1 || { tail -n 60 build/demo.log; exit 1; }
+qnwave=build/demo/tools/qnwave
+
+say() { printf '\n\033[1m%s\033[0m\n' "$*"; }
+step() { printf '$ qnwave %s\n' "$*"; "$qnwave" "$@"; }
+
+say "What is in the file"
+step info "$source"
+
+say "To 32-bit float in a Wave64 file, 6 dB softer, and back to 16 bits"
+step convert --force --type f32 --gain -6 "$source" demo/float.w64
+step convert --force --type s16 demo/float.w64 demo/back.wav
+step info demo/back.wav
+
+say "A header that was lost, and its repair"
+step convert --force --type s16 "$source" demo/damaged.wav
+samples=$(tail -c +47 demo/damaged.wav | cksum)
+dd if=/dev/zero of=demo/damaged.wav bs=1 count=12 conv=notrunc status=none  # the RIFF header goes
+dd if=/dev/zero of=demo/damaged.wav bs=1 seek=42 count=4 conv=notrunc status=none  # and the data size
+step info demo/damaged.wav || true
+rm -f demo/damaged.wav.header.bak
+step repair demo/damaged.wav
+if [ "$samples" = "$(tail -c +47 demo/damaged.wav | cksum)" ]; then
+  echo "Every sample is where it was."
+else
+  echo "demo: the samples changed" >&2
+  exit 1
+fi
+
+say "A picture"
+ffmpeg -v error -y -i demo/damaged.wav \
+  -filter_complex 'showwavespic=s=1000x240:split_channels=1:colors=0x2060A0,format=rgb24' -frames:v 1 demo/waveform.png
+echo "demo/waveform.png  the repaired recording's waveform"
+ls -l demo | awk 'NR > 1 {printf "%-30s %10d bytes\n", "demo/" $NF, $5}'
