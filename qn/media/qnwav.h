@@ -44,8 +44,8 @@ QN_API WAVEFORMATEX* QnGetFileWfx(const WCHAR* name, uint64_t* frames, uint64_t*
 //
 // On a WAV file this overwrites the first 26 bytes, the RIFF header among them, with a bare `fmt ` chunk
 // ("fmt ", 18, the record): hosts that use it write the file's header again afterwards. On an AIFF file it
-// overwrites the first 18 bytes of the COMM chunk's data and leaves the frame count; the tag must be 1, else
-// QN_E_FILE_UNSUPPORTED. Other files give the status of iff_GetAIFFWfx.
+// overwrites the first 18 bytes of the COMM chunk's data, with the frame count that QnGetFileWfx delivers;
+// the tag must be 1, else QN_E_FILE_UNSUPPORTED. Other files give the status of iff_GetAIFFWfx.
 QN_API HRESULT QnSetFileWfx(const WCHAR* name, const WAVEFORMATEX* format);
 
 // Create a file that holds a header and no samples: 46 bytes (WAV) or 112 (Wave64).
