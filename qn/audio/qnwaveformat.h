@@ -36,11 +36,12 @@ constexpr WORD QNWAVETAG_UNPACKED = 0xFE00;
 constexpr WORD QNWAVETAG_SIGNED8 = 0xFE01;
 constexpr WORD QNWAVETAG_BIGENDIAN = 0xFE02;
 
-// What a conversion to WAVEFORMATEX is to produce. The full mask of a format has one bit for each channel:
+// What a conversion to WAVEFORMATEX is to produce, where the output holds the 40 bytes of an extensible one;
+// a smaller output is always plain. The full mask of a format has one bit for each channel:
 // (1 << nChannels % 64) - 1, cut to 32 bits.
 enum QNWAVEFORMAT_COPY_DEST : int32_t {
-  // Extensible if the output holds at least 40 bytes and the record came from an extensible source, or has a
-  // channel mask that is neither 0 nor the full mask.
+  // Extensible if the record came from an extensible source, or has a channel mask that is neither 0 nor the
+  // full mask.
   QNWFCD_AUTO = 0,
   // Never forced to extensible; a mask that says something can still make it so.
   QNWFCD_WFX = 1,

@@ -160,6 +160,12 @@ TEST(WaveFormat, SampleTypesAndTags) {
   }
 }
 
+TEST(WaveFormat, NormalizeFactors) {
+  const std::pair<unsigned, double> rows[] = {{0, 1.0},        {8, 128.0},         {16, 32768.0}, {20, 1.0},
+                                              {24, 8388608.0}, {32, 2147483648.0}, {64, 1.0}};
+  for (const auto& [bits, factor] : rows) EXPECT_EQ(QnAudio_GetNormalizeFactor(bits), factor) << bits;
+}
+
 TEST(WaveFormat, HeadersAreRecognised) {
   struct Row {
     const char* name;
@@ -217,6 +223,7 @@ TEST(WaveFormat, RecordFromHeader) {
       {"others keep their block", Header(3, 2, 99, 32), 128, {32, 32, 99, 99000}},
       {"block is cut", Header(1, 32769, 99, 16), 32, {32, 17, 2, 99000}},
       {"foreign pcm", Header(1, 2, 9, 12, {1}), 128, {32, 0, 2, 9000, 0, 8, 1, 12}},
+      {"foreign float", Header(3, 2, 4, 16, {1}), 128, {32, 0, 4, 4000, 0, 8, 3, 16}},
       {"typed, with extra", Header(0xFE00, 1, 4, 32, Counted(3)), 128, {32, 48, 4, 4000}},
       {"no room", Adpcm(10), 32, {32, 0, 256, 256000, 0, 8, 2, 4}},
       {"half a count", Adpcm(10), 33, {32, 0, 256, 256000, 0, 8, 2, 4}},
@@ -283,6 +290,9 @@ TEST(WaveFormat, RecordFromNumbers) {
 TEST(WaveFormat, RecordToHeader) {
   enum { Auto, Plain, NoMask, Multi, Always };
   const auto extensible = [](unsigned mask) { return Header(0xFFFE, 2, 4, 16, Extension(16, mask, 1)); };
+  const auto many = [](unsigned channels, unsigned mask) {
+    return Header(0xFFFE, channels, channels, 8, Extension(8, mask, 1));
+  };
   const auto foreign = [](size_t extra) { return Header(0x55, 2, 256, 4, Counted(extra)); };
   const auto foreignRecord = [](unsigned mask, unsigned tag = 0x55) {
     return RecordOf(ForeignExtensible(mask, tag, 4));
@@ -310,6 +320,9 @@ TEST(WaveFormat, RecordToHeader) {
       {"stereo is not multi", RecordOf(QNST_PCM16, 2, 0), 40, Multi, kPcm},
       {"6 channels", RecordOf(QNST_PCM24IN32, 6, 0), 41, Multi, unpacked6},
       {"always", RecordOf(QNST_PCM16, 2, 0), 40, Always, extensible(3)},
+      {"32 channels", RecordOf(QNST_PCM8U, 32, 0), 40, Always, many(32, 0xFFFFFFFF)},
+      {"63 channels", RecordOf(QNST_PCM8U, 63, 0), 40, Always, many(63, 0xFFFFFFFF)},
+      {"66 channels", RecordOf(QNST_PCM8U, 66, 0), 40, Always, many(66, 3)},
       {"always, no room", RecordOf(QNST_PCM16, 2, 0), 18, Always, kPcm},
       {"no size", RecordOf(QNST_TAGFE03_24, 2, 0), 40, Auto, Header(0, 2, 0, 0)},
       {"foreign", RecordOf(foreign(10)), 60, Auto, foreign(10)},
