@@ -1,0 +1,153 @@
+#include "qn/media/aiff.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <tuple>
+#include <vector>
+
+#include "qn/media/qnwav.h"
+#include "qn/settings/qnstatus.h"
+#include "tests/media/media_bytes.h"
+
+namespace {
+
+using namespace qntest;
+
+const std::string kRate44100 = "40 0E AC 44 *6 ";
+const std::string kForm = "'FORM' 00 00 00 FF 'AIFF' ";
+const std::string kFormC = "'FORM' 00 00 00 FF 'AIFC' ";
+const std::string kCommon = "'COMM' 00 00 00 12 00 02 00 00 00 02 00 10 " + kRate44100;
+const std::string kSound = "'SSND' 00 00 00 10 *4 *4 ";
+
+std::string CommonC(const std::string& bits, const std::string& type) {
+  return "'COMM' 00 00 00 18 00 02 00 00 00 02 00 " + bits + " " + kRate44100 + "'" + type + "' 00 00 ";
+}
+
+struct Found {
+  HRESULT status;
+  WAVEFORMATEX format{};
+  uint64_t frames = 77;
+  uint64_t start = 77;
+};
+Found Read(TestFile& file) {
+  Found found;
+  found.status = iff_GetAIFFWfx(file.Open(), &found.format, &found.frames, &found.start);
+  return found;
+}
+
+TEST(Aiff, Forms) {
+  struct Case {
+    const char* what;
+    std::string text;
+    int tag;
+    int bits;
+    uint64_t start;
+    uint64_t frames;
+  } cases[] = {
+      {"plain", kForm + kCommon + kSound + "*8", 0xFE02, 16, 54, 2},
+      {"samples first, odd chunk between",
+       kForm + "'SSND' 00 00 00 11 00 00 00 01 *4 *9 00 'NAME' 00 00 00 01 'a' 00 " + kCommon, 0xFE02, 16, 29,
+       2},
+      {"fewer samples than stated", kForm + kCommon + kSound + "*7", 0xFE02, 16, 54, 1},
+      {"no samples, no chunk for them", kForm + "'COMM' 00 00 00 12 00 02 *4 00 10 " + kRate44100, 0xFE02, 16,
+       38, 0},
+      {"12 bits", kForm + "'COMM' 00 00 00 12 00 02 00 00 00 02 00 0C " + kRate44100 + kSound + "*8", 0xFE02,
+       16, 54, 2},
+      {"20 bits", kForm + "'COMM' 00 00 00 12 00 02 00 00 00 02 00 14 " + kRate44100 + kSound + "*12", 0xFE02,
+       24, 54, 2},
+      {"8 bits", kForm + "'COMM' 00 00 00 12 00 02 00 00 00 02 00 08 " + kRate44100 + kSound + "*4", 0xFE01,
+       8, 54, 2},
+      {"NONE", kFormC + CommonC("20", "NONE") + kSound + "*16", 0xFE02, 32, 60, 2},
+      {"twos", kFormC + CommonC("10", "twos") + kSound + "*8", 0xFE02, 16, 60, 2},
+      {"sowt", kFormC + CommonC("18", "sowt") + kSound + "*12", 1, 24, 60, 2},
+      {"sowt, 8 bits", kFormC + CommonC("08", "sowt") + kSound + "*4", 0xFE01, 8, 60, 2},
+      {"in24", kFormC + CommonC("18", "in24") + kSound + "*12", 0xFE02, 24, 60, 2},
+      {"raw", kFormC + CommonC("08", "raw ") + kSound + "*4", 1, 8, 60, 2},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    TestFile file(Hex(c.text));
+    const Found found = Read(file);
+    ASSERT_EQ(found.status, S_OK);
+    EXPECT_EQ(BytesOf(found.format), BytesOf(MakeFormat(c.tag, 2, 44100, c.bits)));
+    EXPECT_EQ(std::tuple(found.start, found.frames), std::tuple(c.start, c.frames));
+    EXPECT_EQ(file.Position(), 12);
+    EXPECT_EQ(iff_IsAIFFFileEx(file.Open()), 0) << "from the position";
+    file.Move(0, FILE_BEGIN);
+    EXPECT_EQ(iff_IsAIFFFileEx(file.Open()), 1);
+    EXPECT_EQ(file.Position(), 0);
+    file.Close();
+    EXPECT_EQ(QnFileIsAiff(file.Path()), 1);
+    EXPECT_EQ(QnFileIsWave(file.Path(), 1), 0);
+    uint64_t start = 0;
+    WAVEFORMATEX* record = QnGetFileWfx(file.Path(), nullptr, &start);
+    ASSERT_TRUE(record);
+    EXPECT_EQ(BytesOf(*record), BytesOf(found.format));
+    EXPECT_EQ(start, c.start);
+    std::free(record);
+  }
+}
+
+TEST(Aiff, Refusals) {
+  const std::string rates[] = {"*10",         "C0 0E AC 44 *6", "7F FF 80 *7",
+                               "7F FF FF *7", "40 1F 80 *7",    "3F 00 80 *7"};
+  std::vector<std::tuple<std::string, HRESULT>> cases = {
+      {"", QN_E_FILE_READ},
+      {"'FORM' 00 00 00 FF '8SVX'", QN_E_FILE_FORMAT},
+      {kForm + kSound, QN_E_NOT_FOUND},
+      {kForm + kCommon, QN_E_NOT_FOUND},
+      {kForm + kCommon + "'SSND' 00 00 00 10 00", QN_E_FILE_READ},
+      {kForm + kCommon + "'SSND' 00 00 00 10 FF FF FF FF *4 *8", QN_E_FILE_FORMAT},
+      {kForm + "'COMM' 00 00 00 10 " + kCommon + kSound, QN_E_FILE_FORMAT},
+      {kForm + "'JUNK' FF FF FF FF " + kCommon + kSound, QN_E_NOT_FOUND},
+      {kForm + "*4096 " + kCommon + kSound, QN_E_NOT_FOUND},
+      {kForm + "'COMM' 00 00 00 12 00 00 00 00 00 02 00 10 " + kRate44100 + kSound, QN_E_FILE_FORMAT},
+      {kForm + "'COMM' 00 00 00 12 FF FF 00 00 00 02 00 10 " + kRate44100 + kSound, QN_E_FILE_FORMAT},
+      {kForm + "'COMM' 00 00 00 12 00 02 00 00 00 02 00 21 " + kRate44100 + kSound, QN_E_FILE_UNSUPPORTED},
+      {kFormC + CommonC("20", "fl32") + kSound, QN_E_FILE_UNSUPPORTED},
+      {kFormC + CommonC("10", "in24") + kSound, QN_E_FILE_UNSUPPORTED},
+  };
+  for (const std::string& rate : rates) {
+    cases.emplace_back(kForm + "'COMM' 00 00 00 12 00 02 00 00 00 02 00 10 " + rate + " " + kSound,
+                       QN_E_FILE_FORMAT);
+  }
+  for (const auto& [text, status] : cases) {
+    TestFile file(Hex(text));
+    const Found found = Read(file);
+    EXPECT_EQ(found.status, status) << text;
+    EXPECT_EQ(std::tuple(found.frames, found.start, file.Position()), std::tuple(77u, 77u, 0)) << text;
+  }
+}
+
+TEST(Aiff, SetFileWfx) {
+  const std::string tail = kSound + "01 02 03 04 05 06 07 08";
+  struct Case {
+    uint32_t rate;
+    std::string stored;
+  } cases[] = {{44100, kRate44100},
+               {48000, "40 0E BB 80 *6"},
+               {1, "3F FF 80 *7"},
+               {0, "3F FF *8"},
+               {2, "40 00 80 *7"},
+               {3, "40 00 C0 *7"},
+               {0xFFFFFFFF, "40 1E FF FF FF FF *4"}};
+  for (const Case& c : cases) {
+    TestFile file(Hex(kForm + "'NAME' 00 00 00 01 'a' 00 " + kCommon + tail));
+    const WAVEFORMATEX format = MakeFormat(1, 1, c.rate, 24);
+    EXPECT_EQ(QnSetFileWfx(file.Path(), &format), S_OK);
+    EXPECT_EQ(file.Content(),
+              Hex(kForm + "'NAME' 00 00 00 01 'a' 00 'COMM' 00 00 00 12 00 01 00 00 00 02 00 18 " + c.stored +
+                  " " + tail))
+        << c.rate;
+    EXPECT_TRUE(DeleteFileW(file.Path())) << "no handle is left open";
+  }
+  const WAVEFORMATEX other = MakeFormat(3, 1, 8000, 32);
+  TestFile file(Hex(kForm + kCommon + tail));
+  EXPECT_EQ(QnSetFileWfx(file.Path(), &other), QN_E_FILE_UNSUPPORTED);
+  TestFile noCommon(Hex(kForm + tail));
+  EXPECT_EQ(QnSetFileWfx(noCommon.Path(), &other), QN_E_NOT_FOUND) << "the reader's status comes first";
+  EXPECT_TRUE(DeleteFileW(noCommon.Path()));
+}
+
+}  // namespace
