@@ -18,9 +18,6 @@ struct FreeBlock {
 };
 using FormatPtr = std::unique_ptr<WAVEFORMATEX, FreeBlock>;
 
-// The longest record that there is: cbSize has 16 bits.
-constexpr uint32_t kLongestRecord = sizeof(WAVEFORMATEX) + 0xFFFF;
-
 // Goes to the data of the format chunk. `*budget` becomes what the walk has left behind the chunk's header:
 // the chunk itself is not counted, so that a file whose stored size is a little short still reads.
 template <class Container>
@@ -35,7 +32,7 @@ int FileIs(const WCHAR* name, int allowCompressed) {
   typename Container::Size size;
   typename Container::Budget budget;
   const File file(name, GENERIC_READ, OPEN_EXISTING);
-  if (!file || !FindFormatChunk<Container>(file.Get(), &size, &budget) || size > kLongestRecord) return 0;
+  if (!file || !FindFormatChunk<Container>(file.Get(), &size, &budget)) return 0;
 
   // All that the question needs, and no more than the chunk has. A file that ends within the chunk is still
   // one of its kind, so what did not come is zero.
