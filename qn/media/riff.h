@@ -33,6 +33,7 @@ struct riff_DataBlock {
   uint32_t size;
   void* data;
 };
+static_assert(offsetof(riff_DataBlock, data) == sizeof(void*));
 
 extern "C" {
 
