@@ -14,14 +14,17 @@ namespace {
 
 using namespace qntest;
 
-const std::string kRate44100 = "40 0E AC 44 *6 ";
+const std::string kRate = "40 0E AC 44 *6 ";
 const std::string kForm = "'FORM' 00 00 00 FF 'AIFF' ";
 const std::string kFormC = "'FORM' 00 00 00 FF 'AIFC' ";
-const std::string kCommon = "'COMM' 00 00 00 12 00 02 00 00 00 02 00 10 " + kRate44100;
 const std::string kSound = "'SSND' 00 00 00 10 *4 *4 ";
 
+// Stereo and 2 frames.
+std::string Common(const std::string& bits, const std::string& rate = kRate) {
+  return "'COMM' 00 00 00 12 00 02 00 00 00 02 00 " + bits + " " + rate;
+}
 std::string CommonC(const std::string& bits, const std::string& type) {
-  return "'COMM' 00 00 00 18 00 02 00 00 00 02 00 " + bits + " " + kRate44100 + "'" + type + "' 00 00 ";
+  return "'COMM' 00 00 00 18 00 02 00 00 00 02 00 " + bits + " " + kRate + "'" + type + "' 00 00 ";
 }
 
 struct Found {
@@ -45,19 +48,15 @@ TEST(Aiff, Forms) {
     uint64_t start;
     uint64_t frames;
   } cases[] = {
-      {"plain", kForm + kCommon + kSound + "*8", 0xFE02, 16, 54, 2},
-      {"samples first, odd chunk between",
-       kForm + "'SSND' 00 00 00 11 00 00 00 01 *4 *9 00 'NAME' 00 00 00 01 'a' 00 " + kCommon, 0xFE02, 16, 29,
-       2},
-      {"fewer samples than stated", kForm + kCommon + kSound + "*7", 0xFE02, 16, 54, 1},
-      {"no samples, no chunk for them", kForm + "'COMM' 00 00 00 12 00 02 *4 00 10 " + kRate44100, 0xFE02, 16,
-       38, 0},
-      {"12 bits", kForm + "'COMM' 00 00 00 12 00 02 00 00 00 02 00 0C " + kRate44100 + kSound + "*8", 0xFE02,
-       16, 54, 2},
-      {"20 bits", kForm + "'COMM' 00 00 00 12 00 02 00 00 00 02 00 14 " + kRate44100 + kSound + "*12", 0xFE02,
-       24, 54, 2},
-      {"8 bits", kForm + "'COMM' 00 00 00 12 00 02 00 00 00 02 00 08 " + kRate44100 + kSound + "*4", 0xFE01,
-       8, 54, 2},
+      {"plain", kForm + Common("10") + kSound + "*8", 0xFE02, 16, 54, 2},
+      {"samples first, odd chunks",
+       kForm + "'SSND' 00 00 00 11 00 00 00 01 *4 *9 00 'NAME' 00 00 00 01 'a' 00 " + Common("10"), 0xFE02,
+       16, 29, 2},
+      {"fewer samples than stated", kForm + Common("10") + kSound + "*7", 0xFE02, 16, 54, 1},
+      {"nothing", kForm + "'COMM' 00 00 00 12 00 02 *4 00 10 " + kRate, 0xFE02, 16, 38, 0},
+      {"12 bits", kForm + Common("0C") + kSound + "*8", 0xFE02, 16, 54, 2},
+      {"20 bits", kForm + Common("14") + kSound + "*12", 0xFE02, 24, 54, 2},
+      {"8 bits", kForm + Common("08") + kSound + "*4", 0xFE01, 8, 54, 2},
       {"NONE", kFormC + CommonC("20", "NONE") + kSound + "*16", 0xFE02, 32, 60, 2},
       {"twos", kFormC + CommonC("10", "twos") + kSound + "*8", 0xFE02, 16, 60, 2},
       {"sowt", kFormC + CommonC("18", "sowt") + kSound + "*12", 1, 24, 60, 2},
@@ -90,27 +89,24 @@ TEST(Aiff, Forms) {
 }
 
 TEST(Aiff, Refusals) {
-  const std::string rates[] = {"*10",         "C0 0E AC 44 *6", "7F FF 80 *7",
-                               "7F FF FF *7", "40 1F 80 *7",    "3F 00 80 *7"};
   std::vector<std::tuple<std::string, HRESULT>> cases = {
       {"", QN_E_FILE_READ},
       {"'FORM' 00 00 00 FF '8SVX'", QN_E_FILE_FORMAT},
       {kForm + kSound, QN_E_NOT_FOUND},
-      {kForm + kCommon, QN_E_NOT_FOUND},
-      {kForm + kCommon + "'SSND' 00 00 00 10 00", QN_E_FILE_READ},
-      {kForm + kCommon + "'SSND' 00 00 00 10 FF FF FF FF *4 *8", QN_E_FILE_FORMAT},
-      {kForm + "'COMM' 00 00 00 10 " + kCommon + kSound, QN_E_FILE_FORMAT},
-      {kForm + "'JUNK' FF FF FF FF " + kCommon + kSound, QN_E_NOT_FOUND},
-      {kForm + "*4096 " + kCommon + kSound, QN_E_NOT_FOUND},
-      {kForm + "'COMM' 00 00 00 12 00 00 00 00 00 02 00 10 " + kRate44100 + kSound, QN_E_FILE_FORMAT},
-      {kForm + "'COMM' 00 00 00 12 FF FF 00 00 00 02 00 10 " + kRate44100 + kSound, QN_E_FILE_FORMAT},
-      {kForm + "'COMM' 00 00 00 12 00 02 00 00 00 02 00 21 " + kRate44100 + kSound, QN_E_FILE_UNSUPPORTED},
+      {kForm + Common("10"), QN_E_NOT_FOUND},
+      {kForm + Common("10") + "'SSND' 00 00 00 10 00", QN_E_FILE_READ},
+      {kForm + Common("10") + "'SSND' 00 00 00 10 FF FF FF FF *4 *8", QN_E_FILE_FORMAT},
+      {kForm + "'COMM' 00 00 00 10 " + Common("10") + kSound, QN_E_FILE_FORMAT},
+      {kForm + "'JUNK' FF FF FF FF " + Common("10") + kSound, QN_E_NOT_FOUND},
+      {kForm + "*4096 " + Common("10") + kSound, QN_E_NOT_FOUND},
+      {kForm + "'COMM' 00 00 00 12 00 00 00 00 00 02 00 10 " + kRate + kSound, QN_E_FILE_FORMAT},
+      {kForm + "'COMM' 00 00 00 12 FF FF 00 00 00 02 00 10 " + kRate + kSound, QN_E_FILE_FORMAT},
+      {kForm + Common("21") + kSound, QN_E_FILE_UNSUPPORTED},
       {kFormC + CommonC("20", "fl32") + kSound, QN_E_FILE_UNSUPPORTED},
       {kFormC + CommonC("10", "in24") + kSound, QN_E_FILE_UNSUPPORTED},
   };
-  for (const std::string& rate : rates) {
-    cases.emplace_back(kForm + "'COMM' 00 00 00 12 00 02 00 00 00 02 00 10 " + rate + " " + kSound,
-                       QN_E_FILE_FORMAT);
+  for (const char* rate : {"*10 ", "C0 0E AC 44 *6 ", "7F FF 80 *7 ", "40 1F 80 *7 ", "3F 00 80 *7 "}) {
+    cases.emplace_back(kForm + Common("10", rate) + kSound, QN_E_FILE_FORMAT);
   }
   for (const auto& [text, status] : cases) {
     TestFile file(Hex(text));
@@ -125,7 +121,7 @@ TEST(Aiff, SetFileWfx) {
   struct Case {
     uint32_t rate;
     std::string stored;
-  } cases[] = {{44100, kRate44100},
+  } cases[] = {{44100, kRate},
                {48000, "40 0E BB 80 *6"},
                {1, "3F FF 80 *7"},
                {0, "3F FF *8"},
@@ -133,7 +129,7 @@ TEST(Aiff, SetFileWfx) {
                {3, "40 00 C0 *7"},
                {0xFFFFFFFF, "40 1E FF FF FF FF *4"}};
   for (const Case& c : cases) {
-    TestFile file(Hex(kForm + "'NAME' 00 00 00 01 'a' 00 " + kCommon + tail));
+    TestFile file(Hex(kForm + "'NAME' 00 00 00 01 'a' 00 " + Common("10") + tail));
     const WAVEFORMATEX format = MakeFormat(1, 1, c.rate, 24);
     EXPECT_EQ(QnSetFileWfx(file.Path(), &format), S_OK);
     EXPECT_EQ(file.Content(),
@@ -143,7 +139,7 @@ TEST(Aiff, SetFileWfx) {
     EXPECT_TRUE(DeleteFileW(file.Path())) << "no handle is left open";
   }
   const WAVEFORMATEX other = MakeFormat(3, 1, 8000, 32);
-  TestFile file(Hex(kForm + kCommon + tail));
+  TestFile file(Hex(kForm + Common("10") + tail));
   EXPECT_EQ(QnSetFileWfx(file.Path(), &other), QN_E_FILE_UNSUPPORTED);
   TestFile noCommon(Hex(kForm + tail));
   EXPECT_EQ(QnSetFileWfx(noCommon.Path(), &other), QN_E_NOT_FOUND) << "the reader's status comes first";
