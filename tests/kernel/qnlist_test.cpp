@@ -183,6 +183,7 @@ TEST(List, GrowsAndShrinksByItsGranularity) {
     EXPECT_EQ(QnList_ArrayForceItemCount(toShrink.get(), count, 0), S_OK);
     EXPECT_EQ(QnList_ShrinkAllocated(toShrink.get(), argument), shrunk < 0 ? E_FAIL : S_OK);
     EXPECT_EQ(toShrink->allocated, shrunk < 0 ? slots : shrunk);
+    EXPECT_EQ(QnList_AllocSize(toShrink.get(), -1), 4 * std::max(toShrink->allocated, 1) + 136);
     Insert(toShrink, -1, {7});  // also into a list without slots
     EXPECT_EQ(NumbersOf(toShrink).back(), 7);
   }
@@ -201,8 +202,11 @@ TEST(List, ForcesTheCountOfArraysOnly) {
   EXPECT_EQ(QnList_GrowAllocated(list.get(), INT32_MAX), E_OUTOFMEMORY);
   EXPECT_EQ(QnList_ArrayForceItemCount(MakeList(0).get(), 1, 0), E_FAIL);
   // The list's own records as source, while its tail moves and while it grows.
-  for (int i = 0; i < 2; i++) EXPECT_EQ(QnList_InsertList(list.get(), 1, list->items, list->count), S_OK);
-  EXPECT_EQ(NumbersOf(list), (Numbers{1, 1, 1, 2, 3, 2, 3, 1, 2, 3, 2, 3}));
+  for (int i = 0; i < 3; i++) {
+    const LONG* const second = static_cast<LONG*>(list->items) + 1;
+    EXPECT_EQ(QnList_InsertList(list.get(), 0, second, list->count - 1), S_OK);
+  }
+  EXPECT_EQ(NumbersOf(list), (Numbers{1, 2, 3, 2, 3, 1, 2, 3, 3, 1, 2, 3, 2, 3, 1, 2, 3}));
   EXPECT_EQ(QnList_InsertList(list.get(), 0, list->items, INT32_MAX), E_FAIL);
 }
 
