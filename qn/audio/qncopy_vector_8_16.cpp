@@ -1,0 +1,41 @@
+// Vector code of the copy kernels: destinations that are integers of 8 and 16 bits.
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "qn/audio/qncopy_vector_8_16.cpp"
+#include "qn/audio/qncopy_targets.h"
+//
+#include "hwy/foreach_target.h"
+//
+#include "qn/audio/qncopy_vector-inl.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace qn {
+namespace HWY_NAMESPACE {
+
+const Converter& ConverterTo8And16(int dstIndex, int srcIndex) {
+  switch (dstIndex) {
+    case SampleFormIndex(QNST_PCM8U):
+      return kConverterRow<QNST_PCM8U>.from[srcIndex];
+    case SampleFormIndex(QNST_PCM8S):
+      return kConverterRow<QNST_PCM8S>.from[srcIndex];
+    case SampleFormIndex(QNST_PCM16):
+      return kConverterRow<QNST_PCM16>.from[srcIndex];
+    default:
+      return kConverterRow<QNST_PCM16BE>.from[srcIndex];
+  }
+}
+
+}  // namespace HWY_NAMESPACE
+}  // namespace qn
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace qn {
+
+HWY_EXPORT(ConverterTo8And16);
+
+const Converter& FindConverterTo8And16(int dstIndex, int srcIndex) {
+  return HWY_DYNAMIC_DISPATCH(ConverterTo8And16)(dstIndex, srcIndex);
+}
+
+}  // namespace qn
+#endif
