@@ -83,6 +83,9 @@ QN_API HRESULT QnInsertW64Header(HANDLE file, const WAVEFORMATEX* format, int64_
 // sample moves. A WAV header that cannot count all frames of a file of 4 GiB and more counts as many as it
 // can.
 //
+// The short WAV header of 44 bytes has no room for the record that is written: with a `headerLimit` of 44
+// such a file is refused, with a larger one its first samples may be taken for header.
+//
 // QN_E_FILE_READ when the record cannot be read; QN_E_CHUNK_SIZE, with nothing written, when the samples
 // start where no header ends; QN_E_MEDIA_TYPE when `format` gives defaults of no use.
 QN_API HRESULT QnFixTrashedWav(HANDLE file, const WAVEFORMATEX* format, uint32_t headerLimit);
