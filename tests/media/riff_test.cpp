@@ -195,11 +195,11 @@ TEST_F(Riff, ChunkSearchSpendsItsBudget) {
 TEST_F(Riff, ListSearchSpendsItsBudget) {
   const ChunkFile file(
       Form(List("aaaa", {}) + List("bbbb", {1, 2, 3}) + Chunk("junk", {1}) + List("cccc", {})));
-  const Scan kScans[] = {{"aaaa", 12, kFound, 0, 24},   {"aaaa", 11, kMissing, 3, 20},
-                         {"aaaa", 7, kMissing, 7, 12},  {"bbbb", 50, kFound, 26, 36},
-                         {"cccc", 50, kFound, 0, 62},   {"cccc", 49, kMissing, 3, 58},
-                         {"cccc", 37, kMissing, 0, 50}, {"cccc", {}, kFound, 0, 62},
-                         {"none", 50, kMissing, 0, 62}, {"none", 90, kShort, 40, 62}};
+  const Scan kScans[] = {
+      {"aaaa", 12, kFound, 0, 24},   {"aaaa", 11, kMissing, 3, 20}, {"aaaa", 7, kMissing, 7, 12},
+      {"bbbb", 50, kFound, 26, 36},  {"cccc", 50, kFound, 0, 62},   {"cccc", 49, kMissing, 3, 58},
+      {"cccc", 37, kMissing, 0, 50}, {"cccc", 25, kMissing, 0, 40}, {"cccc", {}, kFound, 0, 62},
+      {"none", 50, kMissing, 0, 62}, {"none", 90, kShort, 40, 62}};
   for (const Scan& scan : kScans) CheckScan(file, scan, riff_FindListChunk);
 
   uint32_t size = 0;
@@ -209,6 +209,7 @@ TEST_F(Riff, ListSearchSpendsItsBudget) {
     riff_SetRIFFSize(file, budget + 4);
     EXPECT_EQ(riff_FindListChunkFromStart(file, Id("aaaa"), &size), budget < 12 ? kMissing : kFound);
   }
+  EXPECT_EQ(riff_FindListChunkFromStart(ChunkFile(Form({}, 4 + 11)), Id("aaaa"), &size), kMissing);
 }
 
 TEST_F(Riff, ListsWithoutRoomForTheirType) {
@@ -371,17 +372,19 @@ TEST_F(RiffText, ReadsAtMostItsRoom) {
   } kRows[] = {{6, 16, u"Caf\u00E9!", 7}, {6, 4, u"Caf", 7},
                {4, 4, u"Caf", 5},         {5, 16, u"Caf\u00E9", 7},
                {3, 16, u"Ca", 5},         {6, 1, u"", 7},
-               {0, 16, u"", 1},           {6, 0, u"#", 7},
-               {5, -1, u"#", 7},          {6, std::numeric_limits<int32_t>::min(), u"#", 7}};
+               {0, 16, u"", 1},           {6, 0, u"", 7},
+               {5, -1, u"", 7},           {6, std::numeric_limits<int32_t>::min(), u"", 7}};
   for (const auto& row : kRows) {
-    WCHAR text[18] = u"#";
-    const int32_t guard = std::max(row.room, 1);
+    std::u16string text(18, u'#');
+    const auto room = static_cast<size_t>(std::max(row.room, 0));
     uint32_t size = row.size;
-    text[guard] = row.room > 0 ? u'#' : u'\0';
     file.Go(1);
-    EXPECT_EQ(riff_ReadANSIString(file, text, row.room, &size), S_OK);
-    EXPECT_EQ(text, row.text);
-    EXPECT_EQ(text[guard], row.room > 0 ? u'#' : u'\0');
+    EXPECT_EQ(riff_ReadANSIString(file, text.data(), row.room, &size), S_OK);
+    if (room > 0) {
+      EXPECT_EQ(text.c_str(), row.text);
+      EXPECT_EQ(text[room - 1], 0);
+    }
+    EXPECT_EQ(text.substr(room), std::u16string(18 - room, u'#'));
     EXPECT_EQ(size, row.size + 1);
     EXPECT_EQ(file.At(), row.end) << row.size << "/" << row.room;
   }
@@ -460,6 +463,9 @@ TEST_F(Riff, PlacesFromTwoGigabytesOn) {
   EXPECT_EQ(riff_UpdateRIFFSize(file, 1), QN_E_FILE_TOO_LARGE);
   EXPECT_EQ(file.Length(), kMost + 8);
   EXPECT_EQ(file.At(), kMost + 9);
+  riff_SetRIFFSize(file, ~0u);
+  EXPECT_EQ(riff_UpdateRIFFSize(file, 0), QN_E_FILE_TOO_LARGE);
+  EXPECT_EQ(file.Length(), uint64_t{0xFFFFFFFF} + 8);
 }
 
 TEST_F(Riff, SizesThatFillThirtyTwoBits) {
