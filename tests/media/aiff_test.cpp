@@ -86,6 +86,8 @@ TEST(Aiff, Forms) {
     EXPECT_EQ(start, c.start);
     std::free(record);
   }
+  TestFile oldRate(Hex(kForm + Common("10", "40 0D AD DD 17 45 D1 74 5D 17 ") + kSound + "*8"));
+  EXPECT_EQ(Read(oldRate).format.nSamplesPerSec, 22255u) << "of 22,254.54";
 }
 
 TEST(Aiff, Refusals) {
@@ -105,7 +107,8 @@ TEST(Aiff, Refusals) {
       {kFormC + CommonC("20", "fl32") + kSound, QN_E_FILE_UNSUPPORTED},
       {kFormC + CommonC("10", "in24") + kSound, QN_E_FILE_UNSUPPORTED},
   };
-  for (const char* rate : {"*10 ", "C0 0E AC 44 *6 ", "7F FF 80 *7 ", "40 1F 80 *7 ", "3F 00 80 *7 "}) {
+  for (const char* rate :
+       {"*10 ", "C0 0E AC 44 *6 ", "7F FF 80 *7 ", "40 1F 80 *7 ", "3F 00 80 *7 ", "40 1E FF FF FF FF *4 "}) {
     cases.emplace_back(kForm + Common("10", rate) + kSound, QN_E_FILE_FORMAT);
   }
   for (const auto& [text, status] : cases) {

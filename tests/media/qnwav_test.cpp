@@ -31,6 +31,10 @@ struct Found {
 Found Get(const TestFile& file) {
   Found found;
   found.record.reset(QnGetFileWfx(file.Path(), &found.frames, &found.start));
+  if (found.record) {  // all that the record says it has can be read
+    const auto bytes = reinterpret_cast<const uint8_t*>(found.record.get());
+    EXPECT_EQ(Bytes(bytes, bytes + 18 + found.record->cbSize)[0], bytes[0]);
+  }
   return found;
 }
 
@@ -45,10 +49,10 @@ TEST(QnWav, NewHeaders) {
   EXPECT_EQ(std::tuple(found.frames, found.start), std::tuple(0u, 46u));
   EXPECT_EQ(BytesOf(*found.record), BytesOf(format));
 
-  EXPECT_EQ(QnInitializeWavWithJunk(file.Path(), &format, CREATE_ALWAYS, 53), S_OK);
-  EXPECT_EQ(file.Content(), Hex("'RIFF' 2E *3 ") + start + Hex("'JUNK' *4 'data' *4"));
-  EXPECT_EQ(QnInitializeWavWithJunk(file.Path(), &format, OPEN_ALWAYS, 4095), S_OK);
+  EXPECT_EQ(QnInitializeWavWithJunk(file.Path(), &format, CREATE_ALWAYS, 4095), S_OK);
   EXPECT_EQ(file.Content(), Hex("'RIFF' F8 0F *2 ") + start + Hex("'JUNK' CA 0F *2 *4042 'data' *4"));
+  EXPECT_EQ(QnInitializeWavWithJunk(file.Path(), &format, OPEN_ALWAYS, 53), S_OK);
+  EXPECT_EQ(file.Content(), Hex("'RIFF' 2E *3 ") + start + Hex("'JUNK' *4 'data' *4"));
 
   EXPECT_EQ(QnInitializeWav64(file.Path(), &format, OPEN_EXISTING), S_OK);
   EXPECT_EQ(file.Content(), Hex(kRiff64 + "82 *7 " + kForm64 + "'data'" + kTail64 + "18 *7"));
