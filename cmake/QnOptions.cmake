@@ -32,9 +32,11 @@ target_compile_options(qn_flags INTERFACE
   $<$<BOOL:${QN_WERROR}>:-Werror>)
 target_include_directories(qn_flags INTERFACE ${CMAKE_SOURCE_DIR})
 if(QN_SANITIZE)
+  target_compile_options(qn_flags INTERFACE -fsanitize=${QN_SANITIZE} -fno-omit-frame-pointer -g1)
   # GCC's flow analysis of instrumented code reports null dereferences that are none.
-  target_compile_options(qn_flags INTERFACE -fsanitize=${QN_SANITIZE} -fno-omit-frame-pointer -g1
-    -Wno-null-dereference -Wno-maybe-uninitialized)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+    target_compile_options(qn_flags INTERFACE -Wno-null-dereference -Wno-maybe-uninitialized)
+  endif()
   target_link_options(qn_flags INTERFACE -fsanitize=${QN_SANITIZE})
   if(QN_SANITIZE MATCHES undefined)
     target_compile_options(qn_flags INTERFACE -fno-sanitize-recover=undefined)
