@@ -132,7 +132,8 @@ HRESULT riff_WriteListHeader(HANDLE file, uint32_t listType, uint32_t size) {
 }
 
 HRESULT riff_WriteFileID(HANDLE file, uint32_t formType, uint32_t size) {
-  // Hosts rely on the status being that of the last write alone.
-  static_cast<void>(riff_WriteChunkHeader(file, RIFF_ID_RIFF, size));
+  // Hosts rely on the status being that of the last write alone, and on each write being tried.
+  static_cast<void>(qn::WriteField(file, RIFF_ID_RIFF));
+  static_cast<void>(qn::WriteField(file, size));
   return qn::WriteField(file, formType) ? S_OK : QN_E_FILE_WRITE;
 }

@@ -62,7 +62,8 @@ QN_API HRESULT riff_ValidateChunkHeader(uint32_t id, int32_t size);
 QN_API HRESULT riff_ReadChunkHeader(HANDLE file, uint32_t* id, uint32_t* size);
 
 // Reads the header of a LIST and its type; `*size` is the stored size less the type's 4 bytes. Ends at the
-// first sub-chunk. QN_E_LIST_HEADER for another id, with the stored size in `*size`.
+// first sub-chunk. On failure `*size` holds what was known by then: the stored size with QN_E_LIST_HEADER
+// (the id is another), and less 4 when the type could not be read.
 QN_API HRESULT riff_ReadListHeader(HANDLE file, uint32_t* listType, uint32_t* size);
 
 // Reads the file header at the position. `*size` becomes the budget of the form's chunks: the stored size
@@ -92,7 +93,7 @@ QN_API HRESULT riff_ReadDataAlloc(HANDLE file, riff_DataBlock* block);
 // Reads a text of the ANSI code page from a chunk of `*size` bytes, at most `textLength` bytes of it. `text`
 // has room for `textLength` characters and is always terminated; the last byte read counts as a terminator,
 // whatever it is. Ends behind the chunk and its pad byte, and adds 1 to `*size`, be it odd or even.
-// E_OUTOFMEMORY when there is no memory. With a `textLength` of 0 or less `text` is not written.
+// E_OUTOFMEMORY when there is no memory, E_INVALIDARG with nothing read for a `textLength` below 1.
 QN_API HRESULT riff_ReadANSIString(HANDLE file, WCHAR* text, int32_t textLength, uint32_t* size);
 
 // --- Writing ----------------------------------------------------------------------------------------------

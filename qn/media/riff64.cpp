@@ -146,8 +146,9 @@ HRESULT riff64_WriteListHeader(HANDLE file, const GUID* listType, uint64_t size)
 
 HRESULT riff64_WriteFileID(HANDLE file, const GUID* formType, uint64_t size) {
   if (!formType) return E_INVALIDARG;
-  // Hosts rely on the status being that of the last write alone.
-  static_cast<void>(riff64_WriteChunkHeader(file, &RIFF64_GUID_RIFF, size));
+  // Hosts rely on the status being that of the last write alone, and on each write being tried.
+  static_cast<void>(qn::WriteField(file, RIFF64_GUID_RIFF));
+  static_cast<void>(qn::WriteField(file, size + kWave64HeaderSize));
   return StatusOfWrite(qn::WriteField(file, *formType));
 }
 
@@ -176,8 +177,7 @@ HRESULT riff64_CompleteChunk(HANDLE file, uint64_t start) {
   if (FAILED(status)) return status;
   const qn::KeepPosition keep(file);
   const uint64_t length = riff64_AmountWritten(file, start);
-  qn::Seek(file, start + sizeof(GUID));
-  return StatusOfWrite(qn::WriteField(file, length));
+  return StatusOfWrite(qn::Seek(file, start + sizeof(GUID)) && qn::WriteField(file, length));
 }
 
 HRESULT riff64_WriteChunkToFile(HANDLE file, const GUID* id, const void* data, uint64_t size) {

@@ -369,21 +369,16 @@ TEST_F(RiffText, ReadsAtMostItsRoom) {
     int32_t room;
     std::u16string text;
     uint64_t end;
-  } kRows[] = {{6, 16, u"Caf\u00E9!", 7}, {6, 4, u"Caf", 7},
-               {4, 4, u"Caf", 5},         {5, 16, u"Caf\u00E9", 7},
-               {3, 16, u"Ca", 5},         {6, 1, u"", 7},
-               {0, 16, u"", 1},           {6, 0, u"", 7},
-               {5, -1, u"", 7},           {6, std::numeric_limits<int32_t>::min(), u"", 7}};
+  } kRows[] = {{6, 16, u"Caf\u00E9!", 7}, {6, 4, u"Caf", 7}, {4, 4, u"Caf", 5}, {5, 16, u"Caf\u00E9", 7},
+               {3, 16, u"Ca", 5},         {6, 1, u"", 7},    {0, 16, u"", 1}};
   for (const auto& row : kRows) {
     std::u16string text(18, u'#');
-    const auto room = static_cast<size_t>(std::max(row.room, 0));
+    const auto room = static_cast<size_t>(row.room);
     uint32_t size = row.size;
     file.Go(1);
     EXPECT_EQ(riff_ReadANSIString(file, text.data(), row.room, &size), S_OK);
-    if (room > 0) {
-      EXPECT_EQ(text.c_str(), row.text);
-      EXPECT_EQ(text[room - 1], 0);
-    }
+    EXPECT_EQ(text.c_str(), row.text);
+    EXPECT_EQ(text[room - 1], 0);
     EXPECT_EQ(text.substr(room), std::u16string(18 - room, u'#'));
     EXPECT_EQ(size, row.size + 1);
     EXPECT_EQ(file.At(), row.end) << row.size << "/" << row.room;
@@ -391,6 +386,10 @@ TEST_F(RiffText, ReadsAtMostItsRoom) {
   WCHAR untouched = u'#';
   uint32_t size = ~0u;
   file.Go(1);
+  for (const int32_t room : {0, -1, std::numeric_limits<int32_t>::min()}) {
+    EXPECT_EQ(riff_ReadANSIString(file, &untouched, room, &size), E_INVALIDARG);
+    EXPECT_EQ(file.At(), 1u);
+  }
   EXPECT_EQ(riff_ReadANSIString(file, &untouched, std::numeric_limits<int32_t>::max(), &size), kShort);
   EXPECT_EQ(untouched, u'#');
   EXPECT_EQ(size, ~0u);
