@@ -4,14 +4,17 @@
 #include <algorithm>
 #include <cstring>
 
+#include "hwy/cache_control.h"
 #include "qn/audio/qncopy_internal.h"
 #include "qn/audio/qncopy_rule.h"
 
 namespace qn {
 namespace {
 
-constexpr size_t kLine = 64;       // bytes of a cache line
-constexpr size_t kChunk = 1024;    // samples that are staged at a time
+constexpr size_t kLine = 64;     // bytes of a cache line
+constexpr size_t kChunk = 1024;  // samples that are staged at a time in place
+constexpr size_t kTurn =
+    4096;  // bytes read and written in one turn of streaming: both stay in the first cache
 constexpr size_t kFewSamples = 8;  // up to here single samples are quicker than a padded block
 static_assert(kChunk % kConvertBlock == 0);
 
@@ -65,34 +68,37 @@ class Conversion {
   }
 
   // Buffers that do not overlap and are larger than the cache: results are gathered in whole lines and
-  // written past it.
+  // written past it, while the source of the turn after next is on its way.
   void RunStreaming(uint8_t* dst, const uint8_t* src, size_t samples) const {
-    alignas(kLine) uint8_t out[kLine + kChunk * 8];
-    size_t filled = Misalignment(dst);  // bytes at the front of `out` that are not to be converted any more
-    size_t skip = filled;               // of those, the ones that are not ours
+    alignas(kLine) uint8_t out[kLine + kTurn];
+    const size_t turn = kTurn / (pair_.srcBytes + pair_.dstBytes) / kConvertBlock * kConvertBlock;
+    size_t filled = Misalignment(dst);  // bytes in `out`
+    size_t skip = filled;               // of those, the ones at the front that are not ours
     uint8_t* line = dst - filled;       // where out[0] goes
     for (size_t done = 0; done < samples;) {
-      const size_t count = std::min(samples - done, kChunk);
+      const size_t count = std::min(samples - done, turn);
+      Prefetch(src, std::min(done + 2 * turn, samples), std::min(done + 3 * turn, samples));
       Run(out + filled, src + done * pair_.srcBytes, count);
       filled += count * pair_.dstBytes;
       done += count;
-      size_t written = filled / kLine * kLine;
-      if (skip > 0 && written > 0) {
-        std::memcpy(line + skip, out + skip, kLine - skip);
-        StreamLines(line + kLine, out + kLine, written / kLine - 1);
-        skip = 0;
-      } else {
-        StreamLines(line, out, written / kLine);
-      }
-      line += written;
-      filled -= written;
-      std::memcpy(out, out + written, filled);
+      const size_t lines = filled / kLine;
+      const size_t ragged = skip > 0 && lines > 0 ? 1 : 0;
+      if (ragged > 0) std::memcpy(line + skip, out + skip, kLine - skip);
+      StreamLines(line + ragged * kLine, out + ragged * kLine, lines - ragged);
+      if (lines > 0) skip = 0;
+      line += lines * kLine;
+      filled -= lines * kLine;
+      std::memcpy(out, out + lines * kLine, filled);
     }
     FinishStreaming();
     std::memcpy(line + skip, out + skip, filled - skip);
   }
 
  private:
+  void Prefetch(const uint8_t* src, size_t from, size_t to) const {
+    for (size_t at = from * pair_.srcBytes; at < to * pair_.srcBytes; at += kLine) hwy::Prefetch(src + at);
+  }
+
   void RunBlocks(uint8_t* dst, const uint8_t* src, size_t samples) const {
     if (second_ == nullptr) return first_(dst, src, samples, scale_);
     alignas(kLine) uint8_t middle[kConvertBlock * 8];

@@ -1,7 +1,4 @@
 // The converters for one instruction set. Included by the qncopy_vector_*.cpp files once a target.
-//
-// Samples travel as 32-bit lanes: integers of up to 24 bits as the top bits of a lane ("top"), so that all
-// widths share one scale; results of float arithmetic as the low bits of a lane ("low").
 
 #if defined(QN_AUDIO_QNCOPY_VECTOR_INL_H_) == defined(HWY_TARGET_TOGGLE)
 #ifdef QN_AUDIO_QNCOPY_VECTOR_INL_H_
@@ -10,19 +7,14 @@
 #define QN_AUDIO_QNCOPY_VECTOR_INL_H_
 #endif
 
+#include <cmath>
 #include <type_traits>
 #include <utility>
 
 #include "hwy/highway.h"
+#include "qn/audio/qncopy_lanes-inl.h"
 #include "qn/audio/qncopy_rule.h"
 #include "qn/audio/qncopy_vector.h"
-
-#undef QN_COPY_HAS_VECTOR
-#undef QN_COPY_HAS_VBMI
-// The code below counts on fused multiplication, doubles and vectors of a fixed size. Other targets run the
-// rule itself.
-#define QN_COPY_HAS_VECTOR (HWY_NATIVE_FMA && HWY_HAVE_FLOAT64 && !HWY_HAVE_SCALABLE)
-#define QN_COPY_HAS_VBMI (HWY_TARGET == HWY_AVX3_DL)
 
 HWY_BEFORE_NAMESPACE();
 namespace qn {
@@ -30,305 +22,10 @@ namespace HWY_NAMESPACE {
 
 #if QN_COPY_HAS_VECTOR
 
-namespace hn = hwy::HWY_NAMESPACE;
-
-using TagInt = hn::ScalableTag<int32_t>;
-using TagFloat = hn::ScalableTag<float>;
-using TagDouble = hn::ScalableTag<double>;
-using TagShort = hn::ScalableTag<int16_t>;
-using TagByte = hn::ScalableTag<uint8_t>;
-using TagHalfInt = hn::Rebind<int32_t, TagDouble>;
-using TagHalfFloat = hn::Rebind<float, TagDouble>;
-using VecInt = hn::Vec<TagInt>;
-using VecFloat = hn::Vec<TagFloat>;
-using VecDouble = hn::Vec<TagDouble>;
-
-inline constexpr size_t kLanes = hn::MaxLanes(TagInt());
-inline constexpr size_t kStep = 4 * kLanes;  // samples of one round of a loop: four vectors of lanes
-static_assert(kConvertBlock % kStep == 0);
-
-// ---------------------------------------------------------------- loading and storing
-
-#if QN_COPY_HAS_VBMI
-
-struct alignas(64) ByteTable {
-  uint8_t at[64];
-};
-
-// Where the window of 64 bytes begins that holds the samples of vector `vec`, without leaving the step.
-constexpr int WindowStart(int bytes, int vec) {
-  const int start = 16 * bytes * vec;
-  return bytes == 3 ? (start > 128 ? 128 : start) : start & ~63;
-}
-
-// Sources of the bytes of 16 lanes within that window; the bytes below the sample are masked to 0.
-template <int kSrc, int kVec>
-constexpr ByteTable TopTable() {
-  constexpr SampleForm form = kForm<kSrc>;
-  ByteTable table{};
-  for (int lane = 0; lane < 16; ++lane) {
-    for (int byte = 4 - form.bytes; byte < 4; ++byte) {
-      const int within = form.isBigEndian ? 3 - byte : byte - (4 - form.bytes);
-      const int at = 16 * form.bytes * kVec - WindowStart(form.bytes, kVec) + lane * form.bytes + within;
-      table.at[4 * lane + byte] = static_cast<uint8_t>(at);
-    }
-  }
-  return table;
-}
-template <int kSrc, int kVec>
-inline constexpr ByteTable kTopTable = TopTable<kSrc, kVec>();
-
-// Sources of the bytes that 64 stored bytes take from the lanes of one vector. Byte `i` of the result belongs
-// to sample (64 * kLine + i) / bytes of the step; `first` is the lowest lane byte of the value.
-template <int kDst, int kFirst, int kLine>
-constexpr ByteTable StoreTable() {
-  constexpr SampleForm form = kForm<kDst>;
-  ByteTable table{};
-  for (int i = 0; i < 64; ++i) {
-    const int at = 64 * kLine + i;
-    const int within = form.isBigEndian ? form.bytes - 1 - at % form.bytes : at % form.bytes;
-    table.at[i] = static_cast<uint8_t>(at / form.bytes % 16 * 4 + kFirst + within);
-  }
-  return table;
-}
-template <int kDst, int kFirst, int kLine>
-inline constexpr ByteTable kStoreTable = StoreTable<kDst, kFirst, kLine>();
-
-// The bytes of a stored line that come from vector `vec` of the step.
-constexpr uint64_t LineMask(int bytes, int line, int vec) {
-  uint64_t mask = 0;
-  for (int i = 0; i < 64; ++i) {
-    if ((64 * line + i) / bytes / 16 == vec) mask |= uint64_t{1} << i;
-  }
-  return mask;
-}
-
-HWY_INLINE __m512i LoadTable(const ByteTable& table) {
-  return _mm512_load_si512(reinterpret_cast<const __m512i*>(table.at));
-}
-
-template <int kSrc, int kVec>
-HWY_INLINE VecInt LoadTopVector(const uint8_t* HWY_RESTRICT src) {
-  constexpr SampleForm form = kForm<kSrc>;
-  __m512i window = _mm512_loadu_si512(src + WindowStart(form.bytes, kVec));
-  if constexpr (form.bytes == 4 && !form.isBigEndian) return VecInt{window};
-  if (form.isOffset) window = _mm512_xor_si512(window, _mm512_set1_epi8(-128));
-  constexpr __mmask64 kUsed = 0x1111111111111111ull * (16 - (1u << (4 - form.bytes)));
-  return VecInt{_mm512_maskz_permutexvar_epi8(kUsed, LoadTable(kTopTable<kSrc, kVec>), window)};
-}
-
-template <int kSrc>
-HWY_INLINE void LoadTop(const uint8_t* HWY_RESTRICT src, VecInt (&v)[4]) {
-  v[0] = LoadTopVector<kSrc, 0>(src);
-  v[1] = LoadTopVector<kSrc, 1>(src);
-  v[2] = LoadTopVector<kSrc, 2>(src);
-  v[3] = LoadTopVector<kSrc, 3>(src);
-}
-
-template <int kDst, int kFirst, int kLine>
-HWY_INLINE void StoreLine(uint8_t* HWY_RESTRICT dst, const VecInt (&v)[4]) {
-  constexpr int kBytes = kForm<kDst>.bytes;
-  constexpr int kFrom = 64 * kLine / kBytes / 16, kTo = (64 * kLine + 63) / kBytes / 16;
-  const __m512i table = LoadTable(kStoreTable<kDst, kFirst, kLine>);
-  __m512i line = _mm512_permutexvar_epi8(table, v[kFrom].raw);
-  if constexpr (kTo > kFrom) {
-    line = _mm512_mask_permutexvar_epi8(line, LineMask(kBytes, kLine, kFrom + 1), table, v[kFrom + 1].raw);
-  }
-  if constexpr (kTo > kFrom + 1) {
-    line = _mm512_mask_permutexvar_epi8(line, LineMask(kBytes, kLine, 2), table, v[2].raw);
-    line = _mm512_mask_permutexvar_epi8(line, LineMask(kBytes, kLine, 3), table, v[3].raw);
-  }
-  if (kForm<kDst>.isOffset) line = _mm512_xor_si512(line, _mm512_set1_epi8(-128));
-  _mm512_storeu_si512(dst + 64 * kLine, line);
-}
-
-// Stores the bytes of each lane from `kFirst` on as samples.
-template <int kDst, int kFirst>
-HWY_INLINE void StoreBytes(uint8_t* HWY_RESTRICT dst, const VecInt (&v)[4]) {
-  StoreLine<kDst, kFirst, 0>(dst, v);
-  if constexpr (kForm<kDst>.bytes > 1) StoreLine<kDst, kFirst, 1>(dst, v);
-  if constexpr (kForm<kDst>.bytes > 2) StoreLine<kDst, kFirst, 2>(dst, v);
-  if constexpr (kForm<kDst>.bytes > 3) StoreLine<kDst, kFirst, 3>(dst, v);
-}
-
-template <int kDst>
-HWY_INLINE void StoreTop(uint8_t* HWY_RESTRICT dst, const VecInt (&v)[4]) {
-  if constexpr (kForm<kDst>.IsWord24()) {
-    for (size_t i = 0; i < 4; ++i) {
-      hn::StoreU(hn::ShiftRight<8>(v[i]), TagInt(), reinterpret_cast<int32_t*>(dst) + i * kLanes);
-    }
-  } else {
-    StoreBytes<kDst, 4 - kForm<kDst>.bytes>(dst, v);
-  }
-}
-
-template <int kDst>
-HWY_INLINE void StoreLow(uint8_t* HWY_RESTRICT dst, const VecInt (&v)[4]) {
-  StoreBytes<kDst, 0>(dst, v);
-}
-
-#else  // QN_COPY_HAS_VBMI
-
-using TagBlock = hn::FixedTag<uint8_t, 16>;
-using TagBlockOf3 = hn::Repartition<uint8_t, TagInt>;
-
-// Bytes of four lanes, the same for each block of 16.
-struct alignas(16) BlockTable {
-  uint8_t at[16];
-};
-HWY_INLINE VecInt Shuffle(VecInt v, const BlockTable& table) {
-  const TagByte d;
-  return hn::BitCast(TagInt(), hn::TableLookupBytesOr0(hn::BitCast(d, v), hn::LoadDup128(d, table.at)));
-}
-
-// Moves the sample that lies in the low bytes of each lane to the top, its bytes in the lane's order.
-template <int kSrc>
-constexpr BlockTable LaneTable() {
-  constexpr SampleForm form = kForm<kSrc>;
-  BlockTable table{};
-  for (int i = 0; i < 16; ++i) {
-    const int byte = i % 4, within = form.isBigEndian ? 3 - byte : byte - (4 - form.bytes);
-    const bool used = byte >= 4 - form.bytes;
-    table.at[i] = static_cast<uint8_t>(used ? i / 4 * 4 + within : 0x80);
-  }
-  return table;
-}
-template <int kSrc>
-inline constexpr BlockTable kLaneTable = LaneTable<kSrc>();
-
-// Spreads four packed 3-byte samples, from byte `skip` of a block on, to the tops of its lanes; and packs
-// the three bytes of each lane from `first` on.
-constexpr BlockTable SpreadTable(bool bigEndian, int skip) {
-  BlockTable table{};
-  for (int i = 0; i < 16; ++i) {
-    const int byte = i % 4;
-    table.at[i] =
-        static_cast<uint8_t>(byte == 0 ? 0x80 : skip + i / 4 * 3 + (bigEndian ? 3 - byte : byte - 1));
-  }
-  return table;
-}
-constexpr BlockTable PackTable(bool bigEndian, int first) {
-  BlockTable table{};
-  for (int i = 0; i < 16; ++i) {
-    const int within = bigEndian ? 2 - i % 3 : i % 3;
-    table.at[i] = static_cast<uint8_t>(i < 12 ? i / 3 * 4 + first + within : 0x80);
-  }
-  return table;
-}
-template <bool kBigEndian, int kSkip>
-inline constexpr BlockTable kSpreadTable = SpreadTable(kBigEndian, kSkip);
-template <bool kBigEndian, int kFirst>
-inline constexpr BlockTable kPackTable = PackTable(kBigEndian, kFirst);
-
-inline constexpr size_t kBlocks = kLanes / 4;  // blocks of 16 bytes in a vector
-static_assert(kBlocks <= 2);
-
-// The packed samples of one vector, each block's four at the block's start (or from byte 4 on, when `skip`
-// says so: reading from further back keeps the last window within the step).
-HWY_INLINE VecInt LoadPacked(const uint8_t* HWY_RESTRICT src) {
-  const hn::FixedTag<int32_t, 4> block;
-  const auto low = hn::LoadU(block, reinterpret_cast<const int32_t*>(src));
-#if HWY_TARGET == HWY_AVX2
-  return hn::Combine(TagInt(), hn::LoadU(block, reinterpret_cast<const int32_t*>(src + 12)), low);
-#else
-  return low;
-#endif
-}
-
-template <int kSrc>
-HWY_INLINE void LoadTop(const uint8_t* HWY_RESTRICT src, VecInt (&v)[4]) {
-  constexpr SampleForm form = kForm<kSrc>;
-  if constexpr (form.bytes == 3) {
-    v[0] = Shuffle(LoadPacked(src), kSpreadTable<form.isBigEndian, 0>);
-    for (size_t i = 1; i < 4; ++i) {
-      v[i] = Shuffle(LoadPacked(src + i * kLanes * 3 - 4), kSpreadTable<form.isBigEndian, 4>);
-    }
-    return;
-  }
-  for (size_t i = 0; i < 4; ++i) {
-    const uint8_t* from = src + i * kLanes * static_cast<size_t>(form.bytes);
-    if constexpr (form.bytes == 1) {
-      auto bytes = hn::LoadU(hn::Rebind<int8_t, TagInt>(), reinterpret_cast<const int8_t*>(from));
-      if (form.isOffset) bytes = hn::Xor(bytes, hn::Set(hn::Rebind<int8_t, TagInt>(), -128));
-      v[i] = hn::ShiftLeft<24>(hn::PromoteTo(TagInt(), bytes));
-    } else if constexpr (form.bytes == 2) {
-      const auto shorts = hn::LoadU(hn::Rebind<int16_t, TagInt>(), reinterpret_cast<const int16_t*>(from));
-      v[i] = hn::PromoteTo(TagInt(), shorts);
-      v[i] = form.isBigEndian ? Shuffle(v[i], kLaneTable<kSrc>) : hn::ShiftLeft<16>(v[i]);
-    } else {
-      v[i] = hn::LoadU(TagInt(), reinterpret_cast<const int32_t*>(from));
-      if (form.isBigEndian) v[i] = Shuffle(v[i], kLaneTable<kSrc>);
-    }
-  }
-}
-
-template <bool kBigEndian, int kFirst>
-HWY_INLINE void StorePacked(uint8_t* HWY_RESTRICT dst, const VecInt (&v)[4]) {
-  const TagBlock block;
-  const TagByte d;
-  for (size_t i = 0; i < 4; ++i) {
-    alignas(32) uint8_t packed[sizeof(VecInt)];
-    hn::Store(hn::BitCast(d, Shuffle(v[i], kPackTable<kBigEndian, kFirst>)), d, packed);
-    for (size_t b = 0; b < kBlocks; ++b) {
-      // Each store but the last runs 4 bytes into the place of the next.
-      uint8_t* to = dst + (i * kBlocks + b) * 12;
-      if (i == 3 && b == kBlocks - 1) {
-        std::memcpy(to, packed + 16 * b, 12);
-      } else {
-        hn::StoreU(hn::Load(block, packed + 16 * b), block, to);
-      }
-    }
-  }
-}
-
-template <int kDst>
-HWY_INLINE void StoreTop(uint8_t* HWY_RESTRICT dst, const VecInt (&v)[4]) {
-  constexpr SampleForm form = kForm<kDst>;
-  if constexpr (form.bytes == 3) {
-    StorePacked<form.isBigEndian, 1>(dst, v);
-    return;
-  }
-  for (size_t i = 0; i < 4; ++i) {
-    uint8_t* to = dst + i * kLanes * static_cast<size_t>(form.bytes);
-    if constexpr (form.bytes == 1) {
-      const hn::Rebind<int8_t, TagInt> d;
-      auto bytes = hn::DemoteTo(d, hn::ShiftRight<24>(v[i]));
-      if (form.isOffset) bytes = hn::Xor(bytes, hn::Set(d, -128));
-      hn::StoreU(bytes, d, reinterpret_cast<int8_t*>(to));
-    } else if constexpr (form.bytes == 2) {
-      const hn::Rebind<int16_t, TagInt> d;
-      auto shorts = hn::DemoteTo(d, hn::ShiftRight<16>(v[i]));
-      if (form.isBigEndian)
-        shorts = hn::Or(
-            hn::ShiftLeft<8>(shorts),
-            hn::BitCast(d, hn::ShiftRight<8>(hn::BitCast(hn::RebindToUnsigned<decltype(d)>(), shorts))));
-      hn::StoreU(shorts, d, reinterpret_cast<int16_t*>(to));
-    } else {
-      VecInt word = v[i];
-      if (form.IsWord24()) word = hn::ShiftRight<8>(word);
-      if (form.isBigEndian) word = Shuffle(word, kLaneTable<kDst>);
-      hn::StoreU(word, TagInt(), reinterpret_cast<int32_t*>(to));
-    }
-  }
-}
-
-template <int kDst>
-HWY_INLINE void StoreLow(uint8_t* HWY_RESTRICT dst, const VecInt (&v)[4]) {
-  constexpr SampleForm form = kForm<kDst>;
-  if constexpr (form.bytes == 3) {
-    StorePacked<form.isBigEndian, 0>(dst, v);
-  } else if constexpr (form.IsWord24()) {
-    for (size_t i = 0; i < 4; ++i) hn::StoreU(v[i], TagInt(), reinterpret_cast<int32_t*>(dst) + i * kLanes);
-  } else {
-    VecInt top[4];
-    for (size_t i = 0; i < 4; ++i) top[i] = hn::ShiftLeft<32 - 8 * form.bytes>(v[i]);
-    StoreTop<kDst>(dst, top);
-  }
-}
-
-#endif  // QN_COPY_HAS_VBMI
-
 // ---------------------------------------------------------------- steps of the arithmetic
+
+// Which rails of the destination a conversion can meet.
+enum class Rails { kNone, kUpper, kBoth };
 
 // Clips; a NaN passes.
 template <class D, class V = hn::Vec<D>, typename T = hn::TFromD<D>>
@@ -340,6 +37,14 @@ HWY_INLINE V Clip(D d, V v, T low, T high) {
   v = hn::IfThenElse(hn::Lt(v, hn::Set(d, low)), hn::Set(d, low), v);
   return hn::IfThenElse(hn::Gt(v, hn::Set(d, high)), hn::Set(d, high), v);
 #endif
+}
+
+template <Rails kRails>
+HWY_INLINE VecInt ClipInts(VecInt v, int32_t low, int32_t high) {
+  const TagInt d;
+  if constexpr (kRails != Rails::kNone) v = hn::Min(v, hn::Set(d, high));
+  if constexpr (kRails == Rails::kBoth) v = hn::Max(v, hn::Set(d, low));
+  return v;
 }
 
 // To the nearest integer, ties to even. What does not fit gives INT_MIN on x86.
@@ -357,256 +62,422 @@ HWY_INLINE VecInt BitsOf(VecFloat v) {
   return hn::BitCast(TagInt(), v);
 }
 
-// Samples of a float type in units of the destination, rounded and in the low bits. A NaN leaves what the low
-// bits of its pattern would be as a double: its three lowest bits in the top of a lane.
+// A step of floats in units of the destination, clipped and rounded, in the low bits. A NaN leaves what the
+// low bits of its pattern would be as a double: its three lowest bits in the top of a lane, and zeros below.
 template <int kDst>
-HWY_INLINE VecInt RoundFloat(VecFloat y) {
+HWY_INLINE void RoundFloats(const VecFloat (&y)[4], VecInt (&v)[4]) {
   const TagInt di;
   const TagFloat df;
   constexpr SampleForm form = kForm<kDst>;
-  if constexpr (form.bits < 32) {
-    y = Clip(df, y, static_cast<float>(LowRail(form)), static_cast<float>(HighRail(form)));
+  QN_COPY_UNROLL
+  for (size_t i = 0; i < 4; ++i) {
+    if constexpr (form.bits < 32) {
+      v[i] =
+          NearestRaw(Clip(df, y[i], static_cast<float>(LowRail(form)), static_cast<float>(HighRail(form))));
+    } else {
+      const auto tooHigh = hn::RebindMask(di, hn::Ge(y[i], hn::Set(df, 0x1p31f)));
+      v[i] = hn::IfThenElse(tooHigh, hn::Set(di, INT32_MAX), NearestRaw(y[i]));
+    }
+  }
 #if HWY_ARCH_X86
-    if (!form.IsWord24()) return NearestRaw(y);  // a NaN's INT_MIN has zeros in the bits that are stored
+  if constexpr (form.bytes < 4) return;  // a NaN's INT_MIN has zeros in the bits that are stored
 #endif
-    return hn::IfThenElse(hn::RebindMask(di, hn::Eq(y, y)), NearestRaw(y), hn::ShiftLeft<29>(BitsOf(y)));
-  } else {
-    const auto tooHigh = hn::RebindMask(di, hn::Ge(y, hn::Set(df, 0x1p31f)));
-    VecInt word = hn::IfThenElse(tooHigh, hn::Set(di, INT32_MAX), NearestRaw(y));
-    return hn::IfThenElse(hn::RebindMask(di, hn::Eq(y, y)), word, hn::ShiftLeft<29>(BitsOf(y)));
+  // One NaN makes the sum a NaN; so may infinities, which the loop leaves alone.
+  const VecFloat sum = hn::Add(hn::Add(y[0], y[1]), hn::Add(y[2], y[3]));
+  if (HWY_LIKELY(hn::AllTrue(df, hn::Eq(sum, sum)))) return;
+  QN_COPY_UNROLL
+  for (size_t i = 0; i < 4; ++i) {
+    v[i] = hn::IfThenElse(hn::RebindMask(di, hn::Eq(y[i], y[i])), v[i], hn::ShiftLeft<29>(BitsOf(y[i])));
   }
 }
 
 // Samples of double type in units of the destination, rounded; the low bits of two vectors side by side.
-template <int kDst>
+template <int kDst, Rails kRails>
 HWY_INLINE VecInt RoundDoubles(VecDouble low, VecDouble high) {
   const TagInt di;
   const TagDouble dd;
   constexpr SampleForm form = kForm<kDst>;
-  low = hn::Add(Clip(dd, low, LowRail(form), HighRail(form)), hn::Set(dd, kRoundingMagic));
-  high = hn::Add(Clip(dd, high, LowRail(form), HighRail(form)), hn::Set(dd, kRoundingMagic));
+  if constexpr (kRails == Rails::kBoth) {
+    low = Clip(dd, low, LowRail(form), HighRail(form));
+    high = Clip(dd, high, LowRail(form), HighRail(form));
+  }
+  low = hn::Add(low, hn::Set(dd, kRoundingMagic));
+  high = hn::Add(high, hn::Set(dd, kRoundingMagic));
   return hn::ConcatEven(di, hn::BitCast(di, high), hn::BitCast(di, low));
 }
 
-HWY_INLINE VecDouble LowDoubles(VecInt v) {
-  return hn::PromoteTo(TagDouble(), hn::LowerHalf(TagHalfInt(), v));
-}
-HWY_INLINE VecDouble HighDoubles(VecInt v) {
-  return hn::PromoteTo(TagDouble(), hn::UpperHalf(TagHalfInt(), v));
-}
-
-// Two vectors of doubles as samples of a float type.
-template <int kDst, typename T>
-HWY_INLINE void StoreDoubles(T* HWY_RESTRICT out, VecDouble low, VecDouble high) {
-  if constexpr (kDst == QNST_FLOAT32) {
-    const TagHalfFloat half;
-    hn::StoreU(hn::DemoteTo(half, low), half, out);
-    hn::StoreU(hn::DemoteTo(half, high), half, out + kLanes / 2);
-  } else {
-    hn::StoreU(low, TagDouble(), out);
-    hn::StoreU(high, TagDouble(), out + kLanes / 2);
-  }
-}
-
-// Integers in the top bits, rounded to the `kBits` top bits; the bits below them are left undefined. Only the
-// upper rail can be met.
+// 32-bit integers rounded to their `kBits` top bits; the bits below them are left undefined.
 template <int kBits>
 HWY_INLINE VecInt RoundTop(VecInt v) {
   const TagInt d;
   constexpr int kShift = 32 - kBits;
-  constexpr int32_t kHigh = INT32_MAX >> kShift << kShift;
-  v = hn::Min(v, hn::Set(d, kHigh));
+  v = hn::Min(v, hn::Set(d, INT32_MAX >> kShift << kShift));
   const VecInt odd = hn::And(hn::ShiftRight<kShift>(v), hn::Set(d, 1));
   return hn::Add(hn::Add(v, hn::Set(d, (1 << (kShift - 1)) - 1)), odd);
 }
 
-// Top-aligned integers of up to 24 bits times `factor`, rounded once to the integer units of a destination
-// of 8 or 16 bits. One fused addition of 1.5 * 2^23 does the product and the rounding: the result's low bits
-// are the integer.
-template <int kDst>
-HWY_INLINE VecInt GainTo16(VecInt top, VecFloat factor) {
-  const TagInt di;
+// 24-in-32 words clipped and moved to the top, for destinations of `kBits` bits.
+template <int kBits>
+HWY_INLINE VecInt TopOfWord24(VecInt v) {
+  const TagInt d;
+  const VecInt top = hn::ShiftLeft<8>(ClipInts<Rails::kBoth>(v, -0x800000, 0x7FFFFF));
+  if constexpr (kBits < 32) return top;
+  return hn::IfThenElse(hn::Gt(v, hn::Set(d, 0x7FFFFF)), hn::Set(d, INT32_MAX), top);
+}
+
+// What a conversion multiplies by, in the units of lanes and destination.
+struct Gain {
+  VecFloat factor;
+  VecDouble wide;
+  // Samples at or beyond these give a rail where 32-bit results would run over.
+  VecFloat above, below;
+  VecInt railAbove, railBelow;
+};
+
+// Integers of up to 24 bits times the gain, rounded once to the integer units of a destination of 8 or 16
+// bits: one fused addition of 1.5 * 2^23 does the product and the rounding, and leaves the integer in the low
+// bits. (The 24-in-32 words that are inexact as floats end at the rails.)
+template <int kDst, Rails kRails>
+HWY_INLINE VecInt GainTo16(VecInt v, const Gain& gain) {
   const TagFloat df;
   constexpr int32_t kZero = 0x4B400000;  // the bits of 1.5 * 2^23
   constexpr int32_t kHigh = static_cast<int32_t>(HighRail(kForm<kDst>));
-  constexpr int32_t kLow = static_cast<int32_t>(LowRail(kForm<kDst>));
-  const VecInt sum = BitsOf(hn::MulAdd(hn::ConvertTo(df, top), factor, hn::Set(df, 0x1.8p23f)));
-  return hn::Max(hn::Min(sum, hn::Set(di, kZero + kHigh)), hn::Set(di, kZero + kLow));
+  const VecFloat sum = hn::MulAdd(hn::ConvertTo(df, v), gain.factor, hn::Set(df, 0x1.8p23f));
+  return ClipInts<kRails>(BitsOf(sum), kZero - kHigh - 1, kZero + kHigh);
 }
 
-// The same to 24 bits, which is too wide for one such step. The first rounds the product to a multiple of
-// 256 (the constant's bits 0x4F60C000 stand for zero), the second what is left of the product, which is again
-// exact. Both constants together have zeros in the low 24 bits.
-HWY_INLINE VecInt GainTo24(VecInt top, VecFloat factor) {
-  const TagInt di;
+// The same to more than 16 bits, which is too wide for one such step. The first rounds the product to a
+// multiple of 2^kShift, and its bits have the constant kCoarse for zero; the second rounds what is left,
+// which is exact again: the difference of the constants and the first sum is. The result is the sum of both
+// kinds of bits: the integer plus kZero.
+template <uint32_t kCoarse, int kShift>
+HWY_INLINE VecInt FusedProduct(VecInt top, const Gain& gain) {
   const TagFloat df;
-  constexpr float kCoarse = std::bit_cast<float>(0x4F60C000), kFine = 0x1.8p23f;
-  constexpr int32_t kZero = static_cast<int32_t>((0x4F60C000u << 8) + 0x4B400000u);
-  static_assert((kZero & 0xFFFFFF) == 0);
+  constexpr float kCoarseMagic = std::bit_cast<float>(kCoarse), kFineMagic = 0x1.8p23f;
   const VecFloat sample = hn::ConvertTo(df, top);
-  const VecFloat coarse = hn::MulAdd(sample, factor, hn::Set(df, kCoarse));
-  const VecFloat fine = hn::MulAdd(sample, factor, hn::Sub(hn::Set(df, kCoarse + kFine), coarse));
-  const VecInt sum = hn::Add(hn::ShiftLeft<8>(BitsOf(coarse)), BitsOf(fine));
-  return hn::Max(hn::Min(sum, hn::Set(di, kZero + 0x7FFFFF)), hn::Set(di, kZero - 0x800000));
+  const VecFloat coarse = hn::MulAdd(sample, gain.factor, hn::Set(df, kCoarseMagic));
+  const VecFloat rest = hn::Sub(hn::Set(df, kCoarseMagic + kFineMagic), coarse);
+  const VecFloat fine = hn::MulAdd(sample, gain.factor, rest);
+  return hn::Add(hn::ShiftLeft<kShift>(BitsOf(coarse)), BitsOf(fine));
+}
+template <uint32_t kCoarse, int kShift>
+inline constexpr int32_t kFusedZero = static_cast<int32_t>((kCoarse << kShift) + 0x4B400000u);
+
+// Near 1.75 * 2^31, in steps of 256; chosen so that the zero has no bits among the low 24.
+inline constexpr int32_t kGain24Zero = kFusedZero<0x4F60C000, 8>;
+static_assert((kGain24Zero & 0xFFFFFF) == 0);
+template <Rails kRails>
+HWY_INLINE VecInt GainTo24(VecInt top, const Gain& gain) {
+  return ClipInts<kRails>(FusedProduct<0x4F60C000, 8>(top, gain), kGain24Zero - 0x800000,
+                          kGain24Zero + 0x7FFFFF);
+}
+
+// 1.5 * 2^32, in steps of 512: all 32-bit integers fit, and what would run over is put on the rails.
+template <Rails kRails>
+HWY_INLINE VecInt GainTo32(VecInt top, const Gain& gain) {
+  const TagInt di;
+  VecInt word = hn::Sub(FusedProduct<0x4FC00000, 9>(top, gain), hn::Set(di, kFusedZero<0x4FC00000, 9>));
+  if constexpr (kRails == Rails::kBoth) {
+    const VecFloat sample = hn::ConvertTo(TagFloat(), top);
+    word = hn::IfThenElse(hn::RebindMask(di, hn::Ge(sample, gain.above)), gain.railAbove, word);
+    word = hn::IfThenElse(hn::RebindMask(di, hn::Le(sample, gain.below)), gain.railBelow, word);
+  }
+  return word;
 }
 
 // ---------------------------------------------------------------- converters
 
-// 8 and 16-bit integers among themselves with unit scale, in lanes of their own width.
-template <int kDst, int kSrc>
-void ConvertNarrow(uint8_t* HWY_RESTRICT dst, const uint8_t* HWY_RESTRICT src, size_t samples, float) {
-  constexpr SampleForm to = kForm<kDst>, from = kForm<kSrc>;
-  const TagByte dByte;
-  const TagShort dShort;
-  const hn::Rebind<uint8_t, TagShort> dHalf;
-  const hn::RebindToUnsigned<TagShort> dWord;
-  const auto offset = hn::Set(dByte, 0x80);
-  const auto halfOffset = hn::Set(dHalf, 0x80);
-  if constexpr (to.bytes == 1 && from.bytes == 1) {
-    for (size_t i = 0; i < samples; i += hn::MaxLanes(dByte)) {
-      hn::StoreU(hn::Xor(hn::LoadU(dByte, src + i), offset), dByte, dst + i);
-    }
-    return;
-  }
-  for (size_t i = 0; i < samples; i += hn::MaxLanes(dShort)) {
-    uint16_t* const words = reinterpret_cast<uint16_t*>(dst) + i;
-    if constexpr (from.bytes == 1) {
-      auto bytes = hn::LoadU(dHalf, src + i);
-      if (from.isOffset) bytes = hn::Xor(bytes, halfOffset);
-      const auto wide = hn::PromoteTo(dWord, bytes);
-      hn::StoreU(to.isBigEndian ? wide : hn::ShiftLeft<8>(wide), dWord, words);
-    } else {
-      auto v = hn::LoadU(dWord, reinterpret_cast<const uint16_t*>(src) + i);
-      if (from.isBigEndian != (to.bytes == 2 && to.isBigEndian)) {
-        v = hn::Or(hn::ShiftLeft<8>(v), hn::ShiftRight<8>(v));
-      }
-      if constexpr (to.bytes == 2) {
-        hn::StoreU(v, dWord, words);
-      } else {
-        // Round to even; the saturating addition is the clip at the upper rail.
-        const auto value = hn::BitCast(dShort, v);
-        const auto odd = hn::And(hn::ShiftRight<8>(value), hn::Set(dShort, 1));
-        const auto sum = hn::SaturatedAdd(value, hn::Add(odd, hn::Set(dShort, 0x7F)));
-        auto bytes = hn::BitCast(dHalf, hn::DemoteTo(hn::Rebind<int8_t, TagShort>(), hn::ShiftRight<8>(sum)));
-        if (to.isOffset) bytes = hn::Xor(bytes, halfOffset);
-        hn::StoreU(bytes, dHalf, dst + i);
-      }
-    }
+enum class Mode {
+  kUnit,  // scale 1.0
+  kSoft,  // up to kSoftest: full scale stays clear of the rails
+  kLoud,  // any other
+};
+constexpr float kSoftest = 0.99f;
+
+// `exact` is the scale times the ratio of the units.
+HWY_INLINE Gain MakeGain(float scale, float factor, double exact) {
+  const TagFloat df;
+  const TagInt di;
+  // The first samples, on the 24-bit grid of the top bits, whose products reach the rails.
+  const double size = std::fabs(static_cast<double>(scale));
+  const float toHigh = static_cast<float>(std::ceil(2147483647.0 / size / 256) * 256);
+  const float toLow = static_cast<float>(std::ceil(2147483648.0 / size / 256) * 256);
+  const bool flips = scale < 0;
+  return {hn::Set(df, factor),
+          hn::Set(TagDouble(), exact),
+          hn::Set(df, flips ? toLow : toHigh),
+          hn::Set(df, flips ? -toHigh : -toLow),
+          hn::Set(di, flips ? INT32_MIN : INT32_MAX),
+          hn::Set(di, flips ? INT32_MAX : INT32_MIN)};
+}
+
+HWY_INLINE void StoreAsFloats(uint8_t* HWY_RESTRICT dst, const VecInt (&v)[4], const Gain& gain) {
+  QN_COPY_UNROLL
+  for (size_t i = 0; i < 4; ++i) {
+    const VecFloat x = hn::Mul(hn::ConvertTo(TagFloat(), v[i]), gain.factor);
+    hn::StoreU(x, TagFloat(), reinterpret_cast<float*>(dst) + i * kLanes);
   }
 }
 
-// From integers, `factor` and `wide` being the gain times the ratio of the units. The unit gain is a power of
-// two like any, so kUnit matters only where integers stay integers and where 32 of them become floats.
-template <int kDst, int kSrc, bool kUnit>
-HWY_INLINE void ConvertStepFromInt(uint8_t* HWY_RESTRICT dst, const uint8_t* HWY_RESTRICT src,
-                                   VecFloat factor, VecDouble wide) {
+template <typename T, int kSrc>
+HWY_INLINE void StepIntThroughDouble(uint8_t* HWY_RESTRICT dst, const uint8_t* HWY_RESTRICT src,
+                                     const Gain& gain) {
+  VecDouble wide[8];
+  LoadDoubles<kSrc>(src, wide);
+  QN_COPY_UNROLL
+  for (size_t i = 0; i < 4; ++i) {
+    StoreDoubles(reinterpret_cast<T*>(dst) + i * kLanes, hn::Mul(wide[2 * i], gain.wide),
+                 hn::Mul(wide[2 * i + 1], gain.wide));
+  }
+}
+
+template <int kDst, int kSrc>
+HWY_INLINE void StepInt(uint8_t* HWY_RESTRICT dst, const uint8_t* HWY_RESTRICT src, const Gain& gain) {
   constexpr SampleForm to = kForm<kDst>, from = kForm<kSrc>;
-  const TagInt di;
   VecInt v[4];
   LoadTop<kSrc>(src, v);
-  if constexpr (kDst == QNST_FLOAT32) {
-    constexpr bool kSingle = kUnit || from.bytes < 4 || kSrc == QNST_PCM32;
-    for (size_t i = 0; i < 4; ++i) {
-      float* const out = reinterpret_cast<float*>(dst) + i * kLanes;
-      if constexpr (kSingle) {
-        hn::StoreU(hn::Mul(hn::ConvertTo(TagFloat(), v[i]), factor), TagFloat(), out);
-      } else {
-        StoreDoubles<kDst>(out, hn::Mul(LowDoubles(v[i]), wide), hn::Mul(HighDoubles(v[i]), wide));
-      }
-    }
-  } else if constexpr (kDst == QNST_FLOAT64) {
-    for (size_t i = 0; i < 4; ++i) {
-      double* const out = reinterpret_cast<double*>(dst) + i * kLanes;
-      StoreDoubles<kDst>(out, hn::Mul(LowDoubles(v[i]), wide), hn::Mul(HighDoubles(v[i]), wide));
-    }
-  } else if constexpr (kUnit) {
-    for (VecInt& x : v) {
-      if constexpr (from.IsWord24()) {
-        // The word may hold more than 24 bits: the rails are met before it is moved to the top.
-        const auto tooHigh = hn::Gt(x, hn::Set(di, 0x7FFFFF));
-        x = hn::ShiftLeft<8>(hn::Max(hn::Min(x, hn::Set(di, 0x7FFFFF)), hn::Set(di, -0x800000)));
-        if constexpr (to.bits == 32) x = hn::IfThenElse(tooHigh, hn::Set(di, INT32_MAX), x);
-      }
-      if constexpr (from.bits > to.bits) x = RoundTop<to.bits>(x);
-    }
-    StoreTop<kDst>(dst, v);
-  } else {
-    for (VecInt& x : v) {
-      if constexpr (from.bytes == 4 || to.bits == 32) {
-        x = RoundDoubles<kDst>(hn::Mul(LowDoubles(x), wide), hn::Mul(HighDoubles(x), wide));
-      } else if constexpr (to.bits == 24) {
-        x = GainTo24(x, factor);
-        if constexpr (to.IsWord24()) x = hn::ShiftRight<8>(hn::ShiftLeft<8>(x));
-      } else {
-        x = GainTo16<kDst>(x, factor);
-      }
-    }
-    StoreLow<kDst>(dst, v);
+  if constexpr (kDst == QNST_FLOAT32) return StoreAsFloats(dst, v, gain);
+  if constexpr (from.bits == 24 && to.bits <= 16) {
+    QN_COPY_UNROLL
+    for (VecInt& x : v) x = GainTo16 < kDst, from.IsWord24() ? Rails::kBoth : Rails::kUpper > (x, gain);
+    return StoreLow<kDst>(dst, v);
   }
+  QN_COPY_UNROLL
+  for (VecInt& x : v) {
+    if constexpr (from.IsWord24()) x = TopOfWord24<to.bits>(x);
+    if constexpr (from.bits > to.bits) x = RoundTop<to.bits>(x);
+  }
+  StoreTop<kDst>(dst, v);
 }
 
-template <int kDst>
-HWY_INLINE void ConvertStepFromFloat(uint8_t* HWY_RESTRICT dst, const float* HWY_RESTRICT src,
-                                     VecFloat factor, VecDouble wide) {
-  if constexpr (kDst == QNST_FLOAT64) {
-    const TagHalfFloat half;
-    for (size_t i = 0; i < kStep; i += kLanes) {
-      const VecDouble low = hn::PromoteTo(TagDouble(), hn::LoadU(half, src + i));
-      const VecDouble high = hn::PromoteTo(TagDouble(), hn::LoadU(half, src + i + kLanes / 2));
-      StoreDoubles<kDst>(reinterpret_cast<double*>(dst) + i, hn::Mul(low, wide), hn::Mul(high, wide));
-    }
-  } else if constexpr (kDst == QNST_FLOAT32) {
-    for (size_t i = 0; i < kStep; i += kLanes) {
-      const VecFloat product = hn::Mul(hn::LoadU(TagFloat(), src + i), factor);
-      hn::StoreU(product, TagFloat(), reinterpret_cast<float*>(dst) + i);
-    }
-  } else {
-    VecInt v[4];
-    for (size_t i = 0; i < 4; ++i) {
-      v[i] = RoundFloat<kDst>(hn::Mul(hn::LoadU(TagFloat(), src + i * kLanes), factor));
-    }
-    StoreLow<kDst>(dst, v);
-  }
-}
-
-template <int kDst>
-HWY_INLINE void ConvertStepFromDouble(uint8_t* HWY_RESTRICT dst, const double* HWY_RESTRICT src,
-                                      VecDouble wide) {
-  VecInt v[4];
-  for (size_t i = 0; i < 4; ++i) {
-    const VecDouble low = hn::Mul(hn::LoadU(TagDouble(), src + i * kLanes), wide);
-    const VecDouble high = hn::Mul(hn::LoadU(TagDouble(), src + i * kLanes + kLanes / 2), wide);
-    if constexpr (kForm<kDst>.isFloat) {
-      using Out = std::conditional_t<kDst == QNST_FLOAT32, float, double>;
-      StoreDoubles<kDst>(reinterpret_cast<Out*>(dst) + i * kLanes, low, high);
+// Integers of up to 24 bits, in the top bits.
+template <int kDst, Rails kRails>
+HWY_INLINE void StoreGained(uint8_t* HWY_RESTRICT dst, VecInt (&v)[4], const Gain& gain) {
+  constexpr SampleForm to = kForm<kDst>;
+  if constexpr (kDst == QNST_FLOAT32) return StoreAsFloats(dst, v, gain);
+  QN_COPY_UNROLL
+  for (VecInt& x : v) {
+    if constexpr (to.bits == 32) {
+      x = GainTo32<kRails>(x, gain);
+    } else if constexpr (to.bits == 24) {
+      x = GainTo24<kRails>(x, gain);
+      if constexpr (to.IsWord24()) x = hn::Sub(x, hn::Set(TagInt(), kGain24Zero));
     } else {
-      v[i] = RoundDoubles<kDst>(low, high);
+      x = GainTo16<kDst, kRails>(x, gain);
+    }
+  }
+  StoreLow<kDst>(dst, v);
+}
+
+// Moves 24-in-32 words to the top if all of a step fit there, as they should.
+HWY_INLINE bool MoveWords24ToTop(VecInt (&v)[4]) {
+  const TagInt di;
+  VecInt lost = hn::Zero(di), top[4];
+  QN_COPY_UNROLL
+  for (size_t i = 0; i < 4; ++i) {
+    top[i] = hn::ShiftLeft<8>(v[i]);
+    lost = hn::Or(lost, hn::Xor(hn::ShiftRight<8>(top[i]), v[i]));
+  }
+  if (!hn::AllTrue(di, hn::Eq(lost, hn::Zero(di)))) return false;
+  QN_COPY_UNROLL
+  for (size_t i = 0; i < 4; ++i) v[i] = top[i];
+  return true;
+}
+
+template <int kDst, int kSrc, Rails kRails>
+HWY_INLINE void StepIntWithGain(uint8_t* HWY_RESTRICT dst, const uint8_t* HWY_RESTRICT src,
+                                const Gain& gain) {
+  constexpr SampleForm to = kForm<kDst>, from = kForm<kSrc>;
+  VecInt v[4];
+  if constexpr (from.bits < 32) {
+    LoadTop<kSrc>(src, v);
+    if (!from.IsWord24() || MoveWords24ToTop(v)) return StoreGained<kDst, kRails>(dst, v, gain);
+  }
+  // A product of more than 24 bits and a gain needs doubles.
+  if constexpr (to.isFloat) return StepIntThroughDouble<float, kSrc>(dst, src, gain);
+  VecDouble wide[8];
+  LoadDoubles<kSrc>(src, wide);
+  QN_COPY_UNROLL
+  for (size_t i = 0; i < 4; ++i) {
+    v[i] = RoundDoubles < kDst,
+    from.IsWord24() ? Rails::kBoth
+                    : kRails > (hn::Mul(wide[2 * i], gain.wide), hn::Mul(wide[2 * i + 1], gain.wide));
+  }
+  StoreLow<kDst>(dst, v);
+}
+
+template <int kDst>
+HWY_INLINE void StepFromFloat(uint8_t* HWY_RESTRICT dst, const float* HWY_RESTRICT src, const Gain& gain) {
+  VecFloat y[4];
+  QN_COPY_UNROLL
+  for (size_t i = 0; i < 4; ++i) {
+    const float* const from = src + i * kLanes;
+    if constexpr (kDst == QNST_FLOAT64) {
+      const TagHalfFloat half;
+      const VecDouble low = hn::PromoteTo(TagDouble(), hn::LoadU(half, from));
+      const VecDouble high = hn::PromoteTo(TagDouble(), hn::LoadU(half, from + kLanes / 2));
+      StoreDoubles(reinterpret_cast<double*>(dst) + i * kLanes, hn::Mul(low, gain.wide),
+                   hn::Mul(high, gain.wide));
+    } else {
+      y[i] = hn::Mul(hn::LoadU(TagFloat(), from), gain.factor);
+      if (kDst == QNST_FLOAT32) hn::StoreU(y[i], TagFloat(), reinterpret_cast<float*>(dst) + i * kLanes);
+    }
+  }
+  if constexpr (!kForm<kDst>.isFloat) {
+    VecInt v[4];
+    RoundFloats<kDst>(y, v);
+    StoreLow<kDst>(dst, v);
+  }
+}
+
+template <int kDst>
+HWY_INLINE void StepFromDouble(uint8_t* HWY_RESTRICT dst, const double* HWY_RESTRICT src, const Gain& gain) {
+  VecInt v[4];
+  QN_COPY_UNROLL
+  for (size_t i = 0; i < 4; ++i) {
+    const double* const from = src + i * kLanes;
+    const VecDouble low = hn::Mul(hn::LoadU(TagDouble(), from), gain.wide);
+    const VecDouble high = hn::Mul(hn::LoadU(TagDouble(), from + kLanes / 2), gain.wide);
+    if constexpr (kForm<kDst>.isFloat) {
+      using T = std::conditional_t<kDst == QNST_FLOAT32, float, double>;
+      StoreDoubles(reinterpret_cast<T*>(dst) + i * kLanes, low, high);
+    } else {
+      v[i] = RoundDoubles<kDst, Rails::kBoth>(low, high);
     }
   }
   if constexpr (!kForm<kDst>.isFloat) StoreLow<kDst>(dst, v);
 }
 
-template <int kDst, int kSrc, bool kUnit>
-void Convert(uint8_t* HWY_RESTRICT dst, const uint8_t* HWY_RESTRICT src, size_t samples, float scale) {
+// True for pairs whose gain takes other steps than scale 1.0, which is a power of two like any elsewhere.
+template <int kDst, int kSrc>
+constexpr bool GainDiffers() {
   constexpr SampleForm to = kForm<kDst>, from = kForm<kSrc>;
-  // Lanes hold integers of 8 to 24 bits as the top ones of 32.
+  return !from.isFloat && (!to.isFloat || (kDst == QNST_FLOAT32 && from.bytes == 4 && kSrc != QNST_PCM32));
+}
+
+template <int kDst, int kSrc, Mode kMode>
+void ConvertIn(uint8_t* HWY_RESTRICT dst, const uint8_t* HWY_RESTRICT src, size_t samples, float scale) {
+  constexpr SampleForm to = kForm<kDst>, from = kForm<kSrc>;
+  // Lanes hold integers as the top ones of 32 bits, but for 24-in-32 words: as they are when the scale is 1.0
+  // or doubles are needed.
   constexpr double kDecode = from.isFloat ? 1.0 : from.IsWord24() ? 0x1p-23 : 0x1p-31;
+  constexpr bool kTopFactor = from.IsWord24() && kMode != Mode::kUnit;
   const double exact = static_cast<double>(scale) * (kDecode * FullScale(to));
-  const bool isFloatToFloat = kDst == QNST_FLOAT32 && kSrc == QNST_FLOAT32;
-  const VecFloat factor = hn::Set(TagFloat(), isFloatToFloat ? scale : static_cast<float>(exact));
-  const VecDouble wide = hn::Set(TagDouble(), exact);
+  const double single = kTopFactor ? exact / 256 : exact;
+  const bool floatToFloat = kDst == QNST_FLOAT32 && kSrc == QNST_FLOAT32;
+  const Gain gain = MakeGain(scale, floatToFloat ? scale : static_cast<float>(single), exact);
   for (size_t done = 0; done < samples; done += kStep) {
     if constexpr (kSrc == QNST_FLOAT32) {
-      ConvertStepFromFloat<kDst>(dst, reinterpret_cast<const float*>(src), factor, wide);
+      StepFromFloat<kDst>(dst, reinterpret_cast<const float*>(src), gain);
     } else if constexpr (kSrc == QNST_FLOAT64) {
-      ConvertStepFromDouble<kDst>(dst, reinterpret_cast<const double*>(src), wide);
+      StepFromDouble<kDst>(dst, reinterpret_cast<const double*>(src), gain);
+    } else if constexpr (kDst == QNST_FLOAT64) {
+      StepIntThroughDouble<double, kSrc>(dst, src, gain);
+    } else if constexpr (kMode == Mode::kUnit) {
+      StepInt<kDst, kSrc>(dst, src, gain);
     } else {
-      ConvertStepFromInt<kDst, kSrc, kUnit>(dst, src, factor, wide);
+      StepIntWithGain<kDst, kSrc, kMode == Mode::kSoft ? Rails::kNone : Rails::kBoth>(dst, src, gain);
     }
     dst += kStep * static_cast<size_t>(to.bytes);
     src += kStep * static_cast<size_t>(from.bytes);
   }
 }
+
+template <int kDst, int kSrc>
+void ConvertWithGain(uint8_t* dst, const uint8_t* src, size_t samples, float scale) {
+  const bool soft = std::fabs(scale) <= kSoftest;
+  const auto convert = soft ? ConvertIn<kDst, kSrc, Mode::kSoft> : ConvertIn<kDst, kSrc, Mode::kLoud>;
+  convert(dst, src, samples, scale);
+}
+
+// The high bytes of two vectors of 16-bit lanes.
+HWY_INLINE hn::Vec<TagByte> HighBytes(hn::Vec<TagShort> low, hn::Vec<TagShort> high) {
+#if QN_COPY_HAS_VBMI
+  static constexpr ByteTable kOdd = [] {
+    ByteTable table{};
+    for (int i = 0; i < 64; ++i) table.at[i] = static_cast<uint8_t>(2 * i + 1);
+    return table;
+  }();
+  return hn::Vec<TagByte>{_mm512_permutex2var_epi8(low.raw, LoadTable(kOdd), high.raw)};
+#else
+  const hn::Rebind<int8_t, TagShort> half;
+  const auto lowHalf = hn::DemoteTo(half, hn::ShiftRight<8>(low));
+  const auto highHalf = hn::DemoteTo(half, hn::ShiftRight<8>(high));
+  return hn::BitCast(TagByte(), hn::Combine(hn::RebindToSigned<TagByte>(), highHalf, lowHalf));
+#endif
+}
+
+// Swaps the bytes of 16-bit lanes.
+HWY_INLINE hn::Vec<TagByte> SwapBytes(hn::Vec<TagByte> v) {
+  alignas(16) static constexpr uint8_t kSwap[16] = {1, 0, 3, 2, 5, 4, 7, 6, 9, 8, 11, 10, 13, 12, 15, 14};
+  return hn::TableLookupBytes(v, hn::LoadDup128(TagByte(), kSwap));
+}
+
+// The top bytes of a vector of 16-bit integers, rounded to even; the bytes below them are left undefined. The
+// saturating addition is the clip at the upper rail.
+template <bool kBigEndian>
+HWY_INLINE hn::Vec<TagShort> LoadRounded(const uint8_t* HWY_RESTRICT src) {
+  const TagShort d;
+  auto bytes = hn::LoadU(TagByte(), src);
+  if (kBigEndian) bytes = SwapBytes(bytes);
+  const auto value = hn::BitCast(d, bytes);
+  const auto odd = hn::And(hn::ShiftRight<8>(value), hn::Set(d, 1));
+  return hn::SaturatedAdd(value, hn::Add(odd, hn::Set(d, 0x7F)));
+}
+
+// 8 and 16-bit integers among themselves at scale 1.0, in lanes of their own width.
+template <int kDst, int kSrc>
+void ConvertNarrow(uint8_t* HWY_RESTRICT dst, const uint8_t* HWY_RESTRICT src, size_t samples, float) {
+  constexpr SampleForm to = kForm<kDst>, from = kForm<kSrc>;
+  const TagByte d;
+  const hn::Rebind<uint8_t, TagShort> half;
+  const hn::RebindToUnsigned<TagShort> words;
+  constexpr size_t kBytes = hn::MaxLanes(d);
+  const auto offset = hn::Set(d, 0x80);
+  if constexpr (to.bytes == 1) {
+    for (size_t i = 0; i < samples; i += kBytes) {
+      if constexpr (from.bytes == 1) {
+        hn::StoreU(hn::Xor(hn::LoadU(d, src + i), offset), d, dst + i);
+      } else {
+        const auto low = LoadRounded<from.isBigEndian>(src + 2 * i);
+        const auto high = LoadRounded<from.isBigEndian>(src + 2 * i + kBytes);
+        const auto bytes = HighBytes(low, high);
+        hn::StoreU(to.isOffset ? hn::Xor(bytes, offset) : bytes, d, dst + i);
+      }
+    }
+  } else if constexpr (from.bytes == 1) {
+    for (size_t i = 0; i < samples; i += kBytes / 2) {
+      auto bytes = hn::LoadU(half, src + i);
+      if (from.isOffset) bytes = hn::Xor(bytes, hn::Set(half, 0x80));
+      const auto wide = hn::PromoteTo(words, bytes);
+      hn::StoreU(hn::BitCast(d, to.isBigEndian ? wide : hn::ShiftLeft<8>(wide)), d, dst + 2 * i);
+    }
+  } else {
+    for (size_t i = 0; i < 2 * samples; i += kBytes) {
+      hn::StoreU(SwapBytes(hn::LoadU(d, src + i)), d, dst + i);
+    }
+  }
+}
+
+#if QN_COPY_HAS_VBMI
+// 8-bit integers among themselves with a gain, by a table of all results.
+template <int kDst, int kSrc>
+void ConvertByTable(uint8_t* HWY_RESTRICT dst, const uint8_t* HWY_RESTRICT src, size_t samples, float scale) {
+  constexpr size_t kWorthATable = 1024;
+  if (samples < kWorthATable) return ConvertWithGain<kDst, kSrc>(dst, src, samples, scale);
+  alignas(64) uint8_t all[256], table[256];
+  for (size_t i = 0; i < 256; ++i) all[i] = static_cast<uint8_t>(i);
+  ConvertWithGain<kDst, kSrc>(table, all, 256, scale);
+  const __m512i t0 = _mm512_load_si512(table), t1 = _mm512_load_si512(table + 64);
+  const __m512i t2 = _mm512_load_si512(table + 128), t3 = _mm512_load_si512(table + 192);
+  for (size_t i = 0; i < samples; i += 64) {
+    const __m512i at = _mm512_loadu_si512(src + i);
+    const __m512i low = _mm512_permutex2var_epi8(t0, at, t1);
+    const __m512i high = _mm512_permutex2var_epi8(t2, at, t3);
+    _mm512_storeu_si512(dst + i, _mm512_mask_blend_epi8(_mm512_movepi8_mask(at), low, high));
+  }
+}
+#endif
 
 // The two vector kernels whose product is single: 16-bit from float, where what does not fit 32 bits ends at
 // the lower rail, and float from 16-bit.
@@ -614,6 +485,7 @@ template <int kDst, int kSrc>
 void ConvertStepped(uint8_t* HWY_RESTRICT dst, const uint8_t* HWY_RESTRICT src, size_t samples, float scale) {
   const hn::Rebind<int16_t, TagInt> dShort;
   const TagFloat df;
+  QN_COPY_UNROLL
   for (size_t i = 0; i < samples; i += kLanes) {
     if constexpr (kDst == QNST_PCM16) {
       const VecFloat x = hn::LoadU(df, reinterpret_cast<const float*>(src) + i);
@@ -630,17 +502,24 @@ void ConvertStepped(uint8_t* HWY_RESTRICT dst, const uint8_t* HWY_RESTRICT src, 
 template <int kDst, int kSrc>
 constexpr Converter MakeConverter() {
   constexpr SampleForm to = kForm<kDst>, from = kForm<kSrc>;
-  constexpr bool kToInt = !to.isFloat, kNarrow = to.bytes <= 2 && from.bytes <= 2;
-  constexpr bool kGainDiffers = !from.isFloat && (kToInt || (kDst == QNST_FLOAT32 && from.bytes == 4));
   Converter made{};
-  if constexpr (kNarrow && kDst != kSrc) {
+  if constexpr (kDst != kSrc && to.bytes <= 2 && from.bytes <= 2) {
     made.unit = ConvertNarrow<kDst, kSrc>;
   } else if constexpr (kDst != kSrc) {
-    made.unit = Convert<kDst, kSrc, true>;
+    made.unit = ConvertIn<kDst, kSrc, Mode::kUnit>;
   }
-  made.gain = Convert < kDst, kSrc, kDst != kSrc && !kGainDiffers > ;
-  made.moderate = (kSrc == QNST_FLOAT32 && kToInt) ||
-                  (from.bytes < 4 && (kDst == QNST_FLOAT32 || (kToInt && to.bits <= 24)));
+  if constexpr (!GainDiffers<kDst, kSrc>()) {
+    made.gain = ConvertIn<kDst, kSrc, Mode::kUnit>;
+#if QN_COPY_HAS_VBMI
+  } else if constexpr (to.bytes == 1 && from.bytes == 1) {
+    made.gain = ConvertByTable<kDst, kSrc>;
+#endif
+  } else if constexpr (to.isFloat) {
+    made.gain = ConvertIn<kDst, kSrc, Mode::kLoud>;
+  } else {
+    made.gain = ConvertWithGain<kDst, kSrc>;
+  }
+  made.moderate = kSrc == QNST_FLOAT32 ? !to.isFloat : from.bits <= 24 && kDst != QNST_FLOAT64;
 #if HWY_ARCH_X86
   constexpr bool kHasStepped =
       (kDst == QNST_PCM16 && kSrc == QNST_FLOAT32) || (kDst == QNST_FLOAT32 && kSrc == QNST_PCM16);
