@@ -140,7 +140,7 @@ HRESULT MoveItem(tQNLIST* destination, LONG destinationIndex, tQNLIST* source, L
   void* const item = qn::PointerAt(source, sourceIndex);
   const bool copies = destination->heap != source->heap && item;
   if (copies) {
-    const SIZE_T size = qn::ItemSize(source, item);
+    const SIZE_T size = qn::ItemCapacity(source, item);
     const HRESULT status = AllocatePendingItem(destination, size);
     if (FAILED(status)) return status;
     std::memcpy(destination->pendingItem, item, size);
@@ -406,6 +406,7 @@ HRESULT QnList_AllocItem(tQNLIST* list, SIZE_T size, void** itemOut) {
 }
 
 HRESULT QnList_AllocAndInsertItem(tQNLIST* list, const void* data, SIZE_T size, LONG index, LONG* indexOut) {
+  if (indexOut) *indexOut = -1;
   const ListGuard guard(list);
   if (guard.Refused()) return guard.Status();
   const LONG at = IndexOrEnd(list, index);
@@ -415,7 +416,7 @@ HRESULT QnList_AllocAndInsertItem(tQNLIST* list, const void* data, SIZE_T size, 
     status = InsertSlots(list, at, &list->pendingItem, 1);
     if (FAILED(status)) ReleasePendingItem(list);
   }
-  if (indexOut) *indexOut = SUCCEEDED(status) ? at : -1;
+  if (indexOut && SUCCEEDED(status)) *indexOut = at;
   return status;
 }
 

@@ -13,8 +13,8 @@
 // "Item", in a callback or a result, is the pointer in the slot, or on an array list the slot's address.
 // Indexes count from 0; -1 as a result means none.
 //
-// Threads: a list created with QNLIST_OPT_LOCKED enters its recursive lock in every operation, also around
-// callbacks, which may call the list again. Any other list has no protection. If the client clears
+// Threads: a list created with QNLIST_OPT_LOCKED enters its recursive lock in each operation on items, also
+// around callbacks, which may call the list again. Any other list has no protection. If the client clears
 // QNLIST_OPT_ANY_THREAD in the header of an unlocked list, calls by other threads than `threadOwner` fail.
 //
 // Failures: E_INVALIDARG for a pointer that is no list, E_FAIL for misuse (wrong kind of list, wrong thread,
@@ -142,13 +142,13 @@ QN_API HRESULT QnList_InsertList(tQNLIST* list, LONG index, const void* items, L
 
 // Deletes `count` items from `index` on, as far as there are any; below 0 all. Owned items are freed. With
 // `shrink` nonzero, free slots beyond one `growBy` are given back. A count of 0 does nothing and succeeds;
-// E_FAIL for an index outside the list. With both negative it frees the pending item, E_FAIL if there is
-// none.
+// so does a negative count from the end on; E_FAIL for any other index outside the list. With both negative
+// it frees the pending item, E_FAIL if there is none.
 QN_API HRESULT QnList_DeleteList(tQNLIST* list, LONG index, LONG count, BOOL shrink);
 
 // Moves a block of items so that its first one ends at index `to`; the items between shift. `to` below 0 is
 // 0; a negative count is all that fit behind the larger index. E_INVALIDARG for a negative `from`, E_FAIL if
-// either range leaves the list.
+// a range of that many items leaves the list.
 QN_API HRESULT QnList_MoveRange(tQNLIST* list, LONG from, LONG to, LONG count);
 
 // Allocates a zeroed item of an owned-item list and keeps it as pending until QnList_InsertList or
@@ -164,14 +164,15 @@ QN_API HRESULT QnList_AllocAndInsertItem(tQNLIST* list, const void* data, SIZE_T
 // Resizes an owned item; it may move. E_OUTOFMEMORY leaves it as it was.
 QN_API HRESULT QnList_ReAllocItem(tQNLIST* list, LONG index, SIZE_T size);
 
-// Bytes of an owned item, as last asked for, or of an array list's slot. With a negative index, bytes of the
-// block of slots, the header and all owned items together. What a pointer list points to is the caller's: its
-// items have no size here and add nothing to the sum. Failure -1.
+// Bytes of an owned item, as last asked for (a host's own malloc block counts in full), or of an array list's
+// slot. With a negative index, bytes of the block of slots, the header and all owned items together. What a
+// pointer list points to is the caller's: its items have no size here and add nothing to the sum. Failure -1.
 QN_API LONGLONG QnList_AllocSize(tQNLIST* list, LONG index);
 
 // Moves `count` items (negative: as many as the source has) from one owned-item list to another, in order,
 // to stand in front of `destinationIndex` (negative or beyond the end: at the end). Items stay where they are
-// in memory, except between lists of which one has a private heap: there they get new addresses. E_FAIL if
+// in memory, except between lists of which one has a private heap: there they get new addresses and may count
+// some bytes more. E_FAIL if
 // the destination has a pending item, for a range outside the source, and for one list on both sides. The
 // first failing insertion stops it; what was moved stays moved.
 QN_API HRESULT QnList_MoveItemsBetweenHeapLists(tQNLIST* destination, LONG destinationIndex, tQNLIST* source,
@@ -204,8 +205,8 @@ QN_API HRESULT QnList_Sort(tQNLIST* list, ULONGLONG criteria, QNLISTCOMPARE comp
 QN_API HRESULT QnList_HeapSort(tQNLIST* list, ULONGLONG criteria, QNLISTCOMPARE compare);
 
 // Stores `criteria` in the destination and inserts each item of the source at its place there, by value.
-// Failures to insert are ignored, so an owned-item destination stays empty. E_FAIL for one list on both
-// sides, and for a destination whose slots are larger than the source's.
+// Failures to insert are ignored, so an owned-item destination stays empty. With a `compare`, E_FAIL for
+// one list on both sides, and for a destination whose slots are larger than the source's.
 QN_API HRESULT QnList_SortTo(tQNLIST* destination, tQNLIST* source, ULONGLONG criteria,
                              QNLISTCOMPARE compare);
 

@@ -57,5 +57,6 @@ void* AllocateItem(const tQNLIST* list, SIZE_T size);            // zeroed; null
 void* ResizeItem(const tQNLIST* list, void* item, SIZE_T size);  // null, and the item as it was
 void ReleaseItem(const tQNLIST* list, void* item);               // null is allowed
 SIZE_T ItemSize(const tQNLIST* list, const void* item);          // as last asked for; 0 for null
+SIZE_T ItemCapacity(const tQNLIST* list, const void* item);      // all bytes that may hold data
 
 }  // namespace qn

@@ -4,6 +4,9 @@
 // negative count, and may free items that it has taken out of the list. So nothing can stand in front of it.
 // malloc_usable_size tells what the allocator made of a request, not the request itself, which stands in a
 // trailer at the very end of the usable bytes. A host's own block has no trailer and counts in full.
+//
+// A block that a host has freed can come back to it with a trailer still in its unused bytes. So the recorded
+// size is for telling alone: no copy and no resize relies on it.
 #include <malloc.h>
 
 #include <cstdlib>
@@ -56,12 +59,8 @@ void* AllocateItem(const tQNLIST* list, SIZE_T size) {
 
 void* ResizeItem(const tQNLIST* list, void* item, SIZE_T size) {
   if (list->heap) return HeapReAlloc(list->heap, list->heapAllocFlags, item, size);
-  if (!HasRoomForTrailer(size)) return nullptr;
-  const SIZE_T oldSize = ItemSize(list, item);
-  void* const resized = std::realloc(item, size + sizeof(ItemTrailer));
-  if (!resized) return nullptr;
-  if (size > oldSize) std::memset(static_cast<BYTE*>(resized) + oldSize, 0, size - oldSize);
-  WriteTrailer(resized, size);
+  void* const resized = HasRoomForTrailer(size) ? std::realloc(item, size + sizeof(ItemTrailer)) : nullptr;
+  if (resized) WriteTrailer(resized, size);
   return resized;
 }
 
@@ -72,6 +71,10 @@ void ReleaseItem(const tQNLIST* list, void* item) {
   } else {
     std::free(item);
   }
+}
+
+SIZE_T ItemCapacity(const tQNLIST* list, const void* item) {
+  return list->heap ? ItemSize(list, item) : malloc_usable_size(const_cast<void*>(item));
 }
 
 SIZE_T ItemSize(const tQNLIST* list, const void* item) {

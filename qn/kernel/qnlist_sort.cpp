@@ -196,14 +196,15 @@ HRESULT QnList_HeapSort(tQNLIST* list, ULONGLONG criteria, QNLISTCOMPARE compare
 HRESULT QnList_SortTo(tQNLIST* destination, tQNLIST* source, ULONGLONG criteria, QNLISTCOMPARE compare) {
   const ListGuard sourceGuard(source);
   if (sourceGuard.Refused()) return sourceGuard.Status();
-  if (destination == source) return E_FAIL;
   {
     const ListGuard destinationGuard(destination);
     if (destinationGuard.Refused()) return destinationGuard.Status();
+    // Inserting would never end in the list itself, and would read beyond slots that are smaller.
+    const bool tooSmall = !qn::OwnsItems(destination) && destination->itemSize > source->itemSize;
+    if (compare && (destination == source || tooSmall)) return E_FAIL;
     destination->sortCriteria = criteria;
   }
   if (!compare) return S_OK;
-  if (destination->itemSize > source->itemSize) return E_FAIL;  // the copies would reach beyond the slots
   for (LONG i = 0; i < source->count; i++) {
     const LONG at = QnList_FindSortedInsertIndexRange(destination, qn::ItemAt(source, i), 0, -1, compare);
     if (qn::IsIndex(source, i)) QnList_InsertList(destination, at, qn::SlotAt(source, i), 1);

@@ -139,12 +139,12 @@ HGLOBAL GlobalReAlloc(HGLOBAL block, SIZE_T bytes, UINT flags) {
   }
   MovableRecord* const record = header->owner;
   const bool pinned = !record || record->locks > 0;
-  if (pinned && bytes <= header->size) {
-    header->size = bytes;  // shrinking in place keeps the address
-    return block;
-  }
   const size_t oldSize = header->size;
   const bool mayMove = !pinned || (flags & GMEM_MOVEABLE);
+  if (!mayMove && bytes <= oldSize) {
+    header->size = bytes;
+    return block;
+  }
   auto* moved = mayMove && bytes <= SIZE_MAX - sizeof(BlockHeader)
                     ? static_cast<BlockHeader*>(std::realloc(header, sizeof(BlockHeader) + bytes))
                     : nullptr;

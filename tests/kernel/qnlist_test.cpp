@@ -264,7 +264,8 @@ TEST(List, KnowsTheSizesAskedFor) {
     for (SIZE_T size : {90, 100, 10000, 20, 0}) {
       ASSERT_EQ(QnList_ReAllocItem(list.get(), 0, size), S_OK);
       EXPECT_EQ(QnList_AllocSize(list.get(), 0), static_cast<LONGLONG>(size));
-      EXPECT_EQ(std::count(first(), first() + size, 0x5A), std::min<ptrdiff_t>(size, 90));
+      const auto kept = std::min<ptrdiff_t>(static_cast<ptrdiff_t>(size), 90);
+      EXPECT_EQ(std::count(first(), first() + kept, 0x5A), kept);
     }
     EXPECT_EQ(QnList_ReAllocItem(list.get(), 0, SIZE_MAX - 8), E_OUTOFMEMORY);
     EXPECT_EQ(QnList_ReAllocItem(list.get(), list->count, 4), E_FAIL);
