@@ -5,7 +5,7 @@
 #   check_exports.sh LIBRARY [--update]
 set -euo pipefail
 list=cmake/exports.txt
-names=$(nm -D --defined-only -C "$1" | sed -n 's/^[0-9a-f]* [TDBRVW] //p' | sed 's/@@QNKERNEL_1$//' | LC_ALL=C sort -u)
+names=$(nm -D --defined-only -C "$1" | sed -n 's/^[0-9a-f]* [TDBRVW] //p' | LC_ALL=C sort -u)
 if [ "${2:-}" = --update ]; then
   printf '%s\n' "$names" >"$list"
 elif ! diff -u "$list" <(printf '%s\n' "$names"); then
