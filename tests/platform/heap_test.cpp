@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
-#include <map>
 #include <vector>
 
 #include "qn/platform/memory.h"
@@ -21,10 +21,7 @@ TEST(PrivateHeap, RandomUseKeepsEveryBlocksContent) {
   ASSERT_NE(heap, nullptr);
   std::vector<Block> blocks;
   const auto intact = [](const Block& block, size_t size) {
-    for (size_t i = 0; i < size; ++i) {
-      if (block.bytes[i] != block.fill) return false;
-    }
-    return true;
+    return std::count(block.bytes, block.bytes + size, block.fill) == static_cast<ptrdiff_t>(size);
   };
   const auto randomSize = [&] { return random() % (random() % 8 == 0 ? 5000 : 200); };
   for (int round = 0; round < 20'000; ++round) {
@@ -33,7 +30,7 @@ TEST(PrivateHeap, RandomUseKeepsEveryBlocksContent) {
       block.bytes = static_cast<uint8_t*>(HeapAlloc(heap, HEAP_ZERO_MEMORY, block.size));
       ASSERT_NE(block.bytes, nullptr);
       ASSERT_EQ(reinterpret_cast<uintptr_t>(block.bytes) % 16, 0u);
-      for (size_t i = 0; i < block.size; ++i) ASSERT_EQ(block.bytes[i], 0);
+      ASSERT_EQ(std::count(block.bytes, block.bytes + block.size, 0), static_cast<ptrdiff_t>(block.size));
       std::memset(block.bytes, block.fill, block.size);
       blocks.push_back(block);
       continue;

@@ -7,19 +7,12 @@
 
 namespace {
 
-// Puts the process's code page and LC_ALL back at the end of a test.
 class CodePageTest : public testing::Test {
  protected:
-  void SetUp() override {
-    if (const char* value = std::getenv("LC_ALL")) saved_ = value;
-  }
   void TearDown() override {
     SetAnsiCodePage(0);
-    saved_.empty() ? unsetenv("LC_ALL") : setenv("LC_ALL", saved_.c_str(), 1);
+    unsetenv("LC_ALL");
   }
-
- private:
-  std::string saved_;
 };
 
 std::u16string Decode(UINT codePage, const std::string& bytes) {

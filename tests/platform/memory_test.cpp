@@ -9,9 +9,9 @@
 
 namespace {
 
-bool AllBytesAre(const void* bytes, size_t count, uint8_t value) {
+bool AllBytesAre(const void* bytes, ptrdiff_t count, uint8_t value) {
   const auto* first = static_cast<const uint8_t*>(bytes);
-  return std::all_of(first, first + count, [=](uint8_t b) { return b == value; });
+  return std::count(first, first + count, value) == count;
 }
 
 TEST(GlobalMemory, FixedAndMovableBlocks) {

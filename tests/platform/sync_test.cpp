@@ -29,7 +29,6 @@ TEST(CriticalSection, ExcludesAndRecurses) {
   }
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(counter, 2 * kThreads * kRounds);
-
   EXPECT_TRUE(TryEnterCriticalSection(&section));
   BOOL otherEntered = TRUE;
   std::thread([&] {
@@ -45,29 +44,16 @@ TEST(CriticalSection, ExcludesAndRecurses) {
   DeleteCriticalSection(&section);
 }
 
-TEST(Clocks, AgreeAndNeverGoBack) {
-  LARGE_INTEGER frequency;
+TEST(Clocks, RunAtTheirRates) {
+  LARGE_INTEGER frequency, before, after;
   ASSERT_TRUE(QueryPerformanceFrequency(&frequency));
   EXPECT_EQ(frequency.QuadPart, 10'000'000);
-  LARGE_INTEGER before;
   QueryPerformanceCounter(&before);
   const DWORD tickBefore = GetTickCount();
   std::this_thread::sleep_for(std::chrono::milliseconds(30));
-  LARGE_INTEGER after;
   QueryPerformanceCounter(&after);
-  const DWORD ticks = GetTickCount() - tickBefore;
   EXPECT_GE(after.QuadPart - before.QuadPart, 300'000);
-  EXPECT_GE(ticks, 29u);
-  EXPECT_GE((after.QuadPart - before.QuadPart) / 10'000 + 2, ticks > 2 ? ticks - 2 : 0);
-}
-
-TEST(Threads, IdsDifferAndStay) {
-  const DWORD own = GetCurrentThreadId();
-  EXPECT_NE(own, 0u);
-  EXPECT_EQ(GetCurrentThreadId(), own);
-  DWORD other = own;
-  std::thread([&] { other = GetCurrentThreadId(); }).join();
-  EXPECT_NE(other, own);
+  EXPECT_GE(GetTickCount() - tickBefore, 29u);
 }
 
 TEST(MulDiv, RoundsHalvesAwayFromZeroAndRefusesOverflow) {
