@@ -1,0 +1,289 @@
+// The samples and headers that `qnwave convert` writes, held against other programs.
+#include <gtest/gtest.h>
+#include <sndfile.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+
+#include "tests/tools/tool.h"
+
+namespace qntest {
+namespace {
+
+const char kRecording[] = "/usr/share/sounds/alsa/Front_Center.wav";
+
+void Convert(std::vector<std::string> words) {
+  words.insert(words.begin(), {"convert", "--quiet"});
+  const ToolRun run = Qnwave(words);
+  ASSERT_EQ(run.exit, 0) << run.err;
+  EXPECT_EQ(run.out, "");
+}
+
+// The value that a sample of full scale 1.0 has after a type of so many bits: rounded to nearest, ties to
+// even, clipped before that.
+double Quantised(double sample, int bits) {
+  const double scale = std::ldexp(1.0, bits - 1);
+  return std::nearbyint(std::clamp(sample * scale, -scale, scale - 1)) / scale;
+}
+
+struct Type {
+  const char* name;
+  int bits;  // of an integer type, else 0
+  int format;
+};
+
+constexpr Type kTypes[] = {
+    {"u8", 8, SF_FORMAT_PCM_U8},   {"s16", 16, SF_FORMAT_PCM_16}, {"s24", 24, SF_FORMAT_PCM_24},
+    {"s32", 32, SF_FORMAT_PCM_32}, {"f32", 0, SF_FORMAT_FLOAT},   {"f64", 0, SF_FORMAT_DOUBLE},
+};
+
+TEST(Convert, GivesTheSamplesOfTheInput) {
+  const ScratchFolder folder;
+  // Inputs of each kind, among them more channels than two and an odd number of odd frames.
+  const struct {
+    const char* name;
+    const char* options;
+  } kInputs[] = {
+      {"s16.wav", "-b 16"},          {"u8.wav", "-b 8 -e unsigned"},
+      {"s24.wav", "-b 24 -c 1"},     {"s24.aiff", "-b 24"},
+      {"s32.w64", "-b 32"},          {"f32.wav", "-b 32 -e float -c 6"},
+      {"f64.w64", "-b 64 -e float"}, {"s8.aiff", "-b 8"},
+      {"s16.aifc", "-b 16 -c 3"},
+  };
+  for (const auto& input : kInputs) {
+    const std::string in = folder.Native(input.name);
+    Make("sox " + std::string(kRecording) + " " + input.options + " " + in + " trim 5000s 20001s");
+    const Sound expected = ReadSound(in);
+    for (const Type& type : kTypes) {
+      for (const char* extension : {"wav", "w64"}) {
+        SCOPED_TRACE(std::string(input.name) + " to " + type.name + " " + extension);
+        const std::string out = folder.Native(std::string("out.") + extension);
+        Convert({in, out, "--force", "--type", type.name});
+        const Sound sound = ReadSound(out);
+        EXPECT_EQ(sound.rate, expected.rate);
+        EXPECT_EQ(sound.channels, expected.channels);
+        EXPECT_EQ(sound.format & SF_FORMAT_SUBMASK, type.format);
+        ASSERT_EQ(sound.samples.size(), expected.samples.size());
+        for (size_t i = 0; i < sound.samples.size(); ++i) {
+          const double x = expected.samples[i];
+          ASSERT_EQ(sound.samples[i], type.bits                        ? Quantised(x, type.bits)
+                                      : type.format == SF_FORMAT_FLOAT ? double{static_cast<float>(x)}
+                                                                       : x)
+              << i;
+        }
+      }
+    }
+  }
+}
+
+TEST(Convert, WritesHeadersWhoseSizesAreRight) {
+  const ScratchFolder folder;
+  const std::string raw = folder.Native("in.raw");
+  for (const size_t frames : {size_t{0}, size_t{1}, size_t{1001}}) {
+    for (const char* channels : {"1", "2", "3", "8"}) {
+      WriteFileBytes(raw, Noise(frames * 3 * static_cast<size_t>(std::stoi(channels))));
+      const uint64_t data = std::filesystem::file_size(raw);
+      Convert({raw, folder.Native("x.wav"), "--force", "--raw-in", std::string("s24,48000,") + channels});
+      const Bytes wav = ReadFileBytes(folder.Native("x.wav"));
+      const bool extensible = *channels > '2';
+      const size_t start = extensible ? 68 : 46;
+      ASSERT_EQ(wav.size(), start + data + data % 2);
+      EXPECT_EQ(Get(wav, 4, 4), wav.size() - 8);
+      EXPECT_EQ(Get(wav, 16, 4), extensible ? 40u : 18u);
+      EXPECT_EQ(Get(wav, 20, 2), extensible ? 0xFFFEu : 1u);
+      EXPECT_EQ(Get(wav, start - 4, 4), data);
+      EXPECT_TRUE(data % 2 == 0 || wav.back() == 0);
+      Convert({raw, folder.Native("x.w64"), "--force", "--raw-in", std::string("s24,48000,") + channels});
+      const Bytes w64 = ReadFileBytes(folder.Native("x.w64"));
+      const size_t start64 = extensible ? 128 : 112;
+      ASSERT_EQ(w64.size(), start64 + data);
+      EXPECT_EQ(Get(w64, 16, 8), w64.size());
+      EXPECT_EQ(Get(w64, start64 - 8, 8), data + 24);
+      // sox takes the length from the sizes.
+      for (const char* name : {"x.wav", "x.w64"}) {
+        std::string length;
+        Make("soxi -s " + folder.Native(name) + " >" + folder.Native("n"));
+        const Bytes text = ReadFileBytes(folder.Native("n"));
+        EXPECT_EQ(std::stoul(std::string(text.begin(), text.end())), frames);
+      }
+    }
+  }
+}
+
+TEST(Convert, KeepsSpeakersAndReadsContainersOfFewerValidBits) {
+  const ScratchFolder folder;
+  const auto extensible = [](uint32_t channels, uint32_t mask, uint32_t valid) {
+    Bytes record = Record(0xFFFE, channels, 48000, 32);
+    return Builder()
+        .Chunk("fmt ", Builder()
+                           .Add(record)
+                           .U16(22)
+                           .U16(valid)
+                           .U32(mask)
+                           .U32(1)
+                           .U16(0)
+                           .U16(0x10)
+                           .U64(0x719B3800AA000080)
+                           .Get())
+        .Chunk("data", Noise(64))
+        .Wave();
+  };
+  const std::pair<uint32_t, uint32_t> kMasks[] = {{4, 0x33}, {4, 0}, {2, 0x600}, {1, 4}};
+  for (const auto& [channels, mask] : kMasks) {
+    WriteFileBytes(folder.Native("in.wav"), extensible(channels, mask, 32));
+    Convert({folder.Native("in.wav"), folder.Native("out.wav"), "--force"});
+    const Bytes out = ReadFileBytes(folder.Native("out.wav"));
+    EXPECT_EQ(Get(out, 20, 2), 0xFFFEu);
+    EXPECT_EQ(Get(out, 40, 4), mask);
+    EXPECT_EQ(ReadSound(folder.Native("out.wav")).samples, ReadSound(folder.Native("in.wav")).samples);
+  }
+  // The valid bits are the high ones.
+  WriteFileBytes(folder.Native("in.wav"), extensible(2, 3, 24));
+  Convert({folder.Native("in.wav"), folder.Native("out.wav"), "--force", "--type", "f64"});
+  EXPECT_EQ(ReadSound(folder.Native("out.wav")).samples, ReadSound(folder.Native("in.wav")).samples);
+}
+
+TEST(Convert, WritesEverySampleTypeWithoutAHeader) {
+  const ScratchFolder folder;
+  const std::string raw = folder.Native("out.raw");
+  WriteFileBytes(folder.Native("in.wav"), Builder()
+                                              .Chunk("fmt ", Record(1, 1, 8000, 16))
+                                              .Chunk("data", {0x34, 0x12, 0x00, 0x80, 0xFF, 0x7F})
+                                              .Wave());
+  const std::pair<const char*, Bytes> kCases[] = {
+      {"u8", {0x92, 0x00, 0xFF}},
+      {"s8", {0x12, 0x80, 0x7F}},
+      {"s16", {0x34, 0x12, 0x00, 0x80, 0xFF, 0x7F}},
+      {"s16be", {0x12, 0x34, 0x80, 0x00, 0x7F, 0xFF}},
+      {"s24", {0, 0x34, 0x12, 0, 0, 0x80, 0, 0xFF, 0x7F}},
+      {"s24be", {0x12, 0x34, 0, 0x80, 0, 0, 0x7F, 0xFF, 0}},
+      {"s24in32", {0, 0x34, 0x12, 0, 0, 0, 0x80, 0xFF, 0, 0xFF, 0x7F, 0}},
+      {"s32", {0, 0, 0x34, 0x12, 0, 0, 0, 0x80, 0, 0, 0xFF, 0x7F}},
+      {"s32be", {0x12, 0x34, 0, 0, 0x80, 0, 0, 0, 0x7F, 0xFF, 0, 0}},
+  };
+  for (const auto& [type, expected] : kCases) {
+    Convert({folder.Native("in.wav"), raw, "--force", "--raw-out", "--type", type});
+    EXPECT_EQ(ReadFileBytes(raw), expected) << type;
+    // From each type to each other and back: nothing is lost on the way, be there one kernel for it or not.
+    for (const auto& [other, bytes] : kCases) {
+      if (std::strlen(type) == 2 || std::strlen(other) == 2) continue;
+      const std::string format = std::string(type) + ",8000,1";
+      Convert({raw, folder.Native("b.raw"), "--force", "--raw-out", "--raw-in", format, "--type", other});
+      EXPECT_EQ(ReadFileBytes(folder.Native("b.raw")), bytes) << type << " to " << other;
+    }
+  }
+  // A private format tag is told about, and the library's own reader knows it.
+  const ToolRun run = Qnwave({"convert", folder.Native("in.wav"), folder.Native("p.wav"), "--type", "s24be"});
+  EXPECT_EQ(run.exit, 0);
+  EXPECT_NE(run.err.find("private"), std::string::npos);
+  Convert({folder.Native("p.wav"), folder.Native("q.wav")});
+  EXPECT_EQ(ReadSound(folder.Native("q.wav")).samples, ReadSound(folder.Native("in.wav")).samples);
+  // An offset leaves out what stands before it.
+  Convert({folder.Native("in.wav"), folder.Native("r.raw"), "--raw-in", "s16,8000,1,46", "--raw-out"});
+  EXPECT_EQ(ReadFileBytes(folder.Native("r.raw")), (Bytes{0x00, 0x80, 0xFF, 0x7F}));
+}
+
+TEST(Convert, AppliesAGainAndClips) {
+  const ScratchFolder folder;
+  const std::string out = folder.Native("out.wav");
+  const Sound sound = ReadSound(kRecording);
+  for (const double decibels : {-6.5, 3.0, 60.0}) {
+    const double factor = static_cast<float>(std::pow(10, decibels / 20));
+    for (const char* type : {"s16", "s16be", "s24"}) {
+      // Big-endian samples go to and fro, each way with half of the gain: not through a swap that forgets it.
+      Convert({kRecording, folder.Native("a.raw"), "--force", "--raw-out", "--type", type, "--gain",
+               std::to_string(decibels)});
+      Convert({folder.Native("a.raw"), out, "--force", "--raw-in", std::string(type) + ",48000,1", "--type",
+               "s16"});
+      const Sound result = ReadSound(out);
+      ASSERT_EQ(result.samples.size(), sound.samples.size());
+      const double unit = std::ldexp(1.0, -15);
+      for (size_t i = 0; i < sound.samples.size(); ++i) {
+        const double expected = Quantised(sound.samples[i] * factor, 16);
+        ASSERT_NEAR(result.samples[i], expected, type[1] == '2' ? unit : 0) << type << " " << i;
+      }
+    }
+  }
+}
+
+TEST(Convert, MapsChannels) {
+  const ScratchFolder folder;
+  Builder raw;
+  for (uint32_t i = 0; i < 300; ++i) raw.U16(1000 + i).U16(2000 + i).U16(3000 + i);
+  WriteFileBytes(folder.Native("in.raw"), raw.Get());
+  const struct {
+    const char* map;
+    std::vector<int> channels;  // thousands, 0 is silence
+  } kCases[] = {{"2,1,0", {3, 2, 1}}, {"R", {2}}, {"L,-", {1, 0}}, {"-,2,2,0", {0, 3, 3, 1}}};
+  for (const auto& test : kCases) {
+    Convert({folder.Native("in.raw"), folder.Native("out.wav"), "--force", "--raw-in", "s16,8000,3",
+             std::string("--channels=") + test.map});
+    const Sound sound = ReadSound(folder.Native("out.wav"));
+    ASSERT_EQ(sound.channels, static_cast<int>(test.channels.size()));
+    for (size_t i = 0; i < sound.samples.size(); ++i) {
+      const int channel = test.channels[i % test.channels.size()];
+      const int frame = static_cast<int>(i / test.channels.size());
+      ASSERT_EQ(sound.samples[i] * 32768, channel == 0 ? 0 : channel * 1000 + frame) << test.map;
+    }
+  }
+  const ToolRun run = Qnwave({"convert", folder.Native("in.raw"), folder.Native("no.wav"), "--raw-in",
+                              "s16,8000,3", "--channels", "3"});
+  EXPECT_EQ(run.exit, 1);
+  EXPECT_NE(run.err.find("no channel 3"), std::string::npos) << run.err;
+  // Silence of unsigned samples is their middle.
+  WriteFileBytes(folder.Native("u8.raw"), {1, 2});
+  Convert({folder.Native("u8.raw"), folder.Native("u8.out"), "--raw-in", "u8,8000,1", "--raw-out",
+           "--channels", "-,0"});
+  EXPECT_EQ(ReadFileBytes(folder.Native("u8.out")), (Bytes{0x80, 1, 0x80, 2}));
+}
+
+TEST(Convert, ReadsWhatADamagedFileHolds) {
+  const ScratchFolder folder;
+  const std::string in = folder.Native("in.wav");
+  const std::string out = folder.Native("out.wav");
+  const Bytes audio = Noise(4000);
+  Bytes file = Builder().Chunk("fmt ", Record(1, 2, 8000, 16)).Chunk("data", audio).Wave();
+  const auto samples = [&] { return ReadSound(out).samples.size(); };
+  // More stated than there is, as a program writes into a pipe: read to the end, with a word about it.
+  for (const uint32_t size : {0xFFFFFFFFu, 0x7FFFF000u, 4004u}) {
+    Put(&file, 40, size, 4);
+    WriteFileBytes(in, file);
+    const ToolRun run = Qnwave({"convert", in, out, "--force"});
+    EXPECT_EQ(run.exit, 0);
+    EXPECT_NE(run.err.find("warning: "), std::string::npos);
+    EXPECT_EQ(samples(), 2000u);
+  }
+  // Samples that are not counted are not left out in silence.
+  Put(&file, 40, 0, 4);
+  WriteFileBytes(in, file);
+  const ToolRun run = Qnwave({"convert", in, folder.Native("no.wav")});
+  EXPECT_EQ(run.exit, 3);
+  EXPECT_NE(run.err.find("qnwave repair"), std::string::npos) << run.err;
+  EXPECT_FALSE(std::filesystem::exists(folder.Native("no.wav")));
+  Convert({in, out, "--force", "--to-end"});
+  EXPECT_EQ(samples(), 2000u);
+}
+
+TEST(Convert, RefusesWhatAWaveFileCannotCount) {
+  const ScratchFolder folder;
+  MakeSparse(folder.Native("in.raw"), {}, uint64_t{1} << 30);
+  const ToolRun run = Qnwave({"convert", folder.Native("in.raw"), folder.Native("out.wav"), "--raw-in",
+                              "u8,48000,1", "--type", "s32"});
+  EXPECT_EQ(run.exit, 1);
+  EXPECT_NE(run.err.find("--container w64"), std::string::npos) << run.err;
+  EXPECT_NE(run.err.find("(0x8004E03A)"), std::string::npos) << run.err;
+  EXPECT_EQ(List(folder.Native("")), std::vector<std::string>{"in.raw"});
+}
+
+TEST(Example, PrintsThePeak) {
+  std::string out;
+  EXPECT_EQ(RunCommand(std::string(EXAMPLE_CONVERT_FILE) + " " + kRecording, &out), 0);
+  double peak = 0;
+  for (const double sample : ReadSound(kRecording).samples) peak = std::max(peak, std::fabs(sample));
+  EXPECT_NEAR(std::stod(out.substr(out.find("peak ") + 5)), peak, 1e-6);
+}
+
+}  // namespace
+}  // namespace qntest

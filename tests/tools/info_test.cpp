@@ -1,0 +1,175 @@
+// What `qnwave info` tells of sound, odd and damaged files.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "tests/tools/tool.h"
+
+namespace qntest {
+namespace {
+
+std::string Info(const std::string& path, int exit = 0) {
+  const ToolRun run = Qnwave({"info", "--json", path});
+  EXPECT_EQ(run.exit, exit) << path << run.out << run.err;
+  return run.out;
+}
+
+TEST(Info, TellsTheFormatAndLengthOfRecordings) {
+  const std::string folder = "/usr/share/sounds/alsa";
+  for (const std::string& name : List(folder)) {
+    const std::string path = folder + "/" + name;
+    const Sound sound = ReadSound(path);
+    const std::string json = Info(path);
+    EXPECT_EQ(
+        Jq(json, ".[0] | [.container, .format.type, .format.rate, .format.channels, .dataOffset] | @csv"),
+        "\"WAV\",\"s16\"," + std::to_string(sound.rate) + "," + std::to_string(sound.channels) + ",44");
+    EXPECT_EQ(Jq(json, ".[0].frames"),
+              std::to_string(sound.samples.size() / static_cast<size_t>(sound.channels)));
+  }
+  const ToolRun text = Qnwave({"info", folder + "/Front_Center.wav"});
+  for (const char* words : {"WAV (RIFF)", "16-bit integer", "mono", "48000 Hz", "68,545", "0:00:01.428"}) {
+    EXPECT_NE(text.out.find(words), std::string::npos) << words << text.out;
+  }
+}
+
+TEST(Info, TellsFilesOfOtherPrograms) {
+  const ScratchFolder folder;
+  const std::string source = "/usr/share/sounds/alsa/Noise.wav";
+  const struct {
+    const char* name;
+    const char* command;
+    const char* expected;  // container, type, channels, readable
+  } kCases[] = {
+      {"f32.w64", "sox %i -e float -b 32 %o", "Wave64,f32,1,true"},
+      {"s24.wav", "sox %i -b 24 -c 6 %o", "WAV,s24,6,true"},
+      {"u8.wav", "sox %i -e unsigned -b 8 %o", "WAV,u8,1,true"},
+      {"s16.aiff", "sox %i %o", "AIFF,s16be,1,true"},
+      {"f64.wav", "ffmpeg -v error -i %i -c:a pcm_f64le %o", "WAV,f64,1,true"},
+      {"rf64.wav", "ffmpeg -v error -i %i -rf64 always %o", "RF64,s16,1,true"},
+      {"alaw.wav", "sox %i -e a-law %o", "WAV,null,1,false"},
+  };
+  for (const auto& test : kCases) {
+    const std::string path = folder.Native(test.name);
+    std::string command = test.command;
+    command.replace(command.find("%i"), 2, source);
+    command.replace(command.find("%o"), 2, path);
+    Make(command);
+    const std::string json = Info(path);
+    EXPECT_EQ(
+        Jq(json,
+           ".[0] | [.container, .format.type, .format.channels, .readable] | map(tostring) | join(\",\")"),
+        test.expected)
+        << path;
+    EXPECT_EQ(Jq(json, ".[0] | .damaged, (.problems + .notes | length)"), "false\n0") << path;
+  }
+}
+
+TEST(Info, WritesValidJsonForAnyNameAndListsNestedChunks) {
+  const ScratchFolder folder;
+  const Bytes inner = Builder().Text("INFO").Chunk("INAM", {'x', 0, 0}).Chunk("I\"\x01q", {}).Get();
+  const Bytes file =
+      Builder().Chunk("fmt ", Record(1, 2, 8000, 16)).Chunk("LIST", inner).Chunk("data", Noise(40)).Wave();
+  const std::string name = folder.Native("a \"b\" \n\t \x7F \xF0\x9F\x8E\xB5.wav");
+  WriteFileBytes(name, file);
+  const ToolRun run = Qnwave({"info", "--json", name, folder.Native("missing"), name});
+  EXPECT_EQ(run.exit, 1);
+  EXPECT_EQ(Jq(run.out, "length"), "2");
+  EXPECT_EQ(Jq(run.out, ".[1].file"), name);
+  EXPECT_EQ(Jq(run.out,
+               "[.[0].chunks.chunks[] | .id, .type, .offset, .chunks[0].id] | map(tostring) | join(\" \")"),
+            "fmt  null 12 null LIST INFO 36 INAM data null " + std::to_string(44 + inner.size()) + " null");
+}
+
+TEST(Info, TakesOddFilesForWhatTheyAre) {
+  const ScratchFolder folder;
+  const Bytes record = Record(1, 1, 8000, 16);
+  const Bytes format = Builder().Chunk("fmt ", record).Get();
+  const Bytes audio = Noise(400);
+  const Bytes odd = Noise(7);
+  const auto chunk = [](const char* id, const Bytes& data) { return Builder().Chunk(id, data).Get(); };
+  const auto wave = [&](std::initializer_list<Bytes> parts) {
+    Builder builder;
+    for (const Bytes& part : parts) builder.Add(part);
+    return builder.Wave();
+  };
+  Bytes padded = chunk("odd ", odd);
+  padded.back() = 0xFF;
+  Bytes unpadded = chunk("odd ", odd);
+  unpadded.pop_back();
+  Bytes longForm = wave({format, chunk("data", audio)});
+  Put(&longForm, 4, longForm.size(), 4);  // counts its own header
+  const std::pair<const char*, Bytes> kCases[] = {
+      {"padded with a non-zero byte", wave({padded, format, chunk("data", audio)})},
+      {"unpadded", wave({unpadded, format, chunk("data", audio)})},
+      {"chunks behind the samples",
+       wave({format, chunk("data", audio), chunk("LIST", odd), chunk("id3 ", audio)})},
+      {"a broken chunk behind them",
+       wave({format, chunk("data", audio), Builder().Text("cue ").U32(99999).Get()})},
+      {"a large LIST of zeros", wave({format, chunk("LIST", Bytes(400000)), chunk("data", audio)})},
+      {"zeros behind the samples", wave({format, chunk("data", audio), Bytes(5000)})},
+      {"something behind the form",
+       Builder().Add(wave({format, chunk("data", audio)})).Add(Noise(5000)).Get()},
+      {"a form size that counts too much", longForm},
+      {"a long format chunk",
+       wave({chunk("fmt ", Builder().Add(record).Zeros(50).Get()), chunk("data", audio)})},
+  };
+  for (const auto& [what, bytes] : kCases) {
+    SCOPED_TRACE(what);
+    WriteFileBytes(folder.Native("x.wav"), bytes);
+    EXPECT_EQ(Jq(Info(folder.Native("x.wav")), ".[0] | .frames, .damaged, .readable"), "200\nfalse\ntrue");
+    // What is healthy is not touched.
+    const ToolRun repair = Qnwave({"repair", folder.Native("x.wav")});
+    EXPECT_EQ(repair.exit, 0) << repair.err;
+    EXPECT_NE(repair.out.find("healthy"), std::string::npos) << repair.out;
+    EXPECT_EQ(ReadFileBytes(folder.Native("x.wav")), bytes);
+    EXPECT_EQ(List(folder.Native("")), std::vector<std::string>{"x.wav"});
+  }
+}
+
+TEST(Info, CountsChunksWithoutEnd) {
+  const ScratchFolder folder;
+  Builder empty;
+  for (int i = 0; i < 400000; ++i) empty.Text("junk").U32(0);
+  WriteFileBytes(folder.Native("x.wav"), Builder()
+                                             .Chunk("fmt ", Record(1, 1, 8000, 16))
+                                             .Add(empty.Get())
+                                             .Chunk("LIST", Builder().Text("INFO").Add(empty.Get()).Get())
+                                             .Chunk("data", Noise(8))
+                                             .Wave());
+  const ToolRun run = Qnwave({"info", folder.Native("x.wav")});
+  EXPECT_EQ(run.exit, 0);
+  EXPECT_LT(run.out.size(), 32u << 10);
+  EXPECT_NE(run.out.find("more"), std::string::npos);
+  EXPECT_EQ(Jq(Info(folder.Native("x.wav")), ".[0] | .frames, .chunks.chunks[-1].id"), "4\ndata");
+}
+
+TEST(Info, ReadsSizesAtTheEdgeOfTheFormats) {
+  const ScratchFolder folder;
+  const auto header = [](uint64_t formSize, uint64_t dataSize) {
+    return Builder()
+        .Text("RIFF")
+        .U32(formSize)
+        .Text("WAVE")
+        .Chunk("fmt ", Record(1, 1, 8000, 8))
+        .Text("data")
+        .U32(dataSize)
+        .Get();
+  };
+  for (const uint64_t bytes : {uint64_t{0x7FFFFFFF}, uint64_t{0x80000000}, uint64_t{0xFFFFFFFF - 36}}) {
+    MakeSparse(folder.Native("x.wav"), header(bytes + 36, bytes), bytes + 44);
+    EXPECT_EQ(Jq(Info(folder.Native("x.wav")), ".[0].frames"), std::to_string(bytes));
+  }
+  // Six gigabytes whose size has wrapped to two.
+  const uint64_t large = uint64_t{6} << 30;
+  const std::string path = folder.Native("x.wav");
+  MakeSparse(path, header(large + 36, large), large + 44);
+  Make("printf '\\377\\376' | dd of=" + path + " bs=1 seek=" + std::to_string((large & 0xFFFFFFFF) + 44) +
+       " conv=notrunc status=none");
+  EXPECT_NE(Jq(Info(path, 3), ".[0].problems[]").find("more than the size fields"), std::string::npos);
+  const ToolRun repair = Qnwave({"repair", path});
+  EXPECT_EQ(repair.exit, 1);
+  EXPECT_NE(repair.err.find("Wave64"), std::string::npos) << repair.err;
+}
+
+}  // namespace
+}  // namespace qntest

@@ -1,0 +1,252 @@
+// `qnwave repair`: every kind of damage on the headers of several programs.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <functional>
+#include <map>
+
+#include "tests/tools/tool.h"
+
+namespace qntest {
+namespace {
+
+const char kRecording[] = "/usr/share/sounds/alsa/Front_Center.wav";
+
+// Where the fields of a healthy file stand, from a walk of its own.
+struct Map {
+  bool wave64 = false;
+  std::map<std::string, size_t> chunks;  // the headers
+  size_t start = 0;                      // of the samples
+  size_t bytes = 0;
+
+  int sizeBytes() const { return wave64 ? 8 : 4; }
+  size_t idBytes() const { return wave64 ? 16 : 4; }
+  size_t headerBytes() const { return wave64 ? 24 : 8; }
+  size_t formSizeAt() const { return idBytes(); }
+  size_t typeAt() const { return headerBytes(); }
+  size_t dataSizeAt() const { return start - static_cast<size_t>(sizeBytes()); }
+};
+
+Map MapOf(const Bytes& file) {
+  Map map;
+  map.wave64 = file[0] == 'r';
+  for (size_t at = map.headerBytes() + map.idBytes(); at + map.headerBytes() <= file.size();) {
+    const std::string id(file.begin() + static_cast<ptrdiff_t>(at),
+                         file.begin() + static_cast<ptrdiff_t>(at) + 4);
+    const size_t size = Get(file, at + map.idBytes(), map.sizeBytes()) - (map.wave64 ? 24 : 0);
+    map.chunks[id] = at;
+    if (id == "data") {
+      map.start = at + map.headerBytes();
+      map.bytes = size;
+      return map;
+    }
+    const size_t unit = map.wave64 ? 8 : 2;
+    at += map.headerBytes() + (size + unit - 1) / unit * unit;
+  }
+  ADD_FAILURE() << "no data chunk";
+  return map;
+}
+
+using Damager = std::function<void(Bytes*, const Map&)>;
+
+struct DamageCase {
+  const char* name;
+  Damager damage;
+};
+
+void Zero(Bytes* file, size_t from, size_t count) {
+  for (size_t i = from; i < from + count; ++i) file->at(i) = 0;
+}
+
+const DamageCase kDamages[] = {
+    {"both sizes 0",
+     [](Bytes* f, const Map& m) {
+       Put(f, m.formSizeAt(), 0, m.sizeBytes());
+       Put(f, m.dataSizeAt(), 0, m.sizeBytes());
+     }},
+    {"as it was started",
+     [](Bytes* f, const Map& m) {
+       Put(f, m.formSizeAt(), m.wave64 ? m.start : m.start - 8, m.sizeBytes());
+       Put(f, m.dataSizeAt(), m.wave64 ? 24 : 0, m.sizeBytes());
+     }},
+    {"both sizes open",
+     [](Bytes* f, const Map& m) {
+       Put(f, m.formSizeAt(), ~uint64_t{0}, m.sizeBytes());
+       Put(f, m.dataSizeAt(), ~uint64_t{0}, m.sizeBytes());
+     }},
+    {"sizes beyond the end",
+     [](Bytes* f, const Map& m) {
+       Put(f, m.formSizeAt(), f->size() + 100000, m.sizeBytes());
+       Put(f, m.dataSizeAt(), f->size() + 90000, m.sizeBytes());
+     }},
+    {"a data size that is too small",
+     [](Bytes* f, const Map& m) { Put(f, m.dataSizeAt(), 4096, m.sizeBytes()); }},
+    {"the form size alone", [](Bytes* f, const Map& m) { Put(f, m.formSizeAt(), 0, m.sizeBytes()); }},
+    {"the id of the file", [](Bytes* f, const Map&) { Put(f, 0, 0x58585858, 4); }},
+    {"the form type", [](Bytes* f, const Map& m) { Zero(f, m.typeAt(), 4); }},
+    {"a zeroed file header", [](Bytes* f, const Map& m) { Zero(f, 0, m.headerBytes() + m.idBytes()); }},
+    {"the id of the format chunk",
+     [](Bytes* f, const Map& m) { Put(f, m.chunks.at("fmt "), 0x04030201, 4); }},
+    {"a printable one", [](Bytes* f, const Map& m) { Put(f, m.chunks.at("fmt "), 0x20786D66, 4); }},
+    {"the id of the data chunk",
+     [](Bytes* f, const Map& m) { Put(f, m.start - m.headerBytes(), 0x0201FF00, 4); }},
+    {"a zeroed data header",
+     [](Bytes* f, const Map& m) { Zero(f, m.start - m.headerBytes(), m.headerBytes()); }},
+    {"zeros up to the record",
+     [](Bytes* f, const Map& m) { Zero(f, 0, m.chunks.at("fmt ") + m.headerBytes()); }},
+    {"a frame size of 0",
+     [](Bytes* f, const Map& m) { Zero(f, m.chunks.at("fmt ") + m.headerBytes() + 12, 2); }},
+    {"a chunk that leads astray",
+     [](Bytes* f, const Map& m) {
+       for (const char* id : {"LIST", "fact"}) {
+         if (m.chunks.count(id)) Put(f, m.chunks.at(id) + m.idBytes(), 77777, m.sizeBytes());
+       }
+     }},
+};
+
+class RepairOf : public testing::TestWithParam<const char*> {};
+
+TEST_P(RepairOf, BringsEveryFrameBack) {
+  const ScratchFolder folder;
+  const std::string command = GetParam();
+  const bool wave64 = command.find("w64") != std::string::npos;
+  const std::string path = folder.Native(wave64 ? "x.w64" : "x.wav");
+  std::string made = command;
+  made.replace(made.find("%o"), 2, path);
+  made.replace(made.find("%i"), 2, kRecording);
+  Make(made);
+  const Bytes healthy = ReadFileBytes(path);
+  const Map map = MapOf(healthy);
+  const Sound sound = ReadSound(path);
+  const auto withoutSamples = [&](const Bytes& file) {
+    return Bytes(file.begin(), file.begin() + static_cast<ptrdiff_t>(map.start));
+  };
+  for (const DamageCase& test : kDamages) {
+    SCOPED_TRACE(command + ": " + test.name);
+    Bytes damaged = healthy;
+    test.damage(&damaged, map);
+    if (damaged == healthy) continue;
+    WriteFileBytes(path, damaged);
+    const ToolRun info = Qnwave({"info", path});
+    EXPECT_EQ(info.exit, 3);
+    EXPECT_NE(info.out.find("qnwave repair"), std::string::npos) << info.out;
+    EXPECT_EQ(Qnwave({"repair", "--dry-run", path}).exit, 3);
+    EXPECT_EQ(ReadFileBytes(path), damaged);
+
+    const ToolRun run = Qnwave({"repair", path});
+    ASSERT_EQ(run.exit, 0) << run.out << run.err;
+    const Bytes repaired = ReadFileBytes(path);
+    ASSERT_EQ(repaired.size(), healthy.size());
+    EXPECT_TRUE(std::equal(healthy.begin() + static_cast<ptrdiff_t>(map.start), healthy.end(),
+                           repaired.begin() + static_cast<ptrdiff_t>(map.start)));
+    const Sound after = ReadSound(path);
+    EXPECT_EQ(after.rate, sound.rate);
+    EXPECT_EQ(after.channels, sound.channels);
+    EXPECT_EQ(after.format, sound.format);
+    EXPECT_EQ(after.samples, sound.samples);
+    EXPECT_EQ(ReadFileBytes(path + ".header.bak"), withoutSamples(damaged));
+    EXPECT_NE(Qnwave({"repair", path}).out.find("healthy"), std::string::npos);
+    EXPECT_EQ(ReadFileBytes(path), repaired);
+    std::filesystem::remove(path + ".header.bak");
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Headers, RepairOf,
+                         testing::Values("sox %i -c 2 %o",              // 44 bytes
+                                         "sox %i -b 24 -c 6 %o",        // extensible
+                                         "sox %i -b 32 -e float %o",    // with a fact chunk
+                                         "ffmpeg -v error -i %i %o",    // with a LIST
+                                         "sox %i -b 16 -c 2 %o # w64",  // 104 bytes
+                                         "ffmpeg -v error -i %i -c:a pcm_s24le -ac 2 %o # w64"));
+
+TEST(Repair, SetsTheSizesAloneWhereTheyAloneAreWrong) {
+  const ScratchFolder folder;
+  const std::string path = folder.Native("x.wav");
+  Make("sox " + std::string(kRecording) + " -b 24 -c 6 " + path);
+  const Bytes healthy = ReadFileBytes(path);
+  const Map map = MapOf(healthy);
+  Bytes damaged = healthy;
+  kDamages[0].damage(&damaged, map);
+  // The recording was cut off in the middle of a frame.
+  damaged.resize(damaged.size() - 7);
+  WriteFileBytes(path, damaged);
+  const ToolRun run = Qnwave({"repair", "--no-backup", path});
+  EXPECT_NE(run.out.find("set the sizes of the file and of the data; the rest"), std::string::npos)
+      << run.out;
+  EXPECT_EQ(List(folder.Native("")), std::vector<std::string>{"x.wav"});
+  Bytes expected = damaged;
+  const size_t data = (damaged.size() - map.start) / 18 * 18;
+  Put(&expected, 4, map.start + data - 8, 4);
+  Put(&expected, map.dataSizeAt(), data, 4);
+  EXPECT_EQ(ReadFileBytes(path), expected);
+}
+
+TEST(Repair, WritesALostHeaderWithTheDefaultsGiven) {
+  const ScratchFolder folder;
+  const std::string path = folder.Native("x.wav");
+  for (const size_t start : {size_t{44}, size_t{46}, size_t{52}, size_t{4096}}) {
+    const Bytes audio = Noise(4 * 1000);
+    WriteFileBytes(path, Builder().Zeros(start).Add(audio).Get());
+    std::vector<std::string> words = {"repair", "--no-backup", path};
+    // The two usual starts are told apart by the frames that fill the file.
+    if (start > 46) words.insert(words.end(), {"--limit", std::to_string(start)});
+    const ToolRun run = Qnwave(words);
+    ASSERT_EQ(run.exit, 0) << run.out << run.err;
+    EXPECT_NE(run.out.find("guess"), std::string::npos) << run.out;
+    const Sound sound = ReadSound(path);
+    EXPECT_EQ(sound.rate, 44100);
+    EXPECT_EQ(sound.channels, 2);
+    ASSERT_EQ(sound.samples.size(), 2000u) << start;
+    EXPECT_EQ(sound.samples[0] * 32768, static_cast<int16_t>(Get(audio, 0, 2))) << start;
+  }
+  WriteFileBytes(path, Builder().Zeros(44).Add(Noise(6000)).Get());
+  EXPECT_EQ(Qnwave({"repair", path, "--format", "s24,22050,1", "--channels=4", "--rate", "96000"}).exit, 0);
+  const Sound sound = ReadSound(path);
+  EXPECT_EQ(sound.rate, 96000);
+  EXPECT_EQ(sound.channels, 4);
+  EXPECT_EQ(sound.samples.size(), 2000u);
+}
+
+TEST(Repair, NeverOverwritesABackup) {
+  const ScratchFolder folder;
+  const std::string path = folder.Native("x.wav");
+  const Bytes damaged = Builder()
+                            .Text("RIFF")
+                            .U32(0)
+                            .Text("WAVE")
+                            .Chunk("fmt ", Record(1, 1, 8000, 16))
+                            .Text("data")
+                            .U32(0)
+                            .Add(Noise(100))
+                            .Get();
+  for (int i = 0; i < 3; ++i) {
+    WriteFileBytes(path, damaged);
+    EXPECT_EQ(Qnwave({"repair", path}).exit, 0);
+  }
+  EXPECT_EQ(List(folder.Native("")), (std::vector<std::string>{"x.wav", "x.wav.header.bak",
+                                                               "x.wav.header.bak.1", "x.wav.header.bak.2"}));
+}
+
+TEST(Repair, LeavesWhatItIsNotFor) {
+  const ScratchFolder folder;
+  const std::string rf64 = folder.Native("rf64.wav");
+  Make("ffmpeg -v error -i " + std::string(kRecording) + " -rf64 always " + rf64);
+  Make("sox " + std::string(kRecording) + " " + folder.Native("x.aiff"));
+  Make("sox " + std::string(kRecording) + " " + folder.Native("x.ogg"));
+  WriteFileBytes(folder.Native("noise"), Noise(5000));
+  WriteFileBytes(folder.Native("avi.wav"), Builder().Text("RIFF").U32(100).Text("AVI ").Zeros(96).Get());
+  WriteFileBytes(folder.Native("short.wav"), Builder().Text("RIFF").U32(0).Text("WAVE").Get());
+  for (const char* name : {"rf64.wav", "x.aiff", "x.ogg", "noise", "avi.wav", "short.wav"}) {
+    const Bytes before = ReadFileBytes(folder.Native(name));
+    const ToolRun run = Qnwave({"repair", folder.Native(name)});
+    EXPECT_EQ(run.exit, 1) << name << run.out;
+    EXPECT_NE(run.err.find(name), std::string::npos) << run.err;
+    EXPECT_EQ(ReadFileBytes(folder.Native(name)), before) << name;
+  }
+  EXPECT_EQ(List(folder.Native("")).size(), 6u);
+  // What a file was can be told.
+  EXPECT_EQ(Qnwave({"repair", folder.Native("noise"), "--container", "wav"}).exit, 0);
+}
+
+}  // namespace
+}  // namespace qntest

@@ -1,0 +1,128 @@
+// How a run of `qnwave convert` treats its target: overwriting, failing, being interrupted.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <thread>
+
+#include "tests/tools/tool.h"
+
+extern char** environ;
+
+namespace qntest {
+namespace {
+
+const char kRecording[] = "/usr/share/sounds/alsa/Front_Center.wav";
+
+TEST(Run, OverwritesOnlyWhenForced) {
+  const ScratchFolder folder;
+  const std::string out = folder.Native("out.wav");
+  const Bytes old = {'o', 'l', 'd'};
+  WriteFileBytes(out, old);
+  ASSERT_EQ(chmod(out.c_str(), 0640), 0);
+  const ToolRun refused = Qnwave({"convert", kRecording, out});
+  EXPECT_EQ(refused.exit, 1);
+  EXPECT_NE(refused.err.find("(0x8004E032)"), std::string::npos) << refused.err;
+  EXPECT_EQ(ReadFileBytes(out), old);
+
+  // A link stays one, and a file keeps its permissions.
+  std::filesystem::create_symlink("out.wav", folder.Native("link.wav"));
+  const ToolRun forced = Qnwave({"convert", kRecording, folder.Native("link.wav"), "--force"});
+  EXPECT_EQ(forced.exit, 0) << forced.err;
+  EXPECT_TRUE(std::filesystem::is_symlink(folder.Native("link.wav")));
+  EXPECT_EQ(ReadSound(out).samples, ReadSound(kRecording).samples);
+  struct stat info = {};
+  ASSERT_EQ(stat(out.c_str(), &info), 0);
+  EXPECT_EQ(info.st_mode & 0777, 0640u);
+
+  // A file can be converted in its place.
+  EXPECT_EQ(Qnwave({"convert", out, out, "--force", "--type", "f32"}).exit, 0);
+  EXPECT_EQ(ReadSound(out).samples, ReadSound(kRecording).samples);
+  EXPECT_EQ(List(folder.Native("")), (std::vector<std::string>{"link.wav", "out.wav"}));
+}
+
+TEST(Run, LeavesNothingBehindWhenItFails) {
+  const ScratchFolder folder;
+  const std::string out = folder.Native("out.wav");
+  const Bytes old = {'o', 'l', 'd'};
+  for (const bool exists : {false, true}) {
+    if (exists) WriteFileBytes(out, old);
+    // A limit on the size of files stands for a full disk: 4 blocks of 1,024 or 512 bytes.
+    const ToolRun run = Qnwave({"convert", kRecording, out, "--force"}, "ulimit -f 4;");
+    EXPECT_EQ(run.exit, 1);
+    EXPECT_NE(run.err.find("0x8004E03A"), std::string::npos) << run.err;
+    EXPECT_EQ(List(folder.Native("")).size(), exists ? 1u : 0u);
+    EXPECT_EQ(ReadFileBytes(out), exists ? old : Bytes());
+  }
+  const ToolRun device = Qnwave({"convert", kRecording, "/dev/full", "--container", "wav", "--force"});
+  EXPECT_EQ(device.exit, 1);
+  EXPECT_NE(device.err.find("no regular file"), std::string::npos) << device.err;
+  EXPECT_EQ(Qnwave({"convert", kRecording, folder.Native("none/out.wav")}).exit, 1);
+}
+
+// Starts the tool on a gigabyte of silence and sends a signal when it is at work.
+int Interrupt(const ScratchFolder& folder, int signal) {
+  const std::string in = folder.Native("in.raw");
+  const std::string out = folder.Native("out.w64");
+  std::vector<std::string> words = {QNWAVE,       "convert", in,        out, "--raw-in=u8,48000,1",
+                                    "--type=s16", "--force", "--gain=1"};
+  std::vector<char*> pointers;
+  for (std::string& word : words) pointers.push_back(word.data());
+  pointers.push_back(nullptr);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+  pid_t process = 0;
+  EXPECT_EQ(posix_spawn(&process, QNWAVE, &actions, nullptr, pointers.data(), environ), 0);
+  posix_spawn_file_actions_destroy(&actions);
+  // The temporary file is there from the first moment of the work on.
+  while (List(folder.Native("")).size() < 3 && waitpid(process, nullptr, WNOHANG) == 0) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  kill(process, signal);
+  int status = 0;
+  waitpid(process, &status, 0);
+  return status;
+}
+
+TEST(Run, KeepsTheTargetWhenItIsInterrupted) {
+  const Bytes old = {'o', 'l', 'd'};
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGKILL}) {
+    const ScratchFolder folder;
+    WriteFileBytes(folder.Native("out.w64"), old);
+    MakeSparse(folder.Native("in.raw"), {}, uint64_t{1} << 30);
+    const int status = Interrupt(folder, signal);
+    EXPECT_EQ(ReadFileBytes(folder.Native("out.w64")), old) << signal;
+    if (signal == SIGKILL) {
+      EXPECT_TRUE(WIFSIGNALED(status));
+    } else {
+      EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 128 + signal) << status;
+      EXPECT_EQ(List(folder.Native("")), (std::vector<std::string>{"in.raw", "out.w64"})) << signal;
+    }
+  }
+}
+
+TEST(Run, ShowsABarOnATerminalAlone) {
+  const ScratchFolder folder;
+  const std::string words = std::string("convert --force ") + kRecording + " " + folder.Native("out.wav");
+  const ToolRun pipe = Qnwave({"convert", kRecording, folder.Native("out.wav")});
+  EXPECT_EQ(pipe.err, "");
+  EXPECT_NE(pipe.out.find("68,545 frames"), std::string::npos) << pipe.out;
+  if (!HasProgram("script")) GTEST_SKIP() << "no program to open a terminal with";
+  const auto onTerminal = [&](const std::string& more) {
+    std::string shown;
+    RunCommand("script -qec '" QNWAVE " " + words + more + "' /dev/null </dev/null", &shown);
+    return shown;
+  };
+  EXPECT_NE(onTerminal("").find("100 %"), std::string::npos);
+  EXPECT_EQ(onTerminal(" --quiet"), "");
+}
+
+}  // namespace
+}  // namespace qntest

@@ -1,0 +1,124 @@
+#include "tests/tools/tool.h"
+
+#include <gtest/gtest.h>
+#include <sndfile.h>
+
+#include <algorithm>
+#include <filesystem>
+
+namespace qntest {
+namespace {
+
+std::string ShellQuoted(const std::string& text) {
+  std::string quoted = "'";
+  for (const char c : text) quoted += c == '\'' ? "'\\''" : std::string(1, c);
+  return quoted + "'";
+}
+
+}  // namespace
+
+ToolRun Qnwave(const std::vector<std::string>& arguments, const std::string& before) {
+  const ScratchFolder scratch;
+  std::string command = before + " " QNWAVE;
+  for (const std::string& argument : arguments) command += " " + ShellQuoted(argument);
+  ToolRun run;
+  run.exit = RunCommand(command + " 2>" + scratch.Native("err"), &run.out);
+  const Bytes err = ReadFileBytes(scratch.Native("err"));
+  run.err.assign(err.begin(), err.end());
+  return run;
+}
+
+std::string Jq(const std::string& json, const std::string& filter) {
+  const ScratchFolder scratch;
+  WriteFileBytes(scratch.Native("json"), Bytes(json.begin(), json.end()));
+  std::string result;
+  if (RunCommand("jq -r " + ShellQuoted(filter) + " " + scratch.Native("json"), &result) != 0)
+    return "INVALID";
+  if (!result.empty()) result.pop_back();
+  return result;
+}
+
+void Make(const std::string& command) {
+  ASSERT_EQ(RunCommand(command), 0) << command;
+}
+
+Sound ReadSound(const std::string& path) {
+  SF_INFO info = {};
+  SNDFILE* const file = sf_open(path.c_str(), SFM_READ, &info);
+  EXPECT_NE(file, nullptr) << path << ": " << sf_strerror(nullptr);
+  Sound sound;
+  if (!file) return sound;
+  sound.rate = info.samplerate;
+  sound.channels = info.channels;
+  sound.format = info.format;
+  sound.samples.resize(static_cast<size_t>(info.frames * info.channels));
+  EXPECT_EQ(sf_readf_double(file, sound.samples.data(), info.frames), info.frames) << path;
+  sf_close(file);
+  return sound;
+}
+
+Builder& Builder::Text(const std::string& text) {
+  bytes_.insert(bytes_.end(), text.begin(), text.end());
+  return *this;
+}
+
+Builder& Builder::Zeros(size_t count) {
+  bytes_.insert(bytes_.end(), count, 0);
+  return *this;
+}
+
+Builder& Builder::Add(const Bytes& bytes) {
+  bytes_.insert(bytes_.end(), bytes.begin(), bytes.end());
+  return *this;
+}
+
+Builder& Builder::Chunk(const std::string& id, const Bytes& data) {
+  return Text(id).U32(data.size()).Add(data).Zeros(data.size() % 2);
+}
+
+Bytes Builder::Wave() const {
+  return Builder().Text("RIFF").U32(bytes_.size() + 4).Text("WAVE").Add(bytes_).Get();
+}
+
+Builder& Builder::Number(uint64_t value, int count) {
+  for (int i = 0; i < count; ++i) bytes_.push_back(static_cast<uint8_t>(value >> (8 * i)));
+  return *this;
+}
+
+Bytes Record(uint32_t tag, uint32_t channels, uint32_t rate, uint32_t bits) {
+  const uint32_t frame = channels * (bits / 8);
+  return Builder().U16(tag).U16(channels).U32(rate).U32(uint64_t{rate} * frame).U16(frame).U16(bits).Get();
+}
+
+Bytes Noise(size_t count) {
+  Bytes bytes(count);
+  for (uint8_t& byte : bytes) byte = static_cast<uint8_t>(0x80 | Random()());
+  return bytes;
+}
+
+void Put(Bytes* bytes, size_t offset, uint64_t value, int count) {
+  ASSERT_LE(offset + static_cast<size_t>(count), bytes->size());
+  for (int i = 0; i < count; ++i)
+    (*bytes)[offset + static_cast<size_t>(i)] = static_cast<uint8_t>(value >> (8 * i));
+}
+
+uint64_t Get(const Bytes& bytes, size_t offset, int count) {
+  uint64_t value = 0;
+  for (int i = count; i-- > 0;) value = value << 8 | bytes.at(offset + static_cast<size_t>(i));
+  return value;
+}
+
+void MakeSparse(const std::string& path, const Bytes& start, uint64_t length) {
+  WriteFileBytes(path, start);
+  std::filesystem::resize_file(path, length);
+}
+
+std::vector<std::string> List(const std::string& folder) {
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(folder))
+    names.push_back(entry.path().filename());
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+}  // namespace qntest

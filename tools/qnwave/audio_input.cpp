@@ -1,0 +1,121 @@
+#include "tools/qnwave/audio_input.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <memory>
+
+#include "qn/media/qnwav.h"
+#include "qn/settings/qnstatus.h"
+#include "tools/qnwave/describe.h"
+#include "tools/qnwave/report.h"
+
+namespace qnwave {
+namespace {
+
+struct FreeRecord {
+  void operator()(WAVEFORMATEX* record) const { std::free(record); }
+};
+
+AudioFormat FormatOf(const WAVEFORMATEX& record) {
+  const bool extensible = record.wFormatTag == WAVE_FORMAT_EXTENSIBLE;
+  AudioFormat format;
+  format.type = QnAudio_GetSampleType(&record);
+  format.rate = record.nSamplesPerSec;
+  format.channels = record.nChannels;
+  if (extensible) {
+    format.mask = reinterpret_cast<const WAVEFORMATEXTENSIBLE&>(record).dwChannelMask;
+    // Other programs keep the valid bits of a container in its high bits, so such a file reads as 32-bit
+    // samples. The library's unpacked type, which has them in the low bits, has a format tag of its own.
+    if (format.type == QNST_PCM24IN32) format.type = QNST_PCM32;
+  }
+  return format;
+}
+
+OpenResult ReportUnreadable(const std::string& name, const Layout& layout) {
+  if (layout.IsDamaged()) {
+    ReportError(name, QN_E_FILE_FORMAT,
+                layout.problems[0].text + " Try: qnwave repair " + Quoted(name) + ".");
+    return OpenResult::kDamaged;
+  } else if (layout.container == Container::kUnknown || layout.container == Container::kOther) {
+    ReportError(name, QN_E_FILE_FORMAT, "This is no WAV, Wave64 or AIFF file.");
+  } else {
+    const std::string format = layout.hasFormat ? DescribeFormat(layout.record) : "compressed or float AIFF";
+    ReportError(name, QN_E_FILE_UNSUPPORTED, "The format of the samples cannot be read: " + format + ".");
+  }
+  return OpenResult::kFailed;
+}
+
+// Samples that a wrong size leaves out or invents.
+OpenResult JudgeDamage(const std::string& name, const Layout& layout) {
+  const auto cannotGo = std::find_if(layout.problems.begin(), layout.problems.end(), [](const Problem& p) {
+    return p.damage != Damage::kDataCut && p.damage != Damage::kFormSize;
+  });
+  if (cannotGo != layout.problems.end()) {
+    ReportError(name, QN_E_FILE_FORMAT,
+                cannotGo->text + " Try: qnwave repair " + Quoted(name) + ", or --to-end.");
+    return OpenResult::kDamaged;
+  }
+  for (const Problem& problem : layout.problems) ReportWarning(name, problem.text);
+  return OpenResult::kOk;
+}
+
+}  // namespace
+
+// The library reads files whose chunks lead to the samples by the rules; the layout also knows its way around
+// missing padding and wrong sizes, and to the samples of RF64 files.
+bool LocateAudio(const std::string& name, const Layout& layout, AudioSource* source) {
+  source->name = name;
+  std::u16string path;
+  if (!LibraryPath(name, &path)) return false;
+  uint64_t frames = 0;
+  uint64_t start = 0;
+  const std::unique_ptr<WAVEFORMATEX, FreeRecord> record(QnGetFileWfx(path.c_str(), &frames, &start));
+  const bool readable = layout.hasFormat && !QnAudio_IsCompressed(&layout.record.Format);
+  if (!record && !(readable && layout.hasData)) return false;
+  source->format = FormatOf(record ? *record : layout.record.Format);
+  if (source->format.FrameBytes() == 0 || source->format.rate == 0) return false;
+  source->dataStart = layout.hasData ? layout.dataStart : start;
+  source->frames = layout.hasData ? layout.dataBytes / source->format.FrameBytes() : frames;
+  return true;
+}
+
+OpenResult OpenAudio(const std::string& name, bool toEnd, AudioSource* source) {
+  const File file = File::ForReading(name);
+  if (!file) return OpenResult::kFailed;
+  const Layout layout = ReadLayout(file, name);
+  if (!LocateAudio(name, layout, source)) return ReportUnreadable(name, layout);
+  if (toEnd) {
+    source->frames = (layout.fileBytes - source->dataStart) / source->format.FrameBytes();
+    return OpenResult::kOk;
+  }
+  return JudgeDamage(name, layout);
+}
+
+OpenResult OpenRawAudio(const std::string& name, const AudioFormat& format, uint64_t offset,
+                        AudioSource* source) {
+  const File file = File::ForReading(name);
+  if (!file) return OpenResult::kFailed;
+  const uint64_t size = file.Size();
+  if (offset > size) {
+    ReportError(name, QN_E_FILE_READ, "The file has " + Bytes(size) + ", fewer than the offset.");
+    return OpenResult::kFailed;
+  }
+  *source = {name, format, offset, (size - offset) / format.FrameBytes()};
+  const uint64_t rest = (size - offset) % format.FrameBytes();
+  if (rest != 0) ReportWarning(name, Bytes(rest) + " at the end make no whole frame and are left out.");
+  return OpenResult::kOk;
+}
+
+bool AudioReader::Open(const AudioSource& source) {
+  file_ = File::ForReading(source.name);
+  dataStart_ = source.dataStart;
+  frameBytes_ = source.format.FrameBytes();
+  return static_cast<bool>(file_);
+}
+
+bool AudioReader::Read(uint64_t first, void* buffer, uint32_t frames) const {
+  SetLastError(ERROR_SUCCESS);
+  return file_.ReadAt(dataStart_ + first * frameBytes_, buffer, frames * frameBytes_);
+}
+
+}  // namespace qnwave

@@ -1,0 +1,52 @@
+// A new file of samples that appears under its name only when it is whole.
+//
+// It is written beside its target under another name and moved there at the end, so that an interrupted run
+// leaves nothing under the target's name and an existing target stays whole until then.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "qn/platform/types.h"
+#include "tools/qnwave/container.h"
+#include "tools/qnwave/sample_types.h"
+
+namespace qnwave {
+
+class AudioOutput {
+ public:
+  AudioOutput() = default;
+  ~AudioOutput();
+  AudioOutput(const AudioOutput&) = delete;
+  AudioOutput& operator=(const AudioOutput&) = delete;
+
+  // Starts a file of exactly `frames` frames and reports a failure. A target that exists is refused without
+  // `overwrite`. kUnknown is a file without a header.
+  bool Create(const std::string& target, Container container, const AudioFormat& format, uint64_t frames,
+              bool overwrite);
+
+  // The place of a frame in the file.
+  uint64_t OffsetOf(uint64_t frame) const { return dataStart_ + frame * format_.FrameBytes(); }
+
+  // Writes frames from `first` on. Several threads may write at once. The failure is not reported here.
+  HRESULT Write(uint64_t first, const void* frames, uint32_t count);
+
+  // Ends the file and moves it to its target; reports a failure.
+  bool Commit();
+
+ private:
+  bool Fail(HRESULT status);
+  bool CreateTemporary();
+  bool WriteHeader(Container container, uint64_t frames);
+  bool Publish();
+
+  std::string target_;
+  std::string temporary_;  // empty when there is none
+  int descriptor_ = -1;
+  bool overwrite_ = false;
+  AudioFormat format_;
+  uint64_t dataStart_ = 0;
+  uint64_t fileBytes_ = 0;
+};
+
+}  // namespace qnwave

@@ -1,0 +1,78 @@
+#include "tools/qnwave/converter.h"
+
+#include <algorithm>
+
+#include "tools/qnwave/options.h"
+#include "tools/qnwave/report.h"
+
+namespace qnwave {
+namespace {
+
+// The pairs whose one kernel serves both directions of a byte swap: with a gain it does neither.
+bool IsSwap(QNSAMPLETYPE a, QNSAMPLETYPE b) {
+  const auto [low, high] = std::minmax(a, b);
+  return (low == QNST_PCM16 && high == QNST_PCM16BE) || (low == QNST_PCM32 && high == QNST_PCM32BE);
+}
+
+}  // namespace
+
+std::optional<ChannelMap> ParseChannelMap(std::string_view text, std::string* mistake) {
+  ChannelMap map;
+  for (const std::string_view piece : Split(text, ',')) {
+    if (piece == "-") {
+      map.push_back(kSilence);
+    } else if (piece == "L" || piece == "l") {
+      map.push_back(0);
+    } else if (piece == "R" || piece == "r") {
+      map.push_back(1);
+    } else if (const auto channel = ParseNumber<int>(piece, 0, 0xFFFF)) {
+      map.push_back(*channel);
+    } else {
+      *mistake = "bad channel " + Quoted(piece) + " (a number from 0, L, R, or - for silence)";
+      return std::nullopt;
+    }
+  }
+  return map;
+}
+
+SampleConverter::SampleConverter(const AudioFormat& source, QNSAMPLETYPE type, const ChannelMap& map,
+                                 float gain, uint32_t mostFrames)
+    : source_(source),
+      map_(map),
+      gain_(gain),
+      channels_(map.empty() ? source.channels : static_cast<uint32_t>(map.size())),
+      isCopy_(map.empty() && gain == 1.0f && type == source.type) {
+  first_ = QnAudio_GetCopyFunction2(type, source.type);
+  if (!first_ || (gain != 1.0f && IsSwap(type, source.type))) {
+    // In double every integer sample is exact, so two steps give what one would.
+    first_ = QnAudio_GetCopyFunction2(QNST_FLOAT64, source.type);
+    second_ = QnAudio_GetCopyFunction2(type, QNST_FLOAT64);
+    between_.resize(size_t{mostFrames} * channels_);
+  }
+  if (!map_.empty()) {
+    move_ = QnAudio_GetCopyChannelsFunction2(source.type, source.type);
+    // Silent channels are written here once and for all.
+    const uint8_t silence = source.type == QNST_PCM8U ? 0x80 : 0;
+    mapped_.assign(size_t{mostFrames} * channels_ * source.SampleBytes(), silence);
+  }
+}
+
+void SampleConverter::Convert(void* destination, const void* source, uint32_t frames) {
+  if (move_) {
+    for (uint32_t i = 0; i < channels_; ++i) {
+      if (map_[i] == kSilence) continue;
+      move_(mapped_.data(), channels_, i, source, source_.channels, static_cast<DWORD>(map_[i]),
+            static_cast<LONG>(frames));
+    }
+    source = mapped_.data();
+  }
+  const auto samples = static_cast<LONG>(frames * channels_);
+  if (second_) {
+    first_(between_.data(), source, samples, gain_);
+    second_(destination, between_.data(), samples, 1.0f);
+  } else {
+    first_(destination, source, samples, gain_);
+  }
+}
+
+}  // namespace qnwave

@@ -1,0 +1,89 @@
+#include "tools/qnwave/describe.h"
+
+#include <cstdio>
+
+#include "qn/audio/qnwaveformat.h"
+#include "tools/qnwave/sample_types.h"
+
+namespace qnwave {
+namespace {
+
+struct TagName {
+  uint16_t tag;
+  const char* name;
+};
+
+// Formats that this tool names but does not read.
+constexpr TagName kTagNames[] = {
+    {0x0002, "ADPCM"},    {0x0006, "A-law"},      {0x0007, "mu-law"},       {0x0011, "IMA ADPCM"},
+    {0x0031, "GSM 6.10"}, {0x0050, "MPEG audio"}, {0x0055, "MPEG layer 3"}, {0x0092, "AC-3"},
+    {0x00FF, "AAC"},      {0xF1AC, "FLAC"},
+};
+
+constexpr const char* kSpeakers[] = {"FL", "FR", "FC", "LFE", "BL",  "BR",  "FLC", "FRC", "BC",
+                                     "SL", "SR", "TC", "TFL", "TFC", "TFR", "TBL", "TBC", "TBR"};
+
+}  // namespace
+
+std::string DescribeFormat(const WAVEFORMATEXTENSIBLE& record) {
+  const WAVEFORMATEX& format = record.Format;
+  const bool extensible = format.wFormatTag == WAVE_FORMAT_EXTENSIBLE;
+  const unsigned tag = QnAudio_GetWaveFormatTag(&format);
+  const SampleTypeRow* const row = FindSampleType(QnAudio_GetSampleType2(tag, format.wBitsPerSample));
+  std::string words;
+  if (row) {
+    words = row->words;
+  } else {
+    for (const TagName& name : kTagNames) {
+      if (name.tag == tag) words = name.name;
+    }
+  }
+  if (words.empty()) {
+    char text[64];
+    std::snprintf(text, sizeof(text), "format tag 0x%04X, %u bits", tag, unsigned{format.wBitsPerSample});
+    words = text;
+  }
+  const unsigned valid = record.Samples.wValidBitsPerSample;
+  if (extensible && valid != 0 && valid < format.wBitsPerSample) {
+    words += ", " + std::to_string(valid) + " of the bits valid";
+  }
+  return words;
+}
+
+std::string DescribeChannels(uint32_t channels) {
+  if (channels == 1) return "mono";
+  if (channels == 2) return "stereo";
+  return std::to_string(channels) + " channels";
+}
+
+std::string DescribeSpeakers(uint32_t mask) {
+  std::string names;
+  for (unsigned bit = 0; bit < 32; ++bit) {
+    if (!((mask >> bit) & 1)) continue;
+    if (!names.empty()) names += ' ';
+    names += bit < std::size(kSpeakers) ? kSpeakers[bit] : ("bit" + std::to_string(bit)).c_str();
+  }
+  return names;
+}
+
+std::string DescribeDuration(uint64_t frames, uint32_t rate) {
+  const uint64_t seconds = frames / rate;
+  const uint64_t milliseconds = frames % rate * 1000 / rate;
+  char text[64];
+  std::snprintf(text, sizeof(text), "%llu:%02u:%02u.%03u", static_cast<unsigned long long>(seconds / 3600),
+                static_cast<unsigned>(seconds / 60 % 60), static_cast<unsigned>(seconds % 60),
+                static_cast<unsigned>(milliseconds));
+  return text;
+}
+
+std::string Grouped(uint64_t number) {
+  std::string digits = std::to_string(number);
+  for (size_t i = digits.size(); i > 3; i -= 3) digits.insert(i - 3, 1, ',');
+  return digits;
+}
+
+std::string Bytes(uint64_t number) {
+  return Grouped(number) + (number == 1 ? " byte" : " bytes");
+}
+
+}  // namespace qnwave

@@ -1,0 +1,35 @@
+#include "tools/qnwave/interrupt.h"
+
+#include <signal.h>
+
+#include <initializer_list>
+
+namespace qnwave {
+namespace {
+
+volatile sig_atomic_t signalNumber = 0;
+
+void Remember(int number) {
+  signalNumber = number;
+}
+
+}  // namespace
+
+void WatchInterrupts() {
+  struct sigaction action = {};
+  action.sa_handler = Remember;
+  action.sa_flags = static_cast<int>(SA_RESETHAND | SA_RESTART);
+  for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+    struct sigaction before = {};
+    // A signal that the caller has switched off, as nohup does, stays off.
+    if (sigaction(number, nullptr, &before) == 0 && before.sa_handler != SIG_IGN) {
+      sigaction(number, &action, nullptr);
+    }
+  }
+}
+
+int InterruptSignal() {
+  return signalNumber;
+}
+
+}  // namespace qnwave

@@ -1,0 +1,73 @@
+// qnwave: wave files on the command line. Finds the sub-command and runs it.
+#include <signal.h>
+
+#include <cstdio>
+#include <cstring>
+#include <new>
+#include <span>
+#include <string_view>
+
+#include "tools/qnwave/command.h"
+#include "tools/qnwave/options.h"
+#include "tools/qnwave/report.h"
+
+namespace qnwave {
+namespace {
+
+constexpr const Command* kCommands[] = {&kInfoCommand, &kConvertCommand, &kRepairCommand};
+
+void PrintOverview() {
+  std::printf("Usage: qnwave COMMAND [OPTIONS] FILE...\n\nCommands:\n");
+  for (const Command* command : kCommands) std::printf("  %-10s%s\n", command->name, command->summary);
+  std::printf("\n'qnwave COMMAND --help' tells more, 'qnwave --version' the version, 'man qnwave' all.\n");
+}
+
+int RunCommand(const Command& command, std::span<char* const> words) {
+  const auto arguments = Arguments::Parse(command, words);
+  if (!arguments) return kExitUsage;
+  if (arguments->Has("help")) {
+    PrintHelp(command);
+    return kExitOk;
+  }
+  return command.run(*arguments);
+}
+
+int Run(std::span<char* const> words) {
+  if (words.empty()) {
+    ReportUsage("", "no command is given");
+    return kExitUsage;
+  }
+  const std::string_view first = words[0];
+  if (first == "--help" || first == "-h" || first == "help") {
+    PrintOverview();
+    return kExitOk;
+  }
+  if (first == "--version") {
+    std::printf("qnwave %s\n", QNWAVE_VERSION);
+    return kExitOk;
+  }
+  for (const Command* command : kCommands) {
+    if (first == command->name) return RunCommand(*command, words.subspan(1));
+  }
+  ReportUsage("", "unknown command " + Quoted(first));
+  return kExitUsage;
+}
+
+// What was printed must have arrived: a full disk behind the output is a failure too.
+int Finish(int exitCode) {
+  if (std::fflush(stdout) == 0 && !std::ferror(stdout)) return exitCode;
+  ReportError("", "the output could not be written");
+  return exitCode == kExitOk ? kExitFailed : exitCode;
+}
+
+}  // namespace
+}  // namespace qnwave
+
+int main(int count, char** words) try {
+  // A limit on the size of files shows as a failed write, which is reported and tidied up after.
+  signal(SIGXFSZ, SIG_IGN);
+  return qnwave::Finish(qnwave::Run({words + 1, static_cast<size_t>(count > 0 ? count - 1 : 0)}));
+} catch (const std::bad_alloc&) {
+  qnwave::ReportError("", E_OUTOFMEMORY);
+  return qnwave::kExitFailed;
+}

@@ -1,0 +1,122 @@
+#include "tools/qnwave/options.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+#include "tools/qnwave/report.h"
+
+namespace qnwave {
+namespace {
+
+constexpr Option kHelp = {"help", nullptr, "show this help and exit"};
+
+const Option* FindOption(const Command& command, std::string_view name) {
+  if (name == kHelp.name) return &kHelp;
+  const auto found = std::find_if(command.options.begin(), command.options.end(),
+                                  [&](const Option& o) { return name == o.name; });
+  return found == command.options.end() ? nullptr : &*found;
+}
+
+constexpr size_t kHelpWidth = 79;
+
+// Prints words from a column on, with the lines broken at the width of a usual terminal.
+void PrintWrapped(std::string_view text, size_t column, size_t indent) {
+  for (const std::string_view word : Split(text, ' ')) {
+    if (column > indent && column + 1 + word.size() > kHelpWidth) {
+      std::printf("\n%*s", static_cast<int>(indent), "");
+      column = indent;
+    } else if (column > indent) {
+      std::putchar(' ');
+      ++column;
+    }
+    std::printf("%.*s", static_cast<int>(word.size()), word.data());
+    column += word.size();
+  }
+  std::putchar('\n');
+}
+
+void PrintOption(const Option& option) {
+  constexpr size_t kColumn = 24;
+  std::string left = "  --" + std::string(option.name);
+  if (option.value) left += std::string(" ") + option.value;
+  // A long name has its line to itself.
+  if (left.size() + 2 > kColumn) {
+    std::printf("%s\n", left.c_str());
+    left.clear();
+  }
+  std::printf("%-*s", static_cast<int>(kColumn), left.c_str());
+  PrintWrapped(option.help, kColumn, kColumn);
+}
+
+}  // namespace
+
+std::optional<Arguments> Arguments::Parse(const Command& command, std::span<char* const> words) {
+  Arguments arguments;
+  bool optionsEnded = false;
+  for (size_t i = 0; i < words.size(); ++i) {
+    const std::string_view word = words[i];
+    if (optionsEnded || word.substr(0, 1) != "-" || word == "-") {
+      arguments.files_.emplace_back(word);
+      continue;
+    }
+    if (word == "--") {
+      optionsEnded = true;
+      continue;
+    }
+    const size_t equals = word.find('=');
+    const bool dashes = word.substr(0, 2) == "--";
+    const std::string_view name = word == "-h" ? "help"
+                                  : dashes     ? word.substr(2, equals - 2)
+                                               : std::string_view();
+    const Option* const option = FindOption(command, name);
+    if (!option) {
+      ReportUsage(command.name, "unknown option " + Quoted(word.substr(0, equals)));
+      return std::nullopt;
+    }
+    std::string value;
+    if (option->value) {
+      if (equals != std::string_view::npos) {
+        value = word.substr(equals + 1);
+      } else if (i + 1 < words.size()) {
+        value = words[++i];
+      } else {
+        ReportUsage(command.name, "option --" + std::string(name) + " needs a value (" + option->value + ")");
+        return std::nullopt;
+      }
+    } else if (equals != std::string_view::npos) {
+      ReportUsage(command.name, "option --" + std::string(name) + " takes no value");
+      return std::nullopt;
+    }
+    arguments.values_[option->name] = value;
+  }
+  return arguments;
+}
+
+std::optional<std::string_view> Arguments::Value(std::string_view name) const {
+  const auto found = values_.find(name);
+  if (found == values_.end()) return std::nullopt;
+  return found->second;
+}
+
+void PrintHelp(const Command& command) {
+  std::printf("Usage: qnwave %s [OPTIONS] %s\n\n", command.name, command.operands);
+  PrintWrapped(command.summary, 0, 0);
+  std::putchar('\n');
+  PrintWrapped(command.details, 0, 0);
+  std::printf("\nOptions:\n");
+  for (const Option& option : command.options) PrintOption(option);
+  PrintOption(kHelp);
+}
+
+std::vector<std::string_view> Split(std::string_view text, char separator) {
+  std::vector<std::string_view> pieces;
+  for (;;) {
+    const size_t end = text.find(separator);
+    pieces.push_back(text.substr(0, end));
+    if (end == std::string_view::npos) return pieces;
+    text.remove_prefix(end + 1);
+  }
+}
+
+}  // namespace qnwave
