@@ -39,6 +39,7 @@ void SeekEnd(HANDLE file) {
 }
 
 void Skip(HANDLE file, uint64_t distance, uint32_t consumed) {
+  if (distance == consumed) return;
   if (distance <= kMaxDistance &&
       Moved(Move(file, static_cast<int64_t>(distance) - consumed, FILE_CURRENT))) {
     return;

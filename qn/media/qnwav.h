@@ -12,8 +12,8 @@
 // QN_E_FILE_OPEN, QN_E_FILE_READ, QN_E_FILE_WRITE, QN_E_NOT_FOUND (no samples), QN_E_CHUNK_SIZE (no header
 // ends at that offset), QN_E_FILE_UNSUPPORTED, E_INVALIDARG.
 //
-// The operations that take a format have a second form for the library's own record. A record that needs the
-// extensible form is refused with QN_E_MEDIA_TYPE.
+// The operations that take a format have a second form for the library's own record. Those that create a file
+// or insert a header refuse a record that needs the extensible form with QN_E_MEDIA_TYPE.
 #pragma once
 
 #include <cstddef>
@@ -31,9 +31,10 @@ QN_API int QnFileIsWave64(const WCHAR* name, int allowCompressed);
 // 1 when the file is AIFF or AIFF-C, else 0.
 QN_API int QnFileIsAiff(const WCHAR* name);
 
-// Reads the format of a WAV, Wave64 or AIFF file of linear PCM or float samples. PCM of 20 bits is delivered
-// as 24 with the block align to match. `*frames` becomes the frame count that the header states (for AIFF
-// never more than the file holds), `*dataStart` the byte offset of the first sample; both may be null.
+// Reads the format of a WAV, Wave64 or AIFF file of linear PCM or float samples. PCM of 20 bits in 2
+// bytes is delivered as 24 with the block align to match. `*frames` becomes the frame count that the header
+// states (for AIFF never more than the file holds), `*dataStart` the byte offset of the first sample; both
+// may be null.
 //
 // Returns a record with its cbSize bytes behind it, to be released with free(), or null with both outputs as
 // they were when the file cannot be opened or is none of the three.
@@ -75,7 +76,7 @@ QN_API HRESULT QnInsertWavHeader(HANDLE file, const WAVEFORMATEX* format, uint32
 QN_API HRESULT QnInsertW64Header(HANDLE file, const WAVEFORMATEX* format, int64_t dataBytes,
                                  int64_t dataOffset);
 
-// Repairs an open file of at least 38 (WAV) or 82 (Wave64) bytes whatever its header holds. The format is
+// Repairs an open file of at least 46 (WAV) or 112 (Wave64) bytes whatever its header holds. The format is
 // taken from its usual place (offset 20, or 64), field by field where a field makes sense, else from
 // `format`; null stands for 16-bit PCM, stereo, 44,100 Hz. The samples are found by the chunks that follow,
 // or by the `data` tag, or are taken to start at `headerLimit`, the largest offset at which they may start.
@@ -87,7 +88,8 @@ QN_API HRESULT QnInsertW64Header(HANDLE file, const WAVEFORMATEX* format, int64_
 // such a file is refused, with a larger one its first samples may be taken for header.
 //
 // QN_E_FILE_READ when the record cannot be read; QN_E_CHUNK_SIZE, with nothing written, when the samples
-// start where no header ends; QN_E_MEDIA_TYPE when `format` gives defaults of no use.
+// start where no header ends or the file is shorter than a header; QN_E_MEDIA_TYPE when `format` gives
+// defaults of no use.
 QN_API HRESULT QnFixTrashedWav(HANDLE file, const WAVEFORMATEX* format, uint32_t headerLimit);
 QN_API HRESULT QnFixTrashedW64(HANDLE file, const WAVEFORMATEX* format, int64_t headerLimit);
 }

@@ -12,14 +12,16 @@ namespace {
 
 constexpr WAVEFORMATEX kDefaultFormat = {WAVE_FORMAT_PCM, 2, 44100, 44100 * 4, 4, 16, 0};
 
+// Published records have no alignment, so their fields are read by value.
 WORD MendBits(const WAVEFORMATEX& format, const WAVEFORMATEX& defaults) {
   const WORD bits = format.wBitsPerSample;
+  const WORD defaultBits = defaults.wBitsPerSample;
   if (format.wFormatTag == WAVE_FORMAT_IEEE_FLOAT) {
     if (bits == 32 || bits == 64) return bits;
-    return defaults.wBitsPerSample <= 32 ? 32 : 64;
+    return defaultBits <= 32 ? 32 : 64;
   }
   if (bits == 8 || bits == 16 || bits == 24 || bits == 32) return bits;
-  return std::min<WORD>(defaults.wBitsPerSample, 32);
+  return defaultBits < 32 ? defaultBits : 32;
 }
 
 // Keeps each field of a record that makes sense and takes the others from `defaults`. The fields build on one
