@@ -43,7 +43,9 @@ else
 fi
 
 say "A picture"
-ffmpeg -v error -y -i demo/damaged.wav \
-  -filter_complex 'showwavespic=s=1000x240:split_channels=1:colors=0x2060A0,format=rgb24' -frames:v 1 demo/waveform.png
+ffmpeg -v error -y -i demo/damaged.wav -filter_complex '
+  color=white:s=1000x240[paper];
+  [0:a]showwavespic=s=1000x240:scale=sqrt:draw=full:colors=0x2060A0,format=rgba[wave];
+  [paper][wave]overlay=shortest=1,format=rgb24' -frames:v 1 demo/waveform.png
 echo "demo/waveform.png  the repaired recording's waveform"
 ls -l demo | awk 'NR > 1 {printf "%-30s %10d bytes\n", "demo/" $NF, $5}'
