@@ -57,8 +57,7 @@ const TenMinutes& Input() {
   return input;
 }
 
-void ReadByLibrary(benchmark::State& state) {
-  const auto blockFrames = static_cast<DWORD>(state.range(0));
+void ReadByLibrary(benchmark::State& state, DWORD blockFrames) {
   const std::u16string name = qn::PathFromNative(Input().Native());
   std::vector<uint8_t> bytes(blockFrames * kChannels * 2);
   std::vector<float> samples(blockFrames * kChannels);
@@ -82,8 +81,7 @@ void ReadByLibrary(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * kFrames * kChannels);
 }
 
-void ReadBySndfile(benchmark::State& state) {
-  const auto blockFrames = static_cast<sf_count_t>(state.range(0));
+void ReadBySndfile(benchmark::State& state, sf_count_t blockFrames) {
   std::vector<float> samples(static_cast<size_t>(blockFrames) * kChannels);
   for (auto _ : state) {
     SF_INFO info = {};
@@ -98,8 +96,9 @@ void ReadBySndfile(benchmark::State& state) {
 const int registered = [] {
   for (const int blockFrames : {4096, 16384, 65536}) {
     const std::string prefix = "wavread/s16_f32_10min/" + std::to_string(blockFrames) + "/";
-    benchmark::RegisterBenchmark((prefix + "ours").c_str(), ReadByLibrary)->Arg(blockFrames);
-    benchmark::RegisterBenchmark((prefix + "sndfile").c_str(), ReadBySndfile)->Arg(blockFrames);
+    benchmark::RegisterBenchmark((prefix + "ours").c_str(), ReadByLibrary, static_cast<DWORD>(blockFrames));
+    benchmark::RegisterBenchmark((prefix + "sndfile").c_str(), ReadBySndfile,
+                                 static_cast<sf_count_t>(blockFrames));
   }
   return 0;
 }();

@@ -1,0 +1,54 @@
+#!/usr/bin/env bash
+# Builds the benchmarks, runs all groups beside their peers and writes docs/performance.md. Takes about a
+# quarter of an hour; the machine should do nothing else.
+#
+#   scripts/bench.sh [FILTER]     with a filter (as --benchmark_filter): prints that part, writes nothing
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+scripts/install-deps.sh
+scripts/install-deps.sh --bench
+mkdir -p build
+cmake --preset bench >build/bench.log
+cmake --build --preset bench -j "$(nproc)" >>build/bench.log || { tail -n 40 build/bench.log; exit 1; }
+qnbench=build/bench/benchmarks/qnbench
+qnwave=$PWD/build/bench/tools/qnwave
+measure() {
+  "$qnbench" --benchmark_filter="$1" --benchmark_repetitions=3 --benchmark_enable_random_interleaving=true \
+    --benchmark_format=json >build/bench.json 2>>build/bench.log
+}
+
+if [ $# -gt 0 ]; then
+  measure "$1"
+  exec scripts/bench_table.py build/bench.json --against 0.5:1.0 --summary
+fi
+
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+sox -R -n -r 44100 -c 2 -b 16 "$scratch/in.wav" synth 600 pinknoise gain -6
+{
+  cat <<'END'
+# Performance
+
+Made by `scripts/bench.sh`: our code and its peers in one run. Absolute figures belong to the machine; the ratios are
+what counts. A ratio "to" a peer is the peer's time divided by ours: above 1 we are faster. "0.5 to 1.0" is our time
+with a gain of 0.5 divided by that with scale 1.0. memcpy copies as many bytes as the conversion reads and writes
+together, halved, so that both move the same number of bytes.
+
+END
+  echo "Machine: $(sed -n 's/^model name[^:]*: //p' /proc/cpuinfo | head -n 1), $(nproc) cores," \
+    "$(uname -m), $("${CXX:-c++}" --version | head -n 1), $(date -u +%Y-%m-%d)."
+  measure '^copy/'
+  printf '\n## Sample conversion (`copy/`)\n\n'
+  scripts/bench_table.py build/bench.json --against 0.5:1.0 --summary
+  measure '^wavread/'
+  printf '\n## Reading a ten-minute stereo file of 16 bits as float (`wavread/`)\n\n'
+  scripts/bench_table.py build/bench.json
+  printf '\n## Whole commands\n\n'
+  (cd "$scratch" && python3 "$OLDPWD/scripts/bench_commands.py" 11 'ten minutes, 16-bit stereo to 32-bit float' \
+    "$qnwave convert --quiet --force --type f32 in.wav ours.wav" \
+    'sox=sox in.wav -e floating-point -b 32 sox.wav' \
+    'ffmpeg=ffmpeg -v error -nostdin -y -i in.wav -c:a pcm_f32le ffmpeg.wav')
+} >build/performance.md
+mv build/performance.md docs/performance.md
+echo "docs/performance.md is written."
