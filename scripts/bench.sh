@@ -38,11 +38,10 @@ together, halved, so that both move the same number of bytes.
 END
   echo "Machine: $(sed -n 's/^model name[^:]*: //p' /proc/cpuinfo | head -n 1), $(nproc) cores," \
     "$(uname -m), $("${CXX:-c++}" --version | head -n 1), $(date -u +%Y-%m-%d)."
+  echo
   measure '^copy/'
-  printf '\n## Sample conversion (`copy/`)\n\n'
   scripts/bench_table.py build/bench.json --against 0.5:1.0 --summary
   measure '^wavread/'
-  printf '\n## Reading a ten-minute stereo file of 16 bits as float (`wavread/`)\n\n'
   scripts/bench_table.py build/bench.json
   printf '\n## Whole commands\n\n'
   (cd "$scratch" && python3 "$OLDPWD/scripts/bench_commands.py" 11 'ten minutes, 16-bit stereo to 32-bit float' \
