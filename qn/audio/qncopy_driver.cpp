@@ -135,7 +135,7 @@ Layout LayoutOf(const CopyPair& pair, const uint8_t* dst, const uint8_t* src, si
   const uintptr_t dstAt = reinterpret_cast<uintptr_t>(dst), srcAt = reinterpret_cast<uintptr_t>(src);
   const uintptr_t dstEnd = dstAt + samples * pair.dstBytes, srcEnd = srcAt + samples * pair.srcBytes;
   if (dstAt >= srcEnd || srcAt >= dstEnd) return Layout::kApart;
-  const bool inPlace = pair.backward ? dstEnd >= srcEnd && pair.dstBytes >= pair.srcBytes
+  const bool inPlace = pair.backward ? dstAt >= srcAt && pair.dstBytes >= pair.srcBytes
                                      : dstAt <= srcAt && pair.dstBytes <= pair.srcBytes;
   return inPlace ? Layout::kInPlace : Layout::kTangled;
 }

@@ -1,0 +1,56 @@
+// A plain reference of sample conversion, written from the rule's tables alone, with what the tests of the
+// copy kernels share.
+#pragma once
+
+#include <functional>
+#include <vector>
+
+#include "qn/audio/qncopy_internal.h"
+#include "tests/support/support.h"
+
+namespace qntest {
+
+// Bytes of a sample, of the eleven types and the two of the channel lookup.
+size_t BytesOf(int type);
+
+// One sample converted; the number of bytes written is that of `dst`.
+void ConvertOne(int dst, uint8_t* to, int src, const uint8_t* from, float scale);
+
+// All of `samples` converted, one after the other into a new buffer.
+Bytes ConvertAll(int dst, int src, const Bytes& samples, float scale);
+
+// True for pairs that run from the last sample to the first.
+bool RunsBackward(int dst, int src);
+
+// Samples of a type that are worth a test: all values of 8 and 16 bits, else limits, halves and their
+// neighbours, powers of two, denormals, infinities, NaNs, and noise. `few` makes it 4,000.
+Bytes SamplesOf(int type, bool few = false);
+
+// Runs `body` once for each instruction set that the kernels are compiled for and the machine has.
+void ForEachTarget(const std::function<void()>& body);
+
+// Runs `body` with denormals kept and, where the processor can, with denormals flushed to zero.
+void ForEachDenormalMode(const std::function<void()>& body);
+
+// The kernels of a pair: the scalar one and the vector one if there is one.
+std::vector<QNCOPYFUNCTION> KernelsOf(const qn::CopyKernel& pair);
+
+// A buffer of `size` bytes, `offset` bytes behind a multiple of 16, between guard bytes. With the address
+// sanitizer the heap block ends where the buffer does.
+class GuardedBuffer {
+ public:
+  GuardedBuffer(size_t size, size_t offset);
+  uint8_t* data() { return block_.data() + front_; }
+  bool Intact() const;
+  Bytes Content() const { return Bytes(block_.data() + front_, block_.data() + front_ + size_); }
+
+ private:
+  size_t front_;
+  size_t size_;
+  Bytes block_;
+};
+
+// "s16_from_flt, scale 0.5" for messages.
+std::string Describe(const qn::CopyKernel& pair, float scale);
+
+}  // namespace qntest

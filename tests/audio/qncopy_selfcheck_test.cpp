@@ -1,0 +1,117 @@
+// The self-check: it passes, and it finds and reports what is wrong.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "qn/audio/qncopy_selfcheck_internal.h"
+#include "qn/kernel/qncpu.h"
+#include "qn/settings/qnstatus.h"
+
+namespace {
+
+using qn::SelfCheckHooks;
+
+// What the hooks saw.
+struct {
+  std::vector<int> rows;
+  std::vector<std::u16string> shown;
+  int cursor;
+  int allocations;
+  HRESULT recorded;
+} seen;
+
+const HWND kWindow = reinterpret_cast<HWND>(&seen);
+
+// Hooks that watch, put back at the end of a test.
+class CopySelfCheck : public testing::Test {
+ protected:
+  void SetUp() override {
+    saved_ = SelfCheckHooks();
+    seen = {};
+    seen.recorded = E_UNEXPECTED;
+    qn::CopySelfCheckHooks& hooks = SelfCheckHooks();
+    hooks.showWaitCursor = []() -> void* {
+      ++seen.cursor;
+      return &seen.cursor;
+    };
+    hooks.restoreCursor = [](void* before) { seen.cursor -= before == &seen.cursor ? 1 : 100; };
+    hooks.record = [](HRESULT status, const WCHAR* format, int row) {
+      EXPECT_EQ(status, E_UNEXPECTED);
+      EXPECT_EQ(std::u16string(format), W("QnAudioCopy_UnitTest node[%d] failed."));
+      EXPECT_EQ(seen.cursor, 1);
+      seen.rows.push_back(row);
+      return seen.recorded;
+    };
+    hooks.show = [](HWND window, const WCHAR* text) {
+      EXPECT_EQ(window, kWindow);
+      seen.shown.push_back(text);
+    };
+  }
+  void TearDown() override {
+    EXPECT_EQ(seen.cursor, 0);
+    SelfCheckHooks() = saved_;
+  }
+
+  // Wrong kernels for 16-bit from both float types.
+  void BreakRounding() {
+    SelfCheckHooks().findKernel = [](QNSAMPLETYPE dst, QNSAMPLETYPE src, bool vector) -> QNCOPYFUNCTION {
+      if (dst == QNST_PCM16 && (src == QNST_FLOAT32 || src == QNST_FLOAT64)) {
+        return [](void* to, const void*, LONG samples, float) {
+          for (LONG i = 0; i < samples; ++i) static_cast<int16_t*>(to)[i] = 1;
+        };
+      }
+      return original_->findKernel(dst, src, vector);
+    };
+    original_ = &saved_;
+  }
+
+ private:
+  static inline const qn::CopySelfCheckHooks* original_ = nullptr;
+  qn::CopySelfCheckHooks saved_;
+};
+
+TEST_F(CopySelfCheck, FindsNothingWrong) {
+  EXPECT_EQ(QnAudioCopy_UnitTest(nullptr), 1);
+  EXPECT_EQ(QnAudioCopy_UnitTest(kWindow), 1);
+  EXPECT_TRUE(seen.rows.empty() && seen.shown.empty());
+}
+
+// Rows 2 and 9 are 16-bit by way of float and double; 14 and 16 the same for a processor of class 6.
+TEST_F(CopySelfCheck, NamesTheRowsThatFail) {
+  BreakRounding();
+  EXPECT_EQ(QnAudioCopy_UnitTest(nullptr), E_UNEXPECTED);
+  EXPECT_EQ(seen.rows, (std::vector<int>{2, 9}));
+  EXPECT_TRUE(seen.shown.empty());
+
+  seen.rows.clear();
+  QnSetCPUClassBySupport();
+  EXPECT_EQ(QnAudioCopy_UnitTest(kWindow), 0);
+  const DWORD class6 = QnGetCPUSupport(0) & 0xF;
+  QnDisallowCPUSupport(0xFF0);
+  QnSetCPUClassBySupport();  // no class is forced any more
+  QnAllowCPUSupport(0xFFF);
+  EXPECT_EQ(class6, 6u);
+  EXPECT_EQ(seen.rows, (std::vector<int>{2, 9, 14, 16}));
+  EXPECT_EQ(seen.shown, (std::vector<std::u16string>{W("INTERNAL: AudioCopy unit test failed!")}));
+}
+
+TEST_F(CopySelfCheck, DoesNotShowWhatTheUserCancelled) {
+  BreakRounding();
+  seen.recorded = QN_E_CANCELLED;
+  EXPECT_EQ(QnAudioCopy_UnitTest(kWindow), 0);
+  EXPECT_TRUE(seen.shown.empty());
+}
+
+TEST_F(CopySelfCheck, EndsWhenMemoryDoes) {
+  SelfCheckHooks().allocate = [](size_t bytes) {
+    return ++seen.allocations == 8 ? nullptr : std::malloc(bytes);
+  };
+  EXPECT_EQ(QnAudioCopy_UnitTest(nullptr), E_OUTOFMEMORY);
+  EXPECT_LE(seen.allocations, 9);
+  EXPECT_TRUE(seen.rows.empty());
+  seen.allocations = 7;
+  EXPECT_EQ(QnAudioCopy_UnitTest(kWindow), 0);
+  EXPECT_EQ(seen.shown.size(), 1u);
+}
+
+}  // namespace
