@@ -1,165 +1,264 @@
 // What holds for RIFF and Wave64 files alike.
-#include <vector>
-
 #include "qn/media/riff.h"
 #include "qn/media/riff64.h"
-#include "tests/media/chunk_file.h"
+#include "qn/platform/memory.h"
+#include "tests/media/media_file.h"
 
 namespace {
 
 using namespace qntest;
 
-// The calls of the two families under one name each.
+// What is asked with which budget, the status, what is left of the budget, and the place reached. All begin
+// at the first chunk. "+" leads the names of lists and "#" the number of an entry; "#" alone is a count,
+// which is reached. Without a budget there is no bound.
+struct Row {
+  std::string_view what;
+  std::optional<int64_t> budget;
+  HRESULT status;
+  int64_t rest;
+  uint64_t reached;
+};
+
+// The calls of a family under one name each.
+#define CALLS(family)                                                     \
+  static constexpr auto ReadFileID = family##_ReadFileID;                 \
+  static constexpr auto ReadHeader = family##_ReadChunkHeader;            \
+  static constexpr auto ReadListHeader = family##_ReadListHeader;         \
+  static constexpr auto ReadData = family##_ReadData;                     \
+  static constexpr auto ReadBounded = family##_ReadDataBounded;           \
+  static constexpr auto ReadAlloc = family##_ReadDataAlloc;               \
+  static constexpr auto Save = family##_SaveLocation;                     \
+  static constexpr auto Restore = family##_RestoreLocation;               \
+  static constexpr auto SkipChunk = family##_SkipChunk;                   \
+  static constexpr auto Find = family##_FindChunkHeader;                  \
+  static constexpr auto FindInForm = family##_FindChunkHeaderInRIFF;      \
+  static constexpr auto FindList = family##_FindListChunk;                \
+  static constexpr auto FindListInForm = family##_FindListChunkFromStart; \
+  static constexpr auto CountEntries = family##_GetNumListEntries;        \
+  static constexpr auto SeekEntry = family##_SeekListEntry;               \
+  static constexpr auto SetSize = family##_SetRIFFSize;                   \
+  static constexpr auto Update = family##_UpdateRIFFSize
+
 struct Riff : RiffShape {
+  using Id = uint32_t;
   using Size = uint32_t;
   using Budget = uint32_t;
-  static constexpr auto Find = riff_FindChunkHeaderInRIFF;
-  static constexpr auto FindList = riff_FindListChunkFromStart;
-  static constexpr auto Count = riff_GetNumListEntries;
-  static constexpr auto Seek = riff_SeekListEntry;
-  static uint32_t Key(std::string_view text) {
-    uint32_t id;
-    std::memcpy(&id, text.data(), sizeof id);
-    return id;
-  }
+  CALLS(riff);
   static HRESULT Delete(HANDLE file, uint32_t id, uint32_t* deleted) {
     return riff_DeleteChunk(file, id, deleted, 0);
   }
+  static uint32_t Key(std::string_view text) { return RiffId(text); }
+
+  static constexpr HRESULT kNoHeader = kShort;
+  // A walk over entries wraps its budget.
+  static constexpr Row kRows[] = {
+      {"aaaa", 8, kFound, 0, 20},     {"aaaa", 7, kMissing, 7, 12},   {"cccc", 48, kFound, 12, 48},
+      {"cccc", 36, kFound, 0, 48},    {"cccc", 35, kMissing, 7, 40},  {"cccc", 11, kMissing, 0, 24},
+      {"none", 48, kMissing, 0, 60},  {"none", 900, kShort, 900, 60}, {"cccc", -5, kFound, -41, 48},
+      {"cccc", {}, kFound, 0, 48},    {"none", {}, kShort, 0, 60},    {"+bbbb", 48, kFound, 24, 36},
+      {"+bbbb", 24, kFound, 0, 36},   {"+bbbb", 23, kMissing, 3, 32}, {"+bbbb", 19, kMissing, 7, 24},
+      {"+dddd", 48, kFound, 0, 60},   {"+dddd", 47, kMissing, 3, 56}, {"+dddd", 27, kMissing, 0, 40},
+      {"+none", 48, kMissing, 0, 60}, {"+none", 90, kShort, 42, 60},  {"+dddd", {}, kFound, 0, 60},
+      {"#", 48, S_OK, 0, 4},          {"#", 7, S_OK, 7, 0},           {"#", 35, S_OK, 7, 2},
+      {"#", 47, kShort, -1, 4},       {"#", 11, kShort, -37, 4},      {"#0", 0, S_OK, 0, 12},
+      {"#2", 48, S_OK, 20, 40},       {"#4", 47, S_OK, -1, 60},       {"#5", 48, kMissing, 0, 60},
+      {"#-1", 47, kMissing, 47, 12}};
+  // Sizes of data and, if they are bounded, of the buffer, and the place that reading them ends at.
+  static constexpr uint64_t kReads[][2] = {{0, 0}, {1, 2}, {4, 4}, {5, 6}, {0x700000003, 4}, {16, 16}};
+  static constexpr uint32_t kBounded[][3] = {{5, 4, 5}, {5, 3, 6},   {4, 5, 5},
+                                             {6, 6, 6}, {16, 0, 16}, {99, 2, 99}};
+  static constexpr uint64_t kBig = 0xC0000001;
 };
 
 struct Wave64 : Wave64Shape {
+  using Id = GUID;
   using Size = uint64_t;
   using Budget = int64_t;
-  static constexpr auto Find = riff64_FindChunkHeaderInRIFF;
-  static constexpr auto FindList = riff64_FindListChunkFromStart;
-  static constexpr auto Count = riff64_GetNumListEntries;
-  static constexpr auto Seek = riff64_SeekListEntry;
+  CALLS(riff64);
   static constexpr auto Delete = riff64_DeleteChunk;
-  // An id that becomes a pointer where it is passed.
-  struct KeyGuid {
-    GUID guid;
-    operator const GUID*() const { return &guid; }
-  };
-  static KeyGuid Key(std::string_view text) {
-    KeyGuid key;
-    std::memcpy(&key.guid, Name(text).data(), sizeof key.guid);
-    return key;
-  }
+  static GuidKey Key(std::string_view text) { return GuidKey(Name(text)); }
+
+  static constexpr HRESULT kNoHeader = QN_E_RIFF_HEADER;
+  // A list's type is asked for 8 bytes of budget, and takes 16; a walk over entries ends below zero.
+  static constexpr Row kRows[] = {
+      {"aaaa", 24, kFound, 0, 64},      {"aaaa", 23, kMissing, 23, 40},  {"aaaa", -1, kMissing, -1, 40},
+      {"cccc", 144, kFound, 40, 144},   {"cccc", 104, kFound, 0, 144},   {"cccc", 103, kMissing, 23, 120},
+      {"cccc", 30, kMissing, -2, 72},   {"none", 144, kMissing, 0, 184}, {"none", 900, kShort, 900, 184},
+      {"cccc", {}, kFound, 0, 144},     {"none", {}, kShort, 0, 184},    {"+bbbb", 144, kFound, 72, 112},
+      {"+bbbb", 64, kFound, -8, 112},   {"+bbbb", 63, kMissing, 7, 96},  {"+dddd", 144, kFound, 0, 184},
+      {"+none", 144, kMissing, 0, 184}, {"+none", 190, kShort, 46, 184}, {"+dddd", {}, kFound, 0, 184},
+      {"#", 144, S_OK, 0, 4},           {"#", 143, S_OK, -1, 4},         {"#", 60, S_OK, -20, 2},
+      {"#", 23, S_OK, 23, 0},           {"#", -5, S_OK, -5, 0},          {"#2", 144, S_OK, 64, 120},
+      {"#4", 143, S_OK, -1, 184},       {"#5", 144, kMissing, 0, 184},   {"#-1", 9, kMissing, 9, 40}};
+  static constexpr uint64_t kReads[][2] = {{0, 0}, {1, 8}, {8, 8}, {9, 16}, {0x700000003, 8}, {16, 16}};
+  static constexpr uint32_t kBounded[][3] = {{5, 4, 9}, {5, 3, 8}, {8, 16, 8}, {16, 0, 16}, {99, 2, 101}};
+  static constexpr uint64_t kBig = 0x140000001;
 };
 
 template <class Family>
-class Chunks : public ::testing::Test {};
+struct Chunks : ::testing::Test, Family {
+  static uint64_t Padded(uint64_t size) { return size + -size % Family::kAlign; }
+};
 using Families = ::testing::Types<Riff, Wave64>;
 TYPED_TEST_SUITE(Chunks, Families);
 
-constexpr std::string_view kNames[] = {"aaaa", "bbbb", "cccc", "dddd"};
+TYPED_TEST(Chunks, ReadsHeadersInOrder) {
+  using F = TestFixture;
+  Bytes whole = F::Form(F::Chunk("note", {1, 2, 3}) + F::List("INFO", F::Chunk("INAM", {4, 5})));
+  TestFile file(whole);
+  typename F::Id id;
+  typename F::Size size;
+  EXPECT_EQ(F::ReadFileID(file, &size, &id), S_OK);
+  EXPECT_EQ(size, whole.size() - F::kForm);
+  EXPECT_EQ(F::ReadHeader(file, &id, &size), S_OK);
+  EXPECT_EQ(std::tuple(BytesOf(id), size), std::tuple(F::Name("note"), 3));
+  EXPECT_EQ(F::SkipChunk(file, size), F::Padded(3));
+  EXPECT_EQ(F::ReadListHeader(file, &id, &size), S_OK);
+  EXPECT_EQ(BytesOf(id), F::Name("INFO"));
+  EXPECT_EQ(size, whole.size() - file.At());
+  EXPECT_EQ(F::ReadListHeader(file, &id, &size), QN_E_LIST_HEADER);
+  EXPECT_EQ(size, 2u);
 
-size_t UpTo(uint64_t most) {
-  return static_cast<size_t>(Random()() % (most + 1));
+  for (ptrdiff_t length = 0; length <= ptrdiff_t{F::kForm}; ++length) {
+    TestFile cut(Bytes(whole.begin(), whole.begin() + length));
+    const bool hasSize = length >= ptrdiff_t{F::kHeader}, hasType = length == ptrdiff_t{F::kForm};
+    EXPECT_EQ(F::ReadFileID(cut, &size, nullptr), hasType ? S_OK : hasSize ? kShort : F::kNoHeader) << length;
+    EXPECT_EQ(size, hasSize ? whole.size() - F::kForm : 0) << length;
+  }
+  whole[3] = 'X';
+  file.Put(3, {'X'});
+  typename F::Budget remaining = 98;
+  EXPECT_EQ(F::FindInForm(file, F::Key("note"), &size, &remaining), QN_E_RIFF_HEADER);
+  EXPECT_EQ(remaining, 98);
+  EXPECT_EQ(F::FindListInForm(file, F::Key("INFO"), &size), QN_E_RIFF_HEADER);
+  EXPECT_EQ(F::Delete(file, F::Key("note"), &size), QN_E_RIFF_HEADER);
+  EXPECT_EQ(file.Content(), whole);
 }
 
-TYPED_TEST(Chunks, RandomFormsAgainstAModel) {
-  using F = TypeParam;
-  struct Node {
-    std::string_view name;
-    bool isList;
-    Bytes bytes;
-  };
-  for (int round = 0; round < 40; ++round) {
-    std::vector<Node> nodes(UpTo(8));
-    for (Node& node : nodes) {
-      node = {kNames[UpTo(3)], UpTo(2) == 0, {}};
-      Bytes body(node.isList || UpTo(7) > 0 ? UpTo(20) : UpTo(9000), 0x55);
-      if (node.isList) {
-        for (size_t i = UpTo(4); i > 0; --i) body = F::Chunk(kNames[UpTo(3)], Bytes(UpTo(9))) + body;
-      }
-      node.bytes = node.isList ? F::List(node.name, body) : F::Chunk(node.name, body);
-    }
-    const auto write = [&](const Node* without) {
-      Bytes all;
-      for (const Node& node : nodes) all = all + (&node == without ? Bytes() : node.bytes);
-      return F::Form(all);
-    };
-    const Bytes whole = write(nullptr);
-    for (const std::string_view name : kNames) {
-      for (const bool isList : {false, true}) {
-        uint64_t offset = F::kForm;
-        const Node* wanted = nullptr;
-        for (size_t i = 0; i < nodes.size() && !wanted; ++i) {
-          if (nodes[i].name == name && nodes[i].isList == isList) {
-            wanted = &nodes[i];
-          } else {
-            offset += nodes[i].bytes.size();
-          }
-        }
-        const ChunkFile file(whole);
-        const HRESULT expected = wanted ? kFound : kMissing;
-        const size_t header = F::kHeader + (isList ? F::kType : 0);
-        typename F::Size size = 0;
-        typename F::Budget remaining = 0;
-        if (isList) {
-          ASSERT_EQ(F::FindList(file, F::Key(name), &size), expected);
-        } else {
-          ASSERT_EQ(F::Find(file, F::Key(name), &size, &remaining), expected);
-          EXPECT_EQ(static_cast<uint64_t>(remaining), wanted ? whole.size() - offset - F::kHeader : 0);
-        }
-        if (wanted) {
-          EXPECT_EQ(file.At(), offset + header);
-          EXPECT_EQ((size + F::kAlign - 1) / F::kAlign * F::kAlign, wanted->bytes.size() - header);
-        }
-        if (isList) continue;
-        EXPECT_EQ(F::Delete(file, F::Key(name), &size), expected);
-        EXPECT_EQ(size, wanted ? wanted->bytes.size() : 0);
-        EXPECT_EQ(file.Content(), write(wanted));
-        EXPECT_EQ(file.At(), file.Length());
-      }
-    }
-    const ChunkFile file(whole);
-    auto remaining = static_cast<typename F::Budget>(whole.size() - F::kForm);
-    uint32_t count = 0;
-    file.Go(F::kForm);
-    EXPECT_EQ(F::Count(file, &count, &remaining), S_OK);
-    EXPECT_EQ(count, nodes.size());
-    EXPECT_EQ(remaining, 0);
-    EXPECT_EQ(F::Seek(file, static_cast<int32_t>(count), nullptr), S_OK);
-    EXPECT_EQ(file.At(), whole.size());
+TYPED_TEST(Chunks, DataReadersEndWhereTheirPadSays) {
+  using F = TestFixture;
+  const Bytes data = Hex("01 02 03 04 05 06 07 08 09 *7");
+  TestFile file(data);
+  uint8_t buffer[16];
+  for (const auto& [size, end] : F::kReads) {
+    file.Go(0);
+    EXPECT_EQ(F::ReadData(file, buffer, size), S_OK);
+    EXPECT_EQ(file.At(), end) << size;
+  }
+  EXPECT_EQ(F::ReadData(file, buffer, 1), kShort);
+  for (const auto& [chunk, room, end] : F::kBounded) {
+    file.Go(0);
+    EXPECT_EQ(F::ReadBounded(file, buffer, chunk, room), S_OK);
+    EXPECT_EQ(file.At(), end) << chunk << "/" << room;
+  }
+  for (uint32_t size : {0u, 5u, 16u, 17u, ~0u}) {
+    riff_DataBlock block = {size, &block};
+    file.Go(0);
+    EXPECT_EQ(F::ReadAlloc(file, &block), size > 16 ? kShort : S_OK);
+    EXPECT_EQ(file.At(), size > 16 ? 16 : F::Padded(size));
+    ASSERT_EQ(block.data != nullptr, size == 5 || size == 16);
+    if (!block.data) continue;
+    EXPECT_EQ(std::memcmp(block.data, data.data(), size), 0);
+    EXPECT_EQ(GlobalUnlock(GlobalHandle(block.data)), 0);
+    EXPECT_EQ(GlobalFree(GlobalHandle(block.data)), nullptr);
   }
 }
 
-TYPED_TEST(Chunks, DeletionMovesTailsOfEveryLength) {
-  using F = TypeParam;
-  const Bytes gone = F::Chunk("gone", Bytes(5));
+TYPED_TEST(Chunks, SearchesAndWalksSpendTheirBudget) {
+  using F = TestFixture;
+  TestFile file(F::Form(F::Chunk("aaaa", {1, 2, 3}) + F::List("bbbb", {1, 2, 3}) + F::Chunk("cccc", {}) +
+                        F::List("dddd", {})));
+  for (const auto& [what, budget, status, rest, reached] : F::kRows) {
+    SCOPED_TRACE(std::string(what) + " " + std::to_string(budget.value_or(0)));
+    auto remaining = static_cast<typename F::Budget>(budget.value_or(0));
+    uint32_t count = 77;
+    HRESULT got;
+    file.Go(F::kForm);
+    if (what == "#") {
+      got = F::CountEntries(file, &count, &remaining);
+      EXPECT_EQ(file.At(), F::kForm);
+    } else if (what[0] == '#') {
+      got = F::SeekEntry(file, std::stoi(std::string(what.substr(1))), &remaining);
+    } else {
+      const auto key = F::Key(what.substr(what.size() - 4));
+      const bool isList = what[0] == '+';
+      if (budget) {
+        // In the form its stored size is the budget, and `remaining` only comes out.
+        F::SetSize(file, static_cast<typename F::Size>(*budget + int64_t{F::kType}));
+        typename F::Budget left = 7;
+        EXPECT_EQ(isList ? F::FindListInForm(file, key, nullptr) : F::FindInForm(file, key, nullptr, &left),
+                  status);
+        EXPECT_EQ(left, isList ? 7 : static_cast<typename F::Budget>(rest));
+        file.Go(F::kForm);
+      }
+      got = (isList ? F::FindList : F::Find)(file, key, nullptr, budget ? &remaining : nullptr);
+    }
+    EXPECT_EQ(std::tuple(got, remaining), std::tuple(status, static_cast<typename F::Budget>(rest)));
+    EXPECT_EQ(what == "#" ? count : file.At(), reached);
+  }
+}
+
+TYPED_TEST(Chunks, Deletions) {
+  using F = TestFixture;
+  const Bytes gone = F::Chunk("gone", Bytes(5)), kept = F::List("gone", gone) + F::Chunk("kept", {1, 2, 3});
+  typename F::Size deleted = 0;
   for (size_t length : {0, 1, 4095, 4096, 4097, 8192, 12345}) {
     Bytes tail(length);
     for (size_t i = 0; i < length; ++i) tail[i] = static_cast<uint8_t>(i * 7 + i / 256);
-    const ChunkFile file(F::Form(gone, 1000) + tail);
-    typename F::Size deleted = 0;
+    TestFile file(F::Form(kept + gone + tail, 9000));
     EXPECT_EQ(F::Delete(file, F::Key("gone"), &deleted), S_OK);
     EXPECT_EQ(deleted, gone.size());
-    EXPECT_EQ(file.At(), F::kForm + length);
-    EXPECT_EQ(file.Content(), F::Form({}, 1000 - gone.size()) + tail);
+    EXPECT_EQ(file.Content(), F::Form(kept + tail, 9000 - gone.size()));
+    EXPECT_EQ(file.At(), file.Length());
   }
-  const Bytes whole = F::Form(gone + F::Chunk("kept", Bytes(5)));
-  const ChunkFile readOnly(whole, GENERIC_READ);
-  typename F::Size deleted = 9;
+  TestFile readOnly(F::Form(gone + gone), GENERIC_READ);
   EXPECT_EQ(F::Delete(readOnly, F::Key("gone"), &deleted), QN_E_FILE_WRITE);
   EXPECT_EQ(deleted, 0u);
-  EXPECT_EQ(readOnly.Content(), whole);
 }
 
-TYPED_TEST(Chunks, ManyEmptyChunksTakeLinearTime) {
-  using F = TypeParam;
-  constexpr uint32_t kCount = 200'000;
-  const Bytes one = F::Chunk("none", {});
-  Bytes chunks;
-  for (uint32_t i = 0; i < kCount; ++i) chunks.insert(chunks.end(), one.begin(), one.end());
-  const ChunkFile file(F::Form(chunks));
-  uint32_t count = 0;
-  file.Go(F::kForm);
-  EXPECT_EQ(F::Count(file, &count, nullptr), kShort);
-  EXPECT_EQ(count, kCount);
-  EXPECT_EQ(file.At(), F::kForm);
-  EXPECT_EQ(F::FindList(file, F::Key("INFO"), nullptr), kMissing);
+// Beyond 2 GiB, and where the family can beyond 4.
+TYPED_TEST(Chunks, FarPlaces) {
+  using F = TestFixture;
+  const uint64_t tail = F::kForm + F::kHeader + F::Padded(F::kBig);
+  const Bytes chunk = F::Chunk("tail", {1, 2, 3});
+  TestFile file(F::Form(F::Header(F::Name("data"), F::kBig)));
+  file.Put(tail, chunk);
+  F::SetSize(file, static_cast<typename F::Size>(tail + chunk.size() - F::kHeader));
+  typename F::Size size, location;
+  EXPECT_EQ(F::FindInForm(file, F::Key("data"), &size, nullptr), S_OK);
+  EXPECT_EQ(size, F::kBig);
+  EXPECT_EQ(F::FindInForm(file, F::Key("tail"), &size, nullptr), S_OK);
+  F::Save(file, &location);
+  EXPECT_EQ(location, tail + F::kHeader);
+  EXPECT_EQ(F::Delete(file, F::Key("tail"), &size), S_OK);
+  EXPECT_EQ(std::tuple(file.Length(), file.At()), std::tuple(tail, tail));
+  F::Restore(file, location);
+  EXPECT_EQ(F::Update(file, 0), S_OK);
+  EXPECT_EQ(file.At(), location);
+}
+
+TEST(ChunkCalls, FailingWritesAndNullArguments) {
+  const Bytes whole(64, 1);
+  TestFile file(whole, GENERIC_READ);
+  const GuidKey guid(whole);
+  uint32_t size = 5;
+  uint64_t wide = 5;
+  WCHAR text[] = u"x";
+  for (HRESULT status :
+       {riff_WriteChunk(file, 1, "ab", 2, &size), riff_WriteListHeader(file, 1, 4),
+        riff_WriteFileID(file, 1, 4), riff_WriteANSIString(file, text, &size), riff_UpdateRIFFSize(file, 1),
+        riff64_WriteData(file, "ab", 2, &wide), riff64_WriteChunk(file, guid, "ab", 2, &wide),
+        riff64_WriteFileID(file, guid, 4), riff64_CompleteChunk(file, 0), riff64_UpdateRIFFSize(file, 1)}) {
+    EXPECT_EQ(status, QN_E_FILE_WRITE);
+  }
+  for (HRESULT status :
+       {riff_ReadChunkHeader(file, nullptr, &size), riff_ReadData(file, nullptr, 1),
+        riff_ReadDataBounded(file, nullptr, 1, 1), riff_WriteChunk(file, 1, nullptr, 1, &size),
+        riff_GetNumListEntries(file, nullptr, &size), riff64_WriteChunk(file, nullptr, "", 0, &wide),
+        riff64_FindListChunk(file, nullptr, &wide, nullptr)}) {
+    EXPECT_EQ(status, E_INVALIDARG);
+  }
+  EXPECT_EQ(std::tuple(size, wide, file.At()), std::tuple(5, 5, 0));
 }
 
 }  // namespace
