@@ -21,7 +21,7 @@ struct CopyKernel {
 };
 std::span<const CopyKernel> CopyKernels();
 
-// A short name of a sample type for tests and benchmarks: "s16", "s24be", "float". "?" for none.
+// A short name of a sample type for tests and benchmarks: "s16", "s24be", "flt". "?" for none.
 const char* SampleTypeName(QNSAMPLETYPE type);
 
 // One pair of the channel lookup.
