@@ -61,22 +61,23 @@ OpenResult JudgeDamage(const std::string& name, const Layout& layout) {
 
 }  // namespace
 
-// The library reads files whose chunks lead to the samples by the rules; the layout also knows its way around
-// missing padding and wrong sizes, and to the samples of RF64 files.
 bool LocateAudio(const std::string& name, const Layout& layout, AudioSource* source) {
   source->name = name;
-  std::u16string path;
-  if (!LibraryPath(name, &path)) return false;
-  uint64_t frames = 0;
-  uint64_t start = 0;
-  const std::unique_ptr<WAVEFORMATEX, FreeRecord> record(QnGetFileWfx(path.c_str(), &frames, &start));
-  const bool readable = layout.hasFormat && !QnAudio_IsCompressed(&layout.record.Format);
-  if (!record && !(readable && layout.hasData)) return false;
-  source->format = FormatOf(record ? *record : layout.record.Format);
-  if (source->format.FrameBytes() == 0 || source->format.rate == 0) return false;
-  source->dataStart = layout.hasData ? layout.dataStart : start;
-  source->frames = layout.hasData ? layout.dataBytes / source->format.FrameBytes() : frames;
-  return true;
+  if (layout.container != Container::kAiff) {
+    // The layout knows its way around missing padding and wrong sizes, and counts what is there.
+    if (!layout.hasFormat || !layout.hasData || QnAudio_IsCompressed(&layout.record.Format)) return false;
+    source->format = FormatOf(layout.record.Format);
+    source->dataStart = layout.dataStart;
+    source->frames = layout.dataBytes / std::max(1u, source->format.FrameBytes());
+  } else {
+    std::u16string path;
+    if (!LibraryPath(name, &path)) return false;
+    const std::unique_ptr<WAVEFORMATEX, FreeRecord> record(
+        QnGetFileWfx(path.c_str(), &source->frames, &source->dataStart));
+    if (!record) return false;
+    source->format = FormatOf(*record);
+  }
+  return source->format.FrameBytes() != 0 && source->format.rate != 0;
 }
 
 OpenResult OpenAudio(const std::string& name, bool toEnd, AudioSource* source) {

@@ -32,9 +32,6 @@ HRESULT StatusFromErrno(HRESULT fallback) {
       return QN_E_FILE_EXISTS;
     case ENAMETOOLONG:
       return QN_E_FILE_NAME;
-    case ENOENT:
-    case ENOTDIR:
-      return QN_E_FILE_CREATE;
     default:
       return fallback;
   }
@@ -102,6 +99,10 @@ bool AudioOutput::CreateTemporary() {
         folder + ".qnwave-" + std::to_string(getpid()) + "-" + std::to_string(i) + ".tmp";
     descriptor_ = open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
     if (descriptor_ < 0 && errno == EEXIST) continue;
+    if (descriptor_ < 0 && (errno == ENOENT || errno == ENOTDIR)) {
+      ReportError(target_, QN_E_FILE_CREATE, "The file could not be created. Its folder does not exist.");
+      return false;
+    }
     if (descriptor_ < 0) return Fail(StatusFromErrno(QN_E_FILE_CREATE));
     temporary_ = name;
     // A file that is replaced keeps its permissions; where that is not allowed the new file has the usual

@@ -49,7 +49,7 @@ bool AreZero(const uint8_t* bytes, unsigned count) {
   return true;
 }
 
-std::string ShownId(const uint8_t* bytes) {
+std::string ShownFourCc(const uint8_t* bytes) {
   std::string text;
   for (unsigned i = 0; i < 4; ++i) {
     char escape[8];
@@ -59,12 +59,14 @@ std::string ShownId(const uint8_t* bytes) {
   return text;
 }
 
+// True for an id whose first four characters tell all.
+bool SpellsName(const uint8_t* guid) {
+  return ArePrintable(guid, 4) &&
+         (std::memcmp(guid + 4, kFormGuidTail, sizeof(kFormGuidTail)) == 0 || Is(guid, RIFF64_GUID_LIST) ||
+          Is(guid, RIFF64_GUID_RIFF) || Is(guid, RIFF64_GUID_JUNK));
+}
+
 std::string ShownGuid(const uint8_t* bytes) {
-  const bool spelled =
-      ArePrintable(bytes, 4) &&
-      (std::memcmp(bytes + 4, kFormGuidTail, sizeof(kFormGuidTail)) == 0 || Is(bytes, RIFF64_GUID_LIST) ||
-       Is(bytes, RIFF64_GUID_RIFF) || Is(bytes, RIFF64_GUID_JUNK));
-  if (spelled) return ShownId(bytes);
   GUID id;
   std::memcpy(&id, bytes, sizeof(id));
   char text[48];
@@ -120,25 +122,28 @@ std::optional<ChunkHeader> ReadChunkHeader(ByteWindow& window, Container contain
   if (container == Container::kWave64) {
     const uint64_t stored = Little(bytes + 16, 8);
     header.kind = Wave64Kind(bytes);
-    header.id = ShownGuid(bytes);
+    std::memcpy(header.id, bytes, 16);
     header.size = stored < rules.chunkHeaderBytes ? 0 : stored - rules.chunkHeaderBytes;
     // Not every id spells a name, but such a chunk has a size that makes sense.
     const uint64_t room = window.FileSize() - offset;
     header.plausible =
-        header.id[0] != '{' || (!AreZero(bytes, 16) && stored >= rules.chunkHeaderBytes && stored <= room);
+        SpellsName(bytes) || (!AreZero(bytes, 16) && stored >= rules.chunkHeaderBytes && stored <= room);
   } else {
     header.kind = RiffKind(bytes, container);
-    header.id = ShownId(bytes);
+    std::memcpy(header.id, bytes, 4);
     header.size = container == Container::kAiff ? Big32(bytes + 4) : Little(bytes + 4, 4);
     header.plausible = ArePrintable(bytes, 4);
   }
   return header;
 }
 
+std::string ShownId(Container container, const uint8_t* id) {
+  return container == Container::kWave64 && !SpellsName(id) ? ShownGuid(id) : ShownFourCc(id);
+}
+
 std::string ReadListType(ByteWindow& window, Container container, uint64_t offset) {
-  const bool wave64 = container == Container::kWave64;
   const uint8_t* const bytes = window.At(offset, RulesOf(container).listTypeBytes);
-  return !bytes ? std::string() : wave64 ? ShownGuid(bytes) : ShownId(bytes);
+  return bytes ? ShownId(container, bytes) : std::string();
 }
 
 FileHeader ReadFileHeader(ByteWindow& window, Container container) {
@@ -149,7 +154,7 @@ FileHeader ReadFileHeader(ByteWindow& window, Container container) {
     case Container::kWave64:
       header.idIsRight = Is(bytes, RIFF64_GUID_RIFF);
       header.typeIsRight = Is(bytes + 24, RIFF64_GUID_WAVE);
-      header.type = ShownGuid(bytes + 24);
+      header.type = ShownId(container, bytes + 24);
       header.formSize = Little(bytes + 16, 8);
       return header;
     case Container::kAiff:
@@ -163,7 +168,7 @@ FileHeader ReadFileHeader(ByteWindow& window, Container container) {
       header.typeIsRight = Is(bytes + 8, "WAVE");
       header.formSize = Little(bytes + 4, 4) + 8;
   }
-  header.type = ShownId(bytes + 8);
+  header.type = ShownFourCc(bytes + 8);
   return header;
 }
 

@@ -20,7 +20,7 @@ enum class ChunkKind { kFormat, kData, kList, kSizes64, kOther };
 
 struct ChunkHeader {
   ChunkKind kind = ChunkKind::kOther;
-  std::string id;          // as shown: four characters, \xNN for those that are not printable, or a GUID
+  uint8_t id[16] = {};     // as it stands in the file
   uint64_t size = 0;       // of the data, as stated
   bool plausible = false;  // something that a program may have written as an id
   bool empty = false;      // all bytes of the header are zero
@@ -40,6 +40,9 @@ const ContainerRules& RulesOf(Container container);
 
 // The header at an offset, or nothing where the file ends before it does.
 std::optional<ChunkHeader> ReadChunkHeader(ByteWindow& window, Container container, uint64_t offset);
+
+// An id for people: four characters, \xNN for those that are not printable, or a GUID that spells none.
+std::string ShownId(Container container, const uint8_t* id);
 
 // The type of the list whose data starts at an offset.
 std::string ReadListType(ByteWindow& window, Container container, uint64_t offset);

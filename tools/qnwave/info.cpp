@@ -112,8 +112,9 @@ void PrintInfo(const FileInfo& info) {
     PrintLine("Format", info.format + " (" + details + ")");
     const std::string speakers =
         DescribeSpeakers(record.wFormatTag == WAVE_FORMAT_EXTENSIBLE ? layout.record.dwChannelMask : 0);
-    PrintLine("Channels", std::to_string(info.channels) + " (" + DescribeChannels(info.channels) +
-                              (speakers.empty() ? ")" : ": " + speakers + ")"));
+    const std::string words = info.channels <= 2 ? DescribeChannels(info.channels) : std::string();
+    const std::string place = words + (words.empty() || speakers.empty() ? "" : ": ") + speakers;
+    PrintLine("Channels", std::to_string(info.channels) + (place.empty() ? "" : " (" + place + ")"));
     PrintLine("Rate", std::to_string(info.rate) + " Hz");
   }
   uint64_t frames;
@@ -124,7 +125,8 @@ void PrintInfo(const FileInfo& info) {
   if (layout.hasData) {
     PrintLine("Data", Bytes(layout.dataBytes) + " at offset " + Grouped(layout.dataStart));
   } else if (info.hasAudio) {
-    PrintLine("Data", "at offset " + Grouped(info.audio.dataStart));
+    PrintLine("Data", Bytes(info.audio.frames * info.audio.format.FrameBytes()) + " at offset " +
+                          Grouped(info.audio.dataStart));
   }
   PrintLine("File", Bytes(layout.fileBytes));
   std::printf("  Chunks\n");

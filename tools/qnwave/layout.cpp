@@ -42,7 +42,7 @@ class Reader {
   uint64_t Walk(uint64_t from);
   void TakeFormat(uint64_t offset, uint64_t size);
   void TakeSizes64(uint64_t offset);
-  void TakeData(uint64_t offset, const ChunkHeader& header);
+  void TakeData(uint64_t offset, ChunkHeader header);
   void JudgeRest(uint64_t end);
 
   uint64_t FindDisguisedFormat();
@@ -60,6 +60,7 @@ class Reader {
   Layout& layout_;
   const ContainerRules& rules_;
   size_t listed_ = 0;
+  bool notedPadding_ = false;
   // Chunks that are what they are by their place, whatever their ids say.
   uint64_t formatAt_ = kNowhere;
   uint64_t dataAt_ = kNowhere;
@@ -122,7 +123,7 @@ void Reader::List(Chunk* parent, uint64_t offset, const ChunkHeader& header, int
   }
   ++listed_;
   Chunk& chunk = parent->children.emplace_back();
-  chunk.id = header.id;
+  chunk.id = ShownId(layout_.container, header.id);
   chunk.offset = offset;
   chunk.size = header.size;
   if (header.kind != ChunkKind::kList || header.size < rules_.listTypeBytes || depth >= kMostDepth) return;
@@ -156,8 +157,9 @@ uint64_t Reader::Walk(uint64_t offset) {
     if (header.kind == ChunkKind::kFormat && !layout_.hasFormat) TakeFormat(offset, header.size);
     if (header.kind == ChunkKind::kSizes64) TakeSizes64(offset);
     const uint64_t next = NextChunk(offset, header.size);
-    if (next < DataOf(offset) + rules_.Padded(header.size)) {
-      Note("The chunk " + header.id + " at " + std::to_string(offset) + " has no padding.");
+    if (next < DataOf(offset) + rules_.Padded(header.size) && !notedPadding_) {
+      notedPadding_ = true;
+      Note("The chunk at " + Grouped(offset) + " has no padding.");
     }
     offset = next;
   }
@@ -185,9 +187,9 @@ void Reader::TakeSizes64(uint64_t offset) {
 }
 
 // The data chunk, its size held against the file.
-void Reader::TakeData(uint64_t offset, const ChunkHeader& header) {
-  uint64_t size = header.size;
-  if (layout_.container == Container::kRf64 && size == UINT32_MAX) size = dataSize64_;
+void Reader::TakeData(uint64_t offset, ChunkHeader header) {
+  if (layout_.container == Container::kRf64 && header.size == UINT32_MAX) header.size = dataSize64_;
+  const uint64_t size = header.size;
   const uint64_t room = RoomOf(offset);
   layout_.hasData = true;
   layout_.dataOffset = offset;
@@ -196,7 +198,8 @@ void Reader::TakeData(uint64_t offset, const ChunkHeader& header) {
   layout_.dataBytes = std::min(size, room);
   List(&layout_.form, offset, header, 0);
 
-  const uint64_t oneFrame = std::max<uint64_t>(1, layout_.record.Format.nBlockAlign);
+  // As far as the record tells it: a record may be damaged too.
+  const uint64_t oneFrame = std::clamp<uint64_t>(layout_.record.Format.nBlockAlign, 1, 256);
   if (size > room) {
     const bool open = layout_.container == Container::kWav && size == UINT32_MAX;
     Report(Damage::kDataCut,
@@ -218,7 +221,7 @@ void Reader::JudgeRest(uint64_t end) {
   if (next && next->plausible) {
     const uint64_t broken = Walk(end);
     if (broken != kNowhere) {
-      Note("The chunk at " + std::to_string(broken) + ", behind the samples, is broken; readers ignore it.");
+      Note("The chunk at " + Grouped(broken) + ", behind the samples, is broken; readers ignore it.");
     }
     return;
   }
@@ -324,7 +327,7 @@ bool Reader::BridgeToData(uint64_t broken) {
         std::remove_if(chunks.begin(), chunks.end(), [&](const Chunk& c) { return c.offset >= owner; }),
         chunks.end());
     layout_.brokenOffset = owner;
-    Report(Damage::kBrokenChunk, "The chunk at " + std::to_string(owner) + " does not lead to the next one.");
+    Report(Damage::kBrokenChunk, "The chunk at " + Grouped(owner) + " does not lead to the next one.");
     TakeData(*found, *header);
     return true;
   }
@@ -343,7 +346,8 @@ void Reader::FindLostData(uint64_t broken) {
     broken = last.offset;
     layout_.form.children.pop_back();
   }
-  Report(Damage::kDataId, "The data chunk's id is " + Quoted(HeaderAt(broken)->id) + ".");
+  Report(Damage::kDataId,
+         "The data chunk's id is " + Quoted(ShownId(layout_.container, HeaderAt(broken)->id)) + ".");
   dataAt_ = broken;
   Walk(broken);
 }
@@ -393,12 +397,13 @@ void Reader::Run() {
   const bool repairable = layout_.IsRepairable();
   if (repairable) formatAt_ = FindDisguisedFormat();
   if (formatAt_ != kNowhere) {
-    Report(Damage::kFormatId, "The format chunk's id is " + Quoted(HeaderAt(formatAt_)->id) + ".");
+    Report(Damage::kFormatId,
+           "The format chunk's id is " + Quoted(ShownId(layout_.container, HeaderAt(formatAt_)->id)) + ".");
   }
   const uint64_t broken = Walk(rules_.fileHeaderBytes);
   layout_.form.size = layout_.header.formSize;
   if (layout_.container == Container::kAiff) {
-    if (broken != kNowhere) Note("The chunk at " + std::to_string(broken) + " does not fit in the file.");
+    if (broken != kNowhere) Note("The chunk at " + Grouped(broken) + " does not fit in the file.");
     return;
   }
   if (repairable && !layout_.hasData) FindLostData(broken);

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "qn/audio/qnwaveformat.h"
 #include "qn/settings/qnstatus.h"
 #include "tools/qnwave/command.h"
 #include "tools/qnwave/describe.h"
@@ -120,10 +121,17 @@ int RepairFile(const std::string& name, const Layout& layout, const RepairPlan& 
   const WAVEFORMATEX& format = after.record.Format;
   const std::string shown = Shown(name);
   std::printf("%s: repaired: %s.\n", shown.c_str(), plan.done.c_str());
-  std::printf("%s: %s, %s, %u Hz: %s frames, %s. No sample has moved.\n", shown.c_str(),
-              DescribeFormat(after.record).c_str(), DescribeChannels(format.nChannels).c_str(),
-              format.nSamplesPerSec, Grouped(after.dataBytes / format.nBlockAlign).c_str(),
-              DescribeDuration(after.dataBytes / format.nBlockAlign, format.nSamplesPerSec).c_str());
+  std::printf("%s: %s, %s, %u Hz: ", shown.c_str(), DescribeFormat(after.record).c_str(),
+              DescribeChannels(format.nChannels).c_str(), format.nSamplesPerSec);
+  // The bytes of a compressed format make no frames.
+  if (QnAudio_IsCompressed(&format) || format.nBlockAlign == 0) {
+    std::printf("%s of data.", Bytes(after.dataBytes).c_str());
+  } else {
+    const uint64_t frames = after.dataBytes / format.nBlockAlign;
+    std::printf("%s frames, %s.", Grouped(frames).c_str(),
+                DescribeDuration(frames, format.nSamplesPerSec).c_str());
+  }
+  std::printf(" No sample has moved.\n");
   if (!backup.empty()) std::printf("%s: the old header is in %s\n", shown.c_str(), Shown(backup).c_str());
   return kExitOk;
 }
