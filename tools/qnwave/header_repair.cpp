@@ -241,6 +241,12 @@ std::string DescribePatches(const Layout& layout) {
 std::optional<RepairPlan> PlanRepair(const File& file, const Layout& layout, const RepairOptions& options,
                                      std::string* obstacle) {
   RepairPlan plan;
+  // The header is held in memory until the repair has proved good.
+  constexpr uint64_t kMostHeaderBytes = 256 << 20;
+  if (layout.dataStart > kMostHeaderBytes) {
+    *obstacle = "The samples start too far into the file.";
+    return std::nullopt;
+  }
   if (layout.Has(Damage::kTooLarge)) {
     *obstacle =
         "A WAV header cannot count so many samples. Make a Wave64 file of them: qnwave convert --to-end.";
@@ -257,7 +263,7 @@ std::optional<RepairPlan> PlanRepair(const File& file, const Layout& layout, con
     return plan;
   }
   FindStart(file, layout, options, &plan);
-  if (plan.start < EarliestStart(layout) || plan.start >= layout.fileBytes) {
+  if (plan.start < EarliestStart(layout) || plan.start >= layout.fileBytes || plan.start > kMostHeaderBytes) {
     *obstacle = "There are no samples behind the header.";
     return std::nullopt;
   }

@@ -2,12 +2,14 @@
 
 #include <signal.h>
 
+#include <atomic>
 #include <initializer_list>
 
 namespace qnwave {
 namespace {
 
-volatile sig_atomic_t signalNumber = 0;
+std::atomic<int> signalNumber = 0;
+static_assert(std::atomic<int>::is_always_lock_free);
 
 void Remember(int number) {
   signalNumber = number;

@@ -191,6 +191,7 @@ int Run(const Arguments& arguments) {
     const int result = Repair(name, options, container, arguments);
     // A failure outweighs damage that a dry run found.
     if (worst != kExitFailed && result != kExitOk) worst = result;
+    if (InterruptSignal() != 0) return kExitInterruptedBase + InterruptSignal();
   }
   return worst;
 }
