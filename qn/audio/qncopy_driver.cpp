@@ -114,8 +114,9 @@ class Conversion {
   ConvertFunction second_ = nullptr;
 };
 
-// A plain copy; one beyond the size of the cache is written past it.
+// A plain copy; one beyond the size of the cache is written past it, and one onto itself touches nothing.
 void CopyBytes(uint8_t* dst, const uint8_t* src, size_t bytes, bool overlap) {
+  if (dst == src) return;
   if (overlap || 2 * bytes < kStreamingBytes) {
     std::memmove(dst, src, bytes);
     return;
