@@ -4,43 +4,15 @@
 #include <stdlib.h>
 #include <unistd.h>
 
-#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <string>
+#include <utility>
 
 #include "qn/platform/file.h"
 #include "qn/platform/text.h"
 
 namespace qnfuzz {
-
-class FuzzFile {
- public:
-  FuzzFile(const uint8_t* data, size_t size) {
-    static const char* const folder = access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
-    native_ = std::string(folder) + "/qnfuzz.XXXXXX";
-    const int file = mkstemp(native_.data());
-    if (file < 0 || write(file, data, size) != static_cast<ssize_t>(size)) abort();
-    close(file);
-    path_ = qn::PathFromNative(native_);
-  }
-  ~FuzzFile() { unlink(native_.c_str()); }
-  FuzzFile(const FuzzFile&) = delete;
-  FuzzFile& operator=(const FuzzFile&) = delete;
-
-  const char16_t* Path() const { return path_.c_str(); }
-  const std::string& Native() const { return native_; }
-
-  // A handle for reading and writing; the caller closes it.
-  HANDLE Open() const {
-    return CreateFileW(Path(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0,
-                       nullptr);
-  }
-
- private:
-  std::string native_;
-  std::u16string path_;
-};
 
 // Ends the run when a property does not hold, in every build.
 inline void Check(bool holds, const char* what) {
@@ -48,5 +20,39 @@ inline void Check(bool holds, const char* what) {
   std::fprintf(stderr, "property broken: %s\n", what);
   abort();
 }
+
+// Open for reading and writing from the first time that its handle is asked for.
+class FuzzFile {
+ public:
+  FuzzFile(const uint8_t* data, size_t size) {
+    native_ = access("/dev/shm", W_OK) == 0 ? "/dev/shm/qnfuzz.XXXXXX" : "/tmp/qnfuzz.XXXXXX";
+    const int file = mkstemp(native_.data());
+    Check(file >= 0 && write(file, data, size) == static_cast<ssize_t>(size), "an input on disk");
+    close(file);
+    path_ = qn::PathFromNative(native_);
+  }
+  ~FuzzFile() {
+    Close();
+    unlink(native_.c_str());
+  }
+  FuzzFile(const FuzzFile&) = delete;
+  FuzzFile& operator=(const FuzzFile&) = delete;
+
+  void Close() { CloseHandle(std::exchange(handle_, INVALID_HANDLE_VALUE)); }
+  const char16_t* Path() const { return path_.c_str(); }
+  const std::string& Native() const { return native_; }
+  operator HANDLE() {
+    if (handle_ == INVALID_HANDLE_VALUE) {
+      constexpr DWORD kAccess = GENERIC_READ | GENERIC_WRITE;
+      handle_ = CreateFileW(Path(), kAccess, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
+    }
+    return handle_;
+  }
+
+ private:
+  std::string native_;
+  std::u16string path_;
+  HANDLE handle_ = INVALID_HANDLE_VALUE;
+};
 
 }  // namespace qnfuzz

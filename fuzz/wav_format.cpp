@@ -9,7 +9,7 @@
 using qnfuzz::Check;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  const qnfuzz::FuzzFile file(data, size);
+  qnfuzz::FuzzFile file(data, size);
   const int isWave = QnFileIsWave(file.Path(), 1);
   const int isWave64 = QnFileIsWave64(file.Path(), 1);
   const int isAiff = QnFileIsAiff(file.Path());
@@ -30,13 +30,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
 
   // An AIFF form that begins elsewhere in the file.
-  const HANDLE handle = file.Open();
   LARGE_INTEGER place{};
   place.QuadPart = size > 0 ? data[0] % 16 : 0;
-  SetFilePointerEx(handle, place, nullptr, FILE_BEGIN);
+  SetFilePointerEx(file, place, nullptr, FILE_BEGIN);
   WAVEFORMATEX format;
-  const bool is = iff_IsAIFFFileEx(handle) != 0;
-  Check(is || iff_GetAIFFWfx(handle, &format, &frames, &start) != S_OK, "what can be read is recognised");
-  CloseHandle(handle);
+  const bool is = iff_IsAIFFFileEx(file) != 0;
+  Check(is || iff_GetAIFFWfx(file, &format, &frames, &start) != S_OK, "what can be read is recognised");
   return 0;
 }

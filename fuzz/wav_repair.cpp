@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cstring>
 #include <fstream>
-#include <iterator>
 #include <vector>
 
 #include "fuzz/fuzz_file.h"
@@ -19,16 +18,12 @@ std::vector<uint8_t> Content(const qnfuzz::FuzzFile& file) {
   return std::vector<uint8_t>(std::istreambuf_iterator<char>(stream), {});
 }
 
-uint32_t Load(const std::vector<uint8_t>& bytes, size_t at) {
-  uint32_t value;
-  std::memcpy(&value, &bytes[at], sizeof(value));
-  return value;
-}
-
 // Where the header at the start of a repaired file ends.
 size_t HeaderEnd(const std::vector<uint8_t>& bytes, bool wave64) {
-  if (wave64) return std::memcmp(&bytes[88], "junk", 4) == 0 ? 112 + Load(bytes, 104) : 112;
-  return std::memcmp(&bytes[38], "JUNK", 4) == 0 ? 54 + Load(bytes, 42) : 46;
+  uint32_t junk;
+  std::memcpy(&junk, &bytes[wave64 ? 104 : 42], sizeof(junk));
+  if (wave64) return std::memcmp(&bytes[88], "junk", 4) == 0 ? 112 + junk : 112;
+  return std::memcmp(&bytes[38], "JUNK", 4) == 0 ? 54 + junk : 46;
 }
 
 }  // namespace
@@ -43,10 +38,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const WAVEFORMATEX* const defaults = data[0] & 2 ? &given : nullptr;
   const std::vector<uint8_t> before(data + kParameters, data + size);
 
-  const qnfuzz::FuzzFile file(before.data(), before.size());
-  const HANDLE handle = file.Open();
+  qnfuzz::FuzzFile file(before.data(), before.size());
   const auto repair = [&] {
-    return wave64 ? QnFixTrashedW64(handle, defaults, limit) : QnFixTrashedWav(handle, defaults, limit);
+    return wave64 ? QnFixTrashedW64(file, defaults, limit) : QnFixTrashedWav(file, defaults, limit);
   };
   const HRESULT status = repair();
   const std::vector<uint8_t> after = Content(file);
@@ -60,6 +54,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     Check(repair() == S_OK && Content(file) == after, "a second repair changes nothing");
   }
-  CloseHandle(handle);
   return 0;
 }

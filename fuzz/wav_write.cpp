@@ -7,66 +7,43 @@
 
 using qnfuzz::Check;
 
-namespace {
-
-struct Parameters {
-  uint8_t way;  // bit 0 the container; a new header, one with a reserve, or an inserted one
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  WAVEFORMATEX format;
   uint16_t headerSize;
   uint32_t dataBytes;
-  WAVEFORMATEX format;
-  uint8_t mend;  // makes the record agree with itself, so that fewer are refused
-};
+  if (size < 8 + sizeof format) return 0;
+  std::memcpy(&headerSize, data + 1, sizeof headerSize);
+  std::memcpy(&dataBytes, data + 3, sizeof dataBytes);
+  std::memcpy(&format, data + 7, sizeof format);
+  // Makes the record agree with itself, so that fewer are refused.
+  const uint8_t mend = data[7 + sizeof format];
+  if (mend & 1) format.cbSize = 0;
+  if (mend & 2) format.wBitsPerSample = static_cast<WORD>(8 + format.wBitsPerSample % 4 * 8);
+  if (mend & 4) format.nBlockAlign = static_cast<WORD>(format.nChannels * (format.wBitsPerSample / 8));
+  if (mend & 8) format.wFormatTag = mend & 16 ? 1 : 3;
 
-Parameters Load(const uint8_t* data) {
-  Parameters p;
-  p.way = data[0];
-  std::memcpy(&p.headerSize, data + 1, 2);
-  std::memcpy(&p.dataBytes, data + 3, 4);
-  std::memcpy(&p.format, data + 7, sizeof(p.format));
-  p.mend = data[7 + sizeof(p.format)];
-  if (p.mend & 1) p.format.cbSize = 0;
-  if (p.mend & 2) p.format.wBitsPerSample = static_cast<WORD>(8 + p.format.wBitsPerSample % 4 * 8);
-  if (p.mend & 4) {
-    p.format.nBlockAlign = static_cast<WORD>(p.format.nChannels * (p.format.wBitsPerSample / 8));
-  }
-  if (p.mend & 8) p.format.wFormatTag = p.mend & 16 ? 1 : 3;
-  return p;
-}
-
-HRESULT Insert(const qnfuzz::FuzzFile& file, const Parameters& p) {
-  const HANDLE handle = file.Open();
-  const HRESULT status = p.way & 1 ? QnInsertW64Header(handle, &p.format, p.dataBytes, p.headerSize)
-                                   : QnInsertWavHeader(handle, &p.format, p.dataBytes, p.headerSize);
-  CloseHandle(handle);
-  return status;
-}
-
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  constexpr size_t kBytes = 8 + sizeof(WAVEFORMATEX);
-  if (size < kBytes) return 0;
-  const Parameters p = Load(data);
-  const qnfuzz::FuzzFile file(data, size);
-  const bool wave64 = p.way & 1;
+  // Bit 0 of the first byte is the container; then a new header, one with a reserve, or an inserted one.
+  qnfuzz::FuzzFile file(data, size);
+  const bool wave64 = data[0] & 1;
   const uint32_t align = wave64 ? 8 : 2;
-  uint64_t bytes = 0;
-  uint64_t start = (uint32_t{p.headerSize} + align - 1) / align * align;
+  uint64_t bytes = 0, start = (uint32_t{headerSize} + align - 1) / align * align;
   HRESULT status;
-  switch (p.way / 2 % 3) {
+  switch (data[0] / 2 % 3) {
     case 0:
-      status = wave64 ? QnInitializeWav64(file.Path(), &p.format, CREATE_ALWAYS)
-                      : QnInitializeWav(file.Path(), &p.format, CREATE_ALWAYS);
+      status = wave64 ? QnInitializeWav64(file.Path(), &format, CREATE_ALWAYS)
+                      : QnInitializeWav(file.Path(), &format, CREATE_ALWAYS);
       start = wave64 ? 112 : 46;
       break;
     case 1:
-      status = wave64 ? QnInitializeWav64WithJunk(file.Path(), &p.format, CREATE_ALWAYS, p.headerSize)
-                      : QnInitializeWavWithJunk(file.Path(), &p.format, CREATE_ALWAYS, p.headerSize);
+      status = wave64 ? QnInitializeWav64WithJunk(file.Path(), &format, CREATE_ALWAYS, headerSize)
+                      : QnInitializeWavWithJunk(file.Path(), &format, CREATE_ALWAYS, headerSize);
       break;
     default:
-      status = Insert(file, p);
-      start = p.headerSize;
-      bytes = p.dataBytes;
+      status = wave64 ? QnInsertW64Header(file, &format, dataBytes, headerSize)
+                      : QnInsertWavHeader(file, &format, dataBytes, headerSize);
+      file.Close();
+      start = headerSize;
+      bytes = dataBytes;
   }
   if (status != S_OK) return 0;
 
@@ -74,11 +51,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   uint64_t foundFrames = 0;
   uint64_t foundStart = 0;
   WAVEFORMATEX* found = QnGetFileWfx(file.Path(), &foundFrames, &foundStart);
-  const bool linear = !QnAudio_IsCompressed(&p.format) && p.format.nBlockAlign != 0;
+  const bool linear = !QnAudio_IsCompressed(&format) && format.nBlockAlign != 0;
   Check((found != nullptr) == linear, "linear formats read back");
   if (!found) return 0;
-  Check(std::memcmp(found, &p.format, sizeof(p.format)) == 0, "the format reads back");
-  Check(foundStart == start && foundFrames == bytes / p.format.nBlockAlign, "the numbers read back");
+  Check(std::memcmp(found, &format, sizeof(format)) == 0, "the format reads back");
+  Check(foundStart == start && foundFrames == bytes / format.nBlockAlign, "the numbers read back");
   std::free(found);
   return 0;
 }
