@@ -83,8 +83,8 @@ bool SizeIsWrong(const Layout& layout) {
 
 // Whole frames alone are counted when the size is not the writer's own.
 uint64_t CountedBytes(const Layout& layout, unsigned frameBytes) {
-  return SizeIsWrong(layout) && frameBytes != 0 ? layout.dataBytes - layout.dataBytes % frameBytes
-                                                : layout.dataBytes;
+  const bool round = SizeIsWrong(layout) && frameBytes != 0 && frameBytes <= layout.dataBytes;
+  return round ? layout.dataBytes - layout.dataBytes % frameBytes : layout.dataBytes;
 }
 
 // The end of the form: of its last chunk, which is the samples where their size was wrong.

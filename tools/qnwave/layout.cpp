@@ -370,15 +370,24 @@ void Reader::CheckSizes() {
   }
 }
 
-// Fields without which no reader finds its way through the samples. Formats that are merely unusual pass.
+// Fields with which no reader finds its way through the samples. Formats that are merely unusual pass.
 void Reader::CheckRecord() {
+  constexpr unsigned kMostChannels = 4096;
+  constexpr unsigned kMostHertz = 1000000000;
+  constexpr unsigned kMostBits = 64;
   const WAVEFORMATEX& format = layout_.record.Format;
   const unsigned tag = QnAudio_GetWaveFormatTag(&format);
   const unsigned frame = format.nChannels * ((format.wBitsPerSample + 7u) / 8);
   const bool linear = tag == WAVE_FORMAT_PCM || tag == WAVE_FORMAT_IEEE_FLOAT;
-  if (format.wFormatTag == 0 || format.nChannels == 0 || format.nSamplesPerSec == 0 ||
-      (linear && format.wBitsPerSample == 0)) {
-    Report(Damage::kFormatRecord, "The format record has fields of 0.");
+  const bool empty = format.wFormatTag == 0 || format.nChannels == 0 || format.nSamplesPerSec == 0 ||
+                     (linear && format.wBitsPerSample == 0);
+  if (empty || format.nChannels > kMostChannels || format.nSamplesPerSec > kMostHertz ||
+      format.wBitsPerSample > kMostBits) {
+    Report(Damage::kFormatRecord, "The format record has fields that make no sense: tag " +
+                                      std::to_string(format.wFormatTag) + ", " +
+                                      std::to_string(format.nChannels) + " channels, " +
+                                      std::to_string(format.nSamplesPerSec) + " Hz, " +
+                                      std::to_string(format.wBitsPerSample) + " bits.");
   } else if (linear && (format.nBlockAlign < frame || format.nBlockAlign % format.nChannels != 0)) {
     Report(Damage::kFormatRecord, "The format record states frames of " + Bytes(format.nBlockAlign) +
                                       " for " + std::to_string(format.nChannels) + " times " +
