@@ -46,11 +46,9 @@ TEST(Convert, GivesTheSamplesOfTheInput) {
     const char* name;
     const char* options;
   } kInputs[] = {
-      {"s16.wav", "-b 16"},          {"u8.wav", "-b 8 -e unsigned"},
-      {"s24.wav", "-b 24 -c 1"},     {"s24.aiff", "-b 24"},
-      {"s32.w64", "-b 32"},          {"f32.wav", "-b 32 -e float -c 6"},
-      {"f64.w64", "-b 64 -e float"}, {"s8.aiff", "-b 8"},
-      {"s16.aifc", "-b 16 -c 3"},
+      {"s16.wav", "-b 16"},          {"u8.wav", "-b 8 -e unsigned"}, {"s24.wav", "-b 24 -c 1"},
+      {"s24.aiff", "-b 24"},         {"s32.w64", "-b 32"},           {"f32.wav", "-b 32 -e float -c 6"},
+      {"f64.w64", "-b 64 -e float"}, {"s16.aifc", "-b 16 -c 3"},
   };
   for (const auto& input : kInputs) {
     const std::string in = folder.Native(input.name);
@@ -104,9 +102,8 @@ TEST(Convert, WritesHeadersWhoseSizesAreRight) {
       // sox takes the length from the sizes.
       for (const char* name : {"x.wav", "x.w64"}) {
         std::string length;
-        Make("soxi -s " + folder.Native(name) + " >" + folder.Native("n"));
-        const Bytes text = ReadFileBytes(folder.Native("n"));
-        EXPECT_EQ(std::stoul(std::string(text.begin(), text.end())), frames);
+        EXPECT_EQ(RunCommand("soxi -s " + folder.Native(name), &length), 0);
+        EXPECT_EQ(std::stoul(length), frames);
       }
     }
   }
@@ -115,20 +112,10 @@ TEST(Convert, WritesHeadersWhoseSizesAreRight) {
 TEST(Convert, KeepsSpeakersAndReadsContainersOfFewerValidBits) {
   const ScratchFolder folder;
   const auto extensible = [](uint32_t channels, uint32_t mask, uint32_t valid) {
-    Bytes record = Record(0xFFFE, channels, 48000, 32);
-    return Builder()
-        .Chunk("fmt ", Builder()
-                           .Add(record)
-                           .U16(22)
-                           .U16(valid)
-                           .U32(mask)
-                           .U32(1)
-                           .U16(0)
-                           .U16(0x10)
-                           .U64(0x719B3800AA000080)
-                           .Get())
-        .Chunk("data", Noise(64))
-        .Wave();
+    Builder record;
+    record.Add(Record(0xFFFE, channels, 48000, 32)).U16(22).U16(valid).U32(mask).U32(1).U32(0x100000);
+    record.U64(0x719B3800AA000080);
+    return Builder().Chunk("fmt ", record.Get()).Chunk("data", Noise(64)).Wave();
   };
   const std::pair<uint32_t, uint32_t> kMasks[] = {{4, 0x33}, {4, 0}, {2, 0x600}, {1, 4}};
   for (const auto& [channels, mask] : kMasks) {
@@ -232,11 +219,6 @@ TEST(Convert, MapsChannels) {
                               "s16,8000,3", "--channels", "3"});
   EXPECT_EQ(run.exit, 1);
   EXPECT_NE(run.err.find("no channel 3"), std::string::npos) << run.err;
-  // Silence of unsigned samples is their middle.
-  WriteFileBytes(folder.Native("u8.raw"), {1, 2});
-  Convert({folder.Native("u8.raw"), folder.Native("u8.out"), "--raw-in", "u8,8000,1", "--raw-out",
-           "--channels", "-,0"});
-  EXPECT_EQ(ReadFileBytes(folder.Native("u8.out")), (Bytes{0x80, 1, 0x80, 2}));
 }
 
 TEST(Convert, ReadsWhatADamagedFileHolds) {

@@ -87,7 +87,7 @@ TEST(Info, TakesOddFilesForWhatTheyAre) {
   const Bytes audio = Noise(400);
   const Bytes odd = Noise(7);
   const auto chunk = [](const char* id, const Bytes& data) { return Builder().Chunk(id, data).Get(); };
-  const auto wave = [&](std::initializer_list<Bytes> parts) {
+  const auto wave = [](std::initializer_list<Bytes> parts) {
     Builder builder;
     for (const Bytes& part : parts) builder.Add(part);
     return builder.Wave();
