@@ -29,6 +29,7 @@ struct Row {
   static constexpr auto ReadAlloc = family##_ReadDataAlloc;               \
   static constexpr auto Save = family##_SaveLocation;                     \
   static constexpr auto Restore = family##_RestoreLocation;               \
+  static constexpr auto Start = family##_SeekDataStart;                   \
   static constexpr auto SkipChunk = family##_SkipChunk;                   \
   static constexpr auto Find = family##_FindChunkHeader;                  \
   static constexpr auto FindInForm = family##_FindChunkHeaderInRIFF;      \
@@ -104,18 +105,16 @@ TYPED_TEST_SUITE(Chunks, Families);
 
 TYPED_TEST(Chunks, ReadsHeadersInOrder) {
   using F = TestFixture;
-  Bytes whole = F::Form(F::Chunk("note", {1, 2, 3}) + F::List("INFO", F::Chunk("INAM", {4, 5})));
+  const Bytes whole = F::Form(F::Chunk("note", {1, 2, 3}) + F::List("INFO", F::Chunk("INAM", {4, 5})));
   TestFile file(whole);
   typename F::Id id;
   typename F::Size size;
-  EXPECT_EQ(F::ReadFileID(file, &size, &id), S_OK);
-  EXPECT_EQ(size, whole.size() - F::kForm);
+  file.Go(F::kForm);
   EXPECT_EQ(F::ReadHeader(file, &id, &size), S_OK);
   EXPECT_EQ(std::tuple(BytesOf(id), size), std::tuple(F::Name("note"), 3));
   EXPECT_EQ(F::SkipChunk(file, size), F::Padded(3));
   EXPECT_EQ(F::ReadListHeader(file, &id, &size), S_OK);
-  EXPECT_EQ(BytesOf(id), F::Name("INFO"));
-  EXPECT_EQ(size, whole.size() - file.At());
+  EXPECT_EQ(std::tuple(BytesOf(id), size), std::tuple(F::Name("INFO"), whole.size() - file.At()));
   EXPECT_EQ(F::ReadListHeader(file, &id, &size), QN_E_LIST_HEADER);
   EXPECT_EQ(size, 2u);
 
@@ -125,14 +124,12 @@ TYPED_TEST(Chunks, ReadsHeadersInOrder) {
     EXPECT_EQ(F::ReadFileID(cut, &size, nullptr), hasType ? S_OK : hasSize ? kShort : F::kNoHeader) << length;
     EXPECT_EQ(size, hasSize ? whole.size() - F::kForm : 0) << length;
   }
-  whole[3] = 'X';
   file.Put(3, {'X'});
-  typename F::Budget remaining = 98;
-  EXPECT_EQ(F::FindInForm(file, F::Key("note"), &size, &remaining), QN_E_RIFF_HEADER);
-  EXPECT_EQ(remaining, 98);
-  EXPECT_EQ(F::FindListInForm(file, F::Key("INFO"), &size), QN_E_RIFF_HEADER);
-  EXPECT_EQ(F::Delete(file, F::Key("note"), &size), QN_E_RIFF_HEADER);
-  EXPECT_EQ(file.Content(), whole);
+  for (HRESULT status :
+       {F::FindInForm(file, F::Key("note"), &size, nullptr), F::FindListInForm(file, F::Key("INFO"), &size),
+        F::Delete(file, F::Key("note"), &size)}) {
+    EXPECT_EQ(status, QN_E_RIFF_HEADER);
+  }
 }
 
 TYPED_TEST(Chunks, DataReadersEndWhereTheirPadSays) {
@@ -157,10 +154,9 @@ TYPED_TEST(Chunks, DataReadersEndWhereTheirPadSays) {
     EXPECT_EQ(F::ReadAlloc(file, &block), size > 16 ? kShort : S_OK);
     EXPECT_EQ(file.At(), size > 16 ? 16 : F::Padded(size));
     ASSERT_EQ(block.data != nullptr, size == 5 || size == 16);
-    if (!block.data) continue;
-    EXPECT_EQ(std::memcmp(block.data, data.data(), size), 0);
-    EXPECT_EQ(GlobalUnlock(GlobalHandle(block.data)), 0);
-    EXPECT_EQ(GlobalFree(GlobalHandle(block.data)), nullptr);
+    EXPECT_EQ(block.data ? std::memcmp(block.data, data.data(), size) : 0, 0);
+    GlobalUnlock(GlobalHandle(block.data));
+    GlobalFree(GlobalHandle(block.data));
   }
 }
 
@@ -173,7 +169,7 @@ TYPED_TEST(Chunks, SearchesAndWalksSpendTheirBudget) {
     auto remaining = static_cast<typename F::Budget>(budget.value_or(0));
     uint32_t count = 77;
     HRESULT got;
-    file.Go(F::kForm);
+    F::Start(file);
     if (what == "#") {
       got = F::CountEntries(file, &count, &remaining);
       EXPECT_EQ(file.At(), F::kForm);
@@ -186,10 +182,10 @@ TYPED_TEST(Chunks, SearchesAndWalksSpendTheirBudget) {
         // In the form its stored size is the budget, and `remaining` only comes out.
         F::SetSize(file, static_cast<typename F::Size>(*budget + int64_t{F::kType}));
         typename F::Budget left = 7;
-        EXPECT_EQ(isList ? F::FindListInForm(file, key, nullptr) : F::FindInForm(file, key, nullptr, &left),
-                  status);
+        got = isList ? F::FindListInForm(file, key, nullptr) : F::FindInForm(file, key, nullptr, &left);
+        EXPECT_EQ(got, status);
         EXPECT_EQ(left, isList ? 7 : static_cast<typename F::Budget>(rest));
-        file.Go(F::kForm);
+        F::Start(file);
       }
       got = (isList ? F::FindList : F::Find)(file, key, nullptr, budget ? &remaining : nullptr);
     }
@@ -207,26 +203,21 @@ TYPED_TEST(Chunks, Deletions) {
     for (size_t i = 0; i < length; ++i) tail[i] = static_cast<uint8_t>(i * 7 + i / 256);
     TestFile file(F::Form(kept + gone + tail, 9000));
     EXPECT_EQ(F::Delete(file, F::Key("gone"), &deleted), S_OK);
-    EXPECT_EQ(deleted, gone.size());
+    EXPECT_EQ(std::tuple(deleted, file.At()), std::tuple(gone.size(), file.Length()));
     EXPECT_EQ(file.Content(), F::Form(kept + tail, 9000 - gone.size()));
-    EXPECT_EQ(file.At(), file.Length());
   }
   TestFile readOnly(F::Form(gone + gone), GENERIC_READ);
   EXPECT_EQ(F::Delete(readOnly, F::Key("gone"), &deleted), QN_E_FILE_WRITE);
-  EXPECT_EQ(deleted, 0u);
 }
 
 // Beyond 2 GiB, and where the family can beyond 4.
 TYPED_TEST(Chunks, FarPlaces) {
   using F = TestFixture;
   const uint64_t tail = F::kForm + F::kHeader + F::Padded(F::kBig);
-  const Bytes chunk = F::Chunk("tail", {1, 2, 3});
   TestFile file(F::Form(F::Header(F::Name("data"), F::kBig)));
-  file.Put(tail, chunk);
-  F::SetSize(file, static_cast<typename F::Size>(tail + chunk.size() - F::kHeader));
+  file.Put(tail, F::Chunk("tail", {1, 2, 3}));
+  F::SetSize(file, static_cast<typename F::Size>(file.Length() - F::kHeader));
   typename F::Size size, location;
-  EXPECT_EQ(F::FindInForm(file, F::Key("data"), &size, nullptr), S_OK);
-  EXPECT_EQ(size, F::kBig);
   EXPECT_EQ(F::FindInForm(file, F::Key("tail"), &size, nullptr), S_OK);
   F::Save(file, &location);
   EXPECT_EQ(location, tail + F::kHeader);
@@ -237,28 +228,17 @@ TYPED_TEST(Chunks, FarPlaces) {
   EXPECT_EQ(file.At(), location);
 }
 
-TEST(ChunkCalls, FailingWritesAndNullArguments) {
-  const Bytes whole(64, 1);
-  TestFile file(whole, GENERIC_READ);
-  const GuidKey guid(whole);
+TEST(ChunkCalls, FailingWrites) {
+  TestFile file(Bytes(64, 1), GENERIC_READ);
+  const GuidKey guid(Bytes(16, 1));
   uint32_t size = 5;
-  uint64_t wide = 5;
-  WCHAR text[] = u"x";
   for (HRESULT status :
-       {riff_WriteChunk(file, 1, "ab", 2, &size), riff_WriteListHeader(file, 1, 4),
-        riff_WriteFileID(file, 1, 4), riff_WriteANSIString(file, text, &size), riff_UpdateRIFFSize(file, 1),
-        riff64_WriteData(file, "ab", 2, &wide), riff64_WriteChunk(file, guid, "ab", 2, &wide),
-        riff64_WriteFileID(file, guid, 4), riff64_CompleteChunk(file, 0), riff64_UpdateRIFFSize(file, 1)}) {
+       {riff_WriteChunk(file, 1, "ab", 2, &size), riff_WriteFileID(file, 1, 4), riff_UpdateRIFFSize(file, 1),
+        riff64_WriteData(file, "ab", 2, nullptr), riff64_WriteFileID(file, guid, 4),
+        riff64_CompleteChunk(file, 0), riff64_UpdateRIFFSize(file, 1)}) {
     EXPECT_EQ(status, QN_E_FILE_WRITE);
   }
-  for (HRESULT status :
-       {riff_ReadChunkHeader(file, nullptr, &size), riff_ReadData(file, nullptr, 1),
-        riff_ReadDataBounded(file, nullptr, 1, 1), riff_WriteChunk(file, 1, nullptr, 1, &size),
-        riff_GetNumListEntries(file, nullptr, &size), riff64_WriteChunk(file, nullptr, "", 0, &wide),
-        riff64_FindListChunk(file, nullptr, &wide, nullptr)}) {
-    EXPECT_EQ(status, E_INVALIDARG);
-  }
-  EXPECT_EQ(std::tuple(size, wide, file.At()), std::tuple(5, 5, 0));
+  EXPECT_EQ(std::tuple(size, file.At()), std::tuple(5, 0));
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <tuple>
@@ -134,11 +135,7 @@ class TestFile {
     return static_cast<uint64_t>(reached.QuadPart);
   }
   uint64_t At() { return Go(0, FILE_CURRENT); }
-  uint64_t Length() {
-    LARGE_INTEGER size{};
-    GetFileSizeEx(*this, &size);
-    return static_cast<uint64_t>(size.QuadPart);
-  }
+  uint64_t Length() const { return std::filesystem::file_size(Native()); }
   // Writes at a place; one beyond the end leaves a hole before it.
   void Put(uint64_t place, const Bytes& bytes) {
     DWORD put = 0;
