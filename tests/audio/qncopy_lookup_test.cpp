@@ -35,16 +35,14 @@ class Disallow {
 };
 
 TEST(CopyLookup, KnowsAllPairsButFour) {
-  const int types[] = {16, 17, 18, 19, 32, 33, 48, 49, 64, 65, 66};
-  for (const int dst : types) {
-    for (const int src : types) {
+  const std::vector<int> types = {16, 17, 18, 19, 32, 33, 48, 49, 64, 65, 66};
+  const auto isType = [&](int value) { return std::find(types.begin(), types.end(), value) != types.end(); };
+  for (int dst = -1; dst < 132; ++dst) {
+    for (int src = -1; src < 132; ++src) {
       const bool missing = (dst == 64 || dst == 65) && (src == 48 || src == 66);
-      EXPECT_EQ(Lookup(dst, src) == nullptr, missing) << dst << " from " << src;
+      EXPECT_EQ(Lookup(dst, src) != nullptr, isType(dst) && isType(src) && !missing)
+          << dst << " from " << src;
     }
-  }
-  for (const int none : {0, -1, 15, 20, 34, 50, 63, 67, 128, 129, 1 << 30}) {
-    EXPECT_EQ(Lookup(none, 17), nullptr) << none;
-    EXPECT_EQ(Lookup(17, none), nullptr) << none;
   }
 }
 

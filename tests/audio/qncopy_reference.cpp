@@ -53,17 +53,13 @@ bool IsInteger(int type) {
 }
 
 int32_t ReadInteger(int type, const uint8_t* from) {
-  uint8_t bytes[4] = {};
   const size_t count = BytesOf(type);
-  std::copy_n(from, count, bytes);
-  if (IsBigEndian(type)) std::reverse(bytes, bytes + count);
-  if (type == 16) bytes[0] ^= 0x80;
-  int32_t value =
-      bytes[0] + bytes[1] * 256 + bytes[2] * 65536 + static_cast<int32_t>(uint32_t{bytes[3]} << 24);
-  if (count == 1 && value >= 128) value -= 256;
-  if (count == 2 && value >= 32768) value -= 65536;
-  if (count == 3 && value >= 8388608) value -= 16777216;
-  return value;
+  uint32_t word = 0;  // the sample in the top bytes
+  for (size_t i = 0; i < count; ++i) {
+    const uint8_t byte = from[IsBigEndian(type) ? count - 1 - i : i] ^ (type == 16 ? 0x80 : 0);
+    word |= uint32_t{byte} << (8 * (4 - count + i));
+  }
+  return static_cast<int32_t>(word) >> (32 - 8 * count);
 }
 
 void WriteInteger(int type, uint8_t* to, uint64_t bits) {
@@ -100,15 +96,14 @@ void AppendInteger(Bytes& bytes, int type, int64_t value) {
 
 void AppendIntegers(Bytes& bytes, int type, size_t noise) {
   if (BytesOf(type) <= 2) {
-    for (int64_t value = 0; value < (int64_t{1} << (8 * BytesOf(type))); ++value)
-      AppendInteger(bytes, type, value);
+    for (int64_t value = 0; value < (1 << (8 * BytesOf(type))); ++value) AppendInteger(bytes, type, value);
     return;
   }
   for (int bit = 0; bit < 32; ++bit) {
     for (const int64_t near : {-2, -1, 0, 1, 2}) {
-      for (const int64_t sign : {-1, 1}) {
-        AppendInteger(bytes, type, sign * ((int64_t{1} << bit) + near));
-        AppendInteger(bytes, type, sign * ((int64_t{3} << bit >> 1) + near));
+      for (const int64_t power : {int64_t{1} << bit, int64_t{3} << bit >> 1}) {
+        AppendInteger(bytes, type, power + near);
+        AppendInteger(bytes, type, -power - near);
       }
     }
   }
@@ -122,29 +117,22 @@ void AppendIntegers(Bytes& bytes, int type, size_t noise) {
 template <typename T, typename Bits>
 void AppendFloats(Bytes& bytes, size_t noise) {
   using Limits = std::numeric_limits<T>;
-  constexpr Bits kNan = std::bit_cast<Bits>(Limits::quiet_NaN());
-  for (const Bits bits : {kNan, kNan + 1, kNan + 0x3A5, kNan | Bits{0x155557},
-                          std::bit_cast<Bits>(Limits::signaling_NaN()) + 5}) {
-    Append(bytes, bits);
-    Append(bytes, bits | Bits{1} << (8 * sizeof(T) - 1));
-  }
-  const auto around = [&](double x) {
-    const T value = static_cast<T>(x);
-    for (const T near :
-         {value, std::nextafter(value, Limits::max()), std::nextafter(value, Limits::lowest())}) {
-      Append(bytes, near);
-      Append(bytes, -near);
-    }
+  const auto both = [&](T value) {
+    Append(bytes, value);
+    Append(bytes, -value);
   };
-  for (const double x : {0.0, 1.0, 1.5, 2.0, 65536.0, 1e30}) around(x);
-  for (const T x : {Limits::denorm_min(), Limits::min(), Limits::max(), Limits::infinity()}) {
-    Append(bytes, x);
-    Append(bytes, -x);
+  for (const Bits payload : {0, 1, 0x3A5, 0x155557}) {
+    both(std::bit_cast<T>(std::bit_cast<Bits>(Limits::quiet_NaN()) | payload));
   }
+  Append(bytes, std::bit_cast<Bits>(Limits::signaling_NaN()) | 5);
+  for (const T x : {Limits::denorm_min(), Limits::min(), Limits::max(), Limits::infinity(), T{0}, T{1e30}})
+    both(x);
   for (const double unit : {128.0, 32768.0, 8388608.0, 2147483648.0}) {
     for (const double steps :
-         {0.5, 1.0, 1.5, 2.5, 100.5, 101.5, unit - 2.5, unit - 1.5, unit - 1.0, unit - 0.5}) {
-      around(steps / unit);
+         {0.5, 1.0, 1.5, 2.5, 101.5, unit - 1.5, unit - 1.0, unit - 0.5, unit, 1.5 * unit}) {
+      const T x = static_cast<T>(steps / unit);
+      for (const T near : {x, std::nextafter(x, Limits::max()), std::nextafter(x, Limits::lowest())})
+        both(near);
     }
   }
   for (size_t i = 0; i < noise; ++i) {
