@@ -248,13 +248,6 @@ TEST(Convert, ReadsWhatADamagedFileHolds) {
   EXPECT_EQ(samples(), 2000u);
 }
 
-TEST(Convert, ReadsRf64) {
-  const ScratchFolder folder;
-  Make("ffmpeg -v error -i " + std::string(kRecording) + " -rf64 always " + folder.Native("in.wav"));
-  Convert({folder.Native("in.wav"), folder.Native("out.wav")});
-  EXPECT_EQ(ReadSound(folder.Native("out.wav")).samples, ReadSound(kRecording).samples);
-}
-
 TEST(Convert, RefusesWhatAWaveFileCannotCount) {
   const ScratchFolder folder;
   MakeSparse(folder.Native("in.raw"), {}, uint64_t{1} << 30);

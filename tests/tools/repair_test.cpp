@@ -17,7 +17,6 @@ struct Map {
   bool wave64 = false;
   std::map<std::string, size_t> chunks;  // the headers
   size_t start = 0;                      // of the samples
-  size_t bytes = 0;
 
   int sizeBytes() const { return wave64 ? 8 : 4; }
   size_t idBytes() const { return wave64 ? 16 : 4; }
@@ -37,7 +36,6 @@ Map MapOf(const Bytes& file) {
     map.chunks[id] = at;
     if (id == "data") {
       map.start = at + map.headerBytes();
-      map.bytes = size;
       return map;
     }
     const size_t unit = map.wave64 ? 8 : 2;
@@ -58,30 +56,23 @@ void Zero(Bytes* file, size_t from, size_t count) {
   for (size_t i = from; i < from + count; ++i) file->at(i) = 0;
 }
 
+constexpr uint64_t kKeep = 1;
+
+// Other sizes of the file and of the data.
+Damager Sizes(uint64_t form, uint64_t data) {
+  return [=](Bytes* f, const Map& m) {
+    if (form != kKeep) Put(f, m.formSizeAt(), form, m.sizeBytes());
+    if (data != kKeep) Put(f, m.dataSizeAt(), data, m.sizeBytes());
+  };
+}
+
 const DamageCase kDamages[] = {
-    {"both sizes 0",
-     [](Bytes* f, const Map& m) {
-       Put(f, m.formSizeAt(), 0, m.sizeBytes());
-       Put(f, m.dataSizeAt(), 0, m.sizeBytes());
-     }},
-    {"as it was started",
-     [](Bytes* f, const Map& m) {
-       Put(f, m.formSizeAt(), m.wave64 ? m.start : m.start - 8, m.sizeBytes());
-       Put(f, m.dataSizeAt(), m.wave64 ? 24 : 0, m.sizeBytes());
-     }},
-    {"both sizes open",
-     [](Bytes* f, const Map& m) {
-       Put(f, m.formSizeAt(), ~uint64_t{0}, m.sizeBytes());
-       Put(f, m.dataSizeAt(), ~uint64_t{0}, m.sizeBytes());
-     }},
-    {"sizes beyond the end",
-     [](Bytes* f, const Map& m) {
-       Put(f, m.formSizeAt(), f->size() + 100000, m.sizeBytes());
-       Put(f, m.dataSizeAt(), f->size() + 90000, m.sizeBytes());
-     }},
-    {"a data size that is too small",
-     [](Bytes* f, const Map& m) { Put(f, m.dataSizeAt(), 4096, m.sizeBytes()); }},
-    {"the form size alone", [](Bytes* f, const Map& m) { Put(f, m.formSizeAt(), 0, m.sizeBytes()); }},
+    {"both sizes 0", Sizes(0, 0)},
+    {"as it was started", Sizes(0, 24)},
+    {"both sizes open", Sizes(~uint64_t{0}, ~uint64_t{0})},
+    {"sizes beyond the end", Sizes(100'000'000, 90'000'000)},
+    {"a data size that is too small", Sizes(kKeep, 4096)},
+    {"the form size alone", Sizes(0, kKeep)},
     {"the id of the file", [](Bytes* f, const Map&) { Put(f, 0, 0x58585858, 4); }},
     {"the form type", [](Bytes* f, const Map& m) { Zero(f, m.typeAt(), 4); }},
     {"a zeroed file header", [](Bytes* f, const Map& m) { Zero(f, 0, m.headerBytes() + m.idBytes()); }},
