@@ -6,8 +6,7 @@ namespace {
 
 using namespace qntest;
 
-const std::string kRate = "40 0E AC 44 *6 ";
-const std::string kForm = "'FORM' 00 00 00 FF 'AIFF' ";
+const std::string kRate = "40 0E AC 44 *6 ", kForm = "'FORM' 00 00 00 FF 'AIFF' ";
 const std::string kSound = "'SSND' 00 00 00 10 *4 *4 ";
 
 // Stereo and 2 frames.
@@ -44,8 +43,7 @@ TEST(Aiff, Forms) {
     file.Close();
     EXPECT_EQ(QnFileIsAiff(file.Path()) - QnFileIsWave(file.Path(), 1), 1);
     const AudioFile found(file.Path());
-    ASSERT_TRUE(found.record);
-    EXPECT_EQ(std::tuple(BytesOf(*found.record), found.start), std::tuple(BytesOf(format), start));
+    EXPECT_EQ(std::tuple(found.Format(), found.start), std::tuple(BytesOf(format), start));
   }
 }
 

@@ -19,7 +19,6 @@
 namespace qntest {
 
 // The statuses of the tables.
-constexpr HRESULT kFound = S_OK;
 constexpr HRESULT kMissing = QN_E_NOT_FOUND;
 constexpr HRESULT kShort = QN_E_FILE_READ;
 
@@ -104,9 +103,8 @@ struct Wave64Shape : Shape<Wave64Shape> {
 };
 
 inline WAVEFORMATEX MakeFormat(int tag, int channels, uint32_t rate, int bits) {
-  const int align = channels * (bits / 8);
-  return {static_cast<WORD>(tag),   static_cast<WORD>(channels), rate, rate * align,
-          static_cast<WORD>(align), static_cast<WORD>(bits),     0};
+  const auto align = static_cast<WORD>(channels * (bits / 8));
+  return {WORD(tag), WORD(channels), rate, rate * align, align, WORD(bits), 0};
 }
 
 // A file in a folder of its own, opened for reading and writing, or as given, when it is first asked for.
@@ -153,6 +151,7 @@ class TestFile {
 // What is read of an audio file by its name.
 struct AudioFile {
   explicit AudioFile(const WCHAR* path) : record(QnGetFileWfx(path, &frames, &start), &std::free) {}
+  Bytes Format() const { return record ? BytesOf(*record) : Bytes(); }
 
   uint64_t frames = 77;
   uint64_t start = 77;

@@ -19,14 +19,13 @@ const WAVEFORMATEX kFormat = MakeFormat(1, 2, 44100, 16);
 enum Way { kNew, kReserve, kInsert };
 HRESULT Write(Way way, bool wave64, TestFile& file, const WAVEFORMATEX* format, int64_t size) {
   const auto size32 = static_cast<uint32_t>(size);
-  if (wave64) {
-    return way == kInsert    ? QnInsertW64Header(file, format, 256, size)
-           : way == kReserve ? QnInitializeWav64WithJunk(file.Path(), format, OPEN_EXISTING, size)
-                             : QnInitializeWav64(file.Path(), format, CREATE_ALWAYS);
-  }
-  return way == kInsert    ? QnInsertWavHeader(file, format, 256, size32)
-         : way == kReserve ? QnInitializeWavWithJunk(file.Path(), format, OPEN_EXISTING, size32)
-                           : QnInitializeWav(file.Path(), format, CREATE_ALWAYS);
+  const WCHAR* const name = file.Path();
+  if (way == kNew && wave64) return QnInitializeWav64(name, format, CREATE_ALWAYS);
+  if (way == kNew) return QnInitializeWav(name, format, CREATE_ALWAYS);
+  if (way == kReserve && wave64) return QnInitializeWav64WithJunk(name, format, OPEN_EXISTING, size);
+  if (way == kReserve) return QnInitializeWavWithJunk(name, format, OPEN_EXISTING, size32);
+  if (wave64) return QnInsertW64Header(file, format, 256, size);
+  return QnInsertWavHeader(file, format, 256, size32);
 }
 
 TEST(QnWav, Headers) {
@@ -53,7 +52,7 @@ TEST(QnWav, Headers) {
     EXPECT_EQ(file.Content(), way == kInsert ? header + Bytes(old.begin() + end, old.end()) : header) << text;
     const AudioFile found(file.Path());
     EXPECT_EQ(std::tuple(found.start, found.frames), std::tuple(header.size(), way == kInsert ? 64 : 0));
-    EXPECT_EQ(BytesOf(*found.record), BytesOf(kFormat));
+    EXPECT_EQ(found.Format(), BytesOf(kFormat));
   }
 }
 
@@ -85,12 +84,11 @@ TEST(QnWav, RefusalsOfHeaders) {
     record.Init(44100, QNST_PCM16, 2, mask, sizeof record);
     EXPECT_EQ(QnInitializeWav(file.Path(), &record, OPEN_EXISTING), mask ? QN_E_MEDIA_TYPE : S_OK);
   }
-  EXPECT_EQ(BytesOf(*AudioFile(file.Path()).record), BytesOf(kFormat));
-  for (size_t length : {45, 46}) {
-    TestFile small{Bytes(length)};
-    EXPECT_EQ(QnInsertWavHeader(small, &kFormat, 0xFFFFFFF0, 46), length < 46 ? QN_E_CHUNK_SIZE : S_OK);
-    EXPECT_EQ(small.Content()[7], length < 46 ? 0 : 0xFF) << "no wrapped RIFF size";
-  }
+  EXPECT_EQ(AudioFile(file.Path()).Format(), BytesOf(kFormat));
+  TestFile small(Bytes(45)), wide(Bytes(46));
+  EXPECT_EQ(QnInsertWavHeader(small, &kFormat, 0, 46), QN_E_CHUNK_SIZE);
+  EXPECT_EQ(QnInsertWavHeader(wide, &kFormat, 0xFFFFFFF0, 46), S_OK);
+  EXPECT_EQ(wide.Content()[7], 0xFF) << "no wrapped RIFF size";
 }
 
 // Files as others write them: what is read, and whether the file is recognised without and with its format
@@ -180,9 +178,8 @@ TEST(QnWav, ForeignFilesSampleBySample) {
     const AudioFile found(file.Path());
     ASSERT_TRUE(found.record && got > 1000);
     EXPECT_EQ(std::tuple(found.record->wFormatTag, found.record->wBitsPerSample), std::tuple(tag, bits));
-    EXPECT_EQ(std::tuple(found.record->nChannels, found.record->nSamplesPerSec),
-              std::tuple(info.channels, info.samplerate));
-    EXPECT_EQ(found.frames, static_cast<uint64_t>(info.frames));
+    EXPECT_EQ(std::tuple(found.record->nChannels, found.record->nSamplesPerSec, found.frames),
+              std::tuple(info.channels, info.samplerate, info.frames));
     EXPECT_TRUE(std::equal(samples.begin(), samples.end(), &file.Content()[found.start]));
   }
 }

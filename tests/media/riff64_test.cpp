@@ -54,10 +54,9 @@ TEST_F(Riff64, PadsFromTheStart) {
 
 TEST_F(Riff64, OddSizes) {
   constexpr uint64_t kOne = 1;
-  for (uint64_t size : {kOne, kOne * 10, kOne * 12, kOne << 35, kOne * 8, kOne << 34, kOne << 63}) {
-    const bool bad = size % 8 != 0 || size == kOne << 35;
-    EXPECT_EQ(riff64_ValidateChunkHeader({}, size), bad ? QN_E_CHUNK_SIZE : S_OK) << size;
-  }
+  constexpr HRESULT kBad = QN_E_CHUNK_SIZE;
+  for (uint64_t size : {kOne, kOne * 12, kOne << 35}) EXPECT_EQ(riff64_ValidateChunkHeader({}, size), kBad);
+  for (uint64_t size : {kOne * 8, kOne << 34, kOne << 63}) EXPECT_EQ(riff64_ValidateChunkHeader({}, size), 0);
   // Sizes that do not hold the header: none for a chunk, and no floor for a list or a form.
   TestFile stunted(Name("aaaa") + Le(23, 8) + ListId() + Le(10, 8) + Name("bbbb") + Form({}, 10));
   GUID id;
@@ -73,7 +72,7 @@ TEST_F(Riff64, OddSizes) {
     TestFile file(Form(ListId() + Le(stored, 8) + List("cccc", {})));
     int64_t remaining = 64;
     file.Go(40);
-    EXPECT_EQ(riff64_FindListChunk(file, GuidKey(Name("cccc")), nullptr, &remaining), kFound);
+    EXPECT_EQ(riff64_FindListChunk(file, GuidKey(Name("cccc")), nullptr, &remaining), S_OK);
     EXPECT_EQ(std::tuple(remaining, file.At()), std::tuple(0, 104));
   }
 }
