@@ -68,7 +68,7 @@ Damager Sizes(uint64_t form, uint64_t data) {
 
 const DamageCase kDamages[] = {
     {"both sizes 0", Sizes(0, 0)},
-    {"as it was started", Sizes(0, 24)},
+    {"as it was started", [](Bytes* f, const Map& m) { Sizes(m.start, m.wave64 ? 24 : 0)(f, m); }},
     {"both sizes open", Sizes(~uint64_t{0}, ~uint64_t{0})},
     {"sizes beyond the end", Sizes(100'000'000, 90'000'000)},
     {"a data size that is too small", Sizes(kKeep, 4096)},
