@@ -19,26 +19,14 @@
 namespace qntest {
 namespace {
 
-struct Row {
+constexpr struct Row {
   int type;
   size_t bytes;
-  double decode;
-  double encode;
-  double low, high;
-};
-
-constexpr Row kRows[] = {
-    {16, 1, 0.0078125, 128.0, -128, 127},
-    {49, 1, 0.0078125, 128.0, -128, 127},
-    {17, 2, 3.0517578125e-5, 32768.0, -32768, 32767},
-    {64, 2, 3.0517578125e-5, 32768.0, -32768, 32767},
-    {18, 3, 1.1920928955078125e-7, 8388608.0, -8388608, 8388607},
-    {65, 3, 1.1920928955078125e-7, 8388608.0, -8388608, 8388607},
-    {48, 4, 1.1920928955078125e-7, 8388608.0, -8388608, 8388607},
-    {19, 4, 4.656612873077393e-10, 2147483648.0, -2147483648.0, 2147483647.0},
-    {66, 4, 4.656612873077393e-10, 2147483648.0, -2147483648.0, 2147483647.0},
-    {32, 4, 1, 1, 0, 0},
-    {33, 8, 1, 1, 0, 0},
+  double fullScale;
+} kRows[] = {
+    {16, 1, 128.0},        {49, 1, 128.0},     {17, 2, 32768.0},   {64, 2, 32768.0},
+    {18, 3, 8388608.0},    {65, 3, 8388608.0}, {48, 4, 8388608.0}, {19, 4, 2147483648.0},
+    {66, 4, 2147483648.0}, {32, 4, 1.0},       {33, 8, 1.0},
 };
 
 const Row& RowOf(int type) {
@@ -48,31 +36,25 @@ const Row& RowOf(int type) {
 bool IsBigEndian(int type) {
   return type >= 64 && type <= 66;
 }
-bool IsInteger(int type) {
-  return type != 32 && type != 33;
+bool IsFloat(int type) {
+  return type == 32 || type == 33;
 }
 
-int32_t ReadInteger(int type, const uint8_t* from) {
+int64_t ReadInteger(int type, const uint8_t* from) {
   const size_t count = BytesOf(type);
-  uint32_t word = 0;  // the sample in the top bytes
-  for (size_t i = 0; i < count; ++i) {
-    const uint8_t byte = from[IsBigEndian(type) ? count - 1 - i : i] ^ (type == 16 ? 0x80 : 0);
-    word |= uint32_t{byte} << (8 * (4 - count + i));
-  }
-  return static_cast<int32_t>(word) >> (32 - 8 * count);
+  int64_t word = 0;
+  for (size_t i = 0; i < count; ++i) word = word * 256 + from[IsBigEndian(type) ? i : count - 1 - i];
+  if (type == 16) return word - 128;
+  const int64_t half = int64_t{1} << (8 * count - 1);
+  return word < half ? word : word - 2 * half;
 }
 
 void WriteInteger(int type, uint8_t* to, uint64_t bits) {
   const size_t count = BytesOf(type);
-  for (size_t i = 0; i < count; ++i) to[i] = static_cast<uint8_t>(bits >> (8 * i));
+  for (size_t i = 0; i < count; ++i) {
+    to[IsBigEndian(type) ? count - 1 - i : i] = static_cast<uint8_t>(bits >> (8 * i));
+  }
   if (type == 16) to[0] ^= 0x80;
-  if (IsBigEndian(type)) std::reverse(to, to + count);
-}
-
-void WriteRounded(int type, uint8_t* to, double y) {
-  if (std::isnan(y)) return WriteInteger(type, to, std::bit_cast<uint64_t>(y));
-  y = std::clamp(y, RowOf(type).low, RowOf(type).high);
-  WriteInteger(type, to, static_cast<uint64_t>(static_cast<int64_t>(std::nearbyint(y))));
 }
 
 template <typename T>
@@ -84,63 +66,60 @@ T Load(const uint8_t* from) {
 
 template <typename T>
 void Append(Bytes& bytes, T value) {
-  const size_t at = bytes.size();
-  bytes.resize(at + sizeof value);
-  std::memcpy(bytes.data() + at, &value, sizeof value);
+  bytes.resize(bytes.size() + sizeof value);
+  std::memcpy(&*bytes.end() - sizeof value, &value, sizeof value);
 }
 
-void AppendInteger(Bytes& bytes, int type, int64_t value) {
-  bytes.resize(bytes.size() + BytesOf(type));
-  WriteInteger(type, bytes.data() + bytes.size() - BytesOf(type), static_cast<uint64_t>(value));
-}
+constexpr int kNoise = 20000;
 
-void AppendIntegers(Bytes& bytes, int type, size_t noise) {
-  if (BytesOf(type) <= 2) {
-    for (int64_t value = 0; value < (1 << (8 * BytesOf(type))); ++value) AppendInteger(bytes, type, value);
-    return;
-  }
-  for (int bit = 0; bit < 32; ++bit) {
+void AppendIntegers(Bytes& bytes, int type) {
+  const size_t size = BytesOf(type);
+  const auto add = [&](int64_t value) {
+    bytes.resize(bytes.size() + size);
+    WriteInteger(type, bytes.data() + bytes.size() - size, static_cast<uint64_t>(value));
+  };
+  for (int64_t value = 0; size <= 2 && value < int64_t{1} << (8 * size); ++value) add(value);
+  for (int bit = 0; size > 2 && bit < 32; ++bit) {
     for (const int64_t near : {-2, -1, 0, 1, 2}) {
-      for (const int64_t power : {int64_t{1} << bit, int64_t{3} << bit >> 1}) {
-        AppendInteger(bytes, type, power + near);
-        AppendInteger(bytes, type, -power - near);
-      }
+      add((int64_t{1} << bit) + near);
+      add(-(int64_t{1} << bit) + near);
     }
   }
   // Words with few low bits meet ties when they are narrowed; words of few bits are typical of quiet audio.
-  for (size_t i = 0; i < noise; ++i) {
+  for (int i = 0; size > 2 && i < kNoise; ++i) {
     const int64_t word = static_cast<int32_t>(Random()());
-    AppendInteger(bytes, type, i % 4 == 0 ? word & ~0x7FFF : i % 4 == 1 ? word >> (i % 31) : word);
+    add(i % 4 == 0 ? word & ~0x7F : i % 4 == 1 ? word & ~0x7FFF : i % 4 == 2 ? word >> (i % 31) : word);
   }
 }
 
 template <typename T, typename Bits>
-void AppendFloats(Bytes& bytes, size_t noise) {
+void AppendFloats(Bytes& bytes) {
   using Limits = std::numeric_limits<T>;
-  const auto both = [&](T value) {
-    Append(bytes, value);
-    Append(bytes, -value);
+  const auto around = [&](T x) {
+    for (const T near : {x, std::nextafter(x, Limits::max()), std::nextafter(x, Limits::lowest())}) {
+      Append(bytes, near);
+      Append(bytes, -near);
+    }
   };
-  for (const Bits payload : {0, 1, 0x3A5, 0x155557}) {
-    both(std::bit_cast<T>(std::bit_cast<Bits>(Limits::quiet_NaN()) | payload));
+  for (const T x : {T(0), T(2), T(65536), T(1e30), Limits::denorm_min(), Limits::min(), Limits::max(),
+                    Limits::infinity(), Limits::quiet_NaN()}) {
+    around(x);
   }
-  Append(bytes, std::bit_cast<Bits>(Limits::signaling_NaN()) | 5);
-  for (const T x : {Limits::denorm_min(), Limits::min(), Limits::max(), Limits::infinity(), T{0}, T{1e30}})
-    both(x);
   for (const double unit : {128.0, 32768.0, 8388608.0, 2147483648.0}) {
-    for (const double steps :
-         {0.5, 1.0, 1.5, 2.5, 101.5, unit - 1.5, unit - 1.0, unit - 0.5, unit, 1.5 * unit}) {
-      const T x = static_cast<T>(steps / unit);
-      for (const T near : {x, std::nextafter(x, Limits::max()), std::nextafter(x, Limits::lowest())})
-        both(near);
+    for (int halves = -3; halves < 9; ++halves) {
+      around(static_cast<T>(halves / 2.0 / unit));
+      around(static_cast<T>(1.0 - halves / 2.0 / unit));
     }
   }
-  for (size_t i = 0; i < noise; ++i) {
+  // Values within full scale and a bit above, ties of 16 bits, and any bits: NaNs, denormals, and others.
+  const Bits exponent = std::bit_cast<Bits>(Limits::infinity());
+  for (int i = 0; i < kNoise; ++i) {
     const double x = static_cast<double>(static_cast<int64_t>(Random()())) * 0x1.4p-63;
+    const Bits bits = static_cast<Bits>(Random()());
     if (i % 8 == 0) {
-      Append(bytes, static_cast<Bits>(Random()()));
+      Append(bytes, i % 3 == 0 ? bits | exponent : i % 3 == 1 ? bits & ~exponent : bits);
     } else {
-      Append(bytes, static_cast<T>(i % 8 == 1 ? std::floor(x * 65536) / 131072 : x));
+      Append(bytes, static_cast<T>(i % 8 == 1 ? std::floor(x * 65536) / 65536 : x));
     }
   }
 }
@@ -162,33 +141,30 @@ void ConvertOne(int dst, uint8_t* to, int src, const uint8_t* from, float scale)
     std::copy_n(from, BytesOf(src), to);
     return;
   }
-  const double gain = scale;
-  const double encode = RowOf(dst).encode;
-  double x = 0;      // of a double destination or, times `encode`, of an integer one
-  float single = 0;  // of a float destination
-  if (IsInteger(src)) {
-    const int32_t sample = ReadInteger(src, from);
-    x = sample * RowOf(src).decode;
-    if (scale != 1.0f) x = x * gain;
-    single = static_cast<float>(x);
-    if (src == 19 && scale != 1.0f) {
-      single = static_cast<float>(sample) * static_cast<float>(gain * 4.656612873077393e-10);
-    }
+  // A shared swap kernel of 16 or 32 bits reads and writes big-endian on both sides when there is a gain.
+  if (scale != 1.0f && std::abs(dst - src) == 47 && dst + src != 18 + 65) dst = src = std::max(dst, src);
+  const double gain = scale, decode = 1.0 / RowOf(src).fullScale, fullScale = RowOf(dst).fullScale;
+  double x;
+  if (src == 33) {
+    x = Load<double>(from) * gain;
   } else if (src == 32) {
     const float sample = Load<float>(from);
-    single = scale * sample;
-    x = dst == 33 ? static_cast<double>(sample) * gain : static_cast<double>(single);
+    x = dst == 33 ? static_cast<double>(sample) * gain : static_cast<double>(scale * sample);
+  } else if (src == 19 && dst == 32) {
+    x = static_cast<double>(static_cast<float>(ReadInteger(src, from)) * static_cast<float>(gain * decode));
   } else {
-    x = Load<double>(from);
-    x = x * gain;
-    single = static_cast<float>(x);
+    x = static_cast<double>(ReadInteger(src, from)) * decode * gain;
   }
+  const float single = static_cast<float>(x);
   if (dst == 32) {
     std::memcpy(to, &single, sizeof single);
   } else if (dst == 33) {
     std::memcpy(to, &x, sizeof x);
+  } else if (std::isnan(x)) {
+    WriteInteger(dst, to, std::bit_cast<uint64_t>(x));
   } else {
-    WriteRounded(dst, to, x * encode);
+    const double rounded = std::nearbyint(std::clamp(x * fullScale, -fullScale, fullScale - 1));
+    WriteInteger(dst, to, static_cast<uint64_t>(static_cast<int64_t>(rounded)));
   }
 }
 
@@ -201,38 +177,43 @@ Bytes ConvertAll(int dst, int src, const Bytes& samples, float scale) {
   return result;
 }
 
-Bytes SamplesOf(int type, bool few) {
-  constexpr size_t kFewSamples = 4000;
-  const size_t noise = few ? 1000 : 20000;
+Bytes SamplesOf(int type) {
   Bytes bytes;
   if (type == 32) {
-    AppendFloats<float, uint32_t>(bytes, noise);
+    AppendFloats<float, uint32_t>(bytes);
   } else if (type == 33) {
-    AppendFloats<double, uint64_t>(bytes, noise);
+    AppendFloats<double, uint64_t>(bytes);
   } else {
-    AppendIntegers(bytes, type, noise);
+    AppendIntegers(bytes, type);
   }
-  if (few) {
-    Bytes some;
-    const size_t size = BytesOf(type), count = bytes.size() / size;
-    for (size_t i = 0; i < kFewSamples; ++i) {
-      const uint8_t* const sample = bytes.data() + i * 17 % count * size;
-      some.insert(some.end(), sample, sample + size);
-    }
-    return some;
+  const size_t size = BytesOf(type), count = bytes.size() / size, step = 7919;  // a prime
+  Bytes mixed(bytes.size());
+  for (size_t i = 0; i < count; ++i) {
+    std::copy_n(bytes.data() + i * step % count * size, size, mixed.data() + i * size);
   }
-  return bytes;
+  return mixed;
+}
+
+Bytes TameSamplesOf(int type, size_t count) {
+  Bytes samples = IsFloat(type) ? ConvertAll(type, 19, SamplesOf(19), 1.0f) : SamplesOf(type);
+  const size_t once = samples.size();
+  samples.resize(count * BytesOf(type));
+  for (size_t i = once; i < samples.size(); ++i) samples[i] = samples[i - once];
+  return samples;
+}
+
+std::vector<qn::CopyKernel> Pairs() {
+  std::vector<qn::CopyKernel> pairs(qn::CopyKernels().begin(), qn::CopyKernels().end());
+  std::erase_if(pairs, [](const qn::CopyKernel& pair) { return pair.scalar == nullptr; });
+  return pairs;
 }
 
 void ForEachTarget(const std::function<void()>& body) {
   const int64_t supported = hwy::SupportedTargets();
-  std::vector<int64_t> targets;
-#if HWY_ARCH_X86
+  std::vector<int64_t> targets = {HWY_STATIC_TARGET};
   for (const int64_t target : {HWY_AVX3_DL, HWY_AVX2}) {
     if (supported & target) targets.push_back(target);
   }
-#endif
-  targets.push_back(HWY_STATIC_TARGET);
   std::set<qn::ConvertFunction> reached;
   for (const int64_t target : targets) {
     SCOPED_TRACE(hwy::TargetName(target));
@@ -244,6 +225,14 @@ void ForEachTarget(const std::function<void()>& body) {
   hwy::SetSupportedTargetsForTest(0);
   hwy::GetChosenTarget().Update(hwy::SupportedTargets());
   EXPECT_EQ(reached.size(), targets.size()) << "targets that were not dispatched to";
+}
+
+void ForEachKernel(const qn::CopyKernel& pair, const std::function<void(QNCOPYFUNCTION)>& body) {
+  SCOPED_TRACE(std::string(qn::SampleTypeName(pair.dst)) + "_from_" + qn::SampleTypeName(pair.src));
+  ForEachTarget([&] {
+    body(pair.scalar);
+    if (pair.vector != nullptr) body(pair.vector);
+  });
 }
 
 void ForEachDenormalMode(const std::function<void()>& body) {
@@ -260,13 +249,6 @@ void ForEachDenormalMode(const std::function<void()>& body) {
 #endif
 }
 
-std::vector<QNCOPYFUNCTION> KernelsOf(const qn::CopyKernel& pair) {
-  std::vector<QNCOPYFUNCTION> kernels;
-  if (pair.scalar) kernels.push_back(pair.scalar);
-  if (pair.vector) kernels.push_back(pair.vector);
-  return kernels;
-}
-
 namespace {
 constexpr size_t kGuard = 64;
 #if defined(__SANITIZE_ADDRESS__)
@@ -281,15 +263,10 @@ GuardedBuffer::GuardedBuffer(size_t size, size_t offset)
     : front_(kGuard + offset), size_(size), block_(front_ + size + kGuardBehind, kGuardByte) {}
 
 bool GuardedBuffer::Intact() const {
-  const auto isGuard = [](uint8_t byte) { return byte == kGuardByte; };
-  const auto first = block_.begin(), behind = first + static_cast<ptrdiff_t>(front_ + size_);
-  return std::all_of(first, first + static_cast<ptrdiff_t>(front_), isGuard) &&
-         std::all_of(behind, block_.end(), isGuard);
-}
-
-std::string Describe(const qn::CopyKernel& pair, float scale) {
-  return std::string(qn::SampleTypeName(pair.dst)) + "_from_" + qn::SampleTypeName(pair.src) + ", scale " +
-         std::to_string(scale);
+  for (size_t i = 0; i < block_.size(); ++i) {
+    if ((i < front_ || i >= front_ + size_) && block_[i] != kGuardByte) return false;
+  }
+  return true;
 }
 
 }  // namespace qntest

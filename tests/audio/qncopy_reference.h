@@ -22,18 +22,24 @@ Bytes ConvertAll(int dst, int src, const Bytes& samples, float scale);
 // True for pairs that run from the last sample to the first.
 bool RunsBackward(int dst, int src);
 
-// Samples of a type that are worth a test: all values of 8 and 16 bits, else limits, halves and their
-// neighbours, powers of two, denormals, infinities, NaNs, and noise. `few` makes it 4,000.
-Bytes SamplesOf(int type, bool few = false);
+// Samples of a type that are worth a test, in a mixed order: all values of 8 and 16 bits, else limits, halves
+// and their neighbours, powers of two, denormals, infinities, NaNs, and noise.
+Bytes SamplesOf(int type);
+
+// `count` of them, over and over again if need be, with the floats within full scale.
+Bytes TameSamplesOf(int type, size_t count);
+
+// The pairs that have a kernel.
+std::vector<qn::CopyKernel> Pairs();
 
 // Runs `body` once for each instruction set that the kernels are compiled for and the machine has.
 void ForEachTarget(const std::function<void()>& body);
 
+// The same for each kernel of a pair: the scalar one, and the vector one if there is one.
+void ForEachKernel(const qn::CopyKernel& pair, const std::function<void(QNCOPYFUNCTION)>& body);
+
 // Runs `body` with denormals kept and, where the processor can, with denormals flushed to zero.
 void ForEachDenormalMode(const std::function<void()>& body);
-
-// The kernels of a pair: the scalar one and the vector one if there is one.
-std::vector<QNCOPYFUNCTION> KernelsOf(const qn::CopyKernel& pair);
 
 // A buffer of `size` bytes, `offset` bytes behind a multiple of 16, between guard bytes. With the address
 // sanitizer the heap block ends where the buffer does.
@@ -49,8 +55,5 @@ class GuardedBuffer {
   size_t size_;
   Bytes block_;
 };
-
-// "s16_from_flt, scale 0.5" for messages.
-std::string Describe(const qn::CopyKernel& pair, float scale);
 
 }  // namespace qntest
