@@ -17,7 +17,7 @@ QNCOPYCHANNELSFUNCTION Lookup(int dst, int src) {
 
 TEST(ChannelKernels, ConvertOneChannelAndTouchNoOther) {
   const struct {
-    size_t dstChannels, dstChannel, srcChannels, srcChannel, frames;
+    DWORD dstChannels, dstChannel, srcChannels, srcChannel, frames;
   } layouts[] = {{1, 0, 1, 0, 700}, {2, 1, 2, 0, 600}, {1, 0, 3, 2, 513}, {5, 4, 1, 0, 100},
                  {2, 0, 7, 3, 5},   {3, 1, 2, 1, 256}, {2, 1, 2, 1, 0},   {4, 0, 2, 0, 1}};
   for (const qn::ChannelKernel& pair : qn::ChannelKernels()) {
@@ -37,26 +37,11 @@ TEST(ChannelKernels, ConvertOneChannelAndTouchNoOther) {
       }
       for (const QNCOPYCHANNELSFUNCTION kernel : {pair.scalar, pair.vector}) {
         if (kernel == nullptr) continue;
-        kernel(to.data(), static_cast<DWORD>(dstChannels), static_cast<DWORD>(dstChannel), from.data(),
-               static_cast<DWORD>(srcChannels), static_cast<DWORD>(srcChannel), static_cast<LONG>(frames));
-        ASSERT_TRUE(to.Intact());
-        ASSERT_TRUE(to.Content() == expected)
+        kernel(to.data(), dstChannels, dstChannel, from.data(), srcChannels, srcChannel,
+               static_cast<LONG>(frames));
+        ASSERT_TRUE(to.Intact() && to.Content() == expected)
             << pair.dst << " from " << pair.src << ", " << frames << " frames";
       }
-    }
-  }
-}
-
-TEST(ChannelKernels, ExistForTheCopyPairsAndSomeWordTypes) {
-  const std::vector<std::pair<int, int>> words = {
-      {17, 128}, {18, 128}, {19, 128}, {48, 128}, {32, 128}, {33, 128}, {128, 17}, {128, 18},
-      {128, 32}, {17, 129}, {18, 129}, {32, 129}, {33, 129}, {129, 17}, {129, 18}, {129, 32}};
-  for (int dst = -1; dst < 135; ++dst) {
-    for (int src = -1; src < 135; ++src) {
-      const bool word = std::find(words.begin(), words.end(), std::pair{dst, src}) != words.end();
-      const bool copy =
-          QnAudio_GetCopyFunction2(static_cast<QNSAMPLETYPE>(dst), static_cast<QNSAMPLETYPE>(src));
-      EXPECT_EQ(Lookup(dst, src) != nullptr, word || copy) << dst << " from " << src;
     }
   }
 }

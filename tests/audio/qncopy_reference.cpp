@@ -19,25 +19,16 @@
 namespace qntest {
 namespace {
 
-constexpr struct Row {
-  int type;
-  size_t bytes;
-  double fullScale;
-} kRows[] = {
-    {16, 1, 128.0},        {49, 1, 128.0},     {17, 2, 32768.0},   {64, 2, 32768.0},
-    {18, 3, 8388608.0},    {65, 3, 8388608.0}, {48, 4, 8388608.0}, {19, 4, 2147483648.0},
-    {66, 4, 2147483648.0}, {32, 4, 1.0},       {33, 8, 1.0},
-};
-
-const Row& RowOf(int type) {
-  return *std::find_if(std::begin(kRows), std::end(kRows), [=](const Row& row) { return row.type == type; });
-}
-
 bool IsBigEndian(int type) {
   return type >= 64 && type <= 66;
 }
 bool IsFloat(int type) {
   return type == 32 || type == 33;
+}
+
+double FullScaleOf(int type) {
+  if (IsFloat(type)) return 1.0;
+  return type == 48 ? 8388608.0 : std::ldexp(1.0, static_cast<int>(8 * BytesOf(type)) - 1);
 }
 
 int64_t ReadInteger(int type, const uint8_t* from) {
@@ -51,28 +42,14 @@ int64_t ReadInteger(int type, const uint8_t* from) {
 
 void WriteInteger(int type, uint8_t* to, uint64_t bits) {
   const size_t count = BytesOf(type);
-  for (size_t i = 0; i < count; ++i) {
-    to[IsBigEndian(type) ? count - 1 - i : i] = static_cast<uint8_t>(bits >> (8 * i));
-  }
+  for (size_t i = 0; i < count; ++i, bits >>= 8) to[IsBigEndian(type) ? count - 1 - i : i] = bits & 0xFF;
   if (type == 16) to[0] ^= 0x80;
-}
-
-template <typename T>
-T Load(const uint8_t* from) {
-  T value;
-  std::memcpy(&value, from, sizeof value);
-  return value;
-}
-
-template <typename T>
-void Append(Bytes& bytes, T value) {
-  bytes.resize(bytes.size() + sizeof value);
-  std::memcpy(&*bytes.end() - sizeof value, &value, sizeof value);
 }
 
 constexpr int kNoise = 20000;
 
-void AppendIntegers(Bytes& bytes, int type) {
+Bytes Integers(int type) {
+  Bytes bytes;
   const size_t size = BytesOf(type);
   const auto add = [&](int64_t value) {
     bytes.resize(bytes.size() + size);
@@ -90,21 +67,20 @@ void AppendIntegers(Bytes& bytes, int type) {
     const int64_t word = static_cast<int32_t>(Random()());
     add(i % 4 == 0 ? word & ~0x7F : i % 4 == 1 ? word & ~0x7FFF : i % 4 == 2 ? word >> (i % 31) : word);
   }
+  return bytes;
 }
 
 template <typename T, typename Bits>
-void AppendFloats(Bytes& bytes) {
+Bytes Floats() {
   using Limits = std::numeric_limits<T>;
+  std::vector<T> floats = {Limits::quiet_NaN(), -Limits::quiet_NaN()};
   const auto around = [&](T x) {
     for (const T near : {x, std::nextafter(x, Limits::max()), std::nextafter(x, Limits::lowest())}) {
-      Append(bytes, near);
-      Append(bytes, -near);
+      floats.insert(floats.end(), {near, -near});
     }
   };
-  for (const T x : {T(0), T(2), T(65536), T(1e30), Limits::denorm_min(), Limits::min(), Limits::max(),
-                    Limits::infinity(), Limits::quiet_NaN()}) {
+  for (const T x : {T(0), T(2), T(65536), T(1e30), Limits::min(), Limits::max(), Limits::infinity()})
     around(x);
-  }
   for (const double unit : {128.0, 32768.0, 8388608.0, 2147483648.0}) {
     for (int halves = -3; halves < 9; ++halves) {
       around(static_cast<T>(halves / 2.0 / unit));
@@ -116,18 +92,21 @@ void AppendFloats(Bytes& bytes) {
   for (int i = 0; i < kNoise; ++i) {
     const double x = static_cast<double>(static_cast<int64_t>(Random()())) * 0x1.4p-63;
     const Bits bits = static_cast<Bits>(Random()());
-    if (i % 8 == 0) {
-      Append(bytes, i % 3 == 0 ? bits | exponent : i % 3 == 1 ? bits & ~exponent : bits);
-    } else {
-      Append(bytes, static_cast<T>(i % 8 == 1 ? std::floor(x * 65536) / 65536 : x));
-    }
+    floats.push_back(static_cast<T>(i % 8 == 1 ? std::floor(x * 65536) / 65536 : x));
+    if (i % 8 == 0) floats.push_back(std::bit_cast<T>(bits));
+    if (i % 8 == 2) floats.push_back(std::bit_cast<T>(bits | exponent));
+    if (i % 8 == 4) floats.push_back(std::bit_cast<T>(bits & ~exponent));
   }
+  Bytes bytes(floats.size() * sizeof(T));
+  std::memcpy(bytes.data(), floats.data(), bytes.size());
+  return bytes;
 }
 
 }  // namespace
 
 size_t BytesOf(int type) {
-  return type >= 128 ? 4 : RowOf(type).bytes;
+  if (type == 33) return 8;
+  return type == 16 || type == 49 ? 1 : type == 17 || type == 64 ? 2 : type == 18 || type == 65 ? 3 : 4;
 }
 
 bool RunsBackward(int dst, int src) {
@@ -143,12 +122,12 @@ void ConvertOne(int dst, uint8_t* to, int src, const uint8_t* from, float scale)
   }
   // A shared swap kernel of 16 or 32 bits reads and writes big-endian on both sides when there is a gain.
   if (scale != 1.0f && std::abs(dst - src) == 47 && dst + src != 18 + 65) dst = src = std::max(dst, src);
-  const double gain = scale, decode = 1.0 / RowOf(src).fullScale, fullScale = RowOf(dst).fullScale;
+  const double gain = scale, decode = 1.0 / FullScaleOf(src), fullScale = FullScaleOf(dst);
   double x;
   if (src == 33) {
-    x = Load<double>(from) * gain;
+    x = qn::LoadAs<double>(from) * gain;
   } else if (src == 32) {
-    const float sample = Load<float>(from);
+    const float sample = qn::LoadAs<float>(from);
     x = dst == 33 ? static_cast<double>(sample) * gain : static_cast<double>(scale * sample);
   } else if (src == 19 && dst == 32) {
     x = static_cast<double>(static_cast<float>(ReadInteger(src, from)) * static_cast<float>(gain * decode));
@@ -160,11 +139,9 @@ void ConvertOne(int dst, uint8_t* to, int src, const uint8_t* from, float scale)
     std::memcpy(to, &single, sizeof single);
   } else if (dst == 33) {
     std::memcpy(to, &x, sizeof x);
-  } else if (std::isnan(x)) {
-    WriteInteger(dst, to, std::bit_cast<uint64_t>(x));
   } else {
     const double rounded = std::nearbyint(std::clamp(x * fullScale, -fullScale, fullScale - 1));
-    WriteInteger(dst, to, static_cast<uint64_t>(static_cast<int64_t>(rounded)));
+    WriteInteger(dst, to, std::isnan(x) ? std::bit_cast<uint64_t>(x) : static_cast<int64_t>(rounded));
   }
 }
 
@@ -178,14 +155,9 @@ Bytes ConvertAll(int dst, int src, const Bytes& samples, float scale) {
 }
 
 Bytes SamplesOf(int type) {
-  Bytes bytes;
-  if (type == 32) {
-    AppendFloats<float, uint32_t>(bytes);
-  } else if (type == 33) {
-    AppendFloats<double, uint64_t>(bytes);
-  } else {
-    AppendIntegers(bytes, type);
-  }
+  const Bytes bytes = type == 32   ? Floats<float, uint32_t>()
+                      : type == 33 ? Floats<double, uint64_t>()
+                                   : Integers(type);
   const size_t size = BytesOf(type), count = bytes.size() / size, step = 7919;  // a prime
   Bytes mixed(bytes.size());
   for (size_t i = 0; i < count; ++i) {
@@ -209,13 +181,12 @@ std::vector<qn::CopyKernel> Pairs() {
 }
 
 void ForEachTarget(const std::function<void()>& body) {
-  const int64_t supported = hwy::SupportedTargets();
-  std::vector<int64_t> targets = {HWY_STATIC_TARGET};
-  for (const int64_t target : {HWY_AVX3_DL, HWY_AVX2}) {
-    if (supported & target) targets.push_back(target);
-  }
+  const int64_t supported = hwy::SupportedTargets() | HWY_STATIC_TARGET;
   std::set<qn::ConvertFunction> reached;
-  for (const int64_t target : targets) {
+  size_t targets = 0;
+  for (const int64_t target : {HWY_AVX3_DL, HWY_AVX2, HWY_STATIC_TARGET}) {
+    if (!(supported & target)) continue;
+    ++targets;
     SCOPED_TRACE(hwy::TargetName(target));
     hwy::SetSupportedTargetsForTest(target);
     hwy::GetChosenTarget().Update(hwy::SupportedTargets());
@@ -224,7 +195,7 @@ void ForEachTarget(const std::function<void()>& body) {
   }
   hwy::SetSupportedTargetsForTest(0);
   hwy::GetChosenTarget().Update(hwy::SupportedTargets());
-  EXPECT_EQ(reached.size(), targets.size()) << "targets that were not dispatched to";
+  EXPECT_EQ(reached.size(), targets) << "targets that were not dispatched to";
 }
 
 void ForEachKernel(const qn::CopyKernel& pair, const std::function<void(QNCOPYFUNCTION)>& body) {
@@ -249,22 +220,18 @@ void ForEachDenormalMode(const std::function<void()>& body) {
 #endif
 }
 
-namespace {
-constexpr size_t kGuard = 64;
 #if defined(__SANITIZE_ADDRESS__)
 constexpr size_t kGuardBehind = 0;
 #else
 constexpr size_t kGuardBehind = 64;
 #endif
-constexpr uint8_t kGuardByte = 0xA5;
-}  // namespace
 
 GuardedBuffer::GuardedBuffer(size_t size, size_t offset)
-    : front_(kGuard + offset), size_(size), block_(front_ + size + kGuardBehind, kGuardByte) {}
+    : front_(64 + offset), size_(size), block_(front_ + size + kGuardBehind, 0xA5) {}
 
 bool GuardedBuffer::Intact() const {
   for (size_t i = 0; i < block_.size(); ++i) {
-    if ((i < front_ || i >= front_ + size_) && block_[i] != kGuardByte) return false;
+    if ((i < front_ || i >= front_ + size_) && block_[i] != 0xA5) return false;
   }
   return true;
 }

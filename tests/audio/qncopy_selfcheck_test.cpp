@@ -1,6 +1,7 @@
 // The self-check: it passes, and it finds and reports what is wrong.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 
 #include "qn/audio/qncopy_selfcheck_internal.h"
@@ -51,18 +52,6 @@ class CopySelfCheck : public testing::Test {
     EXPECT_EQ(seen.cursor, 0);
     SelfCheckHooks() = saved;
   }
-
-  // Wrong kernels for 16-bit from both float types.
-  void BreakRounding() {
-    SelfCheckHooks().findKernel = [](QNSAMPLETYPE dst, QNSAMPLETYPE src, bool vector) -> QNCOPYFUNCTION {
-      if (dst == QNST_PCM16 && (src == QNST_FLOAT32 || src == QNST_FLOAT64)) {
-        return [](void* to, const void*, LONG samples, float) {
-          for (LONG i = 0; i < samples; ++i) static_cast<int16_t*>(to)[i] = 1;
-        };
-      }
-      return saved.findKernel(dst, src, vector);
-    };
-  }
 };
 
 TEST_F(CopySelfCheck, FindsNothingWrong) {
@@ -72,7 +61,14 @@ TEST_F(CopySelfCheck, FindsNothingWrong) {
 
 // Rows 2 and 9 are 16-bit by way of float and double; 14 and 16 the same for a processor of class 6.
 TEST_F(CopySelfCheck, NamesTheRowsThatFail) {
-  BreakRounding();
+  SelfCheckHooks().findKernel = [](QNSAMPLETYPE dst, QNSAMPLETYPE src, bool vector) -> QNCOPYFUNCTION {
+    if (dst != QNST_PCM16 || (src != QNST_FLOAT32 && src != QNST_FLOAT64)) {
+      return saved.findKernel(dst, src, vector);
+    }
+    return [](void* to, const void*, LONG samples, float) {
+      std::fill_n(static_cast<int16_t*>(to), samples, 1);
+    };
+  };
   EXPECT_EQ(QnAudioCopy_UnitTest(nullptr), E_UNEXPECTED);
   EXPECT_EQ(seen.rows, (std::vector<int>{2, 9}));
   EXPECT_TRUE(seen.shown.empty());
@@ -80,11 +76,10 @@ TEST_F(CopySelfCheck, NamesTheRowsThatFail) {
   seen.rows.clear();
   QnSetCPUClassBySupport();
   EXPECT_EQ(QnAudioCopy_UnitTest(kWindow), 0);
-  const DWORD class6 = QnGetCPUSupport(0) & 0xF;
+  EXPECT_EQ(QnGetCPUSupport(0) & 0xF, 6u);
   QnDisallowCPUSupport(0xFF0);
   QnSetCPUClassBySupport();  // no class is forced any more
   QnAllowCPUSupport(0xFFF);
-  EXPECT_EQ(class6, 6u);
   EXPECT_EQ(seen.rows, (std::vector<int>{2, 9, 14, 16}));
   EXPECT_EQ(seen.shown, (std::vector<std::u16string>{W("INTERNAL: AudioCopy unit test failed!")}));
 
