@@ -9,16 +9,15 @@
 
 namespace {
 
-bool AllBytesAre(const void* bytes, ptrdiff_t count, uint8_t value) {
-  const auto* first = static_cast<const uint8_t*>(bytes);
-  return std::count(first, first + count, value) == count;
+bool AllBytesAre(const char* bytes, ptrdiff_t count, char value) {
+  return std::count(bytes, bytes + count, value) == count;
 }
 
 TEST(GlobalMemory, FixedAndMovableBlocks) {
   for (const UINT flags : {GPTR, GHND}) {
     const HGLOBAL block = GlobalAlloc(flags, 1000);
     ASSERT_NE(block, nullptr);
-    void* bytes = GlobalLock(block);
+    auto* bytes = static_cast<char*>(GlobalLock(block));
     EXPECT_EQ(bytes == block, flags == GPTR) << "the handle of a fixed block is its address";
     EXPECT_EQ(reinterpret_cast<uintptr_t>(bytes) % 16, 0u);
     EXPECT_TRUE(AllBytesAre(bytes, 1000, 0));
@@ -30,9 +29,9 @@ TEST(GlobalMemory, FixedAndMovableBlocks) {
     const HGLOBAL grown = GlobalReAlloc(block, 100'000, GMEM_MOVEABLE | GMEM_ZEROINIT);
     ASSERT_NE(grown, nullptr);
     EXPECT_TRUE(flags == GPTR || grown == block);
-    bytes = GlobalLock(grown);
+    bytes = static_cast<char*>(GlobalLock(grown));
     EXPECT_TRUE(AllBytesAre(bytes, 1000, 7));
-    EXPECT_TRUE(AllBytesAre(static_cast<char*>(bytes) + 1000, 99'000, 0));
+    EXPECT_TRUE(AllBytesAre(bytes + 1000, 99'000, 0));
     EXPECT_EQ(GlobalReAlloc(grown, 10, 0), grown) << "shrinking needs no move";
     EXPECT_EQ(GlobalSize(grown), 10u);
     EXPECT_EQ(GlobalFree(grown), nullptr);
