@@ -52,19 +52,17 @@ TEST(ChannelKernels, SpreadInPlace) {
   constexpr size_t kFrames = 600;
   for (const auto& [dst, src] :
        {std::pair{33, 17}, {32, 32}, {19, 19}, {66, 64}, {17, 17}, {18, 18}, {49, 49}}) {
-    Bytes before = TameSamplesOf(src, 4000);
-    before.resize(kFrames * 16);
-    const Bytes converted = ConvertAll(dst, src, before, 1.0f);
     const size_t bytes = BytesOf(dst);
+    const Bytes samples = TameSamplesOf(src, kFrames), converted = ConvertAll(dst, src, samples, 1.0f);
     for (const LONG piece : {1000, 70}) {
-      Bytes buffer = before, expected(kFrames * 16);
+      Bytes buffer = samples;
+      buffer.resize(2 * converted.size());
       qn::CopyChannelInPieces(Lookup(dst, src), static_cast<QNSAMPLETYPE>(dst), buffer.data(), 2, 0,
                               static_cast<QNSAMPLETYPE>(src), buffer.data(), 1, 0, kFrames, piece);
-      const bool alone = dst == src && bytes < 4;
-      for (size_t i = 0; i < kFrames && !alone; ++i) {
-        ASSERT_EQ(std::memcmp(&buffer[2 * i * bytes], &converted[i * bytes], bytes), 0) << dst << ", " << src;
+      const size_t step = dst == src && bytes < 4 ? bytes : 2 * bytes;
+      for (size_t i = 0; i < kFrames; ++i) {
+        ASSERT_EQ(std::memcmp(&buffer[i * step], &converted[i * bytes], bytes), 0) << dst << ", " << src;
       }
-      EXPECT_EQ(buffer == before, alone) << dst << " from " << src;
     }
   }
 }
