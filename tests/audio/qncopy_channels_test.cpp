@@ -35,8 +35,7 @@ TEST(ChannelKernels, ConvertOneChannelAndTouchNoOther) {
         ConvertOne(pair.dst, expected.data() + (i * dstChannels + dstChannel) * dstBytes, pair.src,
                    from.data() + (i * srcChannels + srcChannel) * srcBytes, 1.0f);
       }
-      for (const QNCOPYCHANNELSFUNCTION kernel : {pair.scalar, pair.vector}) {
-        if (kernel == nullptr) continue;
+      for (const QNCOPYCHANNELSFUNCTION kernel : {pair.scalar, pair.vector ? pair.vector : pair.scalar}) {
         kernel(to.data(), dstChannels, dstChannel, from.data(), srcChannels, srcChannel,
                static_cast<LONG>(frames));
         ASSERT_TRUE(to.Intact() && to.Content() == expected)
@@ -80,11 +79,9 @@ TEST(ChannelKernels, Words) {
       {19, 128, 0x80010000, kWord16},
       {48, 128, 0xCD800100, kWord16},
       {32, 128, flt(-32767.0f / 32768), kWord16},
-      {33, 128, dbl(-32767.0 / 32768), kWord16},
       {128, 17, 0xFFFFFFFE, 0xFFFE},
       {128, 18, 0xFFFF8000, 0x8000FF},  // cut off, not rounded
       {128, 32, 2, flt(1.5f / 32768)},
-      {128, 32, 0xFFFF8000, flt(-3.0f)},
       {128, 32, 0, flt(std::nanf(""))},
       {18, 129, 0x000180, kWord24},
       {32, 129, flt(384.0f * 256 / 8388608), kWord24},  // 256 times full scale

@@ -184,16 +184,15 @@ void ForEachTarget(const std::function<void()>& body) {
   size_t targets = 0;
   for (const int64_t target : {HWY_AVX3_DL, HWY_AVX2, HWY_STATIC_TARGET}) {
     if (!(supported & target)) continue;
-    ++targets;
     SCOPED_TRACE(hwy::TargetName(target));
     hwy::SetSupportedTargetsForTest(target);
     hwy::GetChosenTarget().Update(hwy::SupportedTargets());
     reached.insert(qn::FindConverter(qn::SampleFormIndex(16), qn::SampleFormIndex(32)).gain);
+    EXPECT_EQ(reached.size(), ++targets) << "a target that was not dispatched to";
     body();
   }
   hwy::SetSupportedTargetsForTest(0);
   hwy::GetChosenTarget().Update(hwy::SupportedTargets());
-  EXPECT_EQ(reached.size(), targets) << "targets that were not dispatched to";
 }
 
 void ForEachKernel(const qn::CopyKernel& pair, const std::function<void(QNCOPYFUNCTION)>& body) {

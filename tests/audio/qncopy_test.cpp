@@ -10,10 +10,6 @@
 namespace qntest {
 namespace {
 
-const std::vector<float> kScales = {1.0f,   0.5f,   2.0f,   0.0f,  -0.0f,    -1.0f,        0.7079458f,
-                                    0.99f,  0.995f, 32.0f,  33.0f, 100.0f,   -0.99999994f, 1.0000001f,
-                                    -31.7f, 1e-38f, 1e-41f, 1e30f, INFINITY, -INFINITY,    NAN};
-
 // The vector kernels with a product in single precision. They keep to the rule for floats within full scale
 // and a gain that is not extreme.
 bool IsSingle(const qn::CopyKernel& pair, QNCOPYFUNCTION kernel) {
@@ -24,7 +20,9 @@ bool IsExtreme(float scale) {
 }
 
 TEST(CopyKernels, GiveTheRuleForAllValuesAndScales) {
-  std::vector<float> scales = kScales;
+  std::vector<float> scales = {1.0f,   0.5f,   2.0f,   0.0f,  -0.0f,    -1.0f,        0.7079458f,
+                               0.99f,  0.995f, 32.0f,  33.0f, 100.0f,   -0.99999994f, 1.0000001f,
+                               -31.7f, 1e-38f, 1e-41f, 1e30f, INFINITY, -INFINITY,    NAN};
   for (int i = 0; i < 4; ++i) scales.push_back(static_cast<float>(Random()() % 100000) * 1.7e-5f - 0.4f);
   for (const qn::CopyKernel& pair : Pairs()) {
     const Bytes all = SamplesOf(pair.src), tame = TameSamplesOf(pair.src, 65536);
@@ -54,16 +52,14 @@ TEST(CopyKernels, StayWithinTheirBuffersAtEveryLengthAndAlignment) {
       const Bytes all = ConvertAll(pair.dst, pair.src, samples, scale);
       ForEachKernel(pair, [&](QNCOPYFUNCTION kernel) {
         if (IsSingle(pair, kernel) && IsExtreme(scale)) return;
-        for (const LONG count :
-             {-5, 0, 1, 2, 3, 7, 8, 9, 15, 31, 33, 63, 64, 65, 128, 191, 200, 1025, 2111}) {
+        for (const LONG count : {-5, 0, 1, 2, 3, 7, 8, 9, 31, 33, 63, 64, 65, 128, 200, 1025, 2111}) {
           const size_t length = static_cast<size_t>(std::max(count, 0));
           GuardedBuffer from(length * BytesOf(pair.src), length * 3 % 19);
           GuardedBuffer to(length * BytesOf(pair.dst), length * 5 % 17);
           std::copy_n(samples.data(), length * BytesOf(pair.src), from.data());
           kernel(to.data(), from.data(), count, scale);
-          EXPECT_TRUE(to.Intact() && from.Intact()) << count;
-          EXPECT_TRUE(std::equal(to.data(), to.data() + length * BytesOf(pair.dst), all.data()))
-              << count << " samples, scale " << scale;
+          const bool right = std::equal(to.data(), to.data() + length * BytesOf(pair.dst), all.data());
+          EXPECT_TRUE(right && to.Intact() && from.Intact()) << count << " samples, scale " << scale;
         }
       });
     }
@@ -94,8 +90,7 @@ TEST(CopyKernels, RunInTheirOrderOverOverlappingBuffers) {
         ForEachKernel(pair, [&](QNCOPYFUNCTION kernel) {
           // Overlaps of another kind make garbage of floats, on which the single-precision kernel differs.
           if (shift != 0 && IsSingle(pair, kernel)) return;
-          for (const LONG piece : {1 << 20, 192}) {
-            if (moves && piece < 1500) continue;
+          for (const LONG piece : {1 << 20, moves ? 1 << 20 : 192}) {
             Bytes actual = before;
             from = actual.data() + 2000;
             qn::CopyInPieces(pair, kernel, from + shift, from, kLength, scale, piece);
