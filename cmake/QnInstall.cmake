@@ -21,6 +21,8 @@ write_basic_package_version_file(${CMAKE_BINARY_DIR}/qnkernelConfigVersion.cmake
 install(FILES ${CMAKE_BINARY_DIR}/qnkernelConfig.cmake ${CMAKE_BINARY_DIR}/qnkernelConfigVersion.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/qnkernel COMPONENT Development)
 
+# The package stays right when the installed tree is moved.
+file(RELATIVE_PATH QN_PC_TO_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 configure_file(cmake/qnkernel.pc.in ${CMAKE_BINARY_DIR}/qnkernel.pc @ONLY)
 install(FILES ${CMAKE_BINARY_DIR}/qnkernel.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT Development)

@@ -2,8 +2,9 @@
 // the caller's.
 //
 // Before attach the readers work on the millisecond tick count; from attach on they work on the
-// high-resolution counter, if the system has one. In the tick source all arithmetic has 32 bits and wraps as the tick count does.
-// Readers take no lock and may be called from any thread. An origin belongs to one thread.
+// high-resolution counter, if the system has one. In the tick source all arithmetic has 32 bits and wraps as
+// the tick count does. Readers take no lock and may be called from any thread. An origin belongs to one
+// thread.
 #pragma once
 
 #include "qn/platform/types.h"

@@ -91,7 +91,7 @@ TEST(CopyVectorKernels, DivideTheBufferInHeadBlocksAndTail) {
 }
 
 TEST(CopyVectorKernels, KeepTheCallersControlWord) {
-  ASSERT_TRUE(qn::DetectedDaz());
+  ASSERT_TRUE((QnGetCPUSupport(QNCPU_DAZ) & QNCPU_DAZ) != 0 && qn::DetectedDaz());
   constexpr float kHalf = 0.5f / 32768;
   alignas(16) const float ties[8] = {kHalf, 3 * kHalf, -kHalf, -3 * kHalf, 0, 0.25f, 1, -1}, exact[8] = {};
   const int16_t nearest[8] = {0, 2, 0, -2, 0, 8192, 32767, -32768};

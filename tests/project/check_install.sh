@@ -27,7 +27,7 @@ export PKG_CONFIG_PATH=$libdir/pkgconfig
 # The words of pkg-config are meant to split.
 # shellcheck disable=SC2046
 "$compiler" -std=c++20 tests/project/consumer/main.cpp -o "$scratch/by-pkg-config" \
-  $(pkg-config --define-prefix --cflags --libs qnkernel)
+  $(pkg-config --cflags --libs qnkernel)
 "$scratch/by-pkg-config"
 
 (cd "$scratch" && cpack --config "$build/CPackConfig.cmake" -B "$scratch/deb" >"$scratch/cpack.log") ||

@@ -49,10 +49,6 @@ int RunCommand(const std::string& command, std::string* output) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-bool HasProgram(const std::string& name) {
-  return RunCommand("command -v " + name + " >/dev/null 2>&1") == 0;
-}
-
 std::mt19937_64& Random() {
   static std::mt19937_64 generator = [] {
     const char* given = std::getenv("QN_TEST_SEED");

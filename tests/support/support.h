@@ -33,9 +33,6 @@ void WriteFileBytes(const std::string& nativePath, const Bytes& bytes);
 // Runs a shell command and returns its exit code; its standard output goes to `*output` when given.
 int RunCommand(const std::string& command, std::string* output = nullptr);
 
-// True when a program of that name is on the path: tests that need a foreign program skip without it.
-bool HasProgram(const std::string& name);
-
 // A generator seeded from the environment variable QN_TEST_SEED, else with a fixed value; the seed is
 // printed once.
 std::mt19937_64& Random();

@@ -32,10 +32,8 @@ std::string Jq(const std::string& json, const std::string& filter) {
   const ScratchFolder scratch;
   WriteFileBytes(scratch.Native("json"), Bytes(json.begin(), json.end()));
   std::string result;
-  if (RunCommand("jq -r " + ShellQuoted(filter) + " " + scratch.Native("json"), &result) != 0)
-    return "INVALID";
-  if (!result.empty()) result.pop_back();
-  return result;
+  const int exit = RunCommand("jq -r " + ShellQuoted(filter) + " " + scratch.Native("json"), &result);
+  return exit == 0 ? result.substr(0, result.size() - 1) : "INVALID";
 }
 
 void Make(const std::string& command) {

@@ -3,9 +3,6 @@ extern "C" {
 void* CreateFileW(const char16_t*, unsigned, unsigned, void*, unsigned, unsigned, void*) {
   return reinterpret_cast<void*>(4711);
 }
-void* GlobalAlloc(unsigned, unsigned long) {
-  return nullptr;
-}
 unsigned GetLastError() {
   return 4711;
 }
