@@ -14,7 +14,7 @@ cmake --build --preset bench -j "$(nproc)" >>build/bench.log || { tail -n 40 bui
 qnbench=build/bench/benchmarks/qnbench
 qnwave=$PWD/build/bench/tools/qnwave
 measure() {
-  "$qnbench" --benchmark_filter="$1" --benchmark_repetitions=3 --benchmark_enable_random_interleaving=true \
+  "$qnbench" --benchmark_filter="$1" --benchmark_repetitions=3 --benchmark_min_time=0.03 --benchmark_enable_random_interleaving=true \
     --benchmark_format=json >build/bench.json 2>>build/bench.log
 }
 

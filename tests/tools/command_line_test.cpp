@@ -26,7 +26,6 @@ TEST(CommandLine, MistakesSayWhatIsWrong) {
     const char* message;
   } kCases[] = {
       {{}, "no command"},
-      {{"frob"}, "unknown command 'frob'"},
       {{"info"}, "no file"},
       {{"info", "--frob", "x"}, "unknown option '--frob'"},
       {{"convert", "a.wav"}, "two files"},
