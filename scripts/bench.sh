@@ -31,8 +31,8 @@ sox -R -n -r 44100 -c 2 -b 16 "$scratch/in.wav" synth 600 pinknoise gain -6
 # Performance
 
 Made by `scripts/bench.sh`: our code and its peers in one run. Absolute figures belong to the machine; the ratios are
-what counts. A ratio "to" a peer is the peer's time divided by ours: above 1 we are faster. "0.5 to 1.0" is our time
-with a gain of 0.5 divided by that with scale 1.0. memcpy copies as many bytes as the conversion reads and writes
+what counts. A ratio "to" a peer is the peer's time divided by ours: above 1 we are faster. "time to 1.0" is our time
+with a gain of 0.5 divided by that with scale 1.0: below 2 is wanted. memcpy copies as many bytes as the conversion reads and writes
 together, halved, so that both move the same number of bytes.
 
 END
