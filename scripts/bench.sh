@@ -32,8 +32,8 @@ sox -R -n -r 44100 -c 2 -b 16 "$scratch/in.wav" synth 600 pinknoise gain -6
 
 Made by `scripts/bench.sh`: our code and its peers in one run. Absolute figures belong to the machine; the ratios are
 what counts. A ratio "to" a peer is the peer's time divided by ours: above 1 we are faster. "time to 1.0" is our time
-with a gain of 0.5 divided by that with scale 1.0: below 2 is wanted. memcpy copies as many bytes as the conversion reads and writes
-together, halved, so that both move the same number of bytes.
+with a gain of 0.5 divided by that with scale 1.0: below 2 is wanted. memcpy copies as many
+bytes as the conversion reads and writes together, halved, so that both move the same number of bytes.
 
 END
   echo "Machine: $(sed -n 's/^model name[^:]*: //p' /proc/cpuinfo | head -n 1), $(nproc) cores," \

@@ -67,7 +67,7 @@ def print_group(group, cases_of_group, against, summary):
     peers = sorted({who for times in cases_of_group.values() for who in times} - {"ours"})
     rows = {
         case: ratios_of(case, times, cases_of_group, peers, against)
-        for case, times in cases_of_group.items()
+        for case, times in sorted(cases_of_group.items())
         if "ours" in times
     }
     columns = [f"to {peer}" for peer in peers] + [f"time to {other}" for _, other in against]
