@@ -11,7 +11,7 @@ packages=(
   libicu-dev libhwy-dev
   libgtest-dev libsndfile1-dev
   clang-format
-  sox ffmpeg alsa-utils jq dpkg-dev
+  sox ffmpeg alsa-utils jq dpkg-dev file
 )
 if [ "${1:-}" = --bench ]; then
   packages+=(libbenchmark-dev libswresample-dev libavutil-dev)
