@@ -166,8 +166,7 @@ void CopySamples(const CopyPair& pair, void* dstBuffer, const void* srcBuffer, s
   const uint8_t* const src = static_cast<const uint8_t*>(srcBuffer);
   const Layout layout = LayoutOf(pair, dst, src, samples);
   if (pair.dst == pair.src && scale == 1.0f) {
-    // In place there is nothing to do, and the buffer may be one that cannot be written.
-    if (dst != src) CopyBytes(dst, src, samples * pair.dstBytes, layout != Layout::kApart);
+    CopyBytes(dst, src, samples * pair.dstBytes, layout != Layout::kApart);
   } else if (samples <= kFewSamples || layout == Layout::kTangled || scale != scale) {
     // Of two NaNs an instruction keeps the one or the other: with a NaN for a gain one code decides it.
     pair.inOrder(dst, src, samples, scale, pair.backward);

@@ -161,7 +161,7 @@ QN_API HRESULT QnList_AllocItem(tQNLIST* list, SIZE_T size, void** itemOut);
 QN_API HRESULT QnList_AllocAndInsertItem(tQNLIST* list, const void* data, SIZE_T size, LONG index,
                                          LONG* indexOut);
 
-// Resizes an owned item; it may move. E_OUTOFMEMORY leaves it as it was.
+// Resizes an owned item; it may move. Bytes that it gains are undefined. E_OUTOFMEMORY leaves it as it was.
 QN_API HRESULT QnList_ReAllocItem(tQNLIST* list, LONG index, SIZE_T size);
 
 // Bytes of an owned item, as last asked for (a host's own malloc block counts in full), or of an array list's
