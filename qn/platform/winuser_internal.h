@@ -1,0 +1,26 @@
+// What supplies windows and device contexts: the drawing layer, or a test.
+#pragma once
+
+#include "qn/platform/wingdi.h"
+#include "qn/platform/winuser.h"
+
+namespace qn {
+
+// One operation each, with the contract of the platform function of that name.
+struct WindowBackend {
+  BOOL (*setWindowText)(HWND window, const WCHAR* text);
+  int (*getWindowText)(HWND window, WCHAR* text, int size);
+  int (*getWindowTextLength)(HWND window);
+  HWND (*getDlgItem)(HWND dialog, int item);
+  LRESULT (*sendMessage)(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
+  HDC (*getDC)(HWND window);
+  int (*releaseDC)(HWND window, HDC dc);
+  HGDIOBJ (*selectObject)(HDC dc, HGDIOBJ object);
+  BOOL (*getTextExtent)(HDC dc, const WCHAR* text, int length, SIZE* extent);
+};
+
+// Makes `backend` the supplier and returns the one before; null: there are no windows. The record must live
+// as long as it is set. Set it before windows are used.
+const WindowBackend* SetWindowBackend(const WindowBackend* backend);
+
+}  // namespace qn

@@ -1,0 +1,172 @@
+// Texts in all languages: multilingual records and string ids, bound to a language by a handle.
+//
+// Every text that a user reads is either a record that holds all its translations, `qnlang_t`, or a numeric
+// string id in a module's resources. A language handle binds a module to a current language and gives the
+// text for either form. The library has a handle of its own; each application and plug-in opens its own.
+//
+//   HQNLANG language;
+//   QnLang_Open(&language, ModuleFromAddress(kMyResources), 0, 0);
+//   QnLang_UpdateLCID(language, GetUserDefaultUILanguage());
+//   Show(QnGetString(language, 101));       // a string id
+//   Show(QnGetString(language, kMyRecord)); // a record
+//
+// Threads: texts may be looked up by several threads at once. A change of language frees the texts of string
+// ids given out before, so it belongs to moments when no other thread reads them.
+#pragma once
+
+#include <cstddef>
+
+#include "qn/kernel/qnlist.h"
+#include "qn/platform/locale.h"
+#include "qn/platform/module.h"
+#include "qn/platform/sync.h"
+#include "qn/platform/types.h"
+
+constexpr WORD QNLANG_MARKER = 0xFFFE;  // never the start of a UTF-16 text
+constexpr int QNLANG_COUNT = 18;        // languages of the table
+
+// A text in all languages, as data of a module. An entry is a wide string, or below 0x10000 a string id in
+// the module's resources that the first use replaces by the text found, so records live in writable memory. A
+// pointer to a record, in the form of its conversion, stands where a function takes a text "or record".
+struct alignas(8) qnlang_t {
+  WORD marker;  // QNLANG_MARKER
+  BYTE count;   // languages in this record, the first ones of the table
+  BYTE zero[5];
+  const WCHAR* text[QNLANG_COUNT];
+
+  operator const WCHAR* const*() const { return reinterpret_cast<const WCHAR* const*>(this); }
+};
+static_assert(sizeof(qnlang_t) == 8 + 8 * QNLANG_COUNT && offsetof(qnlang_t, text) == 8);
+
+// A language handle. The order of the fields is public; hosts read `module` and `lcid`.
+typedef struct tQNLANG {
+  HMODULE module;
+  BOOL lockInitialised;
+  CRITICAL_SECTION lock;  // guards the cache and the ring
+  DWORD ringSize;         // characters
+  DWORD ringReserve;      // 1024
+  DWORD ringPosition;     // next free character
+  WCHAR* ring;            // texts of QnGetTempStringBuffer
+  BOOL useLanguage;       // the language is not English
+  DWORD lcid;             // 0 until set
+  LONG activeIndex;       // position in the language table from 1; 0: not worked out yet
+  tQNLIST* cache;         // texts by string id
+} tQNLANG;
+typedef tQNLANG* HQNLANG;
+
+// Overloads: a string id, or a record.
+
+// The text of a string id. It lives until the handle's language changes or the handle is closed. Never null:
+// the empty text stands for a missing one, and for a null handle.
+QN_API const WCHAR* QnGetString(HQNLANG language, UINT id);
+
+// The text of a record in the handle's language, English if it has none for that. A null handle gives
+// English.
+QN_API const WCHAR* QnGetString(HQNLANG language, const WCHAR* const* record);
+
+// The same, copied to `text` of `size` characters and cut to it; returns the length stored.
+QN_API int QnLoadString(HQNLANG language, UINT id, WCHAR* text, int size);
+QN_API int QnLoadString(HQNLANG language, const WCHAR* const* record, WCHAR* text, int size);
+
+extern "C" {
+
+// Opens a handle for a module's texts.
+//   languageOut  receives the handle, null on failure; close it with QnLang_Close
+//   lcid         the language, 0 leaves it open: English ids, records by the user-interface language
+//   ringSize     characters of the ring for short-lived texts; 0: 8192; at least 2048
+// 0, E_OUTOFMEMORY, or E_INVALIDARG for a null `languageOut`.
+QN_API HRESULT QnLang_Open(HQNLANG* languageOut, HMODULE module, DWORD lcid, LONG ringSize);
+
+// Closes a handle; null is allowed. 0.
+QN_API HRESULT QnLang_Close(HQNLANG language);
+
+// `text` itself when it is null or a plain text, else the text of the string id (below 0x10000) or record
+// that stands in its place.
+QN_API const WCHAR* QnGetStringSmart(HQNLANG language, const WCHAR* text);
+
+// Nonzero if `text` is a record: not a string id, aligned to 4 bytes, starting with the marker. The handle is
+// not used.
+QN_API BOOL IsQNLANGSTRINGID(HQNLANG language, const WCHAR* text);
+
+// The handle's module and language; null and 0 for a null handle.
+QN_API HMODULE QnLang_InstFromLang(HQNLANG language);
+QN_API DWORD QnLang_GetLCID(HQNLANG language);
+
+// The LCID by which languages are compared: Chinese as Traditional (sublanguages 1, 3, 5) or Simplified,
+// Portuguese as it is, any other with its first sublanguage.
+QN_API DWORD QnLang_GetConditionedLCID(DWORD lcid);
+
+// The three-letter name of the language ("DEU"). 1, or 0 with an empty text.
+QN_API BOOL QnLang_GetLangAbbrev(HQNLANG language, WCHAR* text, int size);
+
+// The tag of the language ("de-DE") for eight languages. Hosts rely on the result: 0 for a known language, 1
+// with an empty text for all others, English too.
+QN_API int QnLang_GetLangllCC(HQNLANG language, WCHAR* text, int size);
+
+// Nonzero for Arabic, Hebrew, Urdu and Farsi.
+QN_API BOOL QnLang_UseRTL(HQNLANG language);
+
+// Makes new windows of the process right-to-left, or left-to-right again. Nonzero on success.
+QN_API BOOL QnLang_EnableProcessMirroring();
+QN_API BOOL QnLang_DisableProcessMirroring();
+
+// Changes the language; 0 means 1033. Frees the texts of string ids given out before, if the language is
+// another one. 1, or 0 for a null handle.
+QN_API BOOL QnLang_UpdateLCID(HQNLANG language, DWORD lcid);
+
+// Changes the language of a handle and of the library's own; 0, with no change, if either is missing.
+QN_API BOOL _QnLang_UpdateKernelLCID(HQNLANG language, DWORD lcid);
+
+// Changes the language of the library's own handle, and the process layout to suit it.
+QN_API BOOL _QnLang_UpdateKernelOnlyLCID(DWORD lcid);
+
+// Makes the handle's language the thread's locale and user-interface language; 0 for a null handle.
+QN_API void _QnLang_UpdateThreadLocale(HQNLANG language);
+
+QN_API BOOL QnLang_IsLCIDEnglish(DWORD lcid);
+
+// Nonzero for Japanese, where the family name comes first.
+QN_API BOOL QnLang_IsNameOrderReversed(HQNLANG language);
+
+// A user's name in the order of the language, the two names divided by a blank, cut to `size`; its length.
+QN_API int QnLang_LocalizeUserName(HQNLANG language, const WCHAR* first, const WCHAR* last, WCHAR* text,
+                                   int size);
+
+// The language that a user has chosen for an application, kept in the registry. `version` has the major
+// version from bit 20 up and the minor one in bits 16 to 19; with `anyVersion`, or major 0, the key has no
+// version. Reading falls back to the machine's hive. 1, or 0 with `*lcidOut` as it was. The AppReg forms take
+// the company, the others use the library's.
+QN_API BOOL QnLang_LoadUserLCIDMetric(const WCHAR* application, DWORD version, DWORD* lcidOut,
+                                      BOOL anyVersion);
+QN_API BOOL QnLang_LoadUserLCIDMetricAppReg(const WCHAR* application, DWORD version, DWORD* lcidOut,
+                                            const WCHAR* company);
+QN_API BOOL QnLang_SaveUserLCIDMetric(const WCHAR* application, DWORD version, DWORD lcid, BOOL anyVersion);
+QN_API BOOL QnLang_SaveUserLCIDMetricAppReg(const WCHAR* application, DWORD version, DWORD lcid,
+                                            const WCHAR* company);
+
+// A resource of the handle's module in its language, or in any. Of several types the first that is there in
+// the language, then the first without; its index goes to `*foundIndex`, if given. Null when there is none.
+QN_API HRSRC QnFindResource(HQNLANG language, const WCHAR* name, const WCHAR* type);
+QN_API HRSRC QnFindResourceMulti(HQNLANG language, const WCHAR* name, const WCHAR* const* types,
+                                 int typeCount, int* foundIndex);
+
+// The three-letter names of the languages that the module's version text of number `id` comes in, divided by
+// commas, cut to `size`; its length. Empty while the handle's language is English or not set.
+QN_API int QnEnumResourceLanguages(HQNLANG language, UINT id, WCHAR* text, int size);
+
+// A place for a short-lived text in the handle's ring, overwritten in time. It has room for ringReserve
+// characters at least, whatever `characters` says; with 0 an empty text stands there. Null without a ring.
+QN_API WCHAR* QnGetTempStringBuffer(HQNLANG language, LONG characters);
+
+// Conversions of short-lived texts in the ring: the text as it is; to and from the ANSI code page. An empty
+// text on failure and without a ring.
+QN_API const WCHAR* QnGetPrintFromWideString(HQNLANG language, const WCHAR* text);
+QN_API const char* QnGetMultiByteFromPrintString(HQNLANG language, const WCHAR* text);
+QN_API const WCHAR* QnGetPrintFromMultiByteString(HQNLANG language, const char* text);
+
+// 1 if bytes hold a two-byte character of the process's multibyte code page.
+QN_API int QnLang_DetectMultiByteCharacters(const char* bytes, int length);
+
+// The code page that bytes are surely in. 0, or 0x8004E1FD with `*codePageOut` 0 when none is sure.
+QN_API HRESULT QnLang_DetectPossibleCodepage(const char* bytes, int length, DWORD* codePageOut);
+}
