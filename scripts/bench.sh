@@ -13,6 +13,10 @@ cmake --preset bench >build/bench.log
 cmake --build --preset bench -j "$(nproc)" >>build/bench.log || { tail -n 40 build/bench.log; exit 1; }
 qnbench=build/bench/benchmarks/qnbench
 qnwave=$PWD/build/bench/tools/qnwave
+# snprintf groups digits only in a locale that does.
+mkdir -p build/locale
+[ -d build/locale/en_US.UTF-8 ] || localedef -i en_US -f UTF-8 "$PWD/build/locale/en_US.UTF-8" >>build/bench.log 2>&1 || true
+export LOCPATH=$PWD/build/locale
 measure() {
   "$qnbench" --benchmark_filter="$1" --benchmark_repetitions=3 --benchmark_min_time=0.03 --benchmark_enable_random_interleaving=true \
     --benchmark_format=json >build/bench.json 2>>build/bench.log
@@ -42,6 +46,8 @@ END
   measure '^copy/'
   scripts/bench_table.py build/bench.json --against 0.5:1.0 --summary
   measure '^wavread/'
+  scripts/bench_table.py build/bench.json
+  measure '^text/'
   scripts/bench_table.py build/bench.json
   printf '\n## Whole commands\n\n'
   (cd "$scratch" && python3 "$OLDPWD/scripts/bench_commands.py" 11 'ten minutes, 16-bit stereo to 32-bit float' \

@@ -14,7 +14,7 @@ packages=(
   sox ffmpeg alsa-utils jq dpkg-dev file
 )
 if [ "${1:-}" = --bench ]; then
-  packages+=(libbenchmark-dev libswresample-dev libavutil-dev libfmt-dev)
+  packages+=(libbenchmark-dev libswresample-dev libavutil-dev libfmt-dev locales)
 elif [ $# -gt 0 ]; then
   sed -n '2,6s/^# \{0,1\}//p' "$0"
   exit 2
