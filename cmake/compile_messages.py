@@ -4,91 +4,131 @@
     compile_messages.py HEADER SOURCE TEMPLATE CATALOGUE...
 
 The template names each message: msgctxt is its name in the code, msgid its English text. The catalogues follow
-in the order of the language table. A message that a catalogue lacks, or has as fuzzy, falls back to English and
-is counted on the output.
+in the order of the language table. A message that a catalogue lacks, has as fuzzy or has for another English text
+falls back to English and is counted on the output.
 """
-import ast
 import os
 import re
 import sys
 
+ESCAPES = {'a': '\a', 'b': '\b', 'f': '\f', 'n': '\n', 'r': '\r', 't': '\t', 'v': '\v', '\\': '\\', '"': '"'}
 
-def read_entries(path):
-    """The entries of a catalogue: {msgctxt: (msgid, msgstr)}, in order, without header and obsolete ones."""
-    entries = {}
-    fields, fuzzy, keyword = {}, False, None
 
-    def finish():
-        if fields.get('msgid') and not fuzzy:
-            name = fields.get('msgctxt')
-            if not name or not re.fullmatch(r'[A-Z]\w*', name):
-                sys.exit(f'{path}: the message {fields["msgid"]!r} has no name in msgctxt')
-            if name in entries:
-                sys.exit(f'{path}: the name {name} stands twice')
-            entries[name] = (fields['msgid'], fields.get('msgstr', ''))
+class Catalogue:
+    """The messages of a catalogue file by name, in order: entries[msgctxt] is (msgid, msgstr).
 
-    for number, line in enumerate(open(path, encoding='utf-8'), 1):
-        line = line.strip()
-        match = re.fullmatch(r'(?:(msgctxt|msgid|msgstr)\s+)?(".*")', line)
+    The header, messages marked as fuzzy and obsolete ones are left out.
+    """
+
+    def __init__(self, path):
+        self.path = path
+        self.entries = {}
+        self.fields, self.fuzzy, self.keyword = {}, False, None
+        try:
+            with open(path, encoding='utf-8') as file:
+                for self.line, text in enumerate(file, 1):
+                    self.read(text.strip())
+        except (OSError, UnicodeDecodeError) as error:
+            sys.exit(f'{path}: {error}')
+        self.finish()
+
+    def fail(self, reason):
+        sys.exit(f'{self.path}:{self.line}: {reason}')
+
+    def read(self, text):
+        match = re.fullmatch(r'(?:(msgctxt|msgid|msgstr)\s*)?"((?:[^"\\]|\\.)*)"', text)
         if match:
-            if match.group(1) in ('msgctxt', 'msgid') and 'msgstr' in fields:
-                finish()
-                fields, fuzzy = {}, False
-            keyword = match.group(1) or keyword
-            fields[keyword] = fields.get(keyword, '') + ast.literal_eval(match.group(2))
-        elif line.startswith('#') or not line:
-            if 'msgstr' in fields:
-                finish()
-                fields, fuzzy, keyword = {}, False, None
-            fuzzy = fuzzy or (line.startswith('#,') and 'fuzzy' in line)
+            self.add(match.group(1), match.group(2))
+        elif text.startswith('#') or not text:
+            # A comment behind a translation belongs to the next message.
+            if 'msgstr' in self.fields:
+                self.finish()
+            self.fuzzy |= text.startswith('#,') and 'fuzzy' in re.split(r'[\s,]+', text[2:])
+        elif re.match(r'msgid_plural|msgstr\[', text):
+            self.fail('a message has no plural forms here')
         else:
-            sys.exit(f'{path}:{number}: cannot read {line!r}')
-    finish()
-    return entries
+            self.fail(f'cannot read {text!r}')
+
+    def add(self, keyword, text):
+        if keyword in ('msgctxt', 'msgid') and 'msgstr' in self.fields:
+            self.finish()
+        if keyword in self.fields:
+            self.fail(f'a second {keyword} in one message')
+        self.keyword = keyword or self.keyword
+        if not self.keyword:
+            self.fail('a text without msgctxt, msgid or msgstr')
+        self.fields[self.keyword] = self.fields.get(self.keyword, '') + self.unescape(text)
+
+    def unescape(self, text):
+        def replace(match):
+            if match.group(1) not in ESCAPES:
+                self.fail(f'unknown escape \\{match.group(1)}')
+            return ESCAPES[match.group(1)]
+        return re.sub(r'\\(.)', replace, text)
+
+    def finish(self):
+        name, english = self.fields.get('msgctxt'), self.fields.get('msgid')
+        if self.fields and ('msgstr' not in self.fields or english is None):
+            self.fail('a message lacks msgid or msgstr')
+        if english:
+            if not name or not re.fullmatch(r'[A-Z][A-Za-z0-9]*', name):
+                self.fail(f'the message {english!r} has no name in msgctxt')
+            if name in self.entries:
+                self.fail(f'the name {name} stands twice')
+            if not self.fuzzy:
+                self.entries[name] = (english, self.fields['msgstr'])
+        self.fields, self.fuzzy, self.keyword = {}, False, None
 
 
 def literal(text):
-    """A UTF-16 string literal: other characters than ASCII stay, C's own are escaped."""
-    escapes = {'\\': '\\\\', '"': '\\"', '\n': '\\n', '\r': '\\r', '\t': '\\t'}
-    return 'u"' + ''.join(escapes.get(c, c) for c in text) + '"'
+    """A UTF-16 string literal: other characters than ASCII stay, C's own and controls are escaped."""
+    def escape(c):
+        return '\\' + c if c in '\\"' else c if c >= ' ' else f'\\{ord(c):03o}'
+    return 'u"' + ''.join(map(escape, text)) + '"'
 
 
 def write_if_changed(path, text):
     os.makedirs(os.path.dirname(path), exist_ok=True)
     try:
-        if open(path, encoding='utf-8').read() == text:
-            os.utime(path)
-            return
+        with open(path, encoding='utf-8') as file:
+            if file.read() == text:
+                os.utime(path)
+                return
     except FileNotFoundError:
         pass
     with open(path, 'w', encoding='utf-8') as file:
         file.write(text)
 
 
-header, source, template, *catalogues = sys.argv[1:]
-messages = read_entries(template)
-languages = [(os.path.basename(path), read_entries(path)) for path in catalogues]
+def main(header, source, template, *catalogues):
+    messages = Catalogue(template).entries
+    declarations, table, records = [], [], []
+    languages = [(os.path.basename(path), Catalogue(path).entries) for path in catalogues]
+    missing = dict.fromkeys((name for name, _ in languages), 0)
+    for name, (english, _) in messages.items():
+        texts = [english]
+        for language, entries in languages:
+            entry = entries.get(name)
+            found = entry and entry[0] == english and entry[1]
+            missing[language] += not found
+            texts.append(entry[1] if found else english)
+        declarations.append(f'extern qnlang_t {name};  // {literal(english)[1:]}\n')
+        table.append(f'    &{name},\n')
+        lines = ',\n     '.join(literal(text) for text in texts)
+        records.append(f'qnlang_t {name} = {{\n    QNLANG_MARKER, {len(texts)}, {{}},\n    {{{lines}}}}};\n')
 
-declarations, records = [], []
-missing = {name: 0 for name, _ in languages}
-for name, (english, _) in messages.items():
-    texts = [english]
+    write_if_changed(header, '// The messages as records. Made from the catalogues; do not edit.\n#pragma once\n\n'
+                     '#include "qn/text/qnlang.h"\n\nnamespace qn::messages {\n\n' + ''.join(declarations) +
+                     '\ninline constexpr qnlang_t* kAll[] = {\n' + ''.join(table) +
+                     '};\n\n}  // namespace qn::messages\n')
+    write_if_changed(source, '// Made from the catalogues; do not edit.\n#include "qn/text/messages_internal.h"\n\n'
+                     'namespace qn::messages {\n\n' + '\n'.join(records) + '\n}  // namespace qn::messages\n')
+    for language, count in missing.items():
+        if count:
+            print(f'{language}: {count} of {len(messages)} messages fall back to English')
     for language, entries in languages:
-        entry = entries.get(name)
-        if entry and entry[0] == english and entry[1]:
-            texts.append(entry[1])
-        else:
-            missing[language] += 1
-            texts.append(english)
-    declarations.append(f'extern qnlang_t {name};  // {literal(english)[1:]}\n')
-    lines = ',\n     '.join(literal(text) for text in texts)
-    records.append(f'qnlang_t {name} = {{\n    QNLANG_MARKER, QNLANG_COUNT, {{}},\n    {{{lines}}}}};\n')
+        for name in sorted(entries.keys() - messages.keys()):
+            print(f'{language}: the template has no message {name}')
 
-write_if_changed(header, '// The messages as records. Made from the catalogues; do not edit.\n#pragma once\n\n'
-                 '#include "qn/text/qnlang.h"\n\nnamespace qn::messages {\n\n' + ''.join(declarations) +
-                 '\n}  // namespace qn::messages\n')
-write_if_changed(source, '// Made from the catalogues; do not edit.\n#include "qn/text/messages_internal.h"\n\n'
-                 'namespace qn::messages {\n\n' + '\n'.join(records) + '\n}  // namespace qn::messages\n')
-for language, count in missing.items():
-    if count:
-        print(f'{language}: {count} of {len(messages)} messages fall back to English')
+
+main(*sys.argv[1:])
