@@ -90,27 +90,29 @@ int WriteGroups(const WCHAR* digits, int count, bool negative, WCHAR* text, int 
   return static_cast<int>(place - text);
 }
 
-template <typename Unsigned>
-int WriteInteger(Unsigned magnitude, bool negative, WCHAR* text, int size, BOOL grouped) {
-  if (!text || size < 1) return 0;
-  const int count = CountDigits(magnitude);
-  const int length = count + negative;
-  if (!grouped && length < size) {
-    text[length] = 0;
-    WriteDigits(magnitude, text + length);
-    if (negative) *text = '-';
-    return length;
-  }
-
+// The rare and the long roads, apart so that the common one stays small: groups, and a text that is cut.
+[[gnu::noinline]] int WriteDressed(ULONGLONG magnitude, bool negative, WCHAR* text, int size, BOOL grouped) {
   WCHAR scratch[1 + kMaxDigits + 1];
   WCHAR* const end = std::end(scratch) - 1;
   WCHAR* const digits = WriteDigits(magnitude, end);
+  const int count = static_cast<int>(end - digits);
   const bool plainGroups = qn::Internationals().grouping <= 9;
   if (grouped && plainGroups) return WriteGroups(digits, count, negative, text, size);
   *end = 0;
   if (negative) digits[-1] = '-';
   const WCHAR* const first = digits - negative;
-  return grouped ? QnFormatNumber(first, text, size) : CopyCut(first, length, text, size);
+  return grouped ? QnFormatNumber(first, text, size) : CopyCut(first, count + negative, text, size);
+}
+
+template <typename Unsigned>
+int WriteInteger(Unsigned magnitude, bool negative, WCHAR* text, int size, BOOL grouped) {
+  if (!text || size < 1) return 0;
+  const int length = CountDigits(magnitude) + negative;
+  if (grouped || length >= size) return WriteDressed(magnitude, negative, text, size, grouped);
+  text[length] = 0;
+  *text = '-';
+  WriteDigits(magnitude, text + length);
+  return length;
 }
 
 template <typename Signed>
