@@ -19,6 +19,7 @@ configure_package_config_file(cmake/qnkernelConfig.cmake.in ${CMAKE_BINARY_DIR}/
 write_basic_package_version_file(${CMAKE_BINARY_DIR}/qnkernelConfigVersion.cmake
   COMPATIBILITY SameMajorVersion)
 install(FILES ${CMAKE_BINARY_DIR}/qnkernelConfig.cmake ${CMAKE_BINARY_DIR}/qnkernelConfigVersion.cmake
+  cmake/QnResources.cmake cmake/compile_resources.py
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/qnkernel COMPONENT Development)
 
 # The package stays right when the installed tree is moved.

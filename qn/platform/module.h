@@ -4,8 +4,12 @@
 // at. Its resources are a compiled `.res` image that is linked into it (qn_resources of the CMake package
 // builds one from a readable source) and registered once:
 //
-//   extern "C" const unsigned char kMyResources[];
-//   RegisterModuleResources(ModuleFromAddress(kMyResources), kMyResources, kMyResourcesSize);
+//   extern const unsigned char my_plugin_resources[];
+//   extern const size_t my_plugin_resources_size;
+//   RegisterModuleResources(ModuleFromAddress(my_plugin_resources), my_plugin_resources,
+//                           my_plugin_resources_size);
+//
+// What qn_resources generates does that when the module is loaded and takes it back when it goes.
 //
 // Images come from files too, so nothing in them is trusted: a record that does not fit ends the walk.
 #pragma once
@@ -31,6 +35,9 @@ inline const WCHAR* const RT_DIALOG = MAKEINTRESOURCEW(5);
 inline const WCHAR* const RT_STRING = MAKEINTRESOURCEW(6);
 inline const WCHAR* const RT_RCDATA = MAKEINTRESOURCEW(10);
 inline const WCHAR* const RT_VERSION = MAKEINTRESOURCEW(16);
+
+// A procedure of EnumResourceLanguagesW ended the walk.
+constexpr DWORD ERROR_RESOURCE_ENUM_USER_STOP = 15106;
 
 // The module that holds an address, or null.
 QN_API HMODULE ModuleFromAddress(const void* address);
@@ -64,19 +71,24 @@ using ENUMRESLANGPROCW = BOOL (*)(HMODULE module, const WCHAR* type, const WCHAR
                                   intptr_t parameter);
 
 // Calls `procedure` for each language of a resource, in the image's order, until it returns FALSE. False with
-// the last error when there is no such resource or the procedure ended it.
+// last error 1813 or 1814 when there is no such resource, 15106 when the procedure ended it.
 QN_API BOOL EnumResourceLanguagesW(HMODULE module, const WCHAR* type, const WCHAR* name,
                                    ENUMRESLANGPROCW procedure, intptr_t parameter);
 
-// The version text of a file: a module that is loaded, or a `.res` file. The size of its block in bytes, 0
-// with the last error when it has none; `*handle` becomes 0.
+// The version text of a file: a module that is loaded, or a `.res` file of up to 64 MiB. The size of its
+// block in bytes, 0 with the last error when it has none; `*handle`, if given, becomes 0. Of several
+// languages the neutral search of FindResourceExW chooses.
 QN_API DWORD GetFileVersionInfoSizeW(const WCHAR* path, DWORD* handle);
+
+// Copies the block into `size` bytes; false with last error 122 when that is too small. `handle` is not used.
 QN_API BOOL GetFileVersionInfoW(const WCHAR* path, DWORD handle, DWORD size, void* block);
 
-// Finds a part of a version block by path: "\\" the fixed record, "\\VarFileInfo\\Translation" the pairs of
-// language and code page, "\\StringFileInfo\\040904B0\\ProductName" a text. `*value` points into the block,
-// `*length` counts bytes, for texts characters with terminator. Every length in the block is checked against
-// `GlobalSize` of the block if that knows it, else against the block's own first length.
+// Finds a part of a version block by path, ignoring case: "\\" the fixed record, "\\VarFileInfo\\Translation"
+// the pairs of language and code page, "\\StringFileInfo\\040904B0\\ProductName" a text. `*value` points into
+// the block, `*length` counts bytes, for texts characters with terminator; an empty value points at a zero
+// character. Every length in the block is checked against `GlobalSize` of the block if that knows it, else
+// against the block's own first length. False, with null and 0, for what is not there (1813), a damaged block
+// (1812) or a null argument (87).
 QN_API BOOL VerQueryValueW(const void* block, const WCHAR* path, void** value, UINT* length);
 
 }  // namespace qnplatform
