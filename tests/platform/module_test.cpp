@@ -1,1 +1,295 @@
-#include "qn/platform/types.h"
+#include "qn/platform/module.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <memory>
+#include <thread>
+
+#include "fuzz/resource_use.h"
+#include "qn/platform/locale.h"
+#include "qn/platform/memory.h"
+#include "qn/platform/text.h"
+#include "tests/support/support.h"
+
+extern const unsigned char test_platform_resources[];
+extern const size_t test_platform_resources_size;
+
+namespace {
+
+using Words = std::vector<uint16_t>;
+
+// The data of a found resource as 16-bit words.
+Words WordsOf(HRSRC resource) {
+  const auto* const data = static_cast<const uint8_t*>(LockResource(LoadResource(nullptr, resource)));
+  Words words;
+  for (DWORD i = 0; data && i + 2 <= SizeofResource(nullptr, resource); i += 2) {
+    words.push_back(qn::ReadUnaligned<uint16_t>(data + i));
+  }
+  return words;
+}
+
+TEST(Module, IsFoundByAddressNameAndPath) {
+  const HMODULE executable = GetModuleHandleW(nullptr);
+  ASSERT_TRUE(executable);
+  EXPECT_EQ(executable, ModuleFromAddress(test_platform_resources));
+  const HMODULE library = ModuleFromAddress(reinterpret_cast<const void*>(&std::qsort));
+  EXPECT_NE(library, executable);
+  EXPECT_EQ(library, GetModuleHandleW(W("libc.so.6")));
+  WCHAR path[1024];
+  for (const HMODULE module : {executable, library}) {
+    ASSERT_GT(GetModuleFileNameW(module, path, 1024), 0u);
+    EXPECT_EQ(path[0], u'\\');
+    EXPECT_EQ(GetModuleHandleW(path), module);
+    EXPECT_EQ(reinterpret_cast<const char*>(module)[1], 'E') << "the handle is where the file is mapped";
+  }
+  EXPECT_EQ(ModuleFromAddress(path), nullptr);
+  for (const WCHAR* const name : {W(""), W("libnothing.so"), W("\\tmp"), W("\\no\\such")}) {
+    EXPECT_EQ(GetModuleHandleW(name), nullptr);
+    EXPECT_EQ(GetLastError(), ERROR_MOD_NOT_FOUND);
+  }
+  EXPECT_EQ(GetModuleFileNameW(reinterpret_cast<HMODULE>(path), path, 1024), 0u);
+  EXPECT_EQ(GetLastError(), ERROR_MOD_NOT_FOUND);
+}
+
+TEST(Module, PathIsCutToTheRoom) {
+  WCHAR whole[1024], path[1024];
+  const DWORD length = GetModuleFileNameW(nullptr, whole, 1024);
+  const std::u16string text(whole);
+  ASSERT_EQ(text.size(), length);
+  for (const DWORD size : {0u, 1u, 2u, length, length + 1}) {
+    std::fill(path, path + 1024, u'#');
+    EXPECT_EQ(GetModuleFileNameW(nullptr, path, size), std::min(size, length));
+    EXPECT_EQ(GetLastError(), size > length ? ERROR_SUCCESS : ERROR_INSUFFICIENT_BUFFER);
+    EXPECT_EQ(path[size], u'#');
+    EXPECT_TRUE(size == 0 || text.substr(0, size - 1) == path);
+  }
+}
+
+TEST(Resource, LanguagesAreSearchedInOrder) {
+  const struct {
+    WORD id, asked, user, thread;
+    int found;  // the language, or minus the error
+  } kRows[] = {
+      {10, 0x407, 0x409, 0, 0x407}, {10, 0x807, 0x409, 0, -1815}, {10, 0, 0x407, 0, 0x407},
+      {10, 0, 0x40C, 0, 0x409},     {10, 0, 0x407, 0x411, 0x411}, {11, 0x807, 0x409, 0, 0x007},
+      {11, 0x409, 0x409, 0, 0},     {11, 0, 0x407, 0, 0},         {12, 0, 0x407, 0, 0x411},
+      {12, 0, 0x416, 0, 0x416},     {12, 0x407, 0x407, 0, -1815}, {99, 0x407, 0x407, 0, -1814},
+  };
+  for (const auto& row : kRows) {
+    ASSERT_TRUE(SetUserDefaultLCID(row.user));
+    std::thread([&] {
+      if (row.thread) SetThreadLocale(row.thread);
+      const HRSRC found = FindResourceExW(nullptr, RT_RCDATA, MAKEINTRESOURCEW(row.id), row.asked);
+      const int language = found ? WordsOf(found).at(0) : -static_cast<int>(GetLastError());
+      EXPECT_EQ(language, row.found) << row.id << " asked " << row.asked << " user " << row.user;
+      EXPECT_TRUE(row.asked || found == FindResourceW(nullptr, MAKEINTRESOURCEW(row.id), RT_RCDATA));
+    }).join();
+  }
+  SetUserDefaultLCID(0);
+}
+
+TEST(Resource, NamesAreNumbersOrTextsWithoutCase) {
+  const struct {
+    const WCHAR *type, *name;
+    DWORD error;
+  } kRows[] = {
+      {W("küste"), W("GRÜSSE"), 1814}, {W("küste"), W("grüße"), 0},          {RT_RCDATA, W("#11"), 0},
+      {W("#10"), W("mIXED"), 0},       {W("#10"), W("Mixe"), 1814},          {W("#10"), W("Mixed2"), 1814},
+      {W("Küsten"), W("Grüße"), 1813}, {W("#65546"), W("Mixed"), 1813},      {nullptr, W("#0"), 1813},
+      {RT_RCDATA, nullptr, 1814},      {W("#10x"), W("Mixed"), 1813},        {W("#"), W("Mixed"), 1813},
+      {RT_STRING, W("#2"), 0},         {RT_VERSION, MAKEINTRESOURCEW(1), 0},
+  };
+  for (const auto& row : kRows) {
+    SetLastError(0);
+    EXPECT_EQ(FindResourceW(nullptr, row.name, row.type) == nullptr, row.error != 0) << &row - kRows;
+    EXPECT_EQ(GetLastError(), row.error) << &row - kRows;
+  }
+  EXPECT_EQ(FindResourceW(reinterpret_cast<HMODULE>(8), W("#11"), RT_RCDATA), nullptr);
+  EXPECT_EQ(SizeofResource(nullptr, nullptr), 0u);
+  EXPECT_EQ(LoadResource(nullptr, reinterpret_cast<HRSRC>(8)), nullptr);
+}
+
+TEST(Resource, LanguagesAreEnumeratedInOrder) {
+  const auto list = [](HMODULE, const WCHAR*, const WCHAR*, WORD language, intptr_t words) -> BOOL {
+    auto* const seen = reinterpret_cast<Words*>(words);
+    seen->push_back(language);
+    return seen->size() < 4;
+  };
+  Words seen;
+  const auto words = reinterpret_cast<intptr_t>(&seen);
+  EXPECT_TRUE(EnumResourceLanguagesW(nullptr, RT_STRING, MAKEINTRESOURCEW(2), list, words));
+  EXPECT_EQ(seen, (Words{0x409, 0x407, 0x40C}));
+  EXPECT_FALSE(EnumResourceLanguagesW(nullptr, RT_RCDATA, W("Mixed"), list, words));
+  EXPECT_EQ(GetLastError(), ERROR_RESOURCE_ENUM_USER_STOP);
+  EXPECT_FALSE(EnumResourceLanguagesW(nullptr, RT_RCDATA, W("None"), list, words));
+  EXPECT_EQ(GetLastError(), ERROR_RESOURCE_NAME_NOT_FOUND);
+}
+
+TEST(Resource, CompiledFormsAreThePublishedOnes) {
+  const struct {
+    const WCHAR *type, *name;
+    WORD language;
+    Words words;
+  } kRows[] = {
+      {RT_STRING, W("#2"), 0x407, {0, 3, 'J', 'a', 0, 1, 0, 7, 0xFC, 0xD83D, 0xDE00, '\n', '"', 'A',
+                                   0, 0, 0,   0,   0, 0, 0, 0, 0,    0,      0,      0,    0}},
+      {RT_RCDATA, W("Mixed"), 0x407, {1, 2, 0, 'a' | 'b' << 8, 0xFF00}},
+      {RT_MENU, W("#7"), 0x407, {0, 0, 0x10, 'F', 0, 0x08, 101, 'O', 0, 0x80, 0, 0, 0x4081, 102, 'X', 0}},
+      {RT_DIALOG, W("#8"), 0x407, {1,   0xFFFF, 5,     0, 8,      0,      0x0040, 0x80C0, 2,   1,
+                                   2,   30,     40,    0, 0,      'T',    0,      8,      400, 0x0100,
+                                   'F', 0,      0,     0, 0,      0,      0x0001, 0x5001, 3,   4,
+                                   50,  14,     1,     0, 0xFFFF, 0x80,   'O',    'K',    0,   0,
+                                   6,   0,      0x200, 0, 0,      0x4001, 0,      0xFFFF, 2,   3,
+                                   9,   0,      'Q',   0, 0,      0}},
+  };
+  for (const auto& row : kRows) {
+    EXPECT_EQ(WordsOf(FindResourceExW(nullptr, row.type, row.name, row.language)), row.words) << &row - kRows;
+  }
+}
+
+// A record by hand: the rest of a header behind type and name, and the data, are zeros.
+void Append(qntest::Bytes* image, DWORD dataSize, DWORD headerSize, const Words& names, size_t size) {
+  const size_t start = image->size();
+  image->resize(start + size);
+  std::memcpy(image->data() + start, &dataSize, 4);
+  std::memcpy(image->data() + start + 4, &headerSize, 4);
+  std::memcpy(image->data() + start + 8, names.data(), 2 * names.size());
+}
+
+TEST(Resource, WalkPassesDamagedRecordsAndEndsAtWrongSizes) {
+  const Words five = {0xFFFF, 5, 0xFFFF, 6}, noEnd = {'a', 'b', 'c', 'd', 0xFFFF, 1}, text = {'a', 0, 'b', 0};
+  qntest::Bytes image;
+  Append(&image, 3, 32, five, 36);   // the next begins at a multiple of 4
+  Append(&image, 4, 20, noEnd, 24);  // a name that does not end in the header
+  Append(&image, 0, 31, five, 32);   // a header too short for its fields
+  Append(&image, 1, 33, text, 36);   // an odd header: the data follow it
+  Append(&image, 0, 32, five, 32);
+  const struct {
+    DWORD dataSize, headerSize;
+    size_t left;  // bytes from the wrong record to the end
+  } kRows[] = {{0, 12, 44}, {13, 0, 12}, {1, 32, 32}, {0xFFFFFFFF, 0xFFFFFFFF, 44}, {0, 0, 7}};
+  for (const auto& [dataSize, headerSize, left] : kRows) {
+    qntest::Bytes ending = image;
+    Append(&ending, dataSize, headerSize, {}, 12);
+    Append(&ending, 0, 32, five, 32);
+    ending.resize(image.size() + left);
+    EXPECT_EQ(qnfuzz::UseResources(ending.data(), ending.size()), 3u) << dataSize << " " << headerSize;
+  }
+  EXPECT_EQ(qnfuzz::UseResources(image.data(), 31), 0u);
+  qn::ResourceRecord record;
+  ASSERT_TRUE(qn::FindResourceRecord({image.data(), image.size()}, W("A"), W("B"), 0, &record));
+  EXPECT_EQ(record.data - image.data(), 36 + 24 + 32 + 33);
+}
+
+TEST(Resource, ForeignBytesAreHarmless) {
+  const size_t size = test_platform_resources_size;
+  const size_t whole = qnfuzz::UseResources(test_platform_resources, size);
+  EXPECT_EQ(whole, 17u);
+  size_t before = 0;
+  for (size_t length = 0; length <= size; ++length) {
+    // Of the exact size, and not aligned every other time.
+    const size_t shift = length & 1;
+    const std::unique_ptr<uint8_t[]> copy(new uint8_t[length + shift]);
+    std::memcpy(copy.get() + shift, test_platform_resources, length);
+    const size_t count = qnfuzz::UseResources(copy.get() + shift, length);
+    EXPECT_TRUE(count == before || count == before + 1);
+    before = count;
+  }
+  EXPECT_EQ(before, whole);
+  auto& random = qntest::Random();
+  for (int i = 0; i < 4000; ++i) {
+    const std::unique_ptr<uint8_t[]> copy(new uint8_t[size]);
+    std::memcpy(copy.get(), test_platform_resources, size);
+    for (int flips = 1 + i % 4; flips > 0; --flips)
+      copy[random() % size] ^= static_cast<uint8_t>(1 << random() % 8);
+    EXPECT_LE(qnfuzz::UseResources(copy.get(), size), 64u);
+  }
+}
+
+TEST(Version, OfAModuleAndOfAFile) {
+  const qntest::ScratchFolder scratch;
+  const auto* const bytes = test_platform_resources;
+  qntest::WriteFileBytes(scratch.Native("a.res"), {bytes, bytes + test_platform_resources_size});
+  qntest::WriteFileBytes(scratch.Native("none.res"), {bytes, bytes + 32});
+  WCHAR module[1024];
+  GetModuleFileNameW(nullptr, module, 1024);
+  const std::u16string file = scratch.Path("a.res");
+  for (const WCHAR* const path : {static_cast<const WCHAR*>(module), file.c_str()}) {
+    DWORD handle = 7;
+    const DWORD size = GetFileVersionInfoSizeW(path, &handle);
+    ASSERT_GT(size, 0u);
+    EXPECT_EQ(handle, 0u);
+    const HGLOBAL block = GlobalAlloc(GHND, size);
+    void* const data = GlobalLock(block);
+    EXPECT_FALSE(GetFileVersionInfoW(path, 0, size - 1, data));
+    ASSERT_TRUE(GetFileVersionInfoW(path, 0, size, data));
+    const struct {
+      const WCHAR* path;
+      int length;  // -1 for a part that is not there
+      Words words;
+    } kRows[] = {
+        {W("\\"), 52, {0x04BD, 0xFEEF, 0, 1, 2, 1, 4, 3, 0, 5, 0, 0}},
+        {W("\\VarFileInfo\\Translation"), 8, {0x409, 1200, 0x407, 1200}},
+        {W("\\stringfileinfo\\040904b0\\productname"), 5, {'T', 'e', 's', 't', 0}},
+        {W("\\StringFileInfo\\040904B0\\Odd"), 3, {'1', '2', 0}},
+        {W("StringFileInfo\\040904B0\\Empty"), 1, {0}},
+        {W("\\StringFileInfo\\040904B0"), 0, {0}},
+        {W("\\StringFileInfo\\040904B0\\Product"), -1, {}},
+        {W("\\StringFileInfo\\040704B0\\ProductName"), -1, {}},
+        {W("\\ProductName"), -1, {}},
+    };
+    for (const auto& row : kRows) {
+      void* value;
+      UINT length;
+      ASSERT_EQ(VerQueryValueW(data, row.path, &value, &length), row.length >= 0) << qn::ToUtf8(row.path);
+      if (row.length < 0) continue;
+      EXPECT_EQ(length, static_cast<UINT>(row.length));
+      const auto* const words = static_cast<const uint16_t*>(value);
+      EXPECT_EQ(Words(words, words + row.words.size()), row.words) << qn::ToUtf8(row.path);
+    }
+    GlobalFree(block);
+  }
+  for (const auto& [name, error] :
+       {std::pair{"none.res", ERROR_RESOURCE_TYPE_NOT_FOUND}, {"missing.res", ERROR_FILE_NOT_FOUND}}) {
+    EXPECT_EQ(GetFileVersionInfoSizeW(scratch.Path(name).c_str(), nullptr), 0u);
+    EXPECT_EQ(GetLastError(), error);
+  }
+}
+
+TEST(ResourceCompiler, TellsWhereAScriptIsWrong) {
+  const qntest::ScratchFolder scratch;
+  const struct {
+    const char* script;
+    int line;  // 0: right
+  } kRows[] = {
+      {"1 RCDATA { 1 }\n// { \n# {\n/* {\n */ 2 RCDATA { }", 0},
+      {"STRINGTABLE {\n 1 \"a\"\n 1 \"b\" }", 3},
+      {"1 RCDATA { }\n1 RCDATA { }", 2},
+      {"1 RCDATA {\n 65536 }", 2},
+      {"1 RCDATA {\n 1", 2},
+      {"/*\n*/ 1 MENU { MENUITEM \"a\" }", 2},
+      {"1 MENU {\n}", 2},
+      {"1 DIALOGEX 0, 0, 1, 1\nSTYLE DS_SETFONT { }", 2},
+      {"1 DIALOGEX 0, 0, 1, 1\n{ PUSHBUTTON 1 }", 2},
+      {"STRINGTABLE { 1 \"a\\0b\" }", 1},
+      {"STRINGTABLE {\n 1 \"open }", 2},
+      {"\n1 RCDATA \"missing.bin\"", 2},
+      {"0 RCDATA { }", 1},
+  };
+  const std::string file = scratch.Native("a.rc");
+  for (const auto& row : kRows) {
+    const std::string script = row.script;
+    qntest::WriteFileBytes(file, {script.begin(), script.end()});
+    std::string output;
+    const std::string out =
+        " --name n --res " + scratch.Native("a.res") + " --cpp " + scratch.Native("a.cpp");
+    const int code =
+        qntest::RunCommand("python3 " QN_RESOURCE_COMPILER + out + " " + file + " 2>&1", &output);
+    EXPECT_EQ(code == 0, row.line == 0) << script << output;
+    const std::string place = row.line ? file + ":" + std::to_string(row.line) + ": " : "";
+    EXPECT_EQ(output.substr(0, place.size()), place) << script << output;
+  }
+}
+
+}  // namespace
