@@ -9,7 +9,7 @@ scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 prefix=$scratch/prefix
 cmake --install "$build" --prefix "$prefix" >"$scratch/install.log"
-for file in bin/qnwave share/man/man1/qnwave.1 include/qn/qn.h; do
+for file in bin/{qntext,qnwave} share/man/man1/{qntext,qnwave}.1 include/qn/qn.h; do
   [ -e "$prefix/$file" ] || { echo "not installed: $file"; exit 1; }
 done
 ! find "$prefix" -name '*_internal.h' | grep . || { echo "an internal header is installed"; exit 1; }
@@ -21,7 +21,7 @@ export LD_LIBRARY_PATH=$libdir
 cmake -S tests/project/consumer -B "$scratch/consumer" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" \
   -DCMAKE_CXX_COMPILER="$compiler" >"$scratch/cmake.log"
 cmake --build "$scratch/consumer" >"$scratch/build.log"
-"$scratch/consumer/consumer"
+"$scratch/consumer/consumer" resources
 
 export PKG_CONFIG_PATH=$libdir/pkgconfig
 # The words of pkg-config are meant to split.
@@ -33,6 +33,6 @@ export PKG_CONFIG_PATH=$libdir/pkgconfig
 (cd "$scratch" && cpack --config "$build/CPackConfig.cmake" -B "$scratch/deb" >"$scratch/cpack.log") ||
   { cat "$scratch/cpack.log"; exit 1; }
 contents=$(dpkg-deb --contents "$scratch"/deb/*.deb)
-for file in libqnkernel.so.1 qnkernel.pc qnkernelConfig.cmake qn/qn.h bin/qnwave qnwave.1; do
+for file in libqnkernel.so.1 qnkernel.pc qnkernelConfig.cmake qn/qn.h bin/qntext bin/qnwave qnwave.1; do
   grep -q "$file" <<<"$contents" || { echo "the package lacks $file"; exit 1; }
 done

@@ -28,6 +28,8 @@ TEST(CommandLine, MistakesSayWhatIsWrong) {
       {{}, "no command"},
       {{"info"}, "no file"},
       {{"info", "--frob", "x"}, "unknown option '--frob'"},
+      {{"info", "--lang", "xx", "x"}, "unknown language 'xx'"},
+      {{"info", "--time-format", "20", "x"}, "unknown time format '20'"},
       {{"convert", "a.wav"}, "two files"},
       {{"convert", "a.wav", "b.wav", "--gain", "loud"}, "bad gain 'loud'"},
       {{"convert", "a.wav", "b.wav", "--type", "s17"}, "unknown sample type 's17'"},

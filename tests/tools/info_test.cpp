@@ -24,6 +24,27 @@ TEST(Info, TellsTheFormatAndLengthOfRecordings) {
   }
 }
 
+TEST(Info, DressesNumbersAndTimesOnRequest) {
+  const std::string path =
+      "/usr/share/sounds/alsa/Front_Center.wav";  // 137,134 bytes, 68,545 frames at 48 kHz
+  const auto info = [&](std::vector<std::string> words) {
+    words.insert(words.begin(), {"info", path});
+    return Qnwave(words).out;
+  };
+  const std::pair<std::vector<std::string>, std::vector<const char*>> kCases[] = {
+      {{"--lang", "de"}, {"137.134 bytes, 133 KB\n", "48.000 Hz", "68.545\n", "00:00:01,428\n"}},
+      {{"--lang", "fr", "--time-format", "seconds"}, {" 133 Ko\n", "  Duration   1,428\n"}},
+      {{"--time-format", "samples"}, {"  Frames     68,545\n", "  Duration   68,545\n", "48000 Hz"}},
+      {{"--time-format", "frames", "--frame-rate", "24000/1001"}, {"  Duration   34.238\n"}},
+      {{"--time-format", "5", "--tempo", "60", "--beats", "1"}, {"  Duration   2.1.410\n"}},
+  };
+  for (const auto& [words, expected] : kCases) {
+    const std::string text = info(words);
+    for (const char* part : expected) EXPECT_NE(text.find(part), std::string::npos) << part << text;
+  }
+  EXPECT_EQ(info({"--json", "--lang", "de"}), info({"--json"}));
+}
+
 TEST(Info, TellsFilesOfOtherPrograms) {
   const ScratchFolder folder;
   const std::string source = "/usr/share/sounds/alsa/Noise.wav";

@@ -15,17 +15,24 @@ std::string ShellQuoted(const std::string& text) {
   return quoted + "'";
 }
 
-}  // namespace
-
-ToolRun Qnwave(const std::vector<std::string>& arguments, const std::string& before) {
+ToolRun Run(std::string command, const std::vector<std::string>& arguments) {
   const ScratchFolder scratch;
-  std::string command = before + " " QNWAVE;
   for (const std::string& argument : arguments) command += " " + ShellQuoted(argument);
   ToolRun run;
   run.exit = RunCommand(command + " 2>" + scratch.Native("err"), &run.out);
   const Bytes err = ReadFileBytes(scratch.Native("err"));
   run.err.assign(err.begin(), err.end());
   return run;
+}
+
+}  // namespace
+
+ToolRun Qnwave(const std::vector<std::string>& arguments, const std::string& before) {
+  return Run(before + " " QNWAVE, arguments);
+}
+
+ToolRun Qntext(const std::vector<std::string>& arguments, const std::string& before) {
+  return Run(before + " " QNTEXT, arguments);
 }
 
 std::string Jq(const std::string& json, const std::string& filter) {

@@ -1,4 +1,4 @@
-// Runs the tool, builds wave files byte by byte, and reads files with other programs.
+// Runs the tools, builds wave files byte by byte, and reads files with other programs.
 #pragma once
 
 #include <cstdint>
@@ -15,9 +15,10 @@ struct ToolRun {
   std::string err;
 };
 
-// Runs qnwave with arguments that are passed as they are. `before` is put in front of the command line in the
+// Run a tool with arguments that are passed as they are. `before` is put in front of the command line in the
 // shell, such as "ulimit -f 100;".
 ToolRun Qnwave(const std::vector<std::string>& arguments, const std::string& before = "");
+ToolRun Qntext(const std::vector<std::string>& arguments, const std::string& before = "");
 
 // What jq makes of a JSON text, without the line end; "INVALID" when it is none.
 std::string Jq(const std::string& json, const std::string& filter);

@@ -8,13 +8,13 @@
 #include <vector>
 
 #include "qn/settings/qnstatus.h"
+#include "tools/common/options.h"
 #include "tools/qnwave/audio_input.h"
 #include "tools/qnwave/audio_output.h"
 #include "tools/qnwave/command.h"
 #include "tools/qnwave/converter.h"
 #include "tools/qnwave/describe.h"
 #include "tools/qnwave/interrupt.h"
-#include "tools/qnwave/options.h"
 #include "tools/qnwave/progress.h"
 #include "tools/qnwave/report.h"
 #include "tools/qnwave/wave_header.h"
@@ -272,16 +272,16 @@ int Convert(const Job& job, bool overwrite, bool quiet) {
 }
 
 int Run(const Arguments& arguments) {
-  if (arguments.Files().size() != 2) {
+  if (arguments.Operands().size() != 2) {
     ReportUsage("convert", "two files are needed: IN and OUT");
     return kExitUsage;
   }
   const bool quiet = arguments.Has("quiet");
   Job job;
-  job.target = arguments.Files()[1];
+  job.target = arguments.Operands()[1];
   if (!ReadOptions(arguments, &job)) return kExitUsage;
   int exitCode = kExitFailed;
-  const OpenResult opened = OpenSource(arguments, arguments.Files()[0], &job.source, &exitCode);
+  const OpenResult opened = OpenSource(arguments, arguments.Operands()[0], &job.source, &exitCode);
   if (opened != OpenResult::kOk) return opened == OpenResult::kDamaged ? kExitDamaged : exitCode;
   if (!CompleteFormat(&job) || !CheckSize(job)) return kExitFailed;
   exitCode = Convert(job, arguments.Has("force"), quiet);

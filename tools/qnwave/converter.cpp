@@ -2,11 +2,14 @@
 
 #include <algorithm>
 
-#include "tools/qnwave/options.h"
+#include "tools/common/options.h"
 #include "tools/qnwave/report.h"
 
 namespace qnwave {
 namespace {
+
+using qntool::ParseNumber;
+using qntool::Split;
 
 // The pairs whose one kernel serves both directions of a byte swap: with a gain it does neither.
 bool IsSwap(QNSAMPLETYPE a, QNSAMPLETYPE b) {

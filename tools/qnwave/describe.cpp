@@ -1,8 +1,11 @@
 #include "tools/qnwave/describe.h"
 
+#include <algorithm>
 #include <cstdio>
 
 #include "qn/audio/qnwaveformat.h"
+#include "qn/platform/text.h"
+#include "qn/text/qnnumber.h"
 #include "tools/qnwave/sample_types.h"
 
 namespace qnwave {
@@ -22,6 +25,8 @@ constexpr TagName kTagNames[] = {
 
 constexpr const char* kSpeakers[] = {"FL", "FR", "FC", "LFE", "BL",  "BR",  "FLC", "FRC", "BC",
                                      "SL", "SR", "TC", "TFL", "TFC", "TFR", "TBL", "TBC", "TBR"};
+
+bool numbersAreDressed = false;
 
 }  // namespace
 
@@ -66,8 +71,19 @@ std::string DescribeSpeakers(uint32_t mask) {
   return names;
 }
 
-std::string DescribeDuration(uint64_t frames, uint32_t rate) {
+std::string DescribeDuration(uint64_t frames, uint32_t rate, const _qnposfmt* format) {
   const uint64_t seconds = frames / rate;
+  if (format) {
+    constexpr uint64_t kSecond = 10000000;
+    constexpr uint64_t kMostSeconds = INT64_MAX / kSecond - 1;
+    const uint64_t time =
+        std::min(seconds, kMostSeconds) * kSecond + (frames % rate * kSecond + rate / 2) / rate;
+    _qnposfmt atRate = *format;
+    atRate.sampleRate = rate;
+    WCHAR text[128];
+    QnNanoTimeToTextExN(text, 128, &atRate, static_cast<LONGLONG>(time), 0);
+    return qn::ToUtf8(text);
+  }
   const uint64_t milliseconds = frames % rate * 1000 / rate;
   char text[64];
   std::snprintf(text, sizeof(text), "%llu:%02u:%02u.%03u", static_cast<unsigned long long>(seconds / 3600),
@@ -76,7 +92,20 @@ std::string DescribeDuration(uint64_t frames, uint32_t rate) {
   return text;
 }
 
+void DressNumbers() {
+  numbersAreDressed = true;
+}
+
+bool AreNumbersDressed() {
+  return numbersAreDressed;
+}
+
 std::string Grouped(uint64_t number) {
+  if (numbersAreDressed) {
+    WCHAR text[64];
+    QnDWordLongToTextN(number, text, 64, TRUE);
+    return qn::ToUtf8(text);
+  }
   std::string digits = std::to_string(number);
   for (size_t i = digits.size(); i > 3; i -= 3) digits.insert(i - 3, 1, ',');
   return digits;
@@ -84,6 +113,12 @@ std::string Grouped(uint64_t number) {
 
 std::string Bytes(uint64_t number) {
   return Grouped(number) + (number == 1 ? " byte" : " bytes");
+}
+
+std::string ShortSize(uint64_t bytes) {
+  WCHAR text[64];
+  QnFormatFileSize(static_cast<LONGLONG>(bytes), text, 64, FALSE);
+  return qn::ToUtf8(text);
 }
 
 }  // namespace qnwave

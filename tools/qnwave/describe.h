@@ -5,6 +5,7 @@
 #include <string>
 
 #include "qn/platform/mmreg.h"
+#include "qn/text/qntimetext.h"
 
 namespace qnwave {
 
@@ -17,13 +18,20 @@ std::string DescribeChannels(uint32_t channels);
 // "FL FR FC LFE", empty for 0
 std::string DescribeSpeakers(uint32_t mask);
 
-// "0:10:00.000" of a frame count; the rate is not 0.
-std::string DescribeDuration(uint64_t frames, uint32_t rate);
+// "0:10:00.000" of a frame count, or what a format makes of it, at the rate given, which is not 0.
+std::string DescribeDuration(uint64_t frames, uint32_t rate, const _qnposfmt* format = nullptr);
+
+// From here on numbers are in the dress of the user's language, not as the examples below.
+void DressNumbers();
+bool AreNumbersDressed();
 
 // "1,234,567"
 std::string Grouped(uint64_t number);
 
 // "1 byte", "1,234 bytes"
 std::string Bytes(uint64_t number);
+
+// The size in a larger unit, in three digits and the words of the user's language: "1.17 MB"
+std::string ShortSize(uint64_t bytes);
 
 }  // namespace qnwave

@@ -3,12 +3,14 @@
 #include <string>
 
 #include "qn/settings/qnstatus.h"
+#include "tools/common/language.h"
+#include "tools/common/options.h"
+#include "tools/common/time_format.h"
 #include "tools/qnwave/audio_input.h"
 #include "tools/qnwave/command.h"
 #include "tools/qnwave/describe.h"
 #include "tools/qnwave/json.h"
 #include "tools/qnwave/layout.h"
-#include "tools/qnwave/options.h"
 #include "tools/qnwave/report.h"
 
 namespace qnwave {
@@ -16,6 +18,12 @@ namespace {
 
 constexpr Option kOptions[] = {
     {"json", nullptr, "print an array with one JSON object for each file"},
+    {"lang", "LANG", "show numbers and times in the dress of a language, such as de, pt-BR or zh_TW"},
+    {"time-format", "FORMAT", "show the duration as one of the forms that the manual lists"},
+    kFrameRateOption,
+    kTempoOption,
+    kBeatsOption,
+    kTicksOption,
 };
 
 struct FileInfo {
@@ -96,7 +104,8 @@ void PrintChunk(const Chunk& chunk, int depth) {
   }
 }
 
-void PrintInfo(const FileInfo& info) {
+// `timeFormat` may be null.
+void PrintInfo(const FileInfo& info, const _qnposfmt* timeFormat) {
   const Layout& layout = info.layout;
   std::printf("%s\n", Shown(info.name).c_str());
   PrintLine("Container", ContainerWords(layout));
@@ -115,12 +124,12 @@ void PrintInfo(const FileInfo& info) {
     const std::string words = info.channels <= 2 ? DescribeChannels(info.channels) : std::string();
     const std::string place = words + (words.empty() || speakers.empty() ? "" : ": ") + speakers;
     PrintLine("Channels", std::to_string(info.channels) + (place.empty() ? "" : " (" + place + ")"));
-    PrintLine("Rate", std::to_string(info.rate) + " Hz");
+    PrintLine("Rate", (AreNumbersDressed() ? Grouped(info.rate) : std::to_string(info.rate)) + " Hz");
   }
   uint64_t frames;
   if (CountFrames(info, &frames)) {
     PrintLine("Frames", Grouped(frames));
-    if (info.rate != 0) PrintLine("Duration", DescribeDuration(frames, info.rate));
+    if (info.rate != 0) PrintLine("Duration", DescribeDuration(frames, info.rate, timeFormat));
   }
   if (layout.hasData) {
     PrintLine("Data", Bytes(layout.dataBytes) + " at offset " + Grouped(layout.dataStart));
@@ -128,7 +137,8 @@ void PrintInfo(const FileInfo& info) {
     PrintLine("Data", Bytes(info.audio.frames * info.audio.format.FrameBytes()) + " at offset " +
                           Grouped(info.audio.dataStart));
   }
-  PrintLine("File", Bytes(layout.fileBytes));
+  PrintLine("File",
+            Bytes(layout.fileBytes) + (AreNumbersDressed() ? ", " + ShortSize(layout.fileBytes) : ""));
   std::printf("  Chunks\n");
   PrintChunk(layout.form, 0);
   for (const std::string& note : layout.notes) PrintLine("Note", note);
@@ -197,17 +207,33 @@ void WriteInfo(JsonWriter* json, const FileInfo& info) {
 }
 
 int Run(const Arguments& arguments) {
-  if (arguments.Files().empty()) {
+  if (arguments.Operands().empty()) {
     ReportUsage("info", "no file is given");
     return kExitUsage;
   }
   const bool asJson = arguments.Has("json");
+  const auto language = arguments.Value("lang");
+  if (language && !qntool::UseLanguage(*language)) {
+    ReportUsage("info", "unknown language " + Quoted(*language));
+    return kExitUsage;
+  }
+  // What another program reads is dressed for nobody.
+  if (language && !asJson) DressNumbers();
+  std::optional<_qnposfmt> timeFormat;
+  if (language || arguments.Has("time-format")) {
+    std::string mistake;
+    timeFormat = ReadTimeFormat(arguments, arguments.Value("time-format").value_or("time"), &mistake);
+    if (!timeFormat) {
+      ReportUsage("info", mistake);
+      return kExitUsage;
+    }
+  }
   JsonWriter json;
   json.BeginArray();
   bool failed = false;
   bool damaged = false;
   bool first = true;
-  for (const std::string& name : arguments.Files()) {
+  for (const std::string& name : arguments.Operands()) {
     FileInfo info;
     if (!Inspect(name, &info)) {
       failed = true;
@@ -218,7 +244,7 @@ int Run(const Arguments& arguments) {
       WriteInfo(&json, info);
     } else {
       if (!first) std::printf("\n");
-      PrintInfo(info);
+      PrintInfo(info, timeFormat ? &*timeFormat : nullptr);
     }
     first = false;
   }

@@ -7,8 +7,8 @@
 #include <span>
 #include <string_view>
 
+#include "tools/common/options.h"
 #include "tools/qnwave/command.h"
-#include "tools/qnwave/options.h"
 #include "tools/qnwave/report.h"
 
 namespace qnwave {
@@ -20,16 +20,6 @@ void PrintOverview() {
   std::printf("Usage: qnwave COMMAND [OPTIONS] FILE...\n\nCommands:\n");
   for (const Command* command : kCommands) std::printf("  %-10s%s\n", command->name, command->summary);
   std::printf("\n'qnwave COMMAND --help' tells more, 'qnwave --version' the version, 'man qnwave' all.\n");
-}
-
-int RunCommand(const Command& command, std::span<char* const> words) {
-  const auto arguments = Arguments::Parse(command, words);
-  if (!arguments) return kExitUsage;
-  if (arguments->Has("help")) {
-    PrintHelp(command);
-    return kExitOk;
-  }
-  return command.run(*arguments);
 }
 
 int Run(std::span<char* const> words) {
@@ -53,20 +43,15 @@ int Run(std::span<char* const> words) {
   return kExitUsage;
 }
 
-// What was printed must have arrived: a full disk behind the output is a failure too.
-int Finish(int exitCode) {
-  if (std::fflush(stdout) == 0 && !std::ferror(stdout)) return exitCode;
-  ReportError("", "the output could not be written");
-  return exitCode == kExitOk ? kExitFailed : exitCode;
-}
-
 }  // namespace
 }  // namespace qnwave
+
+const char qntool::kProgram[] = "qnwave";
 
 int main(int count, char** words) try {
   // A limit on the size of files shows as a failed write, which is reported and tidied up after.
   signal(SIGXFSZ, SIG_IGN);
-  return qnwave::Finish(qnwave::Run({words + 1, static_cast<size_t>(count > 0 ? count - 1 : 0)}));
+  return qntool::FinishOutput(qnwave::Run({words + 1, static_cast<size_t>(count > 0 ? count - 1 : 0)}));
 } catch (const std::bad_alloc&) {
   qnwave::ReportError("", E_OUTOFMEMORY);
   return qnwave::kExitFailed;

@@ -5,12 +5,12 @@
 
 #include "qn/audio/qnwaveformat.h"
 #include "qn/settings/qnstatus.h"
+#include "tools/common/options.h"
 #include "tools/qnwave/command.h"
 #include "tools/qnwave/describe.h"
 #include "tools/qnwave/header_repair.h"
 #include "tools/qnwave/interrupt.h"
 #include "tools/qnwave/layout.h"
-#include "tools/qnwave/options.h"
 #include "tools/qnwave/report.h"
 
 namespace qnwave {
@@ -179,7 +179,7 @@ int Repair(const std::string& name, const RepairOptions& options, Container cont
 }
 
 int Run(const Arguments& arguments) {
-  if (arguments.Files().empty()) {
+  if (arguments.Operands().empty()) {
     ReportUsage("repair", "no file is given");
     return kExitUsage;
   }
@@ -187,7 +187,7 @@ int Run(const Arguments& arguments) {
   Container container = Container::kUnknown;
   if (!ReadOptions(arguments, &options, &container)) return kExitUsage;
   int worst = kExitOk;
-  for (const std::string& name : arguments.Files()) {
+  for (const std::string& name : arguments.Operands()) {
     const int result = Repair(name, options, container, arguments);
     // A failure outweighs damage that a dry run found.
     if (worst != kExitFailed && result != kExitOk) worst = result;

@@ -2,7 +2,6 @@
 
 #include <cstdio>
 
-#include "qn/platform/text.h"
 #include "qn/settings/qnerror.h"
 #include "qn/settings/qnstatus.h"
 
@@ -41,47 +40,7 @@ constexpr StatusRow kStatusRows[] = {
     {QN_E_ALREADY_EXISTS, "It exists already."},
 };
 
-void PrintLine(const char* kind, std::string_view file, std::string_view text) {
-  std::string line = "qnwave: ";
-  if (!file.empty()) line += Shown(file) + ": ";
-  line += kind;
-  line += text;
-  line += '\n';
-  // One call, so that lines of several processes do not mix.
-  std::fwrite(line.data(), 1, line.size(), stderr);
-}
-
 }  // namespace
-
-std::string Shown(std::string_view text) {
-  std::string result;
-  const auto escape = [&](unsigned char c) {
-    char hex[8];
-    std::snprintf(hex, sizeof(hex), "\\x%02X", c);
-    result += hex;
-  };
-  for (size_t i = 0; i < text.size();) {
-    const auto lead = static_cast<unsigned char>(text[i]);
-    const size_t length = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
-    const std::string_view character = text.substr(i, length);
-    // What does not survive the way through UTF-16 was ill-formed. U+0080 to U+009F are controls too.
-    const bool control =
-        lead < 0x20 || lead == 0x7F ||
-        (lead == 0xC2 && character.size() == 2 && static_cast<unsigned char>(character[1]) < 0xA0);
-    if (control || qn::ToUtf8(qn::FromUtf8(character)) != character) {
-      escape(lead);
-      ++i;
-    } else {
-      result += character;
-      i += length;
-    }
-  }
-  return result;
-}
-
-std::string Quoted(std::string_view text) {
-  return "'" + Shown(text) + "'";
-}
 
 const char* StatusText(HRESULT status) {
   for (const StatusRow& row : kStatusRows) {
@@ -100,21 +59,7 @@ HRESULT SystemStatus(HRESULT fallback) {
 void ReportError(std::string_view file, HRESULT status, std::string_view sentence) {
   char code[16];
   std::snprintf(code, sizeof(code), " (0x%08X)", static_cast<unsigned>(status));
-  PrintLine("", file, std::string(sentence.empty() ? StatusText(status) : sentence) + code);
-}
-
-void ReportError(std::string_view file, std::string_view sentence) {
-  PrintLine("", file, sentence);
-}
-
-void ReportWarning(std::string_view file, std::string_view sentence) {
-  PrintLine("warning: ", file, sentence);
-}
-
-void ReportUsage(std::string_view command, std::string_view mistake) {
-  PrintLine("", command, mistake);
-  const std::string help = command.empty() ? "qnwave --help" : "qnwave " + std::string(command) + " --help";
-  std::fprintf(stderr, "Try '%s'.\n", help.c_str());
+  ReportError(file, std::string(sentence.empty() ? StatusText(status) : sentence) + code);
 }
 
 void ReportOpenError(std::string_view file) {

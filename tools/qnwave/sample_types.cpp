@@ -1,10 +1,13 @@
 #include "tools/qnwave/sample_types.h"
 
-#include "tools/qnwave/options.h"
+#include "tools/common/options.h"
 #include "tools/qnwave/report.h"
 
 namespace qnwave {
 namespace {
+
+using qntool::ParseNumber;
+using qntool::Split;
 
 constexpr SampleTypeRow kRows[] = {
     {QNST_PCM8U, "u8", "8-bit unsigned integer", QNST_PCM8U},

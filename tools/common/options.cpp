@@ -1,12 +1,12 @@
-#include "tools/qnwave/options.h"
+#include "tools/common/options.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
 
-#include "tools/qnwave/report.h"
+#include "tools/common/report.h"
 
-namespace qnwave {
+namespace qntool {
 namespace {
 
 constexpr Option kHelp = {"help", nullptr, "show this help and exit"};
@@ -49,6 +49,16 @@ void PrintOption(const Option& option) {
   PrintWrapped(option.help, kColumn, kColumn);
 }
 
+void PrintHelp(const Command& command) {
+  std::printf("Usage: %s [OPTIONS] %s\n\n", ProgramAnd(command.name).c_str(), command.operands);
+  PrintWrapped(command.summary, 0, 0);
+  std::putchar('\n');
+  PrintWrapped(command.details, 0, 0);
+  std::printf("\nOptions:\n");
+  for (const Option& option : command.options) PrintOption(option);
+  PrintOption(kHelp);
+}
+
 }  // namespace
 
 std::optional<Arguments> Arguments::Parse(const Command& command, std::span<char* const> words) {
@@ -56,8 +66,10 @@ std::optional<Arguments> Arguments::Parse(const Command& command, std::span<char
   bool optionsEnded = false;
   for (size_t i = 0; i < words.size(); ++i) {
     const std::string_view word = words[i];
-    if (optionsEnded || word.substr(0, 1) != "-" || word == "-") {
-      arguments.files_.emplace_back(word);
+    const bool isNegative = word.size() > 1 && (word[1] == '.' || (word[1] >= '0' && word[1] <= '9'));
+    if (optionsEnded || word.substr(0, 1) != "-" || word == "-" || isNegative) {
+      arguments.operands_.emplace_back(word);
+      optionsEnded |= command.optionsFirst;
       continue;
     }
     if (word == "--") {
@@ -88,25 +100,30 @@ std::optional<Arguments> Arguments::Parse(const Command& command, std::span<char
       ReportUsage(command.name, "option --" + std::string(name) + " takes no value");
       return std::nullopt;
     }
-    arguments.values_[option->name] = value;
+    arguments.values_.emplace(option->name, value);
   }
   return arguments;
 }
 
 std::optional<std::string_view> Arguments::Value(std::string_view name) const {
-  const auto found = values_.find(name);
-  if (found == values_.end()) return std::nullopt;
-  return found->second;
+  const auto values = Values(name);
+  if (values.empty()) return std::nullopt;
+  return values.back();
 }
 
-void PrintHelp(const Command& command) {
-  std::printf("Usage: qnwave %s [OPTIONS] %s\n\n", command.name, command.operands);
-  PrintWrapped(command.summary, 0, 0);
-  std::putchar('\n');
-  PrintWrapped(command.details, 0, 0);
-  std::printf("\nOptions:\n");
-  for (const Option& option : command.options) PrintOption(option);
-  PrintOption(kHelp);
+std::vector<std::string_view> Arguments::Values(std::string_view name) const {
+  std::vector<std::string_view> values;
+  const auto [begin, end] = values_.equal_range(name);
+  for (auto at = begin; at != end; ++at) values.push_back(at->second);
+  return values;
+}
+
+int RunCommand(const Command& command, std::span<char* const> words) {
+  const auto arguments = Arguments::Parse(command, words);
+  if (!arguments) return kExitUsage;
+  if (!arguments->Has("help")) return command.run(*arguments);
+  PrintHelp(command);
+  return kExitOk;
 }
 
 std::vector<std::string_view> Split(std::string_view text, char separator) {
@@ -119,4 +136,4 @@ std::vector<std::string_view> Split(std::string_view text, char separator) {
   }
 }
 
-}  // namespace qnwave
+}  // namespace qntool

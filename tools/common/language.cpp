@@ -1,0 +1,23 @@
+#include "tools/common/language.h"
+
+#include "qn/platform/locale.h"
+#include "qn/platform/text.h"
+#include "qn/text/qnlang.h"
+#include "qn/text/qnprint.h"
+
+namespace qntool {
+
+void UseLanguageOfEnvironment() {
+  // The labels among the default tokens come in the library's language, so that is set first.
+  _QnLang_UpdateKernelOnlyLCID(GetUserDefaultUILanguage());
+  QnLang_GetInternationals(nullptr, 0);
+}
+
+bool UseLanguage(std::string_view name) {
+  const LCID lcid = LocaleNameToLCID(qn::FromUtf8(name).c_str(), 0);
+  if (lcid == 0 || !SetUserDefaultLCID(lcid)) return false;
+  UseLanguageOfEnvironment();
+  return true;
+}
+
+}  // namespace qntool

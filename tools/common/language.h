@@ -1,0 +1,14 @@
+// The language of the library's texts and the dress of its numbers, as a user of a tool asks for them.
+#pragma once
+
+#include <string_view>
+
+namespace qntool {
+
+// Takes a language by its name, "de", "pt-BR" or "zh_TW". False, with nothing changed, for an unknown one.
+bool UseLanguage(std::string_view name);
+
+// Takes the language of the environment (LC_ALL, LC_MESSAGES, LC_NUMERIC, LANG).
+void UseLanguageOfEnvironment();
+
+}  // namespace qntool

@@ -1,0 +1,76 @@
+#include "tools/common/report.h"
+
+#include <cstdio>
+
+#include "qn/platform/text.h"
+#include "tools/common/options.h"
+
+namespace qntool {
+namespace {
+
+void PrintLine(const char* kind, std::string_view subject, std::string_view text) {
+  std::string line = std::string(kProgram) + ": ";
+  if (!subject.empty()) line += Shown(subject) + ": ";
+  line += kind;
+  line += text;
+  line += '\n';
+  // One call, so that lines of several processes do not mix.
+  std::fwrite(line.data(), 1, line.size(), stderr);
+}
+
+}  // namespace
+
+std::string ProgramAnd(std::string_view command) {
+  return std::string(kProgram) + (command.empty() ? "" : " ") + std::string(command);
+}
+
+std::string Shown(std::string_view text) {
+  std::string result;
+  const auto escape = [&](unsigned char c) {
+    char hex[8];
+    std::snprintf(hex, sizeof(hex), "\\x%02X", c);
+    result += hex;
+  };
+  for (size_t i = 0; i < text.size();) {
+    const auto lead = static_cast<unsigned char>(text[i]);
+    const size_t length = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+    const std::string_view character = text.substr(i, length);
+    // What does not survive the way through UTF-16 was ill-formed. U+0080 to U+009F are controls too.
+    const bool control =
+        lead < 0x20 || lead == 0x7F ||
+        (lead == 0xC2 && character.size() == 2 && static_cast<unsigned char>(character[1]) < 0xA0);
+    if (control || qn::ToUtf8(qn::FromUtf8(character)) != character) {
+      escape(lead);
+      ++i;
+    } else {
+      result += character;
+      i += length;
+    }
+  }
+  return result;
+}
+
+std::string Quoted(std::string_view text) {
+  return "'" + Shown(text) + "'";
+}
+
+void ReportError(std::string_view subject, std::string_view sentence) {
+  PrintLine("", subject, sentence);
+}
+
+void ReportWarning(std::string_view subject, std::string_view sentence) {
+  PrintLine("warning: ", subject, sentence);
+}
+
+void ReportUsage(std::string_view command, std::string_view mistake) {
+  PrintLine("", command, mistake);
+  std::fprintf(stderr, "Try '%s --help'.\n", ProgramAnd(command).c_str());
+}
+
+int FinishOutput(int exitCode) {
+  if (std::fflush(stdout) == 0 && !std::ferror(stdout)) return exitCode;
+  ReportError("", "the output could not be written");
+  return exitCode == kExitOk ? kExitFailed : exitCode;
+}
+
+}  // namespace qntool

@@ -1,0 +1,32 @@
+// What a tool says on its error output: one line each, "TOOL: subject: sentence".
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace qntool {
+
+// The name of the tool; each tool defines it.
+extern const char kProgram[];
+
+// "qnwave info", for usage lines; the tool alone for an empty command.
+std::string ProgramAnd(std::string_view command);
+
+// A text made fit for a terminal and a log: control characters and ill-formed UTF-8 become \xNN.
+std::string Shown(std::string_view text);
+
+// The same between single quotes.
+std::string Quoted(std::string_view text);
+
+// The subject, a file for example, may be empty.
+void ReportError(std::string_view subject, std::string_view sentence);
+void ReportWarning(std::string_view subject, std::string_view sentence);
+
+// A mistake on the command line, with the way to the help. `command` may be empty.
+void ReportUsage(std::string_view command, std::string_view mistake);
+
+// The exit code at the end of a run: what was printed must have arrived, a full disk behind the output is a
+// failure too.
+int FinishOutput(int exitCode);
+
+}  // namespace qntool
