@@ -47,7 +47,7 @@ constexpr int _MBC_TRAIL = 2;   // the second of two
 constexpr int _MBC_ILLEGAL = -1;
 
 // What a byte is in the code page of _getmbcp when the byte in front of it was of `previousType`: behind
-// _MBC_LEAD a trail byte or illegal, otherwise single, lead or illegal.
+// _MBC_LEAD a trail byte or illegal, otherwise single, lead or illegal. Control characters are illegal.
 QN_API int _mbbtype(BYTE byte, int previousType);
 
 // One guess of DetectInputCodepage.
@@ -91,6 +91,8 @@ constexpr LCTYPE LOCALE_SENGCOUNTRY = 0x1002;      // "Germany"
 
 // Copies a locale's item with terminator to `text` of `size` characters and returns the characters copied;
 // with `size` 0 the characters needed. 0 on failure: last error 122 too small, 87 an unknown locale or item.
+// Names that are not English are in the language of the user interface. 0 stands for the user's locale, and a
+// language without a sublanguage for its most likely region; separators are those of the digits 0 to 9.
 QN_API int GetLocaleInfoW(LCID locale, LCTYPE item, WCHAR* text, int size);
 
 // The user's locale: the one set, else the environment's (LC_ALL, LC_NUMERIC, LANG); "C" and "POSIX" are
@@ -100,39 +102,43 @@ QN_API LCID GetSystemDefaultLCID();
 QN_API LANGID GetUserDefaultUILanguage();
 
 // Sets the user's locale (and with it the user-interface language) for the process by an LCID; 0 goes back to
-// the environment's. False, with no change, for one that is not known. A host then calls
-// QnLang_GetInternationals(nullptr, 0), which takes the new values over; no other thread may be formatting.
+// the environment's, whose variables are read at the first use of a locale and here. False, with no change,
+// for one that is not known. A host then calls QnLang_GetInternationals(nullptr, 0), which takes the new
+// values over; no other thread may be formatting.
 QN_API BOOL SetUserDefaultLCID(LCID locale);
 
 // Replaces one item of the user's locale, as a user does who wants other separators; null takes the
 // replacement back. SetUserDefaultLCID takes all of them back. False for an unknown item or a text of more
-// than 15 characters.
+// than 15 characters. No other thread may be formatting.
 QN_API BOOL SetUserLocaleItem(LCTYPE item, const WCHAR* text);
 
-// The LCID of a BCP 47 or POSIX locale name ("de", "pt-BR", "zh_TW.UTF-8"), or 0 for an unknown one.
+// The LCID of a BCP 47 or POSIX locale name ("de", "pt-BR", "zh_TW.UTF-8"), or 0 for an unknown one. It
+// always has a region: the most likely one for a language alone, and for a region without an LCID of its own.
+// Null is the user's locale. `flags` is not used.
 QN_API LCID LocaleNameToLCID(const WCHAR* name, DWORD flags);
 
-// The calling thread's locale, the user's until set.
+// The calling thread's locale, the user's until set and after setting 0. False for an unknown one.
 QN_API LCID GetThreadLocale();
 QN_API BOOL SetThreadLocale(LCID locale);
 
-// Sets the thread's user-interface language and returns the one before.
+// Sets the thread's user-interface language and returns the one before, the user's until set; 0 goes back to
+// that.
 QN_API LANGID InitMUILanguage(LANGID language);
 
 struct NUMBERFMTW {
   UINT NumDigits;        // decimals, 0 to 9; the value is rounded to them, halves away from zero
   UINT LeadingZero;      // nonzero: a 0 in front of the decimal separator
-  UINT Grouping;         // digits a group, 0 for none; 32: groups of two in front of one of three
-  WCHAR* lpDecimalSep;   //
+  UINT Grouping;         // digits a group to 9, 0 for none; 32: groups of two in front of one of three
+  WCHAR* lpDecimalSep;   // of any length; null is empty
   WCHAR* lpThousandSep;  //
   UINT NegativeOrder;    // 0 "(1.1)", 1 "-1.1", 2 "- 1.1", 3 "1.1-", 4 "1.1 -"
 };
 
 // Writes `value`, digits with an optional "-" in front and an optional ".", in the dress that `format` tells,
 // with the negative sign of `locale`. Leading zeros of the value fall away; a minus sign stays also in front
-// of zeros. Returns the characters with terminator; with `size` 0 those needed. 0 on failure: last error 122
-// too small, 87 a character that is no digit, a null format, or one out of range. `flags` must be 0. No
-// allocation for LOCALE_USER_DEFAULT.
+// of zeros. `text` must not overlap `value`. Returns the characters with terminator; with `size` 0 those
+// needed. 0 on failure: last error 122 too small (nothing is written), 87 a character that is no digit, no
+// digit, a null format, or one out of range. `flags` must be 0. No allocation for LOCALE_USER_DEFAULT.
 QN_API int GetNumberFormatW(LCID locale, DWORD flags, const WCHAR* value, const NUMBERFMTW* format,
                             WCHAR* text, int size);
 
@@ -147,8 +153,10 @@ constexpr DWORD FORMAT_MESSAGE_FROM_STRING = 0x00000400;
 // Fills the inserts of `source`: %1 to %99 (a wide string, or as told by a printf format between "!"s behind
 // it: "%1!d!"), %% %n %r %t %b %. %! and "% ", %0 ends the text; a line end becomes "\r\n". Each argument
 // takes one 64-bit slot of `*arguments`, of which as many are read as the highest insert asks for. Returns
-// the characters without terminator; 0 with an empty text, and last error 122, when it does not fit in
-// `size`. `flags` must be FORMAT_MESSAGE_FROM_STRING; `messageId` and `language` are not used.
+// the characters without terminator. A printf format has a type of d i u o x X c s S, flags, width, precision
+// (each may be "*", which takes an insert in front of the value's) and a size of hh h l ll w I I32 I64. 0
+// with an empty text on failure: last error 122 when it does not fit in `size`, 87 a bad format or argument,
+// 8 no memory. `flags` must be FORMAT_MESSAGE_FROM_STRING; `messageId` and `language` are not used.
 QN_API DWORD FormatMessageW(DWORD flags, const WCHAR* source, DWORD messageId, DWORD language, WCHAR* text,
                             DWORD size, va_list* arguments);
 
