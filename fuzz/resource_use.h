@@ -34,27 +34,32 @@ class NameArgument {
   std::u16string text_;
 };
 
-// Asks a version block of the exact size for its parts.
-inline void UseVersion(const uint8_t* data, size_t size) {
-  const std::unique_ptr<uint8_t[]> block(new uint8_t[size]);
-  std::memcpy(block.get(), data, size);
-  if (size < 2) return;
-  const auto length = static_cast<WORD>(size < 0xFFFF ? size : 0xFFFF);
-  if (qn::ReadUnaligned<WORD>(data) > length) std::memcpy(block.get(), &length, 2);
+// Asks a version block for its parts, all of which lie in the `room` bytes from its start.
+inline void UseVersionBlock(const uint8_t* block, size_t room) {
   for (const WCHAR* const path :
        {W("\\"), W("\\VarFileInfo\\Translation"), W("\\StringFileInfo\\040904B0\\ProductName"),
         W("\\StringFileInfo\\040904B0\\Odd"), W("\\StringFileInfo\\040904B0\\Empty"),
         W("\\StringFileInfo")}) {
     void* value;
     UINT units;
-    if (!VerQueryValueW(block.get(), path, &value, &units)) continue;
-    const auto place = static_cast<size_t>(static_cast<uint8_t*>(value) - block.get());
-    Require(place + units <= size, "a part of a version beyond its block");
+    if (!VerQueryValueW(block, path, &value, &units)) continue;
+    const auto place = static_cast<size_t>(static_cast<uint8_t*>(value) - block);
+    Require(place + units <= room, "a part of a version beyond its block");
     // The sanitizer sees a read beyond the block.
     volatile uint8_t sum = 0;
     for (UINT i = 0; i < units; ++i) sum = sum ^ block[place + i];
-    if (units == 0) Require(qn::ReadUnaligned<WORD>(block.get() + place) == 0, "an empty value without end");
+    if (units == 0) Require(qn::ReadUnaligned<WORD>(block + place) == 0, "an empty value without end");
   }
+}
+
+// The same in a copy of the exact size, whose first length is made to fit as GetFileVersionInfoW does.
+inline void UseVersion(const uint8_t* data, size_t size) {
+  if (size < 2) return;
+  const std::unique_ptr<uint8_t[]> block(new uint8_t[size]);
+  std::memcpy(block.get(), data, size);
+  const auto length = static_cast<WORD>(size < 0xFFFF ? size : 0xFFFF);
+  if (qn::ReadUnaligned<WORD>(data) > length) std::memcpy(block.get(), &length, 2);
+  UseVersionBlock(block.get(), size);
 }
 
 // Walks the image and finds each record again; returns their number.
@@ -66,7 +71,10 @@ inline size_t UseResources(const uint8_t* image, size_t size) {
   for (qn::ResourceRecord record; walk.Next(&record) && count < 64; ++count) {
     Require(record.data >= image && record.data + record.dataSize <= image + size, "data beyond the image");
     const NameArgument type(record.type), name(record.name);
-    if (record.type.id == 16) UseVersion(record.data, record.dataSize);
+    if (record.type.id == 16) {
+      UseVersion(record.data, record.dataSize);
+      if (record.dataSize > 0) UseVersionBlock(record.data, static_cast<size_t>(image + size - record.data));
+    }
     if (!type.LeadsBack() || (record.name.text && !name.LeadsBack())) continue;
     const HRSRC found = FindResourceExW(module, type, name, record.language);
     Require(found, "a record that cannot be found");

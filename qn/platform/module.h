@@ -86,9 +86,9 @@ QN_API BOOL GetFileVersionInfoW(const WCHAR* path, DWORD handle, DWORD size, voi
 // Finds a part of a version block by path, ignoring case: "\\" the fixed record, "\\VarFileInfo\\Translation"
 // the pairs of language and code page, "\\StringFileInfo\\040904B0\\ProductName" a text. `*value` points into
 // the block, `*length` counts bytes, for texts characters with terminator; an empty value points at a zero
-// character. Every length in the block is checked against `GlobalSize` of the block if that knows it, else
-// against the block's own first length. False, with null and 0, for what is not there (1813), a damaged block
-// (1812) or a null argument (87).
+// character. Every length in the block is checked against the block's own first length, which
+// GetFileVersionInfoW never lets pass its end, and for a locked resource against its image too. False, with
+// null and 0, for what is not there (1813), a damaged block (1812) or a null argument (87).
 QN_API BOOL VerQueryValueW(const void* block, const WCHAR* path, void** value, UINT* length);
 
 }  // namespace qnplatform

@@ -7,7 +7,6 @@
 
 #include "qn/platform/error_internal.h"
 #include "qn/platform/file.h"
-#include "qn/platform/memory.h"
 #include "qn/platform/module_internal.h"
 #include "qn/platform/text.h"
 
@@ -142,7 +141,7 @@ BOOL GetFileVersionInfoW(const WCHAR* path, DWORD, DWORD size, void* block) try 
   if (version.Size() < kNodeHeader) return FailWith(ERROR_RESOURCE_DATA_NOT_FOUND);
   if (size < version.Size()) return FailWith(ERROR_INSUFFICIENT_BUFFER);
   std::memcpy(block, version.Data(), version.Size());
-  // A block that VerQueryValueW cannot ask for its size is known by its first length alone.
+  // VerQueryValueW knows the block's size by this length alone.
   const WORD length = static_cast<WORD>(std::min<DWORD>(ReadUnaligned<WORD>(version.Data()), version.Size()));
   std::memcpy(block, &length, sizeof(length));
   return TRUE;
@@ -155,8 +154,10 @@ BOOL VerQueryValueW(const void* block, const WCHAR* path, void** value, UINT* le
   *value = nullptr;
   *length = 0;
   const auto* const bytes = static_cast<const uint8_t*>(block);
-  const HGLOBAL handle = GlobalHandle(block);
-  const uint64_t limit = handle ? GlobalSize(handle) : ReadUnaligned<WORD>(bytes);
+  // A resource that is asked where it lies ends with its image.
+  const qn::ResourceImage image = qn::FindImageOf(block);
+  const uint64_t room = image.bytes ? image.size - static_cast<uint64_t>(bytes - image.bytes) : UINT64_MAX;
+  const uint64_t limit = room < sizeof(WORD) ? 0 : std::min<uint64_t>(room, ReadUnaligned<WORD>(bytes));
   VersionNode node;
   if (!ReadNode(bytes, 0, limit, &node)) return FailWith(ERROR_RESOURCE_DATA_NOT_FOUND);
   for (std::u16string_view left = path; !left.empty();) {

@@ -33,7 +33,7 @@ TEST(Module, IsFoundByAddressNameAndPath) {
   const HMODULE executable = GetModuleHandleW(nullptr);
   ASSERT_TRUE(executable);
   EXPECT_EQ(executable, ModuleFromAddress(test_platform_resources));
-  const HMODULE library = ModuleFromAddress(reinterpret_cast<const void*>(&std::qsort));
+  const HMODULE library = ModuleFromAddress(reinterpret_cast<const void*>(&std::quick_exit));
   EXPECT_NE(library, executable);
   EXPECT_EQ(library, GetModuleHandleW(W("libc.so.6")));
   WCHAR path[1024];
@@ -154,7 +154,7 @@ void Append(qntest::Bytes* image, DWORD dataSize, DWORD headerSize, const Words&
   image->resize(start + size);
   std::memcpy(image->data() + start, &dataSize, 4);
   std::memcpy(image->data() + start + 4, &headerSize, 4);
-  std::memcpy(image->data() + start + 8, names.data(), 2 * names.size());
+  if (!names.empty()) std::memcpy(image->data() + start + 8, names.data(), 2 * names.size());
 }
 
 TEST(Resource, WalkPassesDamagedRecordsAndEndsAtWrongSizes) {
