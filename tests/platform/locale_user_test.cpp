@@ -127,6 +127,9 @@ TEST_F(LocaleTest, TheUsersLocale) {
   EXPECT_EQ(Item(0x041D, LOCALE_SNEGATIVESIGN), "~");
   EXPECT_TRUE(SetUserLocaleItem(LOCALE_SNEGATIVESIGN, nullptr));
   EXPECT_EQ(Number(dress, u"-1"), u"\u22121.00");
+  EXPECT_TRUE(SetUserLocaleItem(LOCALE_SDECIMAL, u"~"));
+  EXPECT_TRUE(SetUserDefaultLCID(0x041D));
+  EXPECT_EQ(Item(0x041D, LOCALE_SDECIMAL), ",");
 
   EXPECT_EQ(InitMUILanguage(0x0411), 0x041D);
   EXPECT_TRUE(SetThreadLocale(0x0011));
@@ -223,6 +226,7 @@ TEST_F(LocaleTest, Comparison) {
   EXPECT_EQ(lstrcmpW(u"\u00E9", u"e\u0301"), 0);
   EXPECT_EQ(lstrcmpiW(u"SMPTE.Whole \u00C4", u"smpte.wHOLE \u00E4"), 0);
   EXPECT_NE(lstrcmpiW(u"か", u"カ"), 0) << "only case is ignored";
+  EXPECT_NE(lstrcmpiW(u"a", u"a\u0001"), 0);
   EXPECT_EQ(lstrcmpiW(nullptr, nullptr), 0);
   // The short way of ASCII texts against the collator.
   UErrorCode error = U_ZERO_ERROR;
@@ -315,16 +319,17 @@ TEST_F(LocaleTest, Messages) {
       {u"%2 of %1", u"two of one"},
       {u"a\nb\r\nc\rd%ne%rf%tg%bh% i%.%!%%%x%", u"a\r\nb\r\nc\rd\r\ne\rf\tg h i.!%x%"},
       {u"%1%0%2", u"one"},
-      {u"[%3!d!|%3!+06d!|%3!-6i!|%3!x!|%3!#X!|%3!o!|%3!u!|%3!.4d!]",
-       u"[-42|-00042|-42   |ffffffd6|0XFFFFFFD6|37777777726|4294967254|-0042]"},
-      {u"[%4!I64d!|%4!ld!|%4!hhu!|%4!llX!|%4!hd!]", u"[4294967401|105|105|100000069|105]"},
+      {u"[%3!d!|%3!+06d!|%3!-6i!|%3!x!|%3!#X!|%3!o!|%3!u!|%3!08.4d!]",
+       u"[-42|-00042|-42   |ffffffd6|0XFFFFFFD6|37777777726|4294967254|   -0042]"},
+      {u"[%4!I64d!|%4!ld!|%4!hhu!|%4!llX!|%4!hd!]", u"[4295098217|130921|105|10001FF69|-151]"},
       {u"[%1!5s!|%1!-5s!|%1!.2s!|%5!*.*s!|%8!S!|%4!c!|%4!C!|%9!4s!]",
-       u"[  one|one  |on|    wo|n\u00E4rrow|i|i|(null)]"},
+       u"[  one|one  |on|    wo|n\u00E4rrow|\uFF69|i|(null)]"},
+      {u"%3!*d!|", u"130921                                    |"},
       {u"[%10!.0d!|%10!#o!|%10!#x!|%10!+d!|%10! d!]", u"[|0|0|+0| 0]"},
   };
   WCHAR text[128];
   for (const auto& row : kRows) {
-    const DWORD length = Message(row.source, text, 128, u"one", u"two", -42, 0x100000069LL, 6, 2, u"wooden",
+    const DWORD length = Message(row.source, text, 128, u"one", u"two", -42, 0x10001FF69LL, 6, 2, u"wooden",
                                  "n\xC3\xA4rrow", nullptr, 0);
     EXPECT_EQ(std::u16string(text, length), row.text);
   }
