@@ -2,6 +2,7 @@
 
 #include "qn/text/qnnumber_internal.h"
 #include "qn/text/qnprint.h"
+#include "qn/text/qnprint_internal.h"
 #include "qn/text/qntimetext_internal.h"
 
 namespace {
@@ -65,7 +66,7 @@ bool FitsRow(const WCHAR* text, const Row& row) {
       ++text;
     } else if (lead == '$' && *text == '(' && !qn::IsDigit(text[1]) && !IsOneOf(W("-."), text[1])) {
       ++text;
-      for (int i = 0; i < 260 && *text && *text != ')'; ++i) ++text;  // a token's name
+      for (int i = 0; i < qn::kLongestTokenName && *text && *text != ')'; ++i) ++text;
     } else {
       while (*text && !IsOneOf(W("!&*,:EGXcdefgiosuxz"), *text)) ++text;
       if (*text == 's') return false;
