@@ -5,13 +5,25 @@
 // QNKERNEL_USER_REGISTRY and QNKERNEL_MACHINE_REGISTRY and the function SetRegistryFile name others.
 //
 // Every write is one transaction, durable when it is reported as done: a process killed at any moment, or a
-// full disk, leaves the old or the new value. Processes and threads may write at once; one that waits for the
-// others longer than ten seconds gets ERROR_BUSY. A database that turns out to be damaged is set aside under
-// another name, reported through GetRegistryDamage, and replaced by an empty one; it is never overwritten.
+// full disk (ERROR_DISK_FULL), leaves the old or the new value. Processes and threads may write at once; one
+// that waits for the others longer than ten seconds gets ERROR_BUSY. A process may fork with keys open.
 //
-// Key names are separated by `\`, hold up to 255 characters each, and like value names compare without
-// regard to case in ASCII letters; they keep the case of their creation. All functions return ERROR_SUCCESS
-// or an error number.
+// A database is made, with its folders, by the first write. One that turns out to be damaged is set aside as
+// `<name>.damaged-<n>`, reported through GetRegistryDamage, and replaced by an empty one; it is never
+// overwritten. Open keys outlive that: they read as empty and are made anew by the next write to them. A
+// damaged database in a folder without rights gives ERROR_BADDB, one of a newer version of the library
+// ERROR_ACCESS_DENIED.
+//
+// Key names are separated by `\`, of which doubled, leading and trailing ones count for nothing. They hold up
+// to 255 characters each in up to 512 levels, names of values up to 16,383, values up to 64 MiB; beyond that
+// is ERROR_INVALID_PARAMETER. Names compare without regard to case in ASCII letters and keep the case of
+// their creation.
+//
+// All functions return ERROR_SUCCESS or an error number, and leave the last error alone. A handle that is no
+// open key gives ERROR_INVALID_HANDLE, a key that was deleted under its handle ERROR_KEY_DELETED, one that
+// was opened without the right asked for ERROR_ACCESS_DENIED: reading and enumerating values takes bit 0,
+// writing and deleting values bit 1, making subkeys bit 2, enumerating subkeys bit 3 of the access. A hive's
+// handle has all rights.
 #pragma once
 
 #include "qn/platform/types.h"
@@ -57,28 +69,32 @@ QN_API LSTATUS RegCreateKeyW(HKEY key, const WCHAR* subKey, HKEY* result);
 // Closes a key; a hive is left alone.
 QN_API LSTATUS RegCloseKey(HKEY key);
 
-// Reads a value; a null or empty name is the key's default value. `type`, `data` and `size` may be null,
-// `data` only with or without `size`: `*size` is the room in bytes and becomes the value's size.
-// ERROR_MORE_DATA, with the size needed and `data` undefined, when the room is too small;
-// ERROR_FILE_NOT_FOUND without a value.
+// Reads a value; a null or empty name is the key's default value. `type` and `data` may be null, and without
+// `data` so may `size`. `*size` is the room at `data` in bytes and becomes the value's size. Text comes as it
+// was stored, with its terminator only if that was stored. ERROR_MORE_DATA, with the size needed and `data`
+// untouched, when the room is too small; ERROR_FILE_NOT_FOUND without a value.
 QN_API LSTATUS RegQueryValueExW(HKEY key, const WCHAR* name, DWORD* reserved, DWORD* type, BYTE* data,
                                 DWORD* size);
 
-// Stores a value of any type as the bytes given. ERROR_ACCESS_DENIED for a key opened without KEY_WRITE.
+// Stores a value of any type as the `size` bytes given; `data` may be null for 0 of them.
 QN_API LSTATUS RegSetValueExW(HKEY key, const WCHAR* name, DWORD reserved, DWORD type, const BYTE* data,
                               DWORD size);
 
 // Removes a value. ERROR_FILE_NOT_FOUND without one.
 QN_API LSTATUS RegDeleteValueW(HKEY key, const WCHAR* name);
 
-// Removes a key without subkeys, with its values; ERROR_ACCESS_DENIED when it has subkeys.
+// Removes a key without subkeys, with its values; an empty `subKey` is `key` itself. ERROR_ACCESS_DENIED when
+// it has subkeys or is a hive, ERROR_FILE_NOT_FOUND without one.
 QN_API LSTATUS RegDeleteKeyW(HKEY key, const WCHAR* subKey);
 
-// Removes a key with all that is below it; with a null or empty `subKey` all that is below `key`.
+// Removes a key with all that is below it; with a null or empty `subKey` all that is below `key`, its values
+// too, and not `key` itself. ERROR_FILE_NOT_FOUND without one.
 QN_API LSTATUS RegDeleteTreeW(HKEY key, const WCHAR* subKey);
 
-// The name of the subkey or value at a position, in the order of their names. `*nameSize` is the room in
-// characters with terminator and becomes the length without it. ERROR_NO_MORE_ITEMS behind the last one.
+// The name of the subkey or value at a position, in the order of their names as capitals. `*nameSize` is the
+// room in characters with terminator and becomes the length without it. ERROR_MORE_DATA, with `*nameSize` as
+// it was, when the room is too small; ERROR_NO_MORE_ITEMS behind the last one. Keys have no class (it reads
+// as empty), and `*lastWrite` is left alone. `type`, `data` and `size` are those of RegQueryValueExW.
 QN_API LSTATUS RegEnumKeyExW(HKEY key, DWORD index, WCHAR* name, DWORD* nameSize, DWORD* reserved,
                              WCHAR* className, DWORD* classSize, void* lastWrite);
 QN_API LSTATUS RegEnumValueW(HKEY key, DWORD index, WCHAR* name, DWORD* nameSize, DWORD* reserved,
@@ -87,12 +103,12 @@ QN_API LSTATUS RegEnumValueW(HKEY key, DWORD index, WCHAR* name, DWORD* nameSize
 // Brings a hive's writes to the disk. Every write does so by itself, so this finds nothing to do.
 QN_API LSTATUS RegFlushKey(HKEY key);
 
-// Makes a hive another file for this process; null goes back to the default. Keys opened before stay on the
-// file that they were opened on.
+// Makes a hive another file for this process, which need not exist; null goes back to the default. Keys
+// opened before stay on the file that they were opened on. ERROR_INVALID_HANDLE for what is no hive.
 QN_API LSTATUS SetRegistryFile(HKEY hive, const WCHAR* path);
 
-// Copies the path to which a damaged database of the hive was set aside in this process, and returns its
-// length; 0 when none was.
+// Copies the path to which this process last set a damaged database of the hive aside, with terminator and
+// cut to a room of `size` characters, and returns its whole length; 0 when none was. `path` may be null.
 QN_API int GetRegistryDamage(HKEY hive, WCHAR* path, int size);
 
 }  // namespace qnplatform

@@ -1,0 +1,72 @@
+// The file of a hive: when it is opened, made, found to have been exchanged, or set aside.
+#pragma once
+
+#include <sys/types.h>
+
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "qn/platform/registry_database_internal.h"
+
+namespace qn {
+
+// Where the latest damaged database of a hive went; empty while there was none.
+struct RegistryDamage {
+  std::mutex mutex;
+  std::string path;
+};
+
+// Nothing is opened before the first use. Threads take turns: one connection serves them all.
+//
+// A process may fork at any time, with keys open: the connections of all stores are closed before, as SQLite
+// does not bear to be carried along, and parent and child open their own at the next use. The fork waits for
+// the writes under way. Children made without fork's handlers (vfork, posix_spawn) must exec, as ever.
+class RegistryStore {
+ public:
+  // Folders that are missing on the way to the file get `folderMode`.
+  RegistryStore(std::string path, mode_t folderMode, RegistryDamage& damage);
+  ~RegistryStore();
+  RegistryStore(const RegistryStore&) = delete;
+  RegistryStore& operator=(const RegistryStore&) = delete;
+
+  // What is done with the database, giving an error number. It can be called more than once, the last time
+  // for good, and may throw RegistryFailure.
+  using Work = std::function<DWORD(RegistryDatabase&)>;
+
+  // ERROR_FILE_NOT_FOUND without a database, which is not made.
+  DWORD Read(const Work& work);
+  // One transaction, undone when `work` fails; the database is made if need be.
+  DWORD Write(const Work& work);
+
+  // Whether a database that can be read can be written.
+  bool IsWritable();
+
+ private:
+  friend class RegistryStoreList;
+
+  struct Identity {
+    dev_t device = 0;
+    ino_t inode = 0;
+    bool operator==(const Identity&) const = default;
+  };
+
+  DWORD Run(bool write, const Work& work);
+  DWORD Attempt(bool write, const Work& work);
+  DWORD Open(bool write);
+  void OpenForReading(const std::string& file);
+  DWORD SetAside();
+  bool IsCurrent() const;
+  static Identity Identify(const std::string& path);
+
+  const std::string path_;
+  const mode_t folderMode_;
+  RegistryDamage& damage_;
+  std::mutex mutex_;
+  std::unique_ptr<RegistryDatabase> database_;
+  Identity identity_;  // of the file that was opened last
+  bool immutable_ = false;
+};
+
+}  // namespace qn
