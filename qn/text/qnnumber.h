@@ -9,7 +9,7 @@
 //
 // Sizes and rooms count characters (UTF-16 units), the terminator included; lengths do not count it. A
 // function with a size never writes beyond it and ends what it writes with a terminator; below 1, and for a
-// null text, it does nothing and gives 0. Nothing here allocates memory, sets an error or looks at the C
+// null text, it does nothing and gives 0. Nothing here reports an error or looks at the C
 // library's locale.
 #pragma once
 

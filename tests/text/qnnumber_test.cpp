@@ -216,7 +216,7 @@ TEST_F(NumberTest, DefaultsReplaceTextAndLimitsHold) {
       {W("0x"), 7, 0, 50, 7, 0},   {W(" 0xfF"), 7, 0, 500, 7, 255}, {W("0X1"), 7, 0, 50, 7, 7}};
   for (const Row& row : rows) {
     const auto check = [&row](auto read, auto expected) {
-      const auto cast = [expected](int value) { return static_cast<decltype(expected)>(value); };
+      const auto cast = [](int value) { return static_cast<decltype(expected)>(value); };
       const auto value =
           read(row.text, cast(row.defaultValue), cast(row.minimum), cast(row.maximum), nullptr);
       EXPECT_EQ(value, expected) << expected;
