@@ -116,7 +116,8 @@ TEST(Language, RecordsOfIdsTakeTheLanguageBehindAndElseEnglish) {
 TEST(Language, StringIdsAreReadOnceAndForgottenWithTheLanguage) {
   const Language language(0x407);
   const Text much(1500, W('x'));
-  AddStrings(0x409, {W("^*Save"), W("^*"), W(""), Text(W("ab\0cd"), 5), W("only"), much});
+  AddStrings(0x409,
+             {W("^*Save"), W("^*"), W(""), Text(W("ab\0cd"), 5), W("only"), much, W(""), W("7"), W("8")});
   AddStrings(0x407, {W("Sichern"), W("zwei"), W("drei"), W("^*"), W("")});
   const auto expect = [&](std::initializer_list<Text> texts) {
     for (auto id = static_cast<UINT>(16 + texts.size()); id-- > 16;) {
@@ -129,8 +130,9 @@ TEST(Language, StringIdsAreReadOnceAndForgottenWithTheLanguage) {
       }
     }
   };
-  expect({W("Save"), W(""), W(""), W("ab"), W("only"), much, W("")});  // English until the first update
-  EXPECT_EQ(language->cache->count, 4) << "empty texts are not kept";
+  // English until the first update.
+  expect({W("Save"), W(""), W(""), W("ab"), W("only"), much, W(""), W("7"), W("8")});
+  EXPECT_EQ(language->cache->count, 6) << "empty texts are not kept";
   const WCHAR* const kept = QnGetString(language, 16);
   EXPECT_TRUE(QnLang_UpdateLCID(language, 0x407));
   EXPECT_EQ(QnGetString(language, 16), kept) << "the same language keeps its texts";
@@ -177,7 +179,7 @@ TEST(Language, PlacesInTheRing) {
   }
   ASSERT_TRUE(SetAnsiCodePage(CP_UTF8));
   for (const size_t length : {0, 1, 2, 341, 342, 682, 683, 1100, 2047, 2048, 5000}) {
-    const Text text(length, W('\u20AC'));
+    const Text text = Text(length, W('\u20AC')) + W("x");
     const std::string bytes = qn::ToUtf8(text);
     language->ringPosition = 1024;  // the last place, with no more than the reserve behind it
     EXPECT_EQ(QnGetMultiByteFromPrintString(language, text.c_str()), bytes.size() < 2048 ? bytes : "");
