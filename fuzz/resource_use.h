@@ -79,7 +79,9 @@ inline size_t UseResources(const uint8_t* image, size_t size) {
     const HRSRC found = FindResourceExW(module, type, name, record.language);
     Require(found, "a record that cannot be found");
     const auto* const data = static_cast<const uint8_t*>(LockResource(LoadResource(module, found)));
-    Require(data && data <= record.data && data + SizeofResource(module, found) <= image + size,
+    // The search for the neutral language prefers the user's, wherever it is.
+    Require(data >= image && (record.language == 0 || data <= record.data) &&
+                data + SizeofResource(module, found) <= image + size,
             "a found record elsewhere");
     const auto any = [](HMODULE, const WCHAR*, const WCHAR*, WORD language, intptr_t wanted) -> BOOL {
       return language != wanted;
