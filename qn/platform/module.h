@@ -30,11 +30,12 @@ inline bool IS_INTRESOURCE(const void* name) {
   return reinterpret_cast<uintptr_t>(name) < 0x10000;
 }
 
-inline const WCHAR* const RT_MENU = MAKEINTRESOURCEW(4);
-inline const WCHAR* const RT_DIALOG = MAKEINTRESOURCEW(5);
-inline const WCHAR* const RT_STRING = MAKEINTRESOURCEW(6);
-inline const WCHAR* const RT_RCDATA = MAKEINTRESOURCEW(10);
-inline const WCHAR* const RT_VERSION = MAKEINTRESOURCEW(16);
+// Not inline: a symbol that all modules share would keep a plug-in from being unloaded.
+const WCHAR* const RT_MENU = MAKEINTRESOURCEW(4);
+const WCHAR* const RT_DIALOG = MAKEINTRESOURCEW(5);
+const WCHAR* const RT_STRING = MAKEINTRESOURCEW(6);
+const WCHAR* const RT_RCDATA = MAKEINTRESOURCEW(10);
+const WCHAR* const RT_VERSION = MAKEINTRESOURCEW(16);
 
 // A procedure of EnumResourceLanguagesW ended the walk.
 constexpr DWORD ERROR_RESOURCE_ENUM_USER_STOP = 15106;
