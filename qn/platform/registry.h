@@ -34,8 +34,8 @@ using HKEY = struct HKEY__*;
 using LSTATUS = LONG;
 using REGSAM = DWORD;
 
-inline const HKEY HKEY_CURRENT_USER = reinterpret_cast<HKEY>(static_cast<uintptr_t>(0x80000001));
-inline const HKEY HKEY_LOCAL_MACHINE = reinterpret_cast<HKEY>(static_cast<uintptr_t>(0x80000002));
+const HKEY HKEY_CURRENT_USER = reinterpret_cast<HKEY>(static_cast<uintptr_t>(0x80000001));
+const HKEY HKEY_LOCAL_MACHINE = reinterpret_cast<HKEY>(static_cast<uintptr_t>(0x80000002));
 
 constexpr DWORD REG_NONE = 0;
 constexpr DWORD REG_SZ = 1;
