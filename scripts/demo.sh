@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Builds the library and its tool, and takes one recording down the main road: what is in the file, its
+# Builds the library and its tools, and takes one recording down the main road: what is in the file, its
 # samples as 32-bit float in a Wave64 file and back, a header destroyed and repaired, and a picture.
 #
 #   scripts/demo.sh [file.wav]    without a file: a recording from the package alsa-utils
@@ -15,12 +15,18 @@ mkdir -p build demo
 cmake --preset release -DQN_BUILD_TESTS=OFF -B build/demo >build/demo.log 2>&1 &&
   cmake --build build/demo -j "$(nproc)" >>build/demo.log 2>&1 || { tail -n 60 build/demo.log; exit 1; }
 qnwave=build/demo/tools/qnwave
+qntext=build/demo/tools/qntext
 
 say() { printf '\n\033[1m%s\033[0m\n' "$*"; }
 step() { printf '$ qnwave %s\n' "$*"; "$qnwave" "$@"; }
 
 say "What is in the file"
 step info "$source"
+
+say "The same for a reader of German, in timecode of 25 frames"
+step info --lang de --time-format smpte-25 "$source"
+printf '$ qntext --lang de %s\n' "'\$d Hz\$, %d Bit\$, %s' 44100 16 Stereo"
+"$qntext" --lang de '$d Hz$, %d Bit$, %s' 44100 16 Stereo
 
 say "To 32-bit float in a Wave64 file, 6 dB softer, and back to 16 bits"
 step convert --force --type f32 --gain -6 "$source" demo/float.w64

@@ -58,6 +58,10 @@ struct Case {
   void (*run)(benchmark::State&);
 };
 
+// Not constants, since the compiler knows standard formats alone.
+const char* groupedInteger = "%'d";
+const char* groupedDouble = "%'.2f";
+
 WCHAR wide[128];
 char narrow[128];
 
@@ -182,7 +186,7 @@ const Case kCases[] = {
      }},
     {"long_grouped/snprintf",
      [](benchmark::State& state) {
-       Run(state, [](int32_t value) { return std::snprintf(narrow, sizeof narrow, "%'d", value); });
+       Run(state, [](int32_t value) { return std::snprintf(narrow, sizeof narrow, groupedInteger, value); });
      }},
     {"long_grouped/fmt",
      [](benchmark::State& state) {
@@ -212,8 +216,9 @@ const Case kCases[] = {
      }},
     {"double_grouped/snprintf",
      [](benchmark::State& state) {
-       Run(state,
-           [](int32_t value) { return std::snprintf(narrow, sizeof narrow, "%'.2f", Fraction(value)); });
+       Run(state, [](int32_t value) {
+         return std::snprintf(narrow, sizeof narrow, groupedDouble, Fraction(value));
+       });
      }},
     {"double_grouped/fmt",
      [](benchmark::State& state) {
@@ -252,6 +257,15 @@ const Case kCases[] = {
 
     {"record/ours",
      [](benchmark::State& state) { Run(state, [](int32_t) { return QnGetString(Language(), record); }); }},
+    {"string_id/ours",
+     [](benchmark::State& state) {
+       Run(state, [](int32_t value) { return QnGetString(Language(), 16 + (value & 0xFFu)); });
+     }},
+    {"string_id/unordered_map",
+     [](benchmark::State& state) {
+       static const std::unordered_map<UINT, std::u16string> map = MakeMap();
+       Run(state, [](int32_t value) { return map.find(16 + (value & 0xFFu))->second.c_str(); });
+     }},
 };
 
 [[maybe_unused]] const bool registered = [] {
