@@ -199,8 +199,8 @@ const char* const RegistryDatabase::kSql[kStatements] = {
     "DELETE FROM data WHERE key IN " QN_TREE,
     "DELETE FROM keys WHERE id <> ?2 AND id IN " QN_TREE,
     "SELECT name, type, data FROM data WHERE key = ?1 AND folded = ?2",
-    "INSERT INTO data(key, folded, name, type, data) VALUES(?1, ?2, ?3, ?4, ?5)"
-    " ON CONFLICT(key, folded) DO UPDATE SET type = excluded.type, data = excluded.data",
+    ("INSERT INTO data(key, folded, name, type, data) VALUES(?1, ?2, ?3, ?4, ?5)"
+     " ON CONFLICT(key, folded) DO UPDATE SET type = excluded.type, data = excluded.data"),
     "DELETE FROM data WHERE key = ?1 AND folded = ?2",
     "SELECT name, type, data FROM data WHERE key = ?1 ORDER BY folded LIMIT 1 OFFSET ?2",
 };
