@@ -71,10 +71,18 @@ std::string EnvironmentCodeSet() {
   return {};
 }
 
+// Other names that environments have for code pages.
+constexpr CodePageName kCodeSets[] = {{932, "SJIS"},  {932, "CP932"}, {936, "GB2312"},
+                                      {936, "CP936"}, {949, "CP949"}, {949, "UHC"},
+                                      {950, "BIG5"},  {950, "CP950"}, {1361, "JOHAB"}};
+
 UINT EnvironmentCodePage() {
   const std::string codeSet = EnvironmentCodeSet();
   if (codeSet.empty()) return CP_UTF8;
   for (const CodePageName& row : kCodePages) {
+    if (ucnv_compareNames(row.name, codeSet.c_str()) == 0) return row.codePage;
+  }
+  for (const CodePageName& row : kCodeSets) {
     if (ucnv_compareNames(row.name, codeSet.c_str()) == 0) return row.codePage;
   }
   for (UINT codePage = 1250; codePage <= 1258; ++codePage) {

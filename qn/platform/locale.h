@@ -109,7 +109,7 @@ QN_API BOOL SetUserDefaultLCID(LCID locale);
 
 // Replaces one item of the user's locale, as a user does who wants other separators; null takes the
 // replacement back. SetUserDefaultLCID takes all of them back. False for an unknown item or a text of more
-// than 15 characters. No other thread may be formatting.
+// than 7 characters. No other thread may be formatting.
 QN_API BOOL SetUserLocaleItem(LCTYPE item, const WCHAR* text);
 
 // The LCID of a BCP 47 or POSIX locale name ("de", "pt-BR", "zh_TW.UTF-8"), or 0 for an unknown one. It

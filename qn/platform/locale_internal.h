@@ -36,7 +36,7 @@ void ReadLocaleItem(const Locale& locale, int index, ItemText* text);
 
 // A short text that the user has put in the place of an item.
 struct UserText {
-  static constexpr int kLongest = 15;
+  static constexpr int kLongest = 7;  // as the locale record holds
 
   WCHAR text[kLongest + 1];
   int length;

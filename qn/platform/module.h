@@ -9,7 +9,8 @@
 //   RegisterModuleResources(ModuleFromAddress(my_plugin_resources), my_plugin_resources,
 //                           my_plugin_resources_size);
 //
-// What qn_resources generates does that when the module is loaded and takes it back when it goes.
+// The image is aligned to 4 bytes. What qn_resources generates does that when the module is loaded and takes
+// it back when it goes.
 //
 // Images come from files too, so nothing in them is trusted: a record that does not fit ends the walk.
 #pragma once
@@ -89,7 +90,8 @@ QN_API BOOL GetFileVersionInfoW(const WCHAR* path, DWORD handle, DWORD size, voi
 // the block, `*length` counts bytes, for texts characters with terminator; an empty value points at a zero
 // character. Every length in the block is checked against the block's own first length, which
 // GetFileVersionInfoW never lets pass its end, and for a locked resource against its image too. False, with
-// null and 0, for what is not there (1813), a damaged block (1812) or a null argument (87).
+// null and 0, for what is not there (1813) or a block damaged at its start (1812), and with both as they were
+// for a null argument (87). Texts of a block at an odd address are not aligned.
 QN_API BOOL VerQueryValueW(const void* block, const WCHAR* path, void** value, UINT* length);
 
 }  // namespace qnplatform

@@ -86,6 +86,8 @@ bool IsAligned(const WCHAR* const* record) {
 [[gnu::noinline]] const WCHAR* GetRecordText(HQNLANG language, const WCHAR* const* record) {
   if (!record) return kNoText;
   qnlang_t copy;
+  std::memcpy(&copy.marker, record, sizeof copy.marker);
+  if (copy.marker != QNLANG_MARKER) return kNoText;
   const auto* entries = reinterpret_cast<const qnlang_t*>(record);
   if (!IsAligned(record)) {
     // A record in packed data cannot be written to in one piece, so its ids stay.
@@ -95,7 +97,7 @@ bool IsAligned(const WCHAR* const* record) {
                 copy.count * sizeof *copy.text);
     entries = &copy;
   }
-  if (entries->marker != QNLANG_MARKER || entries->count == 0) return kNoText;
+  if (entries->count == 0) return kNoText;
   LONG active = language ? ActiveIndex(language).load(std::memory_order_acquire) : 1;
   if (active < 1) active = WorkOutActiveIndex(language);
   return ResolveEntry(language, entries, active);
@@ -225,8 +227,9 @@ BOOL IsQNLANGSTRINGID(HQNLANG, const WCHAR* text) {
 const WCHAR* QnGetString(HQNLANG language, const WCHAR* const* record) {
   if (language && record && IsAligned(record)) [[likely]] {
     const auto* const entries = reinterpret_cast<const qnlang_t*>(record);
-    const LONG position = PositionIn(entries, ActiveIndex(language).load(std::memory_order_acquire));
-    if (entries->marker == QNLANG_MARKER && position > 0) [[likely]] {
+    const bool isRecord = entries->marker == QNLANG_MARKER;  // what is none may end here
+    const LONG active = isRecord ? ActiveIndex(language).load(std::memory_order_acquire) : 0;
+    if (const LONG position = isRecord ? PositionIn(entries, active) : 0; position > 0) [[likely]] {
       const WCHAR* const text = Entry(entries, position).load(std::memory_order_acquire);
       if (!IsStringId(text)) [[likely]]
         return text;

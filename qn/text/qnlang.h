@@ -62,6 +62,11 @@ typedef struct tQNLANG {
   LONG activeIndex;       // position in the language table from 1; 0: not worked out yet
   tQNLIST* cache;         // texts by string id
 } tQNLANG;
+static_assert(offsetof(tQNLANG, lock) == 16 && offsetof(tQNLANG, ringSize) == 56);
+static_assert(offsetof(tQNLANG, ringPosition) == 64 && offsetof(tQNLANG, ring) == 72);
+static_assert(offsetof(tQNLANG, useLanguage) == 80 && offsetof(tQNLANG, lcid) == 84);
+static_assert(offsetof(tQNLANG, activeIndex) == 88 && offsetof(tQNLANG, cache) == 96 &&
+              sizeof(tQNLANG) == 104);
 typedef tQNLANG* HQNLANG;
 
 // Overloads: a string id, or a record.

@@ -26,7 +26,7 @@ extern "C" {
 //   QnFormatGroupDecimalNumber  both, rounded to `decimals`, 0 to 9; -1: the decimals that `digits` has
 // They give the length. What cannot be dressed is left out, so that only the part in front stays: a rest that
 // is no number, more than 9 decimals, and one that does not fit, with the locale's own negative sign in the
-// place of "-".
+// place of "-". `digits` and `text` do not overlap.
 QN_API int QnFormatNumber(const WCHAR* digits, WCHAR* text, int size);
 QN_API int QnFormatDecimalNumber(const WCHAR* digits, WCHAR* text, int size);
 QN_API int QnFormatGroupDecimalNumber(const WCHAR* digits, WCHAR* text, int size, int decimals);
@@ -46,7 +46,8 @@ QN_API int QnDWordLongToTextN(ULONGLONG value, WCHAR* text, int size, BOOL group
 // Doubles to text with `decimals` decimals: 9 at most, and none below 0. Halves of the last place are rounded
 // away from 0, and no sign stands in front of zeros. Nonzero `grouped` dresses the number as
 // QnFormatGroupDecimalNumber does. Infinities, and magnitudes of 2 to the 64 or more, show as
-// 18446744073709551615 with zeros behind the point; NaN shows as 0. Length and room are as for integers.
+// 18446744073709551615 with zeros behind the point; NaN shows as 0. The length is
+// as for integers; without a size the text needs a room of 32 characters, or 64 if grouped.
 QN_API int QnDoubleToText(WCHAR* text, double value, int decimals, BOOL grouped);
 QN_API int QnDoubleToTextN(WCHAR* text, int size, double value, int decimals, BOOL grouped);
 

@@ -80,7 +80,7 @@ int ReplaceAll(auto* text, auto from, auto to) {
 }  // namespace
 
 BOOL QnCalcStringEllipsis(HDC dc, WCHAR* text, int size, int width) {
-  if (!text) return 0;
+  if (!text || size < 1) return 0;
   const int left = FittingLength(dc, text, LengthOf(text), size, width, false);
   if (left < 0) return 0;
   Traits::copy(text + left, kDots, std::size(kDots));
@@ -88,7 +88,7 @@ BOOL QnCalcStringEllipsis(HDC dc, WCHAR* text, int size, int width) {
 }
 
 BOOL QnCalcStringEllipsisFromEnd(HDC dc, WCHAR* text, int size, int width) {
-  if (!text) return 0;
+  if (!text || size < 1) return 0;
   const int length = LengthOf(text);
   const int left = FittingLength(dc, text, length, size, width, true);
   if (left < 0) return 0;

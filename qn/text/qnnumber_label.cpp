@@ -51,14 +51,23 @@ struct ByteSizeFormats {
   const WCHAR* gigabytes;
 };
 
-// Binary below a megabyte and mixed above: hosts compare these texts with ones of older versions.
+constexpr int kByteSizeRoom = 64;  // what a caller provides
+
+// Binary below a megabyte and mixed above: deliberate, hosts rely on it.
 int PrintByteSize(LONGLONG size, WCHAR* text, const ByteSizeFormats& formats) {
   if (!text) return 0;
+  int length = 0;
+  if (size < 1024) {
+    QnCchPrintF(text, kByteSizeRoom, &length, formats.bytes, static_cast<LONG>(size));
+    return length;
+  }
   const auto value = static_cast<double>(size);
-  if (size < 1024) return QnPrintF(text, formats.bytes, static_cast<LONG>(size));
-  if (size < 1024000) return QnPrintF(text, formats.kilobytes, value / 1024);
-  if (size < 1024000000) return QnPrintF(text, formats.megabytes, value / 1.024e6);
-  return QnPrintF(text, formats.gigabytes, value / 1.024e9);
+  const WCHAR* const format = size < 1024000      ? formats.kilobytes
+                              : size < 1024000000 ? formats.megabytes
+                                                  : formats.gigabytes;
+  const double unit = size < 1024000 ? 1024 : size < 1024000000 ? 1.024e6 : 1.024e9;
+  QnCchPrintF(text, kByteSizeRoom, &length, format, value / unit);
+  return length;
 }
 
 constexpr LONGLONG kBeyondSize = 0x7000000000000000;

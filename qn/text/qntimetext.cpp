@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <limits>
 #include <string_view>
 
 #include "qn/text/qnnumber_internal.h"
@@ -56,17 +58,24 @@ bool IsOneOf(std::u16string_view set, WCHAR c) {
 }
 
 // True if a format text asks for none but the row's arguments: it may be anybody's, and the printer believes
-// it. Walks as the printer does.
+// it. Walks as the printer does; a text so long that the printer's limits of specs and names would matter is
+// refused.
 bool FitsRow(const WCHAR* text, const Row& row) {
+  if (std::u16string_view(text).size() >= qn::kLongestSpec) return false;
   int integers = 0, doubles = 0;
   while (*text) {
     const WCHAR lead = *text++;
     if (lead != '%' && lead != '$') continue;
     if (*text == '%' || *text == lead) {
       ++text;
-    } else if (lead == '$' && *text == '(' && !qn::IsDigit(text[1]) && !IsOneOf(W("-."), text[1])) {
+    } else if (lead == '$' && *text == '(') {
       ++text;
-      for (int i = 0; i < qn::kLongestTokenName && *text && *text != ')'; ++i) ++text;
+      if (qn::IsDigit(*text) || *text == '-' || *text == '.') {
+        ++text;
+        while (qn::IsDigit(*text) || IsOneOf(W(",."), *text)) ++text;
+      } else {
+        while (*text && *text != ')') ++text;
+      }
     } else {
       while (*text && !IsOneOf(W("!&*,:EGXcdefgiosuxz"), *text)) ++text;
       if (*text == 's') return false;
@@ -102,17 +111,17 @@ struct ClockTime {
   LONGLONG hours, minutes, seconds, units;
 };
 
-// Clock time with a last field of `unitsPerSecond`. A fraction within the tolerance below a second is that
-// second.
+// Clock time with a last field of `unitsPerSecond`.
 template <LONGLONG (*ToUnits)(double)>
 ClockTime ToClock(double seconds, double unitsPerSecond) {
-  LONGLONG whole = Truncate(seconds);
-  LONGLONG units = ToUnits((seconds - static_cast<double>(whole)) * unitsPerSecond);
-  if (units > 0 && static_cast<double>(units) >= unitsPerSecond) {
-    units = 0;
-    ++whole;
-  }
+  const LONGLONG whole = Truncate(seconds);
+  const LONGLONG units = ToUnits((seconds - static_cast<double>(whole)) * unitsPerSecond);
   return {whole / 3600, whole / 60 % 60, whole % 60, units};
+}
+
+LONG ToLong(LONGLONG value) {
+  using Limits = std::numeric_limits<LONG>;
+  return static_cast<LONG>(std::clamp<LONGLONG>(value, Limits::min(), Limits::max()));
 }
 
 double ToSeconds(LONGLONG nanotime) {
@@ -297,10 +306,10 @@ int QnNanoTimeToTextFormatN(WCHAR* text, int size, const _qnposfmt* format, LONG
 void QnNanoTimeToHMSF(LONGLONG nanotime, _smpteval* smpte, double frameRate, BOOL keepAllHours) {
   if (qn::IsTimecode(smpte->type)) return QNSMPTE_NanoToSMPTE(nanotime, smpte);
   const auto [hours, minutes, seconds, frames] = ToFrames(nanotime, frameRate);
-  smpte->hours = static_cast<LONG>(keepAllHours ? hours : hours % 24);
+  smpte->hours = ToLong(keepAllHours ? hours : hours % 24);
   smpte->minutes = static_cast<LONG>(minutes);
   smpte->seconds = static_cast<LONG>(seconds);
-  smpte->frames = static_cast<LONG>(frames);
+  smpte->frames = ToLong(frames);
 }
 
 LONGLONG QnHMSFToNanoTime(const _smpteval* smpte, double frameRate) {
@@ -313,9 +322,9 @@ LONGLONG QnHMSFToNanoTime(const _smpteval* smpte, double frameRate) {
 void QnNanoTimeToMeasures(LONGLONG nanotime, const _qnposfmt* format, LONG* measureOut, LONG* beatOut,
                           LONG* tickOut) {
   const auto [measure, beat, tick] = ToMusic(nanotime, *format);
-  if (measureOut) *measureOut = static_cast<LONG>(measure);
-  if (beatOut) *beatOut = static_cast<LONG>(beat);
-  if (tickOut) *tickOut = static_cast<LONG>(tick);
+  if (measureOut) *measureOut = ToLong(measure);
+  if (beatOut) *beatOut = ToLong(beat);
+  if (tickOut) *tickOut = ToLong(tick);
 }
 
 int QnMeasuresAndTicksToText(WCHAR* text, const _qnposfmt* format, LONG measures, LONG ticks, int base,

@@ -86,10 +86,10 @@ constexpr DWORD QNTIMETEXT_CLAMP = 4;     // reading: defaults and limits apply
 extern "C" {
 
 // Time to text. `flags` are QNTIMETEXT_SHORT and _ABSOLUTE, `shortForm` is a truth value. A negative time
-// gets
-// "-" in front. The result is the length without terminator. The N forms write at most `size` characters with
-// the terminator, which is always there for a `size` above 0; for the others the caller provides the room, 64
-// characters for every format above. A null argument or a `size` below 1 gives 0.
+// gets "-" in front. The result is the length without terminator. The N forms write at most `size` characters
+// with the terminator, which is always there for a `size` above 0; for the others the caller provides the
+// room, 64 characters for every format above, with tempos and frame rates below a million. A null argument or
+// a `size` below 1 gives 0.
 QN_API int QnNanoTimeToText(WCHAR* text, const _qnposfmt* format, LONGLONG nanotime, BOOL shortForm);
 QN_API int QnNanoTimeToTextN(WCHAR* text, int size, const _qnposfmt* format, LONGLONG nanotime,
                              BOOL shortForm);

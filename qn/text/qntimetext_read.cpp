@@ -9,7 +9,9 @@ namespace {
 
 using qn::Truncate;
 
+// The limits of typed times in seconds: whole for seconds and frames, exact for samples.
 constexpr double kMinSeconds = -461168601842.0, kMaxSeconds = 230584300921.0;
+constexpr double kMinSampleSeconds = -0x1p62 / 1e7, kMaxSampleSeconds = 0x1p61 / 1e7;
 
 void SetEnd(const WCHAR** endOut, const WCHAR* end) {
   if (endOut) *endOut = end;
@@ -26,7 +28,8 @@ double SecondsOf(LONGLONG hours, LONGLONG minutes, LONGLONG seconds) {
 LONGLONG ReadSamples(const WCHAR* text, DWORD sampleRate, const WCHAR** end) {
   const double number = static_cast<double>(QnTextToLongLongToken(text, end, 1));
   if (sampleRate == 0) return 0;
-  return Truncate(Clamp(number, kMinSeconds * sampleRate, kMaxSeconds * sampleRate) / sampleRate * 1e7 + 0.5);
+  const double samples = Clamp(number, kMinSampleSeconds * sampleRate, kMaxSampleSeconds * sampleRate);
+  return Truncate(samples / sampleRate * 1e7 + 0.5);
 }
 
 LONGLONG ReadSeconds(const WCHAR* text, const WCHAR** end) {

@@ -11,6 +11,7 @@ std::atomic<HQNLANG> kernelLanguage = nullptr;
 
 __attribute__((constructor)) void AttachText() {
   OpenPrintTokens();
+  // Without memory for the handle the library goes on in English; a constructor cannot refuse the load.
   HQNLANG language = nullptr;
   if (SUCCEEDED(QnLang_Open(&language, ModuleFromAddress(&kernelLanguage), 0, 0))) kernelLanguage = language;
   QnLang_GetInternationals(nullptr, 0);

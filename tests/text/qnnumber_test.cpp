@@ -296,7 +296,8 @@ TEST_F(NumberTest, TextsAreFittedByDots) {
   const u16string abc = W("abcdef");
   for (const Row& row : {Row{abc, 32, 62, abc, abc}, Row{abc, 32, 61, W("abcd..."), W("...cdef")},
                          Row{abc, 7, 61, W("abc..."), W("...def")}, Row{abc, 32, 24, W("a..."), W("...f")},
-                         Row{abc, 32, 23, abc, abc}, Row{W("a!cdef"), 32, 61, W("a!cdef"), W("a!cdef")},
+                         Row{abc, 32, 23, abc, abc}, Row{abc, INT32_MIN, 61, abc, abc},
+                         Row{W("a!cdef"), 32, 61, W("a!cdef"), W("a!cdef")},
                          Row{W("ab\xD83D\xDE00z"), 32, 47, W("ab..."), W("...\xD83D\xDE00z")},
                          Row{W("a\xD83D\xDE00yz"), 32, 47, W("a\xD83D\xDE00..."), W("...yz")}}) {
     fit(QnCalcStringEllipsis, row, row.end);
