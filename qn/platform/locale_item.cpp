@@ -153,10 +153,13 @@ void Grouping(const Locale& locale, ItemText* item) {
   Set(item, std::string_view(text + ";0"));
 }
 
+// Where "," is the decimal separator it cannot part a list; Switzerland, Arabic and Persian keep ";" as well.
 void ListSeparator(const Locale& locale, ItemText* item) {
   ItemText decimal;
   DecimalSeparator(locale, &decimal);
-  Set(item, decimal.text[0] == u',' ? u";" : u",");
+  const std::string_view name = locale.name;
+  const bool keeps = name.ends_with("_CH") || name.starts_with("ar") || name.starts_with("fa");
+  Set(item, decimal.text[0] == u',' || keeps ? u";" : u",");
 }
 
 struct ClosePatterns {

@@ -2,7 +2,7 @@
 //
 // One walker serves all forms. An unbounded form is a bounded one with room for as many characters as an int
 // counts; it differs in the rule of texts alone. Nothing here allocates or takes a lock, but for the lookup
-// of a token.
+// of a token and the conversion of narrow text.
 
 #include "qn/text/qnprint.h"
 
@@ -346,7 +346,7 @@ void Walker::PaddedText(const CSpec& spec, int length, Content writeContent) {
   if (!bounded_) room = std::min(room, kMostTextOutput);
   const bool cut = room - missing < length;
   const int blanks = std::min(room, missing);
-  if (!spec.left) output_.Fill(' ', blanks);
+  if (!spec.left) output_.Fill(spec.zero ? '0' : ' ', blanks);
   const int most = std::min(length, spec.left ? room : room - blanks);
   writeContent(most);
   if (spec.left) output_.Fill(' ', std::min(blanks, room - most));
@@ -418,7 +418,6 @@ int QnPrintF(WCHAR* buffer, const WCHAR* format, ...) {
 }
 
 HRESULT QnNVPrintF(WCHAR* buffer, int size, int* lengthOut, const WCHAR* format, va_list arguments) {
-  if (lengthOut) *lengthOut = 0;
   if (!buffer || size <= 0) return E_INVALIDARG;
   PrintOutput output(buffer, size - 1);
   if (format) {

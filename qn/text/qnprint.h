@@ -101,8 +101,8 @@ QN_API int QnPrintF(WCHAR* buffer, const WCHAR* format, ...);
 // given, receives the length. What does not fit is cut, a number in part or whole left out.
 //   0             all of it fits
 //   0x8004E03C    something did not fit
-//   0x8007007A    a text or character conversion did not fit
-//   E_INVALIDARG  no buffer, no room for the terminator (nothing is written), or no format (an empty text)
+//   0x8007007A    a text or character conversion did not fit in the room that was left, if there was any
+//   E_INVALIDARG  no format (an empty text), no buffer or no room for the terminator (nothing is written)
 QN_API HRESULT QnNVPrintF(WCHAR* buffer, int size, int* lengthOut, const WCHAR* format, va_list arguments);
 QN_API HRESULT QnCchPrintF(WCHAR* buffer, int size, int* lengthOut, const WCHAR* format, ...);
 
@@ -140,8 +140,9 @@ QN_API int QnGetInatN(int index, WCHAR* text, int size);
 
 // Window texts. Each makes its text by a format, sets it and returns its length, or 0 if that failed and for
 // a null format. The text has at most 2047 characters, but a format without `%` and `$` is set as it is,
-// however long. The NoF forms take a text in which nothing is a format, the Id forms a string id of
-// `language`. The NoFlash forms set nothing when an equal text of less than 8192 characters is there already.
+// however long. The NoF forms take a text in which nothing is a format, at most 1024 characters, the Id forms
+// a string id of `language`. The NoFlash forms set nothing when an equal text of less than 8192 characters is
+// there already.
 QN_API int QnSetWindowTextF(HWND window, const WCHAR* format, ...);
 QN_API int QnSetWindowTextNoF(HWND window, const WCHAR* text);
 QN_API int QnSetWindowTextId(HQNLANG language, HWND window, UINT id, ...);

@@ -63,11 +63,11 @@ TEST_F(LocaleTest, Items) {
   } kRows[] = {
       {0x1009, "1009|ENC|1|English|Canada|Kanada|Englisch (Kanada)|.|,|3;0|,|:|0|-|"},
       {0x0007, "0407|DEU|49|German|Germany|Deutschland|Deutsch (Deutschland)|,|.|3;0|;|:|0|-|"},
-      {0x0807, "0807|DES|41|German|Switzerland|Schweiz|Deutsch (Schweiz)|.|’|3;0|,|:|0|-|"},
+      {0x0807, "0807|DES|41|German|Switzerland|Schweiz|Deutsch (Schweiz)|.|’|3;0|;|:|0|-|"},
       {0x040C, "040c|FRA|33|French|France|Frankreich|Französisch (Frankreich)|,|\u202F|3;0|;|:|0|-|"},
       {0x0439, "0439|HIN|91|Hindi|India|Indien|Hindi (Indien)|.|,|3;2;0|,|:|0|-|"},
       {0x0404, "0404|CHT|886|Chinese|Taiwan|Taiwan|Chinesisch (Traditionell, Taiwan)|.|,|3;0|,|:|0|-|"},
-      {0x0C01, "0c01|ARE|20|Arabic|Egypt|Ägypten|Arabisch (Ägypten)|.|,|3;0|,|:|0|\u200E-|"},
+      {0x0C01, "0c01|ARE|20|Arabic|Egypt|Ägypten|Arabisch (Ägypten)|.|,|3;0|;|:|0|\u200E-|"},
       {0x041D, "041d|SVE|46|Swedish|Sweden|Schweden|Schwedisch (Schweden)|,|\u00A0|3;0|;|:|0|\u2212|"},
       {0x040B, "040b|FIN|358|Finnish|Finland|Finnland|Finnisch (Finnland)|,|\u00A0|3;0|;|.|0|\u2212|"},
       {0x0C0C, "0c0c|FRC|1|French|Canada|Kanada|Französisch (Kanada)|,|\u00A0|3;0|;|:|0|-|"},

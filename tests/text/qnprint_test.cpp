@@ -120,6 +120,7 @@ TEST_F(QnPrint, PrintsTexts) {
       {Print(W("%hs|%4hs|%.2hs|%.2s"), "h\xC3\xA9", "\xC3\xA9", open, openWide),
        "h\xC3\xA9|   \xC3\xA9|ab|ab"},
       {Print(W("%s|%.3s|%8hs"), nullptr, nullptr, nullptr), "(null)|(nu|  (null)"},
+      {Print(W("%04s|%-04s|"), W("x"), W("x")), "000x|x   |"},
       {Print(W("%c%3c%-3c|%hc[%c]"), 'a', 'b', 'c', 'd', 0), "a  bc  |d[]"},
       {Print(W("%Ss%lls%d"), W("no"), W("no"), 3), "3"},  // no pointer is followed but by a valid spec
   });
@@ -142,7 +143,7 @@ TEST_F(QnPrint, HoldsBoundsAndHugeCounts) {
   int length = 7;
   for (const int size : {0, -1}) EXPECT_EQ(QnCchPrintF(buffer, size, &length, W("a")), E_INVALIDARG);
   EXPECT_EQ(QnCchPrintF(nullptr, 8, &length, W("a")), E_INVALIDARG);
-  EXPECT_EQ(length, 0);
+  EXPECT_EQ(length, 7);
   for (const WCHAR* format : {W("%2000000000d"), W("%-2000000000d"), W("%.2000000000d"), W("$2000000000d"),
                               W("%02000000000d"), W("$(SMPTE.Label.Drop.Full)")}) {
     EXPECT_EQ(QnCchPrintF(buffer, 8, &length, format, 1), kTooSmall);
