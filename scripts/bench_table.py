@@ -18,7 +18,8 @@ UNITS = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}
 
 
 def read_times(paths):
-    """{(group, case): {who: (nanoseconds, items a second or None)}}, the fastest of all repetitions."""
+    """{(group, case): {who: (nanoseconds, items a second or None, allocations a call or None)}}, the fastest of all
+    repetitions."""
     cases = {}
     for path in paths:
         with open(path) as file:
@@ -30,7 +31,7 @@ def read_times(paths):
             nanoseconds = entry["real_time"] * UNITS[entry["time_unit"]]
             best = cases.setdefault((group, "/".join(case)), {})
             if who not in best or nanoseconds < best[who][0]:
-                best[who] = (nanoseconds, entry.get("items_per_second"))
+                best[who] = (nanoseconds, entry.get("items_per_second"), entry.get("allocations"))
     return cases
 
 
@@ -45,6 +46,10 @@ def show_time(nanoseconds):
 
 def show_rate(items):
     return "" if items is None else in_units(items, [(1e9, "G/s"), (1e6, "M/s"), (1e3, "k/s"), (1, "/s")])
+
+
+def show_count(count):
+    return "" if count is None else f"{count:.3g}"
 
 
 def other_case(case, part, other):
@@ -72,13 +77,17 @@ def print_group(group, cases_of_group, against, summary):
     }
     columns = [f"to {peer}" for peer in peers] + [f"time to {other}" for _, other in against]
     columns = [column for column in columns if any(column in row for row in rows.values())]
+    # What no case of the group tells has no column.
+    own = [("ours", 0, show_time), ("rate", 1, show_rate), ("allocations", 2, show_count)]
+    own = [column for column in own if any(cases_of_group[case]["ours"][column[1]] is not None for case in rows)]
     print(f"## {group}\n")
-    print("| case | ours | rate | " + " | ".join(columns) + " |")
-    print("|---|---|---|" + "---|" * len(columns))
+    print("| " + " | ".join(["case"] + [name for name, _, _ in own] + columns) + " |")
+    print("|---" * (1 + len(own) + len(columns)) + "|")
     for case, row in rows.items():
-        nanoseconds, items = cases_of_group[case]["ours"]
-        cells = [f"{row[column]:.2f}" if column in row else "" for column in columns]
-        print(f"| {case} | {show_time(nanoseconds)} | {show_rate(items)} | " + " | ".join(cells) + " |")
+        ours = cases_of_group[case]["ours"]
+        cells = [case] + [show(ours[index]) for _, index, show in own]
+        cells += [f"{row[column]:.2f}" if column in row else "" for column in columns]
+        print("| " + " | ".join(cells) + " |")
     print()
     if not summary:
         return

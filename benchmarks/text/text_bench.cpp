@@ -15,6 +15,7 @@
 #include <string>
 #include <unordered_map>
 
+#include "benchmarks/support/allocations.h"
 #include "qn/platform/locale.h"
 #include "qn/platform/module.h"
 #include "qn/text/qnlang.h"
@@ -44,6 +45,10 @@ void Run(benchmark::State& state, Work work) {
     benchmark::DoNotOptimize(work(kIntegers[next++ % kIntegers.size()]));
     benchmark::ClobberMemory();
   }
+  const int64_t before = qnbench::Allocations();
+  for (const int32_t value : kIntegers) benchmark::DoNotOptimize(work(value));
+  const auto made = static_cast<double>(qnbench::Allocations() - before);
+  state.counters["allocations"] = made / static_cast<double>(kIntegers.size());
 }
 
 double Fraction(int32_t value) {
@@ -159,7 +164,7 @@ const Case kCases[] = {
      [](benchmark::State& state) {
        Run(state, [](int32_t value) {
          UErrorCode error = U_ZERO_ERROR;
-         return umsg_format(StatusMessage(), wide, 128, &error, double(Rate(value)), 16.0, u"Stereo");
+         return umsg_format(StatusMessage(), wide, 128, &error, Rate(value), 16, u"Stereo");
        });
      }},
 
