@@ -1,39 +1,26 @@
 #include "qn/text/qnnumber.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <string>
-#include <utility>
-#include <vector>
+#include <tuple>
 
-#include "qn/platform/locale.h"
 #include "qn/platform/text.h"
 #include "qn/platform/winuser_internal.h"
 #include "qn/text/text_internal.h"
 #include "tests/support/support.h"
+#include "tests/text/text_test.h"
 
 namespace {
 
+using qntest::UseLocale;
 using std::string;
 using std::u16string;
+using NumberTest = qntest::EnglishTest;
 
 constexpr LCID kEnglish = 0x0409;
 constexpr LCID kGerman = 0x0407;
-
-// Runs a test in a locale with some items replaced, and leaves the process in English.
-class NumberTest : public testing::Test {
- protected:
-  void SetUp() override { Use(kEnglish); }
-  void TearDown() override { Use(kEnglish); }
-  static void Use(LCID locale, std::vector<std::pair<LCTYPE, const WCHAR*>> items = {}) {
-    ASSERT_TRUE(SetUserDefaultLCID(locale));
-    for (const auto& [item, text] : items) ASSERT_TRUE(SetUserLocaleItem(item, text));
-    QnLang_GetInternationals(nullptr, 0);
-  }
-};
 
 // Calls a bounded printer in each room, and with `length` in the largest: what it must print there is given,
 // in smaller rooms the start of it (or nothing, `whole`) with a result of 0. It stays within the room.
@@ -94,17 +81,15 @@ string Grouped(string digits, const QNINTERNATIONALS& locale) {
 
 // The dressing and the integers' short cut to it give the same groups, and fail in the same rooms.
 TEST_F(NumberTest, GroupsFollowTheLocaleRecord) {
-  struct Row {
-    LCID locale;
-    const WCHAR *grouping, *separator, *sign;
-  };
+  using Row = std::tuple<LCID, const WCHAR*, const WCHAR*, const WCHAR*>;
   // Swedish has another minus sign, English of India a list of groups.
   const Row rows[] = {{0x041D, nullptr, nullptr, nullptr},   {0x4009, nullptr, nullptr, nullptr},
                       {kEnglish, W("0"), W(";"), W("neg ")}, {kEnglish, W("1"), W(""), W("--")},
                       {kEnglish, W("4;0"), W("<>"), W("~")}, {kEnglish, W("32"), nullptr, W("--")},
-                      {kGerman, nullptr, nullptr, nullptr},  {kEnglish, W("9"), W("''"), W("")}};
+                      {kEnglish, W("9"), W("''"), W("")}};
   for (const auto& [locale, grouping, separator, sign] : rows) {
-    Use(locale, {{LOCALE_SGROUPING, grouping}, {LOCALE_STHOUSAND, separator}, {LOCALE_SNEGATIVESIGN, sign}});
+    UseLocale(locale,
+              {{LOCALE_SGROUPING, grouping}, {LOCALE_STHOUSAND, separator}, {LOCALE_SNEGATIVESIGN, sign}});
     const QNINTERNATIONALS& record = qn::Internationals();
     for (const LONGLONG value : {7L, -7L, 999L, -1000L, 123456L, -1234567890L, INT64_MIN}) {
       const string digits = std::to_string(value);
@@ -124,7 +109,7 @@ TEST_F(NumberTest, GroupsFollowTheLocaleRecord) {
 // Each row: the groups, the decimals, both, and both with two decimals.
 TEST_F(NumberTest, DressingKeepsWhatStandsInFront) {
   using Row = std::pair<const WCHAR*, const char*>;
-  Use(kGerman);
+  UseLocale(kGerman);
   for (const auto& [digits, expected] :
        {Row{W("0001234"), "0001.234|0001234|0001.234|0001.234,00"}, Row{W("000"), "000|000|000|000"},
         Row{nullptr, "|||"}, Row{W("   1234.5"), "   1.235|   1234,5|   1.234,5|   1.234,50"},
@@ -150,7 +135,7 @@ TEST_F(NumberTest, DoublesRoundTheirLastPlace) {
     int decimals;
     string plain, german;
   };
-  Use(kGerman);
+  UseLocale(kGerman);
   for (const Row& row :
        {Row{-0.001, 2, "0.00", "0,00"}, Row{-0.005, 2, "-0.01", "-0,01"}, Row{-0.5, -1, "-1", "-1"},
         Row{1234567.0625, 3, "1234567.063", "1.234.567,063"}, Row{0.1, 12, "0.100000000", "0,100000000"},
@@ -177,49 +162,43 @@ TEST_F(NumberTest, DoublesRoundTheirLastPlace) {
 
 TEST_F(NumberTest, ReadersStopWhereTheNumberEnds) {
   const string zeros(63, '0');
-  struct Row {
-    string text;
-    double value;
-    int integer, natural, end;
-  };
-  Use(kGerman);
-  for (const Row& row : {Row{"", 0, 0, 0, 0}, Row{"- 5", 0, 0, 0, 1}, Row{"5-3", 5, 5, 5, 1},
-                         Row{"+5", 0, 0, 0, 0}, Row{"  abc", 0, 0, 0, 2}, Row{"..1..2..", 12, 12, 12, 8},
-                         Row{",25", .25, 0, 0, 3}, Row{"1,2,3", 1.2, 1, 1, 5}, Row{"-1,5e3", -1.5, -1, 0, 4},
-                         Row{" \t12.345.678,5 ", 12345678.5, 12345678, 12345678, 14},
-                         Row{"4294967297", 4294967297, INT32_MAX, 1, 10},
-                         Row{"-99999999999999999999", -1e20, INT32_MIN, 0, 21}, Row{zeros + "7", 0, 0, 0, 63},
-                         Row{"-" + zeros, 0, 0, 0, 63}, Row{"." + zeros + ".7", 0, 0, 0, 65}}) {
-    const u16string text = qn::FromUtf8(row.text);
+  using Row = std::tuple<string, double, LONG, DWORD, int>;
+  UseLocale(kGerman);
+  for (const auto& [typed, number, integer, natural, stop] :
+       {Row("", 0, 0, 0, 0), Row("- 5", 0, 0, 0, 1), Row("5-3", 5, 5, 5, 1), Row("+5", 0, 0, 0, 0),
+        Row("  abc", 0, 0, 0, 2), Row("..1..2..", 12, 12, 12, 8), Row(",25", .25, 0, 0, 3),
+        Row("1,2,3", 1.2, 1, 1, 5), Row("-1,5e3", -1.5, -1, 0, 4), Row("." + zeros + ".7", 0, 0, 0, 65),
+        Row(" \t12.345.678,5 ", 12345678.5, 12345678, 12345678, 14), Row("-" + zeros, 0, 0, 0, 63),
+        Row("4294967297", 4294967297, INT32_MAX, 1, 10), Row(zeros + "7", 0, 0, 0, 63),
+        Row("-99999999999999999999", -1e20, INT32_MIN, 0, 21)}) {
+    SCOPED_TRACE(typed);
+    const u16string text = qn::FromUtf8(typed);
     const WCHAR* end;
-    EXPECT_EQ(QnTextToDoubleToken(text.c_str(), &end, 1), row.value) << row.text;
-    EXPECT_EQ(end - text.c_str(), row.end) << row.text;
-    EXPECT_EQ(QnTextToLongToken(text.c_str(), nullptr, 0), row.integer) << row.text;
-    EXPECT_EQ(QnTextToDWordToken(text.c_str(), nullptr, 0), DWORD(row.natural)) << row.text;
+    EXPECT_EQ(QnTextToDoubleToken(text.c_str(), &end, 1), number);
+    EXPECT_EQ(end - text.c_str(), stop);
+    EXPECT_EQ(QnTextToLongToken(text.c_str(), nullptr, 0), integer);
+    EXPECT_EQ(QnTextToDWordToken(text.c_str(), nullptr, 0), natural);
   }
   EXPECT_EQ(QnTextToLongLongToken(W("-9.223.372.036.854.775.809"), nullptr, 0), INT64_MIN);
   EXPECT_EQ(QnTextToDWordLongToken(W("18446744073709551617"), nullptr, 0), 1u);
   EXPECT_EQ(QnTextToDoubleToken(W("-1,234.5"), nullptr, 0), -1234.5);
-  Use(kEnglish, {{LOCALE_STHOUSAND, W("")}, {LOCALE_SDECIMAL, W("::")}});
+  UseLocale(kEnglish, {{LOCALE_STHOUSAND, W("")}, {LOCALE_SDECIMAL, W("::")}});
   EXPECT_EQ(QnTextToDoubleToken(W("12::5:"), nullptr, 1), 12.5);
 }
 
 TEST_F(NumberTest, DefaultsReplaceTextAndLimitsHold) {
-  struct Row {
+  const struct {
     const WCHAR* text;
     int defaultValue, minimum, maximum, decimal, hexadecimal;
-  };
-  const Row rows[] = {
-      {W("abg"), 7, 0, 50, 7, 50}, {W("0ghi"), 7, 0, 50, 7, 7},     {W("0"), 7, 0, 50, 0, 0},
-      {W("0 x"), 7, 0, 50, 0, 0},  {W("5"), 7, 10, 20, 10, 10},     {W("x"), 99, 10, 20, 20, 20},
-      {W("5"), 7, 20, 10, 10, 10}, {W("12g"), 7, 0, 50, 12, 18},    {nullptr, 7, 3, 50, 3, 3},
-      {W("0x"), 7, 0, 50, 7, 0},   {W(" 0xfF"), 7, 0, 500, 7, 255}, {W("0X1"), 7, 0, 50, 7, 7}};
-  for (const Row& row : rows) {
+  } rows[] = {{W("abg"), 7, 0, 50, 7, 50}, {W("0ghi"), 7, 0, 50, 7, 7},     {W("0"), 7, 0, 50, 0, 0},
+              {W("0 x"), 7, 0, 50, 0, 0},  {W("5"), 7, 10, 20, 10, 10},     {W("x"), 99, 10, 20, 20, 20},
+              {W("5"), 7, 20, 10, 10, 10}, {W("12g"), 7, 0, 50, 12, 18},    {nullptr, 7, 3, 50, 3, 3},
+              {W("0x"), 7, 0, 50, 7, 0},   {W(" 0xfF"), 7, 0, 500, 7, 255}, {W("0X1"), 7, 0, 50, 7, 7}};
+  for (const auto& row : rows) {
     const auto check = [&row](auto read, auto expected) {
       const auto cast = [](int value) { return static_cast<decltype(expected)>(value); };
-      const auto value =
-          read(row.text, cast(row.defaultValue), cast(row.minimum), cast(row.maximum), nullptr);
-      EXPECT_EQ(value, expected) << expected;
+      EXPECT_EQ(read(row.text, cast(row.defaultValue), cast(row.minimum), cast(row.maximum), nullptr),
+                expected);
     };
     check(QnTextToLongTokenEx, LONG(row.decimal));
     check(QnTextToLongLongTokenEx, LONGLONG(row.decimal));
@@ -233,16 +212,14 @@ TEST_F(NumberTest, DefaultsReplaceTextAndLimitsHold) {
 }
 
 TEST_F(NumberTest, LabelsAndSizesAreShort) {
-  using Label = std::pair<const WCHAR*, const char*>;
-  for (const auto& [label, expected] :
-       {Label{QnGetdBStringFixed(-900, 1, -900, TRUE), "-Inf."},
-        Label{QnGetdBStringFixed(-125, 1, -900, TRUE), "-12.5 dB"},
-        Label{QnGetdBStringFloat(-12.25f, 2, 0, FALSE), "-12.25"},
-        Label{QnGetLabeledStringFixed(1, 12, 0, nullptr), "0.000000001"},
-        Label{QnGetLabeledStringFixed(1, 0, 0, W(" and a label without end")), "1 and a label without e"},
-        Label{QnGetLabeledStringFloat(-3e20f, 0, 0, nullptr), "-2,147,483,648"}}) {
-    EXPECT_EQ(qn::ToUtf8(label), expected);
-  }
+  const std::pair<const WCHAR*, const char*> labels[] = {
+      {QnGetdBStringFixed(-900, 1, -900, TRUE), "-Inf."},
+      {QnGetdBStringFixed(-125, 1, -900, TRUE), "-12.5 dB"},
+      {QnGetdBStringFloat(-12.25f, 2, 0, FALSE), "-12.25"},
+      {QnGetLabeledStringFixed(1, 12, 0, nullptr), "0.000000001"},
+      {QnGetLabeledStringFixed(1, 0, 0, W(" and a label without end")), "1 and a label without e"},
+      {QnGetLabeledStringFloat(-3e20f, 0, 0, nullptr), "-2,147,483,648"}};
+  for (const auto& [label, expected] : labels) EXPECT_EQ(qn::ToUtf8(label), expected);
   using Size = std::pair<LONGLONG, const char*>;
   const auto fileSize = [](LONGLONG size) {
     return Printed([size](WCHAR* text) { QnFormatFileSize(size, text, 64, TRUE); });
@@ -253,16 +230,15 @@ TEST_F(NumberTest, LabelsAndSizesAreShort) {
         Size{1023999, "1,000.00KB|1,000.00 KB|1,000.00 KB|0.97 MB"},
         Size{10485760, "10.24MB|10.24 MB|10.24 MB|10.0 MB"},
         Size{1024000000, "1.00GB|1.00 GB|1.00 GB|976 MB"}, Size{-5, "-5|-5 bytes|-5|0 bytes"}}) {
-    WCHAR tight[64], words[64], spaced[64];
-    QnGetByteSizeText(size, tight);
-    QnGetByteSizeText2(size, words);
-    QnGetByteSizeTextWithSpace(size, spaced);
-    const u16string all = tight + u16string(W("|")) + words + W("|") + spaced + W("|");
-    EXPECT_EQ(qn::ToUtf8(all) + fileSize(size), expected);
+    string all;
+    for (auto* const print : {QnGetByteSizeText, QnGetByteSizeText2, QnGetByteSizeTextWithSpace}) {
+      all += Printed([&, size = size](WCHAR* text) { print(size, text); }) + "|";
+    }
+    EXPECT_EQ(all + fileSize(size), expected);
   }
   for (int bits = 10; bits <= 50; bits += 10) EXPECT_EQ(fileSize(999LL << bits).substr(0, 5), "0.97 ");
   EXPECT_EQ(fileSize(0x6FFFFFFFFFFFFFFF) + fileSize(0x7000000000000000), "6.99 EB> 9 YB");
-  Use(kGerman, {{LOCALE_ILZERO, W("0")}});
+  UseLocale(kGerman, {{LOCALE_ILZERO, W("0")}});
   EXPECT_EQ(fileSize(999), ",97 KB");
   EXPECT_EQ(Printed([](WCHAR* text) { QnFourCCToString(0x7F20414D, text); }), "MA .");
   EXPECT_EQ(Printed([](WCHAR* text) { QnFourCCToStringCPU(0x417F414D, text); }), "MA");
@@ -281,39 +257,36 @@ TEST_F(NumberTest, TextsAreFittedByDots) {
     return dc && view.find('!') == view.npos;
   };
   const qn::WindowBackend* const before = qn::SetWindowBackend(&ruler);
-  struct Row {
-    u16string text;
-    int size, width;
-    u16string end, start;
-  };
   int window = 0;
   const HDC dc = reinterpret_cast<HDC>(&window);
-  const auto fit = [&](auto function, const Row& row, const u16string& expected) {
-    u16string text = row.text + u16string(16, 0);
-    EXPECT_EQ(function(dc, text.data(), row.size, row.width), expected != row.text);
-    EXPECT_EQ(text.c_str(), expected) << row.width;
+  const auto fit = [&](auto function, u16string text, int size, int width, const u16string& expected) {
+    const bool shortened = expected != text;
+    text.resize(text.size() + 16);
+    EXPECT_EQ(function(dc, text.data(), size, width), shortened);
+    EXPECT_EQ(text.c_str(), expected) << width;
   };
-  const u16string abc = W("abcdef");
-  for (const Row& row : {Row{abc, 32, 62, abc, abc}, Row{abc, 32, 61, W("abcd..."), W("...cdef")},
-                         Row{abc, 7, 61, W("abc..."), W("...def")}, Row{abc, 32, 24, W("a..."), W("...f")},
-                         Row{abc, 32, 23, abc, abc}, Row{abc, INT32_MIN, 61, abc, abc},
-                         Row{W("a!cdef"), 32, 61, W("a!cdef"), W("a!cdef")},
-                         Row{W("ab\xD83D\xDE00z"), 32, 47, W("ab..."), W("...\xD83D\xDE00z")},
-                         Row{W("a\xD83D\xDE00yz"), 32, 47, W("a\xD83D\xDE00..."), W("...yz")}}) {
-    fit(QnCalcStringEllipsis, row, row.end);
-    fit(QnCalcStringEllipsisFromEnd, row, row.start);
+  using Row = std::tuple<u16string, int, int, u16string, u16string>;
+  const u16string abc = W("abcdef"), path = W("\\dir\\sub/name");
+  for (const auto& [whole, size, width, end, start] :
+       {Row(abc, 32, 62, abc, abc), Row(abc, 32, 61, W("abcd..."), W("...cdef")),
+        Row(abc, 7, 61, W("abc..."), W("...def")), Row(abc, 32, 24, W("a..."), W("...f")),
+        Row(abc, 32, 23, abc, abc), Row(abc, INT32_MIN, 61, abc, abc),
+        Row(W("a!cdef"), 32, 61, W("a!cdef"), W("a!cdef")),
+        Row(W("ab\xD83D\xDE00z"), 32, 47, W("ab..."), W("...\xD83D\xDE00z")),
+        Row(W("a\xD83D\xDE00yz"), 32, 47, W("a\xD83D\xDE00..."), W("...yz"))}) {
+    fit(QnCalcStringEllipsis, whole, size, width, end);
+    fit(QnCalcStringEllipsisFromEnd, whole, size, width, start);
   }
-  const u16string path = W("\\dir\\sub/name");
-  for (const Row& row :
-       {Row{path, 32, 131, path, path}, Row{path, 32, 130, W("\\dir\\s.../name"), path},
-        Row{path, 32, 62, W(".../name"), path}, Row{path, 32, 61, path, path},
-        Row{path, 9, 130, W(".../name"), W("\\dir\\sub")}, Row{W("/a!/b"), 32, 45, W("/a!/b"), W("/a!/b")}}) {
-    fit(QnCalcPathEllipsis, row, row.end);
+  for (const auto& [whole, size, width, end, cut] :
+       {Row(path, 32, 131, path, path), Row(path, 32, 130, W("\\dir\\s.../name"), path),
+        Row(path, 32, 62, W(".../name"), path), Row(path, 32, 61, path, path),
+        Row(path, 9, 130, W(".../name"), W("\\dir\\sub")), Row(W("/a!/b"), 32, 45, W("/a!/b"), W("/a!/b"))}) {
+    fit(QnCalcPathEllipsis, whole, size, width, end);
     WCHAR text[32];
-    QnCalcPathEllipsisExCtl(reinterpret_cast<HWND>(dc), row.text.c_str(), text, row.size, row.width);
-    EXPECT_EQ(text, row.end);
-    EXPECT_FALSE(QnCalcPathEllipsisExCtl(nullptr, row.text.c_str(), text, row.size, row.width));
-    EXPECT_EQ(text, row.start);
+    for (const HWND control : {reinterpret_cast<HWND>(dc), HWND{nullptr}}) {
+      QnCalcPathEllipsisExCtl(control, whole.c_str(), text, size, width);
+      EXPECT_EQ(text, control ? end : cut);
+    }
   }
   qn::SetWindowBackend(before);
 }

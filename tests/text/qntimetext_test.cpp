@@ -1,17 +1,14 @@
 #include "qn/text/qntimetext.h"
 
-#include <gtest/gtest.h>
-
 #include <array>
 #include <iomanip>
 #include <random>
 #include <sstream>
 #include <string>
 
-#include "qn/platform/locale.h"
 #include "qn/platform/text.h"
-#include "qn/text/qnprint.h"
 #include "tests/support/support.h"
+#include "tests/text/text_test.h"
 
 namespace {
 
@@ -36,15 +33,7 @@ std::istream& operator>>(std::istream& in, Label& label) {
   return in >> label[0] >> label[1] >> label[2] >> label[3];
 }
 
-class TimeText : public testing::Test {
- protected:
-  TimeText() { SetLocale(0x0409); }
-  ~TimeText() override { SetLocale(0); }
-  static void SetLocale(LCID locale) {
-    SetUserDefaultLCID(locale);
-    QnLang_GetInternationals(nullptr, 0);
-  }
-};
+using TimeText = qntest::EnglishTest;
 
 // Each frame of the day in each type against labels that are counted up one by one.
 TEST(Timecode, EveryFrameOfTheDay) {
