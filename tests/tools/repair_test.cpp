@@ -47,11 +47,6 @@ Map MapOf(const Bytes& file) {
 
 using Damager = std::function<void(Bytes*, const Map&)>;
 
-struct DamageCase {
-  const char* name;
-  Damager damage;
-};
-
 void Zero(Bytes* file, size_t from, size_t count) {
   for (size_t i = from; i < from + count; ++i) file->at(i) = 0;
 }
@@ -66,7 +61,7 @@ Damager Sizes(uint64_t form, uint64_t data) {
   };
 }
 
-const DamageCase kDamages[] = {
+const std::pair<const char*, Damager> kDamages[] = {
     {"both sizes 0", Sizes(0, 0)},
     {"as it was started", [](Bytes* f, const Map& m) { Sizes(m.start, m.wave64 ? 24 : 0)(f, m); }},
     {"both sizes open", Sizes(~uint64_t{0}, ~uint64_t{0})},
@@ -112,10 +107,10 @@ TEST_P(RepairOf, BringsEveryFrameBack) {
   const auto withoutSamples = [&](const Bytes& file) {
     return Bytes(file.begin(), file.begin() + static_cast<ptrdiff_t>(map.start));
   };
-  for (const DamageCase& test : kDamages) {
-    SCOPED_TRACE(command + ": " + test.name);
+  for (const auto& [name, damage] : kDamages) {
+    SCOPED_TRACE(command + ": " + name);
     Bytes damaged = healthy;
-    test.damage(&damaged, map);
+    damage(&damaged, map);
     if (damaged == healthy) continue;
     WriteFileBytes(path, damaged);
     const ToolRun info = Qnwave({"info", path});
@@ -130,11 +125,7 @@ TEST_P(RepairOf, BringsEveryFrameBack) {
     ASSERT_EQ(repaired.size(), healthy.size());
     EXPECT_TRUE(std::equal(healthy.begin() + static_cast<ptrdiff_t>(map.start), healthy.end(),
                            repaired.begin() + static_cast<ptrdiff_t>(map.start)));
-    const Sound after = ReadSound(path);
-    EXPECT_EQ(after.rate, sound.rate);
-    EXPECT_EQ(after.channels, sound.channels);
-    EXPECT_EQ(after.format, sound.format);
-    EXPECT_EQ(after.samples, sound.samples);
+    EXPECT_TRUE(ReadSound(path) == sound);
     EXPECT_EQ(ReadFileBytes(path + ".header.bak"), withoutSamples(damaged));
     EXPECT_NE(Qnwave({"repair", path}).out.find("healthy"), std::string::npos);
     EXPECT_EQ(ReadFileBytes(path), repaired);
@@ -157,7 +148,7 @@ TEST(Repair, SetsTheSizesAloneWhereTheyAloneAreWrong) {
   const Bytes healthy = ReadFileBytes(path);
   const Map map = MapOf(healthy);
   Bytes damaged = healthy;
-  kDamages[0].damage(&damaged, map);
+  kDamages[0].second(&damaged, map);
   // The recording was cut off in the middle of a frame.
   damaged.resize(damaged.size() - 7);
   WriteFileBytes(path, damaged);
@@ -177,7 +168,7 @@ TEST(Repair, WritesALostHeaderWithTheDefaultsGiven) {
   const std::string path = folder.Native("x.wav");
   for (const size_t start : {size_t{44}, size_t{46}, size_t{52}, size_t{4096}}) {
     const Bytes audio = Noise(4 * 1000);
-    WriteFileBytes(path, Builder().Zeros(start).Add(audio).Get());
+    WriteFileBytes(path, Bytes(start) + audio);
     std::vector<std::string> words = {"repair", "--no-backup", path};
     // The two usual starts are told apart by the frames that fill the file.
     if (start > 46) words.insert(words.end(), {"--limit", std::to_string(start)});
@@ -190,7 +181,7 @@ TEST(Repair, WritesALostHeaderWithTheDefaultsGiven) {
     ASSERT_EQ(sound.samples.size(), 2000u) << start;
     EXPECT_EQ(sound.samples[0] * 32768, static_cast<int16_t>(Get(audio, 0, 2))) << start;
   }
-  WriteFileBytes(path, Builder().Zeros(44).Add(Noise(6000)).Get());
+  WriteFileBytes(path, Bytes(44) + Noise(6000));
   EXPECT_EQ(Qnwave({"repair", path, "--format", "s24,22050,1", "--channels=4", "--rate", "96000"}).exit, 0);
   const Sound sound = ReadSound(path);
   EXPECT_EQ(sound.rate, 96000);
@@ -201,8 +192,7 @@ TEST(Repair, WritesALostHeaderWithTheDefaultsGiven) {
 TEST(Repair, NeverOverwritesABackup) {
   const ScratchFolder folder;
   const std::string path = folder.Native("x.wav");
-  const Bytes damaged =
-      Builder().Chunk("fmt ", Record(1, 1, 8000, 16)).Text("data").U32(0).Add(Noise(100)).Wave();
+  const Bytes damaged = Wav::Form(Wav::Chunk("fmt ", Record(1, 1, 8000, 16)) + Hex("'data' *4") + Noise(100));
   for (int i = 0; i < 2; ++i) {
     WriteFileBytes(path, damaged);
     EXPECT_EQ(Qnwave({"repair", path}).exit, 0);
@@ -218,8 +208,8 @@ TEST(Repair, LeavesWhatItIsNotFor) {
   Make("sox " + std::string(kRecording) + " " + folder.Native("x.aiff"));
   Make("sox " + std::string(kRecording) + " " + folder.Native("x.ogg"));
   WriteFileBytes(folder.Native("noise"), Noise(5000));
-  WriteFileBytes(folder.Native("avi.wav"), Builder().Text("RIFF").U32(100).Text("AVI ").Zeros(96).Get());
-  WriteFileBytes(folder.Native("short.wav"), Builder().Text("RIFF").U32(0).Text("WAVE").Get());
+  WriteFileBytes(folder.Native("avi.wav"), Hex("'RIFF' 64 *3 'AVI ' *96"));
+  WriteFileBytes(folder.Native("short.wav"), Hex("'RIFF' *4 'WAVE'"));
   for (const char* name : {"rf64.wav", "x.aiff", "x.ogg", "noise", "avi.wav", "short.wav"}) {
     const Bytes before = ReadFileBytes(folder.Native(name));
     const ToolRun run = Qnwave({"repair", folder.Native(name)});

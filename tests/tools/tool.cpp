@@ -62,37 +62,14 @@ Sound ReadSound(const std::string& path) {
   return sound;
 }
 
-Builder& Builder::Text(const std::string& text) {
-  bytes_.insert(bytes_.end(), text.begin(), text.end());
-  return *this;
-}
-
-Builder& Builder::Zeros(size_t count) {
-  bytes_.insert(bytes_.end(), count, 0);
-  return *this;
-}
-
-Builder& Builder::Add(const Bytes& bytes) {
-  bytes_.insert(bytes_.end(), bytes.begin(), bytes.end());
-  return *this;
-}
-
-Builder& Builder::Chunk(const std::string& id, const Bytes& data) {
-  return Text(id).U32(data.size()).Add(data).Zeros(data.size() % 2);
-}
-
-Bytes Builder::Wave() const {
-  return Builder().Text("RIFF").U32(bytes_.size() + 4).Text("WAVE").Add(bytes_).Get();
-}
-
-Builder& Builder::Number(uint64_t value, int count) {
-  for (int i = 0; i < count; ++i) bytes_.push_back(static_cast<uint8_t>(value >> (8 * i)));
-  return *this;
-}
-
 Bytes Record(uint32_t tag, uint32_t channels, uint32_t rate, uint32_t bits) {
   const uint32_t frame = channels * (bits / 8);
-  return Builder().U16(tag).U16(channels).U32(rate).U32(uint64_t{rate} * frame).U16(frame).U16(bits).Get();
+  return Le(tag, 2) + Le(channels, 2) + Le(rate, 4) + Le(uint64_t{rate} * frame, 4) + Le(frame, 2) +
+         Le(bits, 2);
+}
+
+Bytes WaveFile(const Bytes& record, const Bytes& samples) {
+  return Wav::Form(Wav::Chunk("fmt ", record) + Wav::Chunk("data", samples));
 }
 
 Bytes Noise(size_t count) {

@@ -1,11 +1,11 @@
-// Runs the tools, builds wave files byte by byte, and reads files with other programs.
+// Runs the tools, makes wave files byte by byte, and reads files with other programs.
 #pragma once
 
 #include <cstdint>
 #include <string>
 #include <vector>
 
-#include "tests/support/support.h"
+#include "tests/support/chunks.h"
 
 namespace qntest {
 
@@ -32,33 +32,18 @@ struct Sound {
   int channels = 0;
   int format = 0;
   std::vector<double> samples;  // full scale is 1.0
+
+  bool operator==(const Sound&) const = default;
 };
 Sound ReadSound(const std::string& path);
 
-// Little-endian bytes of a file under construction.
-class Builder {
- public:
-  Builder& Text(const std::string& text);
-  Builder& U16(uint32_t value) { return Number(value, 2); }
-  Builder& U32(uint64_t value) { return Number(value, 4); }
-  Builder& U64(uint64_t value) { return Number(value, 8); }
-  Builder& Zeros(size_t count);
-  Builder& Add(const Bytes& bytes);
-
-  // A chunk with its pad byte.
-  Builder& Chunk(const std::string& id, const Bytes& data);
-
-  // "RIFF", a right size and "WAVE" in front of all.
-  Bytes Wave() const;
-  const Bytes& Get() const { return bytes_; }
-
- private:
-  Builder& Number(uint64_t value, int count);
-  Bytes bytes_;
-};
+using Wav = RiffShape;
 
 // A format record of 16 bytes.
 Bytes Record(uint32_t tag, uint32_t channels, uint32_t rate, uint32_t bits);
+
+// A file of a format chunk and samples.
+Bytes WaveFile(const Bytes& record, const Bytes& samples);
 
 // Noise that is no chunk: every byte has its high bit set.
 Bytes Noise(size_t count);
