@@ -6,24 +6,7 @@
 
 #include "fuzz/fuzz_file.h"
 #include "qn/platform/memory.h"
-
-// The calls of a family under one name each.
-#define QN_FUZZ_FAMILY(family)                                            \
-  static constexpr auto Save = family##_SaveLocation;                     \
-  static constexpr auto Restore = family##_RestoreLocation;               \
-  static constexpr auto Start = family##_SeekDataStart;                   \
-  static constexpr auto Skip = family##_SkipChunk;                        \
-  static constexpr auto ReadHeader = family##_ReadChunkHeader;            \
-  static constexpr auto ReadData = family##_ReadData;                     \
-  static constexpr auto ReadBounded = family##_ReadDataBounded;           \
-  static constexpr auto ReadAlloc = family##_ReadDataAlloc;               \
-  static constexpr auto Find = family##_FindChunkHeader;                  \
-  static constexpr auto FindInForm = family##_FindChunkHeaderInRIFF;      \
-  static constexpr auto FindList = family##_FindListChunk;                \
-  static constexpr auto FindListInForm = family##_FindListChunkFromStart; \
-  static constexpr auto Count = family##_GetNumListEntries;               \
-  static constexpr auto Seek = family##_SeekListEntry;                    \
-  static constexpr auto Update = family##_UpdateRIFFSize
+#include "tests/support/chunk_calls.h"
 
 namespace qnfuzz {
 

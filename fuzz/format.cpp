@@ -5,12 +5,14 @@
 // slots hold doubles.
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
 
+#include "fuzz/check.h"
 #include "qn/text/qnprint.h"
+
+using qnfuzz::Check;
 
 namespace {
 
@@ -20,10 +22,6 @@ constexpr int kLargeRoom = 4096;
 // Ends as a wide and as a narrow text.
 alignas(8) const WCHAR kText[] = {'w', 'i', 0x00E9, 0xD83D, 0xDE00, 'd', 'e', 0};
 double g_double = 0;
-
-void Check(bool good) {
-  if (!good) std::abort();
-}
 
 // Where registers end, integers and doubles share the stack: its first slots are the texts, as many as any 32
 // conversions can reach.
@@ -56,15 +54,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   WCHAR whole[kLargeRoom];
   int wholeLength = -1;
   const HRESULT wholeStatus = Print(whole, kLargeRoom, &wholeLength, format.get());
-  Check(wholeLength >= 0 && wholeLength < kLargeRoom && whole[wholeLength] == 0);
+  Check(wholeLength >= 0 && wholeLength < kLargeRoom && whole[wholeLength] == 0, "a text ends in its room");
   for (int room = 1; room <= 64; ++room) {
     const std::unique_ptr<WCHAR[]> buffer(new WCHAR[static_cast<size_t>(room)]);
     int written = -1;
     const HRESULT status = Print(buffer.get(), room, &written, format.get());
-    Check(written >= 0 && written < room && buffer[static_cast<size_t>(written)] == 0);
+    Check(written >= 0 && written < room && buffer[static_cast<size_t>(written)] == 0,
+          "a text ends in its room");
     if (wholeStatus != 0) continue;
-    Check((status == 0) == (wholeLength < room));
-    Check(status != 0 || std::memcmp(buffer.get(), whole, static_cast<size_t>(written) * sizeof(WCHAR)) == 0);
+    Check((status == 0) == (wholeLength < room), "what fits is printed");
+    Check(status != 0 || std::memcmp(buffer.get(), whole, static_cast<size_t>(written) * sizeof(WCHAR)) == 0,
+          "what is printed is the text");
   }
   return 0;
 }

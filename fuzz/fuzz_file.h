@@ -9,17 +9,11 @@
 #include <string>
 #include <utility>
 
+#include "fuzz/check.h"
 #include "qn/platform/file.h"
 #include "qn/platform/text.h"
 
 namespace qnfuzz {
-
-// Ends the run when a property does not hold, in every build.
-inline void Check(bool holds, const char* what) {
-  if (holds) return;
-  std::fprintf(stderr, "property broken: %s\n", what);
-  abort();
-}
 
 // Open for reading and writing from the first time that its handle is asked for.
 class FuzzFile {

@@ -3,7 +3,7 @@
 #include <cstring>
 #include <string>
 
-#include "fuzz/fuzz_file.h"
+#include "fuzz/check.h"
 #include "qn/text/qnnumber.h"
 
 using qnfuzz::Check;

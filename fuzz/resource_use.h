@@ -1,22 +1,15 @@
 // Everything that reads an image of resources, on any bytes, and what must hold for them.
 #pragma once
 
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
 
+#include "fuzz/check.h"
 #include "qn/platform/module.h"
 #include "qn/platform/resource_internal.h"
 
 namespace qnfuzz {
-
-inline void Require(bool holds, const char* what) {
-  if (holds) return;
-  std::fprintf(stderr, "property broken: %s\n", what);
-  std::abort();
-}
 
 // A type or a name of a record as the published functions take it.
 class NameArgument {
@@ -44,11 +37,11 @@ inline void UseVersionBlock(const uint8_t* block, size_t room) {
     UINT units;
     if (!VerQueryValueW(block, path, &value, &units)) continue;
     const auto place = static_cast<size_t>(static_cast<uint8_t*>(value) - block);
-    Require(place + units <= room, "a part of a version beyond its block");
+    Check(place + units <= room, "a part of a version beyond its block");
     // The sanitizer sees a read beyond the block.
     volatile uint8_t sum = 0;
     for (UINT i = 0; i < units; ++i) sum = sum ^ block[place + i];
-    if (units == 0) Require(qn::ReadUnaligned<WORD>(block + place) == 0, "an empty value without end");
+    if (units == 0) Check(qn::ReadUnaligned<WORD>(block + place) == 0, "an empty value without end");
   }
 }
 
@@ -69,7 +62,7 @@ inline size_t UseResources(const uint8_t* image, size_t size) {
   qn::ResourceWalk walk({image, size});
   size_t count = 0;
   for (qn::ResourceRecord record; walk.Next(&record) && count < 64; ++count) {
-    Require(record.data >= image && record.data + record.dataSize <= image + size, "data beyond the image");
+    Check(record.data >= image && record.data + record.dataSize <= image + size, "data beyond the image");
     const NameArgument type(record.type), name(record.name);
     if (record.type.id == 16) {
       UseVersion(record.data, record.dataSize);
@@ -77,16 +70,16 @@ inline size_t UseResources(const uint8_t* image, size_t size) {
     }
     if (!type.LeadsBack() || (record.name.text && !name.LeadsBack())) continue;
     const HRSRC found = FindResourceExW(module, type, name, record.language);
-    Require(found, "a record that cannot be found");
+    Check(found, "a record that cannot be found");
     const auto* const data = static_cast<const uint8_t*>(LockResource(LoadResource(module, found)));
     // The search for the neutral language prefers the user's, wherever it is.
-    Require(data >= image && (record.language == 0 || data <= record.data) &&
-                data + SizeofResource(module, found) <= image + size,
-            "a found record elsewhere");
+    Check(data >= image && (record.language == 0 || data <= record.data) &&
+              data + SizeofResource(module, found) <= image + size,
+          "a found record elsewhere");
     const auto any = [](HMODULE, const WCHAR*, const WCHAR*, WORD language, intptr_t wanted) -> BOOL {
       return language != wanted;
     };
-    Require(!EnumResourceLanguagesW(module, type, name, any, record.language), "a language not listed");
+    Check(!EnumResourceLanguagesW(module, type, name, any, record.language), "a language not listed");
   }
   RegisterModuleResources(module, nullptr, 0);
   return count;

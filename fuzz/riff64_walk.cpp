@@ -10,7 +10,7 @@ struct Wave64 {
   using Size = uint64_t;
   using Budget = int64_t;
   static constexpr bool kGainsBudget = true;  // from sizes beyond the signed range
-  QN_FUZZ_FAMILY(riff64);
+  QN_CHUNK_CALLS(riff64);
   static const GUID* Key(const GUID& id) { return &id; }
   static HRESULT Delete(HANDLE file, const GUID& id, Size* deleted, bool) {
     return riff64_DeleteChunk(file, &id, deleted);

@@ -10,7 +10,7 @@ struct Riff {
   using Size = uint32_t;
   using Budget = uint32_t;
   static constexpr bool kGainsBudget = false;
-  QN_FUZZ_FAMILY(riff);
+  QN_CHUNK_CALLS(riff);
   static Id Key(Id id) { return id; }
   static HRESULT Delete(HANDLE file, Id id, Size* deleted, bool isList) {
     return riff_DeleteChunk(file, id, deleted, isList);

@@ -3,6 +3,7 @@
 #include "qn/media/riff64.h"
 #include "qn/platform/memory.h"
 #include "tests/media/media_file.h"
+#include "tests/support/chunk_calls.h"
 
 namespace {
 
@@ -13,32 +14,11 @@ using namespace qntest;
 // which is reached. Without a budget there is no bound.
 using Row = std::tuple<std::string_view, std::optional<int64_t>, HRESULT, int64_t, uint64_t>;
 
-// The calls of a family under one name each.
-#define CALLS(family)                                                     \
-  static constexpr auto ReadFileID = family##_ReadFileID;                 \
-  static constexpr auto ReadHeader = family##_ReadChunkHeader;            \
-  static constexpr auto ReadListHeader = family##_ReadListHeader;         \
-  static constexpr auto ReadData = family##_ReadData;                     \
-  static constexpr auto ReadBounded = family##_ReadDataBounded;           \
-  static constexpr auto ReadAlloc = family##_ReadDataAlloc;               \
-  static constexpr auto Save = family##_SaveLocation;                     \
-  static constexpr auto Restore = family##_RestoreLocation;               \
-  static constexpr auto Start = family##_SeekDataStart;                   \
-  static constexpr auto SkipChunk = family##_SkipChunk;                   \
-  static constexpr auto Find = family##_FindChunkHeader;                  \
-  static constexpr auto FindInForm = family##_FindChunkHeaderInRIFF;      \
-  static constexpr auto FindList = family##_FindListChunk;                \
-  static constexpr auto FindListInForm = family##_FindListChunkFromStart; \
-  static constexpr auto CountEntries = family##_GetNumListEntries;        \
-  static constexpr auto SeekEntry = family##_SeekListEntry;               \
-  static constexpr auto SetSize = family##_SetRIFFSize;                   \
-  static constexpr auto Update = family##_UpdateRIFFSize
-
 struct Riff : RiffShape {
   using Id = uint32_t;
   using Size = uint32_t;
   using Budget = uint32_t;
-  CALLS(riff);
+  QN_CHUNK_CALLS(riff);
   static HRESULT Delete(HANDLE file, uint32_t id, uint32_t* deleted) {
     return riff_DeleteChunk(file, id, deleted, 0);
   }
@@ -69,7 +49,7 @@ struct Wave64 : Wave64Shape {
   using Id = GUID;
   using Size = uint64_t;
   using Budget = int64_t;
-  CALLS(riff64);
+  QN_CHUNK_CALLS(riff64);
   static constexpr auto Delete = riff64_DeleteChunk;
   static GuidKey Key(std::string_view text) { return GuidKey(Name(text)); }
 
@@ -106,7 +86,7 @@ TYPED_TEST(Chunks, ReadsHeadersInOrder) {
   F::Restore(file, F::kForm);
   EXPECT_EQ(F::ReadHeader(file, &id, &size), S_OK);
   EXPECT_EQ(std::tuple(BytesOf(id), size), std::tuple(F::Name("note"), 3));
-  EXPECT_EQ(F::SkipChunk(file, size), F::Padded(3));
+  EXPECT_EQ(F::Skip(file, size), F::Padded(3));
   EXPECT_EQ(F::ReadListHeader(file, &id, &size), S_OK);
   EXPECT_EQ(std::tuple(BytesOf(id), size), std::tuple(F::Name("INFO"), whole.size() - file.At()));
   EXPECT_EQ(F::ReadListHeader(file, &id, &size), QN_E_LIST_HEADER);
@@ -162,10 +142,10 @@ TYPED_TEST(Chunks, SearchesAndWalksSpendTheirBudget) {
     HRESULT got;
     F::Start(file);
     if (what == "#") {
-      got = F::CountEntries(file, &count, &remaining);
+      got = F::Count(file, &count, &remaining);
       EXPECT_EQ(file.At(), F::kForm);
     } else if (what[0] == '#') {
-      got = F::SeekEntry(file, std::stoi(std::string(what.substr(1))), &remaining);
+      got = F::Seek(file, std::stoi(std::string(what.substr(1))), &remaining);
     } else {
       const auto key = F::Key(what.substr(what.size() - 4));
       const bool isList = what[0] == '+';
