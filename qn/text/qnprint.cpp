@@ -21,6 +21,7 @@ constexpr int kMostTextOutput = 1024;  // characters of one unbounded text conve
 
 // Room for the longest double of 10 decimals, one of more is not dressed, with separators of 7 characters.
 constexpr int kDressedRoom = 4096;
+static_assert(kDressedRoom >= 2 * kLongestLiteral);  // a literal number has a room of twice its length
 
 // The letters and signs that end a conversion spec, one bit each.
 constexpr uint64_t TerminatorBits(int from) {
@@ -204,10 +205,10 @@ void Walker::Token() {
 }
 
 void Walker::LiteralNumber() {
-  WCHAR digits[kLongestSpec + 1];
+  WCHAR digits[kLongestLiteral + 1];
   int length = 0;
   if (*at_ == '-') digits[length++] = *at_++;
-  while (length < kLongestSpec && (IsDigit(*at_) || *at_ == ',' || *at_ == '.')) digits[length++] = *at_++;
+  while (length < kLongestLiteral && (IsDigit(*at_) || *at_ == ',' || *at_ == '.')) digits[length++] = *at_++;
   digits[length] = 0;
   if (*at_ == ')') {
     ++at_;

@@ -13,9 +13,10 @@ namespace qn {
 // A text was cut by the platform's rules for copies: its system error 122 as a status.
 constexpr HRESULT kTextTooLong = MakeStatus(0x8007007A);
 
-// Longest conversion spec, with its lead, and longest name of a token within a format.
+// Longest conversion spec, with its lead, longest name of a token and longest literal number in a format.
 constexpr int kLongestSpec = 260;
 constexpr int kLongestTokenName = 260;
+constexpr int kLongestLiteral = 2048;
 
 // Where formatted text goes: a buffer with room for `room` characters and a terminator.
 class PrintOutput {

@@ -95,7 +95,7 @@ int QnSetDlgItemTextF(HWND dialog, int item, const WCHAR* format, ...) {
 }
 
 int QnSetDlgItemTextNoF(HWND dialog, int item, const WCHAR* text) {
-  return QnSetDlgItemTextF(dialog, item, W("%s"), text);
+  return text ? QnSetDlgItemTextF(dialog, item, W("%s"), text) : 0;
 }
 
 int QnSetDlgItemTextId(HQNLANG language, HWND dialog, int item, UINT id, ...) {
@@ -115,7 +115,7 @@ int QnSetDlgItemTextNoFlashF(HWND dialog, int item, const WCHAR* format, ...) {
 }
 
 int QnSetDlgItemTextNoFlashNoF(HWND dialog, int item, const WCHAR* text) {
-  return QnSetDlgItemTextNoFlashF(dialog, item, W("%s"), text);
+  return text ? QnSetDlgItemTextNoFlashF(dialog, item, W("%s"), text) : 0;
 }
 
 int QnMEditPrintF(HWND edit, const WCHAR* format, ...) {

@@ -57,11 +57,19 @@ bool IsOneOf(std::u16string_view set, WCHAR c) {
   return set.find(c) != set.npos;
 }
 
+// Behind the characters that `accept` takes, `most` at most.
+template <typename Accept>
+const WCHAR* Skip(const WCHAR* text, int most, Accept accept) {
+  while (most-- > 0 && *text && accept(*text)) ++text;
+  return text;
+}
+
 // True if a format text asks for none but the row's arguments: it may be anybody's, and the printer believes
-// it. Walks as the printer does; a text so long that the printer's limits of specs and names would matter is
-// refused.
+// it. Walks as the printer does, with its limits.
 bool FitsRow(const WCHAR* text, const Row& row) {
-  if (std::u16string_view(text).size() >= qn::kLongestSpec) return false;
+  const auto isSpec = [](WCHAR c) { return !IsOneOf(W("!&*,:EGXcdefgiosuxz"), c); };
+  const auto isName = [](WCHAR c) { return c != ')'; };
+  const auto isNumber = [](WCHAR c) { return qn::IsDigit(c) || IsOneOf(W(",."), c); };
   int integers = 0, doubles = 0;
   while (*text) {
     const WCHAR lead = *text++;
@@ -71,13 +79,14 @@ bool FitsRow(const WCHAR* text, const Row& row) {
     } else if (lead == '$' && *text == '(') {
       ++text;
       if (qn::IsDigit(*text) || *text == '-' || *text == '.') {
-        ++text;
-        while (qn::IsDigit(*text) || IsOneOf(W(",."), *text)) ++text;
+        text = Skip(text + 1, qn::kLongestLiteral - 1, isNumber);
       } else {
-        while (*text && *text != ')') ++text;
+        text = Skip(text, qn::kLongestTokenName, isName);
       }
     } else {
-      while (*text && !IsOneOf(W("!&*,:EGXcdefgiosuxz"), *text)) ++text;
+      const WCHAR* const spec = text;
+      text = Skip(text, qn::kLongestSpec - 1, isSpec);
+      if (text - spec == qn::kLongestSpec - 1) continue;  // without an end, copied as it stands
       if (*text == 's') return false;
       integers += IsOneOf(W("Xcdiouxz"), *text);
       doubles += IsOneOf(W("EGefg"), *text);
@@ -220,18 +229,26 @@ int PrintMagnitude(const Output& output, const _qnposfmt& format, LONGLONG value
   }
 }
 
+// True if a position format prints a magnitude by a text of its own, whatever the caller's is.
+bool HasOwnText(const _qnposfmt& format, LONGLONG magnitude) {
+  return format.format == QNPOSFMT_COMPACT || (format.format == QNPOSFMT_TIME && magnitude >= kFirstWithDays);
+}
+
 int PrintTime(Output output, const _qnposfmt* format, LONGLONG nanotime, const WCHAR* text, DWORD flags) {
   if (!output.text || output.room == 0 || output.room < Output::kNoLimit) return 0;
   *output.text = 0;
-  if (!format) return 0;
+  if (!format || !text) return 0;
+  const LONGLONG value =
+      flags & QNTIMETEXT_ABSOLUTE ? nanotime : qn::SubtractSaturated(nanotime, format->offset);
+  const LONGLONG magnitude = value < 0 ? qn::SubtractSaturated(0, value) : value;
   const Row& row = RowOf(format->format);
-  if (!text || (text != row.longText && text != row.shortText && !FitsRow(text, row))) return 0;
-  LONGLONG value = flags & QNTIMETEXT_ABSOLUTE ? nanotime : qn::SubtractSaturated(nanotime, format->offset);
-  if (value >= 0) return PrintMagnitude(output, *format, value, text, flags);
+  const bool isOurs = text == row.longText || text == row.shortText || HasOwnText(*format, magnitude);
+  if (!isOurs && !FitsRow(text, row)) return 0;
+  if (value >= 0) return PrintMagnitude(output, *format, magnitude, text, flags);
   if (output.room == 1) return 0;
   *output.text++ = '-';
   if (output.room != Output::kNoLimit) --output.room;
-  return 1 + PrintMagnitude(output, *format, qn::SubtractSaturated(0, value), text, flags);
+  return 1 + PrintMagnitude(output, *format, magnitude, text, flags);
 }
 
 int PrintTimeByRow(const Output& output, const _qnposfmt* format, LONGLONG nanotime, DWORD flags) {
