@@ -5,6 +5,7 @@
 #include <bit>
 #include <cmath>
 #include <cstring>
+#include <tuple>
 
 #include "tests/audio/qncopy_reference.h"
 
@@ -71,28 +72,17 @@ TEST(ChannelKernels, Words) {
   constexpr uint32_t kWord16 = 0xABCD8001, kWord24 = 0xAB000180;  // -32767 and 384
   const auto flt = [](float x) { return uint64_t{std::bit_cast<uint32_t>(x)}; };
   const auto dbl = [](double x) { return std::bit_cast<uint64_t>(x); };
-  const struct {
-    int dst, src;
-    uint64_t out, in;
-  } cases[] = {
-      {17, 128, 0x8001, kWord16},
-      {19, 128, 0x80010000, kWord16},
-      {48, 128, 0xCD800100, kWord16},
-      {32, 128, flt(-32767.0f / 32768), kWord16},
-      {128, 17, 0xFFFFFFFE, 0xFFFE},
-      {128, 18, 0xFFFF8000, 0x8000FF},  // cut off, not rounded
-      {128, 32, 2, flt(1.5f / 32768)},
-      {128, 32, 0, flt(std::nanf(""))},
-      {18, 129, 0x000180, kWord24},
-      {32, 129, flt(384.0f * 256 / 8388608), kWord24},  // 256 times full scale
-      {33, 129, dbl(-256.0 / 8388608), 0x00FFFFFF},
-      {17, 129, 32767, 0x00010000},
-      {129, 17, 0xFFFFFE00, 0xFFFE},
-      {129, 18, 0xFF800001, 0x800001},
-      {129, 32, 32767, flt(1.0f)},  // 8388607, shifted down
-      {129, 32, 0xFFFFFFFF, flt(-1.5f / 8388608)},
-  };
-  for (const auto& [dst, src, out, in] : cases) {
+  using Row = std::tuple<int, int, uint64_t, uint64_t>;
+  for (const auto& [dst, src, out, in] :
+       {Row(17, 128, 0x8001, kWord16), Row(19, 128, 0x80010000, kWord16), Row(48, 128, 0xCD800100, kWord16),
+        Row(32, 128, flt(-32767.0f / 32768), kWord16), Row(128, 17, 0xFFFFFFFE, 0xFFFE),
+        Row(128, 18, 0xFFFF8000, 0x8000FF),  // cut off, not rounded
+        Row(128, 32, 2, flt(1.5f / 32768)), Row(128, 32, 0, flt(std::nanf(""))),
+        Row(18, 129, 0x000180, kWord24), Row(33, 129, dbl(-256.0 / 8388608), 0x00FFFFFF),
+        Row(32, 129, flt(384.0f * 256 / 8388608), kWord24),  // 256 times full scale
+        Row(17, 129, 32767, 0x00010000), Row(129, 17, 0xFFFFFE00, 0xFFFE), Row(129, 18, 0xFF800001, 0x800001),
+        Row(129, 32, 32767, flt(1.0f)),  // 8388607, shifted down
+        Row(129, 32, 0xFFFFFFFF, flt(-1.5f / 8388608))}) {
     uint64_t result = 0;
     Lookup(dst, src)(&result, 1, 0, &in, 1, 0, 1);
     EXPECT_EQ(result, out) << dst << " from " << src;

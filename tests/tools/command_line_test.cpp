@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <tuple>
+
 #include "tests/tools/tool.h"
 
 namespace qntest {
@@ -21,25 +23,19 @@ TEST(CommandLine, HelpTellsEveryCommandAndItsOptions) {
 }
 
 TEST(CommandLine, MistakesSayWhatIsWrong) {
-  const struct {
-    std::vector<std::string> words;
-    const char* message;
-  } kCases[] = {
-      {{}, "no command"},
-      {{"info"}, "no file"},
-      {{"info", "--frob", "x"}, "unknown option '--frob'"},
-      {{"info", "--lang", "xx", "x"}, "unknown language 'xx'"},
-      {{"info", "--time-format", "20", "x"}, "unknown time format '20'"},
-      {{"convert", "a.wav"}, "two files"},
-      {{"convert", "a.wav", "b.wav", "--gain", "loud"}, "bad gain 'loud'"},
-      {{"convert", "a.wav", "b.wav", "--type", "s17"}, "unknown sample type 's17'"},
-      {{"convert", "a.wav", "b.mp3"}, "tells no container"},
-      {{"convert", "a.wav", "b.wav", "--raw-in", "s16,44100"}, "is not TYPE,RATE,CHANNELS"},
-  };
-  for (const auto& test : kCases) {
-    const ToolRun run = Qnwave(test.words);
-    EXPECT_EQ(run.exit, 2) << test.message;
-    EXPECT_NE(run.err.find(test.message), std::string::npos) << run.err;
+  using Row = std::pair<std::vector<std::string>, const char*>;
+  for (const auto& [words, message] :
+       {Row({}, "no command"), Row({"info"}, "no file"),
+        Row({"info", "--frob", "x"}, "unknown option '--frob'"),
+        Row({"info", "--lang", "xx", "x"}, "unknown language 'xx'"), Row({"convert", "a.wav"}, "two files"),
+        Row({"info", "--time-format", "20", "x"}, "unknown time format '20'"),
+        Row({"convert", "a.wav", "b.wav", "--gain", "loud"}, "bad gain 'loud'"),
+        Row({"convert", "a.wav", "b.wav", "--type", "s17"}, "unknown sample type 's17'"),
+        Row({"convert", "a.wav", "b.mp3"}, "tells no container"),
+        Row({"convert", "a.wav", "b.wav", "--raw-in", "s16,44100"}, "is not TYPE,RATE,CHANNELS")}) {
+    const ToolRun run = Qnwave(words);
+    EXPECT_EQ(run.exit, 2) << message;
+    EXPECT_NE(run.err.find(message), std::string::npos) << run.err;
     EXPECT_NE(run.err.find("--help"), std::string::npos) << run.err;
     EXPECT_EQ(run.out, "");
   }
@@ -51,25 +47,17 @@ TEST(CommandLine, ErrorsNameTheFileTheReasonAndTheStatus) {
   WriteFileBytes(folder.Native("text"), {'n', 'o'});
   WriteFileBytes(folder.Native("a\\b.wav"), {});
   WriteFileBytes(folder.Native("caf\xE9.wav"), {});
-  const struct {
-    const char* name;
-    const char* reason;
-    const char* status;
-  } kCases[] = {
-      {"pipe", "no regular file", "(0x8004E007)"},
-      {"text", "no WAV", "(0x8004E00B)"},
-      {"a\\b.wav", "backslash", "(0x8004E00D)"},
-      {"caf\xE9.wav", "not valid UTF-8", "(0x8004E00D)"},
-  };
-  for (const auto& test : kCases) {
-    for (const std::vector<std::string>& words :
-         {std::vector<std::string>{"info", folder.Native(test.name)},
-          {"convert", folder.Native(test.name), folder.Native("out.wav")}}) {
-      const ToolRun run = Qnwave(words);
+  using Row = std::tuple<const char*, const char*, const char*>;
+  for (const auto& [name, reason, status] :
+       {Row("pipe", "no regular file", "(0x8004E007)"), Row("text", "no WAV", "(0x8004E00B)"),
+        Row("a\\b.wav", "backslash", "(0x8004E00D)"),
+        Row("caf\xE9.wav", "not valid UTF-8", "(0x8004E00D)")}) {
+    const std::string file = folder.Native(name);
+    for (const ToolRun& run : {Qnwave({"info", file}), Qnwave({"convert", file, folder.Native("out.wav")})}) {
       EXPECT_EQ(run.exit, 1);
       EXPECT_EQ(run.err.rfind("qnwave: ", 0), 0u) << run.err;
-      EXPECT_NE(run.err.find(test.reason), std::string::npos) << run.err;
-      EXPECT_NE(run.err.find(test.status), std::string::npos) << run.err;
+      EXPECT_NE(run.err.find(reason), std::string::npos) << run.err;
+      EXPECT_NE(run.err.find(status), std::string::npos) << run.err;
     }
   }
   // Control characters of a name do not reach the terminal.

@@ -28,39 +28,28 @@ TEST(TextTool, PrintsFormatsInALanguage) {
     EXPECT_EQ(run.out, expected) << run.err;
     EXPECT_EQ(run.exit, 0);
   }
-  EXPECT_EQ(Qntext({"$.1f"
-                    " $(MusicTime.Label)",
-                    "0.5"},
-                   "LC_ALL=pl_PL.UTF-8")
-                .out,
-            "0,5 tk.ud.ti\n");
+  const ToolRun polish = Qntext({"$.1f $(MusicTime.Label)", "0.5"}, "LC_ALL=pl_PL.UTF-8");
+  EXPECT_EQ(polish.out, "0,5 tk.ud.ti\n");
   EXPECT_NE(Qntext({"--lang", "fi", "--tokens"}).out.find("  $(SMPTE.Label.NonDrop)       tt:mm:ss.rr\n"),
             std::string::npos);
 }
 
 TEST(TextTool, RefusesWhatDoesNotFitTheFormat) {
-  const std::pair<Words, const char*> kCases[] = {
-      {{}, "no format"},
-      {{"--tokens", "x"}, "no operand"},
-      {{"--tokens", "--print-time", "1"}, "do not go together"},
-      {{"--lang", "xx", ""}, "unknown language 'xx'"},
-      {{"--token", "x", ""}, "'x' is not NAME=VALUE"},
-      {{"100 % done"}, "no argument is left for '% d'"},
-      {{"%d", "1", "2"}, "no conversion is left for '2'"},
-      {{"%d", "2147483648"}, "not '2147483648'"},
-      {{"%u", "-1"}, "not '-1'"},
-      {{"%d", "1.5"}, "not '1.5'"},
-      {{"$f", "1,5"}, "not '1,5'"},
-      {{"%c", "ab"}, "not 'ab'"},
-      {{"%hf", "1"}, "'%hf' is no conversion"},
-      {{"%S is", "1"}, "'%S i' is no conversion"},
-      {{"%99999999d", "1"}, "too long"},
-      {{"$(" + std::string(300, 'x') + "%s", "1"}, "too long"},
-      {{"--print-time", "smpte", "1"}, "unknown time format 'smpte'"},
-      {{"--print-time", "1", "1:00"}, "'1:00' is no time"},
-      {{"--frame-rate", "25/0", "--print-time", "frames", "1"}, "bad value '25/0' for --frame-rate"},
-  };
-  for (const auto& [words, message] : kCases) {
+  using Row = std::pair<Words, const char*>;
+  for (const auto& [words, message] :
+       {Row({}, "no format"), Row({"--tokens", "x"}, "no operand"),
+        Row({"--tokens", "--print-time", "1"}, "do not go together"),
+        Row({"--lang", "xx", ""}, "unknown language 'xx'"),
+        Row({"--token", "x", ""}, "'x' is not NAME=VALUE"),
+        Row({"100 % done"}, "no argument is left for '% d'"),
+        Row({"%d", "1", "2"}, "no conversion is left for '2'"), Row({"%d", "2147483648"}, "not '2147483648'"),
+        Row({"%u", "-1"}, "not '-1'"), Row({"%d", "1.5"}, "not '1.5'"), Row({"$f", "1,5"}, "not '1,5'"),
+        Row({"%c", "ab"}, "not 'ab'"), Row({"%hf", "1"}, "'%hf' is no conversion"),
+        Row({"%S is", "1"}, "'%S i' is no conversion"), Row({"%99999999d", "1"}, "too long"),
+        Row({"$(" + std::string(300, 'x') + "%s", "1"}, "too long"),
+        Row({"--print-time", "smpte", "1"}, "unknown time format 'smpte'"),
+        Row({"--print-time", "1", "1:00"}, "'1:00' is no time"),
+        Row({"--frame-rate", "25/0", "--print-time", "frames", "1"}, "bad value '25/0' for --frame-rate")}) {
     const ToolRun run = Qntext(words);
     EXPECT_EQ(run.exit, 2) << message;
     EXPECT_NE(run.err.find(message), std::string::npos) << message << run.err;
