@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <tuple>
 
 #include "qn/platform/locale.h"
 #include "qn/platform/text.h"
@@ -57,10 +58,7 @@ TEST_F(LocaleTest, Items) {
       LOCALE_ILANGUAGE, LOCALE_SABBREVLANGNAME, LOCALE_ICOUNTRY, LOCALE_SENGLANGUAGE, LOCALE_SENGCOUNTRY,
       LOCALE_SCOUNTRY,  LOCALE_SLANGUAGE,       LOCALE_SDECIMAL, LOCALE_STHOUSAND,    LOCALE_SGROUPING,
       LOCALE_SLIST,     LOCALE_STIME,           LOCALE_IMEASURE, LOCALE_SNEGATIVESIGN};
-  static constexpr struct {
-    LCID locale;
-    const char* items;
-  } kRows[] = {
+  static constexpr std::pair<LCID, const char*> kRows[] = {
       {0x1009, "1009|ENC|1|English|Canada|Kanada|Englisch (Kanada)|.|,|3;0|,|:|0|-|"},
       {0x0007, "0407|DEU|49|German|Germany|Deutschland|Deutsch (Deutschland)|,|.|3;0|;|:|0|-|"},
       {0x0807, "0807|DES|41|German|Switzerland|Schweiz|Deutsch (Schweiz)|.|’|3;0|;|:|0|-|"},
@@ -70,20 +68,20 @@ TEST_F(LocaleTest, Items) {
       {0x0C01, "0c01|ARE|20|Arabic|Egypt|Ägypten|Arabisch (Ägypten)|.|,|3;0|;|:|0|\u200E-|"},
       {0x041D, "041d|SVE|46|Swedish|Sweden|Schweden|Schwedisch (Schweden)|,|\u00A0|3;0|;|:|0|\u2212|"},
       {0x040B, "040b|FIN|358|Finnish|Finland|Finnland|Finnisch (Finnland)|,|\u00A0|3;0|;|.|0|\u2212|"},
-      {0x0C0C, "0c0c|FRC|1|French|Canada|Kanada|Französisch (Kanada)|,|\u00A0|3;0|;|:|0|-|"},
-  };
-  for (const auto& row : kRows) {
+      {0x0C0C, "0c0c|FRC|1|French|Canada|Kanada|Französisch (Kanada)|,|\u00A0|3;0|;|:|0|-|"}};
+  for (const auto& [locale, expected] : kRows) {
     std::string items;
-    for (const LCTYPE item : kItems) items += Item(row.locale, item) + "|";
-    EXPECT_EQ(items, row.items);
+    for (const LCTYPE item : kItems) items += Item(locale, item) + "|";
+    EXPECT_EQ(items, expected);
   }
+  // The languages of the records, as far as the rows above have none.
   std::string names;
-  for (const LCID lcid : {0x409, 0x411, 0x407, 0x40A, 0x40C, 0x804, 0x404, 0x406, 0x40B, 0x410, 0x412, 0x413,
-                          0x414, 0x416, 0x816, 0x419, 0x41D, 0x415}) {
+  for (const LCID lcid :
+       {0x409, 0x411, 0x40A, 0x804, 0x406, 0x410, 0x412, 0x413, 0x414, 0x416, 0x816, 0x419, 0x415}) {
     names += Item(lcid, LOCALE_SABBREVLANGNAME);
   }
+  EXPECT_EQ(names, "ENUJPNESPCHSDANITAKORNLDNORPTBPTGRUSPLK");
   EXPECT_EQ(Item(0x0409, LOCALE_IMEASURE), "1");
-  EXPECT_EQ(names, "ENUJPNDEUESPFRACHSCHTDANFINITAKORNLDNORPTBPTGRUSSVEPLK");
   for (const LCID unknown : {0x03FFu, 0x1000u, 0x5C09u, 0x3F07u, 0x00100407u}) {
     EXPECT_EQ(Item(unknown, LOCALE_ILANGUAGE), "failed") << unknown;
     EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
@@ -95,22 +93,17 @@ TEST_F(LocaleTest, Items) {
 }
 
 TEST_F(LocaleTest, TheUsersLocale) {
-  static constexpr struct {
-    const char *all, *numeric, *messages;
-    LCID locale;
-    LANGID language;
-  } kRows[] = {{"de_AT.UTF-8@euro", "fr_FR", "fr_FR", 0x0C07, 0x0C07},
-               {"", "sr_RS@latin", "pl", 0x241A, 0x0415},
-               {"C.UTF-8", "fr_FR", "fr_FR", 0x0409, 0x0409},
-               {"", "xx_YY", "no_NO", 0x0409, 0x0414}};
-  for (const auto& row : kRows) {
-    setenv("LC_ALL", row.all, 1);
-    setenv("LC_NUMERIC", row.numeric, 1);
-    setenv("LC_MESSAGES", row.messages, 1);
+  using Row = std::tuple<const char*, const char*, const char*, LCID, LANGID>;
+  for (const auto& [all, numeric, messages, locale, language] :
+       {Row("de_AT.UTF-8@euro", "fr_FR", "fr_FR", 0x0C07, 0x0C07),
+        Row("", "sr_RS@latin", "pl", 0x241A, 0x0415), Row("C.UTF-8", "fr_FR", "fr_FR", 0x0409, 0x0409),
+        Row("", "xx_YY", "no_NO", 0x0409, 0x0414)}) {
+    setenv("LC_ALL", all, 1);
+    setenv("LC_NUMERIC", numeric, 1);
+    setenv("LC_MESSAGES", messages, 1);
     EXPECT_TRUE(SetUserDefaultLCID(0));
-    EXPECT_EQ(GetUserDefaultLCID(), row.locale);
-    EXPECT_EQ(GetSystemDefaultLCID(), row.locale);
-    EXPECT_EQ(GetUserDefaultUILanguage(), row.language);
+    EXPECT_EQ(std::tuple(GetUserDefaultLCID(), GetSystemDefaultLCID(), GetUserDefaultUILanguage()),
+              std::tuple(locale, locale, language));
   }
   // A region without an LCID of its own keeps its separators behind its language's LCID.
   setenv("LC_ALL", "en_DK", 1);
@@ -176,28 +169,17 @@ TEST_F(LocaleTest, NumbersAsIcuWritesThem) {
 
 TEST_F(LocaleTest, NumbersAtTheEdges) {
   SetUserDefaultLCID(0x0409);
-  static constexpr struct {
-    const WCHAR* value;
-    UINT digits, leading, grouping, order;
-    const WCHAR* text;
-  } kRows[] = {
-      {u"9.995", 2, 1, 3, 1, u"10.00"},
-      {u"-999.5", 0, 1, 3, 0, u"(1,000)"},
-      {u"-1234567.25", 1, 1, 2, 3, u"1,23,45,67.3-"},
-      {u"12345678", 0, 1, 32, 2, u"1,23,45,678"},
-      {u"99999.9", 0, 1, 32, 1, u"1,00,000"},
-      {u"-000.44", 1, 0, 3, 2, u"- .4"},
-      {u".96", 1, 0, 3, 1, u"1.0"},
-      {u"-0", 0, 0, 3, 4, u"0 -"},
-      {u"1234.", 9, 1, 0, 1, u"1234.000000000"},
-      {u"1", 10, 1, 3, 1, u"failed"},
-      {u"1", 2, 1, 10, 1, u"failed"},
-      {u"1", 2, 1, 3, 5, u"failed"},
-  };
-  for (const auto& row : kRows) {
+  using Row = std::tuple<const WCHAR*, UINT, UINT, UINT, UINT, const WCHAR*>;
+  for (const auto& [value, digits, leading, grouping, order, text] :
+       {Row(u"9.995", 2, 1, 3, 1, u"10.00"), Row(u"-999.5", 0, 1, 3, 0, u"(1,000)"),
+        Row(u"-1234567.25", 1, 1, 2, 3, u"1,23,45,67.3-"), Row(u"12345678", 0, 1, 32, 2, u"1,23,45,678"),
+        Row(u"99999.9", 0, 1, 32, 1, u"1,00,000"), Row(u"-000.44", 1, 0, 3, 2, u"- .4"),
+        Row(u".96", 1, 0, 3, 1, u"1.0"), Row(u"-0", 0, 0, 3, 4, u"0 -"),
+        Row(u"1234.", 9, 1, 0, 1, u"1234.000000000"), Row(u"1", 10, 1, 3, 1, u"failed"),
+        Row(u"1", 2, 1, 10, 1, u"failed"), Row(u"1", 2, 1, 3, 5, u"failed")}) {
     Dress dress;
-    dress.format = {row.digits, row.leading, row.grouping, nullptr, nullptr, row.order};
-    EXPECT_EQ(Number(dress, row.value), row.text) << qn::ToUtf8(row.value);
+    dress.format = {digits, leading, grouping, nullptr, nullptr, order};
+    EXPECT_EQ(Number(dress, value), text) << qn::ToUtf8(value);
   }
   for (const WCHAR* value : {u"", u"-", u".", u" 1", u"1,000", u"1.2.3", u"+1", u"1-"}) {
     Dress dress;
@@ -284,18 +266,17 @@ TEST_F(LocaleTest, DetectionOfCodePages) {
       {"Der Fuchs springt und hat die ganze Nacht nicht geschlafen: \x93Z\xFCrich\x94", 1252, 7, 100, 50},
       {"\x82\xB1\x82\xEA\x82\xCD\x93\xFA\x96\x7B\x8C\xEA\x82\xCC\x82\xC5\x82\xB7\x81\x42\x82\xBB\x82\xB5\x82"
        "\xC4",
-       932, 17, 100, 90},
-  };
+       932, 17, 100, 90}};
   for (const auto& row : kRows) {
+    SCOPED_TRACE(row.codePage);
     DetectEncodingInfo results[10];
     int count = 10, length = static_cast<int>(row.bytes.size());
     EXPECT_EQ(DetectInputCodepage(2, 0, row.bytes.data(), &length, results, &count), S_OK);
     const auto* found =
         std::find_if(results, results + count, [&](const auto& r) { return r.nCodePage == row.codePage; });
-    ASSERT_LT(found, results + count) << row.codePage;
-    EXPECT_EQ(found->nLangID, row.language);
-    EXPECT_EQ(found->nDocPercent, row.percent) << row.codePage;
-    EXPECT_GE(found->nConfidence, row.leastConfidence) << row.codePage;
+    ASSERT_LT(found, results + count);
+    EXPECT_EQ(std::tuple(found->nLangID, found->nDocPercent), std::tuple(row.language, row.percent));
+    EXPECT_GE(found->nConfidence, row.leastConfidence);
   }
   DetectEncodingInfo result;
   int count = 1, length = 0;
@@ -312,10 +293,7 @@ DWORD Message(const WCHAR* source, WCHAR* text, DWORD size, ...) {
 }
 
 TEST_F(LocaleTest, Messages) {
-  static constexpr struct {
-    const WCHAR* source;
-    const WCHAR* text;
-  } kRows[] = {
+  static constexpr std::pair<const WCHAR*, const WCHAR*> kRows[] = {
       {u"%2 of %1", u"two of one"},
       {u"a\nb\r\nc\rd%ne%rf%tg%bh% i%.%!%%%x%", u"a\r\nb\r\nc\rd\r\ne\rf\tg h i.!%x%"},
       {u"%1%0%2", u"one"},
@@ -325,28 +303,22 @@ TEST_F(LocaleTest, Messages) {
       {u"[%1!5s!|%1!-5s!|%1!.2s!|%5!*.*s!|%8!S!|%4!c!|%4!C!|%9!4s!]",
        u"[  one|one  |on|    wo|n\u00E4rrow|\uFF69|i|(null)]"},
       {u"%3!*d!|", u"130921                                    |"},
-      {u"[%10!.0d!|%10!#o!|%10!#x!|%10!+d!|%10! d!]", u"[|0|0|+0| 0]"},
-  };
+      {u"[%10!.0d!|%10!#o!|%10!#x!|%10!+d!|%10! d!]", u"[|0|0|+0| 0]"}};
   WCHAR text[128];
-  for (const auto& row : kRows) {
-    const DWORD length = Message(row.source, text, 128, u"one", u"two", -42, 0x10001FF69LL, 6, 2, u"wooden",
+  for (const auto& [source, expected] : kRows) {
+    const DWORD length = Message(source, text, 128, u"one", u"two", -42, 0x10001FF69LL, 6, 2, u"wooden",
                                  "n\xC3\xA4rrow", nullptr, 0);
-    EXPECT_EQ(std::u16string(text, length), row.text);
+    EXPECT_EQ(std::u16string(text, length), expected);
   }
-  static constexpr struct {
-    const WCHAR* source;
-    DWORD size, error;
-  } kFailures[] = {{u"%1!s", 99, ERROR_INVALID_PARAMETER},
-                   {u"%1!f!", 99, ERROR_INVALID_PARAMETER},
-                   {u"12%1", 5, ERROR_INSUFFICIENT_BUFFER},
-                   {u"1234\n", 5, ERROR_INSUFFICIENT_BUFFER},
-                   {u"%1!2147483647s!", 99, ERROR_INSUFFICIENT_BUFFER}};
-  for (const auto& row : kFailures) {
-    text[row.size] = u'#';
-    EXPECT_EQ(Message(row.source, text, row.size, u"one"), 0u);
-    EXPECT_EQ(GetLastError(), row.error) << qn::ToUtf8(row.source);
-    EXPECT_EQ(text[0], 0);
-    EXPECT_EQ(text[row.size], u'#');
+  using Failure = std::tuple<const WCHAR*, DWORD, DWORD>;
+  for (const auto& [source, size, error] :
+       {Failure(u"%1!s", 99, ERROR_INVALID_PARAMETER), Failure(u"%1!f!", 99, ERROR_INVALID_PARAMETER),
+        Failure(u"12%1", 5, ERROR_INSUFFICIENT_BUFFER), Failure(u"1234\n", 5, ERROR_INSUFFICIENT_BUFFER),
+        Failure(u"%1!2147483647s!", 99, ERROR_INSUFFICIENT_BUFFER)}) {
+    text[size] = u'#';
+    EXPECT_EQ(Message(source, text, size, u"one"), 0u);
+    EXPECT_EQ(GetLastError(), error) << qn::ToUtf8(source);
+    EXPECT_EQ(std::tuple(text[0], text[size]), std::tuple(u'\0', u'#'));
   }
   EXPECT_EQ(FormatMessageW(FORMAT_MESSAGE_FROM_STRING, u"%1", 0, 0, text, 8, nullptr), 0u);
 }
