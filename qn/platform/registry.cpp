@@ -30,9 +30,9 @@ constexpr DWORD kMaxValueSize = 64 << 20;
 constexpr REGSAM kQueryValue = 0x1;
 constexpr REGSAM kSetValue = 0x2;
 constexpr REGSAM kCreateSubKey = 0x4;
-constexpr REGSAM kEnumerateSubKeys = 0x8;
 constexpr REGSAM kDelete = 0x10000;
 constexpr REGSAM kWriting = kSetValue | kCreateSubKey | kDelete;
+constexpr REGSAM kAsAllowed = 0x2000000;
 
 using KeyPath = std::vector<std::u16string>;
 
@@ -55,10 +55,20 @@ struct Hive {
   qn::RegistryDamage damage = {};
 };
 
-// Never destroyed: settings may be written by destructors that run at exit.
+// Never destroyed: settings may be written by destructors that run at exit. But connections do not stay
+// behind when the library is unloaded.
 Hive* FindHive(HKEY key) {
   static Hive* const hives = new Hive[2]{{HKEY_CURRENT_USER, "QNKERNEL_USER_REGISTRY", false},
                                          {HKEY_LOCAL_MACHINE, "QNKERNEL_MACHINE_REGISTRY", true}};
+  static const struct AtExit {
+    ~AtExit() {
+      for (Hive* hive = hives; hive < hives + 2; ++hive) {
+        // A fork may have left the lock held for good.
+        const std::unique_lock guard(hive->mutex, std::try_to_lock);
+        if (guard.owns_lock()) hive->store.reset();
+      }
+    }
+  } atExit;
   for (Hive* hive = hives; hive < hives + 2; ++hive) {
     if (hive->handle == key) return hive;
   }
@@ -179,7 +189,6 @@ DWORD OpenKey(HKEY handle, const WCHAR* subKey, REGSAM access, Missing missing, 
   const auto base = FindKey(handle);
   if (!base) return ERROR_INVALID_HANDLE;
   auto key = std::make_shared<Key>(*base);
-  key->access = access;
   DWORD status = AppendPath(subKey, &key->path);
   if (status != ERROR_SUCCESS) return status;
 
@@ -197,7 +206,9 @@ DWORD OpenKey(HKEY handle, const WCHAR* subKey, REGSAM access, Missing missing, 
     status = key->store->Write(find);
   }
   if (status != ERROR_SUCCESS) return status;
-  if ((access & kWriting) && !key->store->IsWritable()) return ERROR_ACCESS_DENIED;
+  const bool writable = !(access & (kWriting | kAsAllowed)) || key->store->IsWritable();
+  if ((access & kWriting) && !writable) return ERROR_ACCESS_DENIED;
+  key->access = !(access & kAsAllowed) ? access : writable ? KEY_ALL_ACCESS : KEY_READ;
   key->id = place.id;
   *result = static_cast<HKEY>(qn::AddHandle(key));
   if (!*result) return ERROR_NOT_ENOUGH_MEMORY;
@@ -207,43 +218,27 @@ DWORD OpenKey(HKEY handle, const WCHAR* subKey, REGSAM access, Missing missing, 
 
 // Hands out the bytes of a value with their type.
 DWORD CopyValue(const RegistryRow& row, DWORD* type, BYTE* data, DWORD* size) {
-  const std::string_view bytes = row.Bytes(2);
+  const std::string_view bytes = row.Bytes(1);
   const bool fits = !data || bytes.size() <= *size;
   if (data && fits) std::copy(bytes.begin(), bytes.end(), data);
-  if (type) *type = static_cast<DWORD>(row.Number(1));
+  if (type) *type = static_cast<DWORD>(row.Number(0));
   if (size) *size = static_cast<DWORD>(bytes.size());
   return fits ? ERROR_SUCCESS : ERROR_MORE_DATA;
 }
 
-// Hands out a row of an enumeration, its name and what `copyRest` gives.
-template <typename CopyRest>
-DWORD CopyRow(const RegistryRow& row, WCHAR* name, DWORD* nameSize, CopyRest copyRest) {
-  if (!row) return ERROR_NO_MORE_ITEMS;
-  const std::u16string text = row.Name(0);
-  if (text.size() >= *nameSize) return ERROR_MORE_DATA;
-  const DWORD status = copyRest();
-  if (status != ERROR_SUCCESS) return status;
-  std::copy_n(text.c_str(), text.size() + 1, name);
-  *nameSize = static_cast<DWORD>(text.size());
-  return ERROR_SUCCESS;
-}
-
-// Reads at an open key. `absent` is what `readAt` answers when it finds nothing, and the answer when the
-// database does not hold the key yet, or there is none. Only then is a deleted key looked for: reads are
-// many.
+// Reads at an open key. Only when nothing is found is it asked whether the key was deleted: reads are many.
 template <typename ReadAt>
-DWORD ReadKey(HKEY handle, REGSAM needed, DWORD absent, ReadAt readAt) {
+DWORD ReadKey(HKEY handle, REGSAM needed, ReadAt readAt) {
   const auto key = FindKey(handle);
   if (!key) return ERROR_INVALID_HANDLE;
   if (!(key->access & needed)) return ERROR_ACCESS_DENIED;
-  const DWORD result = key->store->Read([&](RegistryDatabase& database) {
+  return key->store->Read([&](RegistryDatabase& database) {
     Place place;
     DWORD status = Locate(database, *key, Missing::kFails, &place);
     if (status != ERROR_SUCCESS) return status;
     status = readAt(database, place.id);
-    return status == absent && !database.HasKey(place.id) ? ERROR_KEY_DELETED : status;
+    return status == ERROR_FILE_NOT_FOUND && !database.HasKey(place.id) ? ERROR_KEY_DELETED : status;
   });
-  return result == ERROR_FILE_NOT_FOUND ? absent : result;
 }
 
 template <typename WriteAt>
@@ -258,16 +253,14 @@ DWORD WriteKey(HKEY handle, Missing missing, WriteAt writeAt) {
   });
 }
 
-enum class Deletion { kLeaf, kTree, kBelow };
-
-DWORD DeleteKey(HKEY handle, const WCHAR* subKey, Deletion deletion) {
+DWORD DeleteTree(HKEY handle, const WCHAR* subKey) {
   const auto key = FindKey(handle);
   if (!key) return ERROR_INVALID_HANDLE;
-  if (deletion == Deletion::kBelow && !(key->access & kSetValue)) return ERROR_ACCESS_DENIED;
+  if (!(key->access & (kSetValue | kDelete))) return ERROR_ACCESS_DENIED;
   KeyPath path = key->path;
   const DWORD status = AppendPath(subKey, &path);
   if (status != ERROR_SUCCESS) return status;
-  if (path.empty() && deletion != Deletion::kBelow) return ERROR_ACCESS_DENIED;
+  const bool keep = path.size() == key->path.size();
 
   const auto find = [&](RegistryDatabase& database, Place* place) {
     return LocateBelow(database, *key, path, Missing::kFails, place);
@@ -281,10 +274,8 @@ DWORD DeleteKey(HKEY handle, const WCHAR* subKey, Deletion deletion) {
   return key->store->Write([&](RegistryDatabase& database) {
     Place place;
     const DWORD error = find(database, &place);
-    if (error != ERROR_SUCCESS) return error;
-    if (deletion == Deletion::kLeaf && database.HasSubkeys(place.id)) return ERROR_ACCESS_DENIED;
-    database.DeleteTree(place.id, deletion == Deletion::kBelow);
-    return ERROR_SUCCESS;
+    if (error == ERROR_SUCCESS) database.DeleteTree(place.id, keep);
+    return error;
   });
 }
 
@@ -302,7 +293,7 @@ LSTATUS RegCreateKeyExW(HKEY key, const WCHAR* subKey, DWORD, const WCHAR*, DWOR
 }
 
 LSTATUS RegCreateKeyW(HKEY key, const WCHAR* subKey, HKEY* result) {
-  return RegCreateKeyExW(key, subKey, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, result, nullptr);
+  return RegCreateKeyExW(key, subKey, 0, nullptr, 0, kAsAllowed, nullptr, result, nullptr);
 }
 
 LSTATUS RegCloseKey(HKEY key) {
@@ -319,7 +310,7 @@ LSTATUS RegQueryValueExW(HKEY key, const WCHAR* name, DWORD*, DWORD* type, BYTE*
     if (status != ERROR_SUCCESS) return status;
     if (data && !size) return ERROR_INVALID_PARAMETER;
     const std::string folded = qn::FoldedName(wanted);
-    return ReadKey(key, kQueryValue, ERROR_FILE_NOT_FOUND, [&](RegistryDatabase& database, int64_t id) {
+    return ReadKey(key, kQueryValue, [&](RegistryDatabase& database, int64_t id) {
       const RegistryRow row = database.FindValue(id, folded);
       return row ? CopyValue(row, type, data, size) : ERROR_FILE_NOT_FOUND;
     });
@@ -350,7 +341,7 @@ LSTATUS RegDeleteValueW(HKEY key, const WCHAR* name) {
     const auto find = [&](RegistryDatabase& database, int64_t id) {
       return database.FindValue(id, folded) ? ERROR_SUCCESS : ERROR_FILE_NOT_FOUND;
     };
-    status = ReadKey(key, kSetValue, ERROR_FILE_NOT_FOUND, find);
+    status = ReadKey(key, kSetValue, find);
     if (status != ERROR_SUCCESS) return status;
     return WriteKey(key, Missing::kFails, [&](RegistryDatabase& database, int64_t id) {
       return database.DeleteValue(id, wanted) ? ERROR_SUCCESS : ERROR_FILE_NOT_FOUND;
@@ -358,42 +349,8 @@ LSTATUS RegDeleteValueW(HKEY key, const WCHAR* name) {
   });
 }
 
-LSTATUS RegDeleteKeyW(HKEY key, const WCHAR* subKey) {
-  return Answer([&] { return subKey ? DeleteKey(key, subKey, Deletion::kLeaf) : ERROR_INVALID_PARAMETER; });
-}
-
 LSTATUS RegDeleteTreeW(HKEY key, const WCHAR* subKey) {
-  const bool below = !subKey || !*subKey;
-  return Answer([&] { return DeleteKey(key, subKey, below ? Deletion::kBelow : Deletion::kTree); });
-}
-
-LSTATUS RegEnumKeyExW(HKEY key, DWORD index, WCHAR* name, DWORD* nameSize, DWORD*, WCHAR* className,
-                      DWORD* classSize, void*) {
-  return Answer([&]() -> DWORD {
-    if (!name || !nameSize || (className && !classSize)) return ERROR_INVALID_PARAMETER;
-    return ReadKey(key, kEnumerateSubKeys, ERROR_NO_MORE_ITEMS, [&](RegistryDatabase& database, int64_t id) {
-      return CopyRow(database.KeyAt(id, index), name, nameSize, [&] {
-        if (className && *classSize != 0) *className = 0;
-        if (classSize) *classSize = 0;
-        return ERROR_SUCCESS;
-      });
-    });
-  });
-}
-
-LSTATUS RegEnumValueW(HKEY key, DWORD index, WCHAR* name, DWORD* nameSize, DWORD*, DWORD* type, BYTE* data,
-                      DWORD* size) {
-  return Answer([&]() -> DWORD {
-    if (!name || !nameSize || (data && !size)) return ERROR_INVALID_PARAMETER;
-    return ReadKey(key, kQueryValue, ERROR_NO_MORE_ITEMS, [&](RegistryDatabase& database, int64_t id) {
-      const RegistryRow row = database.ValueAt(id, index);
-      return CopyRow(row, name, nameSize, [&] { return CopyValue(row, type, data, size); });
-    });
-  });
-}
-
-LSTATUS RegFlushKey(HKEY key) {
-  return Answer([&] { return FindKey(key) ? ERROR_SUCCESS : ERROR_INVALID_HANDLE; });
+  return Answer([&] { return DeleteTree(key, subKey); });
 }
 
 LSTATUS SetRegistryFile(HKEY handle, const WCHAR* path) {

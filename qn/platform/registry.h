@@ -5,14 +5,19 @@
 // QNKERNEL_USER_REGISTRY and QNKERNEL_MACHINE_REGISTRY and the function SetRegistryFile name others.
 //
 // Every write is one transaction, durable when it is reported as done: a process killed at any moment, or a
-// full disk (ERROR_DISK_FULL), leaves the old or the new value. Processes and threads may write at once; one
-// that waits for the others longer than ten seconds gets ERROR_BUSY. A process may fork with keys open.
+// full disk (ERROR_DISK_FULL), leaves the old or the new value. A database that cannot be written, for its
+// rights, those of its folder or its file system, reads as ever and gives ERROR_ACCESS_DENIED for writes.
+//
+// Processes and threads may write at once; a call that waits for other processes longer than ten seconds
+// gets ERROR_BUSY. A process may fork with keys open, and both may use them. The child of a process with
+// several threads runs exec before it uses the registry, as it does before it uses most of the system.
 //
 // A database is made, with its folders, by the first write. One that turns out to be damaged is set aside as
-// `<name>.damaged-<n>`, reported through GetRegistryDamage, and replaced by an empty one; it is never
-// overwritten. Open keys outlive that: they read as empty and are made anew by the next write to them. A
-// damaged database in a folder without rights gives ERROR_BADDB, one of a newer version of the library
-// ERROR_ACCESS_DENIED.
+// `<name>.damaged-<n>`, with its journal, reported through GetRegistryDamage, and replaced by an empty one;
+// it is never overwritten. Open keys outlive that: they read as empty and are made anew by the next write to
+// them. A damaged database in a folder without rights and one of another program, which is left where it is,
+// give ERROR_BADDB, one of a newer version of the library ERROR_ACCESS_DENIED. Beside a database lies an
+// empty file `<name>.lock`, by which processes take turns at these steps; it stays.
 //
 // Key names are separated by `\`, of which doubled, leading and trailing ones count for nothing. They hold up
 // to 255 characters each in up to 512 levels, names of values up to 16,383, values up to 64 MiB; beyond that
@@ -21,9 +26,9 @@
 //
 // All functions return ERROR_SUCCESS or an error number, and leave the last error alone. A handle that is no
 // open key gives ERROR_INVALID_HANDLE, a key that was deleted under its handle ERROR_KEY_DELETED, one that
-// was opened without the right asked for ERROR_ACCESS_DENIED: reading and enumerating values takes bit 0,
-// writing and deleting values bit 1, making subkeys bit 2, enumerating subkeys bit 3 of the access. A hive's
-// handle has all rights.
+// was opened without the right asked for ERROR_ACCESS_DENIED: reading values takes bit 0 of the access,
+// writing and deleting values bit 1, making subkeys bit 2, deleting keys bit 1 or 16. A hive's handle has all
+// rights.
 #pragma once
 
 #include "qn/platform/types.h"
@@ -58,12 +63,14 @@ constexpr DWORD REG_OPENED_EXISTING_KEY = 2;
 QN_API LSTATUS RegOpenKeyExW(HKEY key, const WCHAR* subKey, DWORD options, REGSAM access, HKEY* result);
 
 // Opens a key and makes it, with the keys above it, if it is missing. `*disposition`, if given, tells which.
+// ERROR_ACCESS_DENIED when `access` asks for writing and the hive cannot be written, also if the key exists.
 // `className`, `options` and `security` are not used.
 QN_API LSTATUS RegCreateKeyExW(HKEY key, const WCHAR* subKey, DWORD reserved, const WCHAR* className,
                                DWORD options, REGSAM access, void* security, HKEY* result,
                                DWORD* disposition);
 
-// The same with KEY_ALL_ACCESS.
+// The same with the rights that can be had: all, or those of KEY_READ for a key that exists in a hive that
+// cannot be written. Settings stay readable that way.
 QN_API LSTATUS RegCreateKeyW(HKEY key, const WCHAR* subKey, HKEY* result);
 
 // Closes a key; a hive is left alone.
@@ -83,25 +90,9 @@ QN_API LSTATUS RegSetValueExW(HKEY key, const WCHAR* name, DWORD reserved, DWORD
 // Removes a value. ERROR_FILE_NOT_FOUND without one.
 QN_API LSTATUS RegDeleteValueW(HKEY key, const WCHAR* name);
 
-// Removes a key without subkeys, with its values; an empty `subKey` is `key` itself. ERROR_ACCESS_DENIED when
-// it has subkeys or is a hive, ERROR_FILE_NOT_FOUND without one.
-QN_API LSTATUS RegDeleteKeyW(HKEY key, const WCHAR* subKey);
-
-// Removes a key with all that is below it; with a null or empty `subKey` all that is below `key`, its values
-// too, and not `key` itself. ERROR_FILE_NOT_FOUND without one.
+// Removes a key with all that is below it; with a `subKey` that is null or names nothing all that is below
+// `key`, its values too, and not `key` itself. ERROR_FILE_NOT_FOUND without one.
 QN_API LSTATUS RegDeleteTreeW(HKEY key, const WCHAR* subKey);
-
-// The name of the subkey or value at a position, in the order of their names as capitals. `*nameSize` is the
-// room in characters with terminator and becomes the length without it. ERROR_MORE_DATA, with `*nameSize` as
-// it was, when the room is too small; ERROR_NO_MORE_ITEMS behind the last one. Keys have no class (it reads
-// as empty), and `*lastWrite` is left alone. `type`, `data` and `size` are those of RegQueryValueExW.
-QN_API LSTATUS RegEnumKeyExW(HKEY key, DWORD index, WCHAR* name, DWORD* nameSize, DWORD* reserved,
-                             WCHAR* className, DWORD* classSize, void* lastWrite);
-QN_API LSTATUS RegEnumValueW(HKEY key, DWORD index, WCHAR* name, DWORD* nameSize, DWORD* reserved,
-                             DWORD* type, BYTE* data, DWORD* size);
-
-// Brings a hive's writes to the disk. Every write does so by itself, so this finds nothing to do.
-QN_API LSTATUS RegFlushKey(HKEY key);
 
 // Makes a hive another file for this process, which need not exist; null goes back to the default. Keys
 // opened before stay on the file that they were opened on. ERROR_INVALID_HANDLE for what is no hive.

@@ -1,12 +1,14 @@
 #include "qn/platform/registry_database_internal.h"
 
+#include <fcntl.h>
 #include <sqlite3.h>
-#include <sys/vfs.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <iterator>
 #include <new>
+#include <thread>
 
 #include "qn/platform/error_internal.h"
 
@@ -15,7 +17,6 @@ namespace {
 
 constexpr int kApplicationId = 0x514E5247;
 constexpr int kVersion = 1;
-constexpr int kWaitMilliseconds = 10'000;
 
 // A database is ours if it holds exactly this.
 constexpr char kDataTable[] =
@@ -24,35 +25,6 @@ constexpr char kDataTable[] =
 constexpr char kKeysTable[] =
     "CREATE TABLE keys(id INTEGER PRIMARY KEY AUTOINCREMENT, parent INTEGER NOT NULL, folded BLOB NOT NULL, "
     "name BLOB NOT NULL, UNIQUE(parent, folded))";
-
-// SQLite's log keeps its index in memory that all users share, which only one machine's processes can do.
-// FUSE is taken for a network: what lies behind it cannot be seen from here.
-bool IsOnNetwork(const std::string& path) {
-  constexpr uint32_t kNetworks[] = {
-      0x6969,      // NFS
-      0x517B,      // SMB
-      0xFF534D42,  // CIFS
-      0xFE534D42,  // SMB 2
-      0x01021997,  // 9P
-      0x65735546,  // FUSE
-      0x00C36400,  // Ceph
-      0x5346414F,  // AFS
-      0x6B414653,  // AFS of the kernel
-      0x73757245,  // Coda
-      0x7461636F,  // OCFS2
-      0x01161970,  // GFS2
-      0x0BD00BD0,  // Lustre
-      0x47504653,  // GPFS
-      0x19830326,  // BeeGFS
-      0x786F4256,  // folders shared with a virtual machine
-      0xBACBACBC, 0x7C7C6673,
-  };
-  struct statfs info;
-  const std::string folder = path.substr(0, path.rfind('/') + 1);
-  if (statfs(folder.c_str(), &info) != 0) return true;
-  const auto type = static_cast<uint32_t>(info.f_type);
-  return std::find(std::begin(kNetworks), std::end(kNetworks), type) != std::end(kNetworks);
-}
 
 [[noreturn]] void Throw(int code, sqlite3* connection) {
   if ((code & 0xFF) == SQLITE_NOMEM) throw std::bad_alloc();
@@ -67,18 +39,35 @@ void Check(int code, sqlite3* connection) {
   if (code != SQLITE_OK) Throw(code, connection);
 }
 
-// A path as SQLite reads it in a URI.
-std::string UriOf(const std::string& path) {
-  constexpr char kDigits[] = "0123456789ABCDEF";
-  std::string uri = "file://";
-  for (const char c : path) {
-    if (c == '%' || c == '?' || c == '#') {
-      uri += {'%', kDigits[c >> 4], kDigits[c & 15]};
-    } else {
-      uri += c;
-    }
-  }
-  return uri + "?immutable=1";
+using Connection = std::unique_ptr<sqlite3, RegistryCloser>;
+
+int Open(const std::string& path, Connection* connection) {
+  constexpr int kFlags =
+      SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_PRIVATECACHE | SQLITE_OPEN_EXRESCODE;
+  sqlite3* opened = nullptr;
+  const int code = sqlite3_open_v2(path.c_str(), &opened, kFlags, nullptr);
+  connection->reset(opened);
+  return code;
+}
+
+sqlite3_file* FileOf(sqlite3* connection) {
+  sqlite3_file* file = nullptr;
+  sqlite3_file_control(connection, "main", SQLITE_FCNTL_FILE_POINTER, &file);
+  return file;
+}
+
+// Whether a file is missing or empty whose journal tells that it had pages. SQLite would remove the journal
+// then, which holds the last that is left. The journal of a database that was being made counts no pages.
+bool IsLost(const std::string& path) {
+  struct stat info;
+  if (stat(path.c_str(), &info) == 0 && info.st_size != 0) return false;
+  const int journal = open((path + "-journal").c_str(), O_RDONLY | O_CLOEXEC);
+  if (journal < 0) return false;
+  constexpr off_t kPagesAt = 16;
+  uint32_t pages = 0;
+  const bool known = pread(journal, &pages, sizeof pages, kPagesAt) == sizeof pages;
+  close(journal);
+  return known && pages != 0;
 }
 
 // Names are stored with the high byte first, so that their bytes order as their characters do.
@@ -119,24 +108,51 @@ DWORD ErrorFromFailure(const RegistryFailure& failure) {
       return ERROR_ACCESS_DENIED;
     case SQLITE_CORRUPT:
     case SQLITE_NOTADB:
+    case SQLITE_FORMAT:
       return ERROR_BADDB;
     default:
-      break;
+      return RegistrySystemError(failure.systemError);
   }
+}
+
+DWORD RegistrySystemError(int error) {
   // A file that may not grow is a full disk to whoever writes settings.
-  if (failure.systemError == EFBIG) return ERROR_DISK_FULL;
-  if (failure.systemError == EROFS) return ERROR_ACCESS_DENIED;
-  return ErrorFromErrno(failure.systemError);
+  if (error == EFBIG) return ERROR_DISK_FULL;
+  return error == EROFS ? ERROR_ACCESS_DENIED : ErrorFromErrno(error);
 }
 
 bool IsDamage(const RegistryFailure& failure) {
   const int code = failure.code & 0xFF;
-  return code == SQLITE_CORRUPT || code == SQLITE_NOTADB;
+  // Our statements do not change, so what SQLite calls an error in them is a file whose format or tables it
+  // does not take, and they break no rule of sound tables.
+  return code == SQLITE_CORRUPT || code == SQLITE_NOTADB || code == SQLITE_ERROR || code == SQLITE_CONSTRAINT;
 }
 
-bool IsLackOfCompanions(const RegistryFailure& failure) {
-  const int code = failure.code & 0xFF;
-  return code == SQLITE_CANTOPEN || code == SQLITE_READONLY || code == SQLITE_FULL || code == SQLITE_IOERR;
+bool RegistryDeadline::Wait() const {
+  if (std::chrono::steady_clock::now() >= end_) return false;
+  std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  return true;
+}
+
+void RegistryCloser::operator()(sqlite3* connection) const {
+  sqlite3_close(connection);
+}
+
+void RegistryCloser::operator()(sqlite3_stmt* statement) const {
+  sqlite3_finalize(statement);
+}
+
+RegistryFileLock::RegistryFileLock(const std::string& path, const RegistryDeadline& deadline) {
+  if (Open(path, &connection_) != SQLITE_OK) return;
+  sqlite3_file* const file = FileOf(connection_.get());
+  const auto lock = [&](int level) {
+    int code = file->pMethods->xLock(file, level);
+    while (code == SQLITE_BUSY && deadline.Wait()) code = file->pMethods->xLock(file, level);
+    return code;
+  };
+  int code = lock(SQLITE_LOCK_SHARED);
+  if (code == SQLITE_OK) code = lock(SQLITE_LOCK_EXCLUSIVE);
+  busy_ = code == SQLITE_BUSY;
 }
 
 RegistryRow::~RegistryRow() {
@@ -171,17 +187,6 @@ std::string_view RegistryRow::Bytes(int column) const {
   return {bytes, static_cast<size_t>(sqlite3_column_bytes(statement_, column))};
 }
 
-std::u16string RegistryRow::Name(int column) const {
-  const std::string_view bytes = Bytes(column);
-  if (bytes.size() % 2 != 0) Throw(SQLITE_CORRUPT, nullptr);
-  std::u16string name(bytes.size() / 2, u'\0');
-  for (size_t i = 0; i < name.size(); ++i) {
-    name[i] = static_cast<char16_t>(static_cast<uint8_t>(bytes[2 * i]) << 8 |
-                                    static_cast<uint8_t>(bytes[2 * i + 1]));
-  }
-  return name;
-}
-
 // The ids of a key and of all below it. UNION leaves out what it has met, so a circle in a forged file ends.
 #define QN_TREE                            \
   "(WITH RECURSIVE tree(id) AS (SELECT ?1" \
@@ -192,68 +197,55 @@ const char* const RegistryDatabase::kSql[kStatements] = {
     "COMMIT",
     "ROLLBACK",
     "SELECT 1 FROM keys WHERE id = ?1",
-    "SELECT id FROM keys WHERE parent = ?1 AND folded = ?2",
+    // With the name, which the index lacks, SQLite finds out that a key of the index is none of the table.
+    "SELECT id, name FROM keys WHERE parent = ?1 AND folded = ?2",
     "INSERT INTO keys(parent, folded, name) VALUES(?1, ?2, ?3)",
-    "SELECT 1 FROM keys WHERE parent = ?1 LIMIT 1",
-    "SELECT name FROM keys WHERE parent = ?1 ORDER BY folded LIMIT 1 OFFSET ?2",
     "DELETE FROM data WHERE key IN " QN_TREE,
     "DELETE FROM keys WHERE id <> ?2 AND id IN " QN_TREE,
-    "SELECT name, type, data FROM data WHERE key = ?1 AND folded = ?2",
+    "SELECT type, data FROM data WHERE key = ?1 AND folded = ?2",
     ("INSERT INTO data(key, folded, name, type, data) VALUES(?1, ?2, ?3, ?4, ?5)"
      " ON CONFLICT(key, folded) DO UPDATE SET type = excluded.type, data = excluded.data"),
     "DELETE FROM data WHERE key = ?1 AND folded = ?2",
-    "SELECT name, type, data FROM data WHERE key = ?1 ORDER BY folded LIMIT 1 OFFSET ?2",
 };
 
 #undef QN_TREE
 
-void RegistryDatabase::Closer::operator()(sqlite3* connection) const {
-  sqlite3_close(connection);
-}
-
-void RegistryDatabase::Closer::operator()(sqlite3_stmt* statement) const {
-  sqlite3_finalize(statement);
-}
-
-RegistryDatabase::RegistryDatabase(const std::string& path, Access access) {
-  const bool immutable = access == Access::kImmutable;
-  int flags = SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_PRIVATECACHE | SQLITE_OPEN_EXRESCODE;
-  flags |= immutable ? SQLITE_OPEN_READONLY | SQLITE_OPEN_URI : SQLITE_OPEN_READWRITE;
-  if (access == Access::kWrite) flags |= SQLITE_OPEN_CREATE;
-  sqlite3* opened = nullptr;
-  const int code = sqlite3_open_v2(immutable ? UriOf(path).c_str() : path.c_str(), &opened, flags, nullptr);
-  connection_.reset(opened);
-  Check(code, opened);
+// Changes are kept from half-done writes by a rollback journal, not by a write-ahead log. A log that was
+// killed holds values that are reported as written: a flipped bit in it drops them without a sign, the
+// database alone (copied, or on a medium that cannot be written) lacks them, and its index in shared memory
+// rules out network file systems. Settings are too few for its speed to count.
+RegistryDatabase::RegistryDatabase(const std::string& path, Access access, const RegistryDeadline& deadline) {
+  if (IsLost(path)) Throw(SQLITE_CORRUPT, nullptr);
+  Check(Open(path, &connection_), connection_.get());
+  sqlite3* const opened = connection_.get();
+  // SQLite takes a file of a newer format for one that is merely not to be written.
+  uint8_t writeFormat = 0;
+  sqlite3_file* const file = FileOf(opened);
+  file->pMethods->xRead(file, &writeFormat, 1, 18);
+  if (writeFormat > 2) Throw(SQLITE_NOTADB, nullptr);
 
   // A forged file may hold code that would run with our statements.
   for (const int feature :
        {SQLITE_DBCONFIG_ENABLE_TRIGGER, SQLITE_DBCONFIG_ENABLE_VIEW, SQLITE_DBCONFIG_TRUSTED_SCHEMA}) {
     sqlite3_db_config(opened, feature, 0, nullptr);
   }
-  sqlite3_busy_timeout(opened, kWaitMilliseconds);
+  const auto wait = [](void* until, int) {
+    return static_cast<const RegistryDeadline*>(until)->Wait() ? 1 : 0;
+  };
+  sqlite3_busy_handler(opened, wait, const_cast<RegistryDeadline*>(&deadline));
 
-  // Without other users a log's index is not shared, so a log that a file brought along can be ended.
-  const bool network = !immutable && IsOnNetwork(path);
-  if (network) Execute("PRAGMA locking_mode = EXCLUSIVE");
   Execute("PRAGMA cell_size_check = ON");
-  const bool ours = HasTables();
-  if (!ours && access != Access::kWrite) return;
-  if (!IsReadOnly()) Execute(network ? "PRAGMA journal_mode = DELETE" : "PRAGMA journal_mode = WAL");
-  if (network) Execute("PRAGMA locking_mode = NORMAL");
-  // EXTRA adds to FULL that a journal's removal reaches the disk: only with it is the write done for good.
+  // EXTRA adds to FULL that the journal's removal reaches the disk: only with it is a write done for good.
   Execute("PRAGMA synchronous = EXTRA");
-  if (!ours) {
-    Execute("BEGIN IMMEDIATE");
-    Execute(kDataTable);
-    Execute(kKeysTable);
-    // The random beginning is that of all later ids. It leaves room for 2^62 of them.
-    Execute("INSERT INTO keys VALUES((random() & 0x3FFFFFFFFFFFFFFF) + 1, 0, x'', x'')");
-    Execute(("PRAGMA application_id = " + std::to_string(kApplicationId)).c_str());
-    Execute(("PRAGMA user_version = " + std::to_string(kVersion)).c_str());
-    Execute("COMMIT");
-  }
+  Execute(access == Access::kWrite ? "BEGIN IMMEDIATE" : "BEGIN");
+  const bool ours = HasTables();
+  if (!ours && access == Access::kWrite) MakeTables();
+  Execute("COMMIT");
+  if (!ours && access == Access::kRead) return;
+  // Earlier versions kept a log.
+  if (!IsReadOnly()) Execute("PRAGMA journal_mode = DELETE");
   for (size_t i = 0; i < kStatements; ++i) statements_[i] = Prepare(kSql[i]);
-  root_ = Ask("SELECT id FROM keys WHERE parent = 0");
+  root_ = Ask("SELECT id, name FROM keys WHERE parent = 0");
   if (root_ == 0) Throw(SQLITE_CORRUPT, nullptr);
 }
 
@@ -275,7 +267,8 @@ int64_t RegistryDatabase::Ask(const char* sql) const {
   return row.Step() ? row.Number(0) : 0;
 }
 
-// True for our tables, false for an empty database; all else throws.
+// True for our tables, false for an empty database; all else throws. What is ours in part is damaged, and
+// what is not ours at all may be whole.
 bool RegistryDatabase::HasTables() const {
   const int64_t application = Ask("PRAGMA application_id");
   const int64_t version = Ask("PRAGMA user_version");
@@ -288,16 +281,21 @@ bool RegistryDatabase::HasTables() const {
   const std::string_view tables = row.Bytes(0);
   if (tables.empty() && application == 0 && version == 0) return false;
   const bool ours = tables == std::string(kDataTable) + kKeysTable;
-  if (!ours || application != kApplicationId || version != kVersion) Throw(SQLITE_NOTADB, nullptr);
-  return true;
+  if (ours && application == kApplicationId && version == kVersion) return true;
+  Throw(ours || application == kApplicationId ? SQLITE_CORRUPT : SQLITE_FORMAT, nullptr);
+}
+
+void RegistryDatabase::MakeTables() const {
+  Execute(kDataTable);
+  Execute(kKeysTable);
+  // The random beginning is that of all later ids. It leaves room for 2^62 of them.
+  Execute("INSERT INTO keys VALUES((random() & 0x3FFFFFFFFFFFFFFF) + 1, 0, x'', x'')");
+  Execute(("PRAGMA application_id = " + std::to_string(kApplicationId)).c_str());
+  Execute(("PRAGMA user_version = " + std::to_string(kVersion)).c_str());
 }
 
 bool RegistryDatabase::IsReadOnly() const {
   return sqlite3_db_readonly(connection_.get(), "main") != 0;
-}
-
-void RegistryDatabase::Abandon() {
-  sqlite3_db_config(connection_.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
 }
 
 bool RegistryDatabase::HasKey(int64_t key) {
@@ -323,12 +321,6 @@ int64_t RegistryDatabase::AddKey(int64_t parent, std::u16string_view name) {
   row.Bind(3, stored);
   row.Step();
   return sqlite3_last_insert_rowid(connection_.get());
-}
-
-bool RegistryDatabase::HasSubkeys(int64_t key) {
-  RegistryRow row = Use(kHasSubkeys);
-  row.Bind(1, key);
-  return row.Step();
 }
 
 void RegistryDatabase::DeleteTree(int64_t key, bool keep) {
@@ -368,22 +360,6 @@ bool RegistryDatabase::DeleteValue(int64_t key, std::u16string_view name) {
   row.Bind(2, folded);
   row.Step();
   return sqlite3_changes(connection_.get()) != 0;
-}
-
-RegistryRow RegistryDatabase::KeyAt(int64_t parent, DWORD index) {
-  RegistryRow row = Use(kKeyAt);
-  row.Bind(1, parent);
-  row.Bind(2, int64_t{index});
-  row.Step();
-  return row;
-}
-
-RegistryRow RegistryDatabase::ValueAt(int64_t key, DWORD index) {
-  RegistryRow row = Use(kValueAt);
-  row.Bind(1, key);
-  row.Bind(2, int64_t{index});
-  row.Step();
-  return row;
 }
 
 RegistryDatabase::Transaction::Transaction(RegistryDatabase& database) : database_(database) {

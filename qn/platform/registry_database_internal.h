@@ -6,6 +6,7 @@
 #pragma once
 
 #include <array>
+#include <chrono>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -24,14 +25,39 @@ struct RegistryFailure {
   int systemError;
 };
 
-// The published error number for a failure.
+// The published error number for a failure, and for an errno value.
 DWORD ErrorFromFailure(const RegistryFailure& failure);
+DWORD RegistrySystemError(int error);
 
 // Whether a failure says that the file itself is bad.
 bool IsDamage(const RegistryFailure& failure);
 
-// Whether a failure can come from a folder in which the files beside the database cannot be made.
-bool IsLackOfCompanions(const RegistryFailure& failure);
+// How long one call waits for other processes, in all its steps.
+class RegistryDeadline {
+ public:
+  // Sleeps for a moment; false when the time is over.
+  bool Wait() const;
+
+ private:
+  std::chrono::steady_clock::time_point end_ = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+};
+
+struct RegistryCloser {
+  void operator()(sqlite3* connection) const;
+  void operator()(sqlite3_stmt* statement) const;
+};
+
+// Keeps all others from the file of a database while it lives, as far as the file's rights allow. These are
+// SQLite's own locks: a file opened without it would, when closed, take the process's locks along.
+class RegistryFileLock {
+ public:
+  RegistryFileLock(const std::string& path, const RegistryDeadline& deadline);
+  bool IsBusy() const { return busy_; }
+
+ private:
+  std::unique_ptr<sqlite3, RegistryCloser> connection_;
+  bool busy_ = false;
+};
 
 // A row of a statement in use; false without one. The statement is free again when the row ends, so a row
 // is let go of before the same question is asked again.
@@ -50,7 +76,6 @@ class RegistryRow {
   int64_t Number(int column) const;
   // Bytes of the row, valid until it ends. What is no blob is damage.
   std::string_view Bytes(int column) const;
-  std::u16string Name(int column) const;
 
  private:
   sqlite3_stmt* statement_;
@@ -60,35 +85,28 @@ class RegistryRow {
 class RegistryDatabase {
  public:
   enum class Access {
-    kRead,       // a database without tables stays without them, and has no root
-    kWrite,      // makes the file and the tables if need be
-    kImmutable,  // reads a file that is taken not to change
+    kRead,   // a database without tables stays without them, and has no root
+    kWrite,  // makes the tables if need be
   };
 
-  // Throws RegistryFailure; a newer version of the tables is a failure that reads as a lack of access.
-  RegistryDatabase(const std::string& path, Access access);
+  // Opens a file that exists; waits end at `deadline`, which may be changed later. Throws RegistryFailure,
+  // also for tables of a newer version or of another program.
+  RegistryDatabase(const std::string& path, Access access, const RegistryDeadline& deadline);
 
   bool IsReadOnly() const;
-  // Leaves the files beside the database alone when the connection ends: they may belong to another
-  // database of the same name by then.
-  void Abandon();
-
   // 0 for a database without tables, which answers no other question.
   int64_t Root() const { return root_; }
 
   bool HasKey(int64_t key);
   int64_t FindKey(int64_t parent, std::u16string_view name);
   int64_t AddKey(int64_t parent, std::u16string_view name);
-  bool HasSubkeys(int64_t key);
   // Removes what is below a key, its values too, and the key itself unless `keep`.
   void DeleteTree(int64_t key, bool keep);
 
-  // The columns of a value are its name, type and data, that of a key its name.
+  // The columns of a value are its type and data.
   RegistryRow FindValue(int64_t key, std::string_view folded);
   void SetValue(int64_t key, std::u16string_view name, DWORD type, std::string_view data);
   bool DeleteValue(int64_t key, std::u16string_view name);
-  RegistryRow KeyAt(int64_t parent, DWORD index);
-  RegistryRow ValueAt(int64_t key, DWORD index);
 
   // A write transaction, rolled back unless committed.
   class Transaction {
@@ -111,31 +129,25 @@ class RegistryDatabase {
     kHasKey,
     kFindKey,
     kAddKey,
-    kHasSubkeys,
-    kKeyAt,
     kDeleteValues,
     kDeleteKeys,
     kFindValue,
     kSetValue,
     kDeleteValue,
-    kValueAt,
     kStatements,
   };
   static const char* const kSql[kStatements];
 
-  struct Closer {
-    void operator()(sqlite3* connection) const;
-    void operator()(sqlite3_stmt* statement) const;
-  };
-  using StatementPointer = std::unique_ptr<sqlite3_stmt, Closer>;
+  using StatementPointer = std::unique_ptr<sqlite3_stmt, RegistryCloser>;
 
   StatementPointer Prepare(const char* sql) const;
   void Execute(const char* sql) const;
   int64_t Ask(const char* sql) const;
   bool HasTables() const;
+  void MakeTables() const;
   RegistryRow Use(Statement statement) { return RegistryRow(statements_[statement].get()); }
 
-  std::unique_ptr<sqlite3, Closer> connection_;
+  std::unique_ptr<sqlite3, RegistryCloser> connection_;
   std::array<StatementPointer, kStatements> statements_;
   int64_t root_ = 0;
 };

@@ -1,30 +1,21 @@
 #include "qn/platform/registry_store_internal.h"
 
 #include <fcntl.h>
-#include <pthread.h>
 #include <sys/file.h>
 #include <sys/stat.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <climits>
-#include <cstdio>
 #include <cstdlib>
-#include <list>
 #include <optional>
 #include <utility>
-
-#include "qn/platform/error_internal.h"
 
 namespace qn {
 namespace {
 
 // How often work begins anew because the file was exchanged or set aside meanwhile.
 constexpr int kAttempts = 5;
-
-// The files that SQLite keeps beside a database.
-constexpr const char* kCompanions[] = {"-wal", "-shm", "-journal"};
 
 bool Exists(const std::string& path) {
   struct stat info;
@@ -36,41 +27,53 @@ bool HasBytes(const std::string& path) {
   return stat(path.c_str(), &info) == 0 && info.st_size != 0;
 }
 
+bool CanWrite(const std::string& path) {
+  return faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) == 0;
+}
+
+std::string FolderOf(const std::string& path) {
+  return path.substr(0, path.rfind('/') + 1);
+}
+
 std::string ResolvedPath(const std::string& path) {
   char resolved[PATH_MAX];
   return realpath(path.c_str(), resolved) ? resolved : path;
 }
 
-// Orders openers and those who set a database aside, in all processes. Without it an opener could get the
-// old file with the log of the new one. Where the lock cannot be made, the folder cannot be written, and
-// nobody of our rights sets aside.
+// Orders those who open, make or set aside a database, in all processes. Without it an opener could get the
+// old file with the journal of the new one. The lock's file stays: two of the same name would order nobody.
 class OpenGate {
  public:
-  explicit OpenGate(const std::string& path) {
-    const std::string name = path + ".lock";
-    descriptor_ = open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
-    if (descriptor_ < 0) descriptor_ = open(name.c_str(), O_RDONLY | O_CLOEXEC);
-    if (descriptor_ < 0) return;
-    constexpr int kTries = 10'000;
-    const timespec pause = {0, 1'000'000};
-    int result = flock(descriptor_, LOCK_EX | LOCK_NB);
-    for (int i = 0; i < kTries && result != 0 && errno == EWOULDBLOCK; ++i) {
-      nanosleep(&pause, nullptr);
-      result = flock(descriptor_, LOCK_EX | LOCK_NB);
+  OpenGate(const std::string& database, const RegistryDeadline& deadline) {
+    descriptor_ = open((database + ".lock").c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (descriptor_ < 0) {
+      // Where nothing can be made nobody of our rights sets aside, and a full disk is to be readable.
+      const bool full = errno == ENOSPC || errno == EDQUOT;
+      const DWORD failed = RegistrySystemError(errno);
+      status_ = full || !CanWrite(FolderOf(database)) ? ERROR_SUCCESS : failed;
+      return;
     }
-    busy_ = result != 0 && errno == EWOULDBLOCK;
+    while (status_ == ERROR_SUCCESS && flock(descriptor_, LOCK_EX | LOCK_NB) != 0) {
+      if (errno != EWOULDBLOCK)
+        status_ = RegistrySystemError(errno);
+      else if (!deadline.Wait())
+        status_ = ERROR_BUSY;
+    }
   }
   ~OpenGate() {
-    if (descriptor_ >= 0) close(descriptor_);
+    if (descriptor_ < 0) return;
+    // Closing does not end the lock if a fork carried the descriptor along.
+    flock(descriptor_, LOCK_UN);
+    close(descriptor_);
   }
   OpenGate(const OpenGate&) = delete;
   OpenGate& operator=(const OpenGate&) = delete;
 
-  bool IsBusy() const { return busy_; }
+  DWORD Status() const { return status_; }
 
  private:
   int descriptor_ = -1;
-  bool busy_ = false;
+  DWORD status_ = ERROR_SUCCESS;
 };
 
 // Makes the folders above a file. A power cut must not take away a new folder with what was reported as
@@ -81,10 +84,9 @@ DWORD MakeFolders(const std::string& file, mode_t mode) {
     if (Exists(folder)) continue;
     if (mkdir(folder.c_str(), mode) != 0) {
       if (errno == EEXIST) continue;
-      return errno == EROFS ? ERROR_ACCESS_DENIED : ErrorFromErrno(errno);
+      return RegistrySystemError(errno);
     }
-    const std::string above = folder.substr(0, folder.rfind('/') + 1);
-    const int descriptor = open(above.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const int descriptor = open(FolderOf(folder).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (descriptor < 0) continue;
     fsync(descriptor);
     close(descriptor);
@@ -94,67 +96,11 @@ DWORD MakeFolders(const std::string& file, mode_t mode) {
 
 }  // namespace
 
-// All stores of the process, for what concerns them together: a fork and the end.
-class RegistryStoreList {
- public:
-  // Never destroyed: keys may be closed by destructors that run at exit.
-  static RegistryStoreList& Get() {
-    static RegistryStoreList* const list = [] {
-      auto* const made = new RegistryStoreList;
-      pthread_atfork([] { Get().BeforeFork(); }, [] { Get().AfterFork(); }, [] { Get().AfterFork(); });
-      return made;
-    }();
-    // Logs are folded into their databases at the end of the process, or when the library is unloaded.
-    static const CloseAtExit closeAtExit;
-    return *list;
-  }
-
-  void Add(RegistryStore* store) {
-    const std::lock_guard guard(mutex_);
-    stores_.push_back(store);
-  }
-  void Remove(RegistryStore* store) {
-    const std::lock_guard guard(mutex_);
-    stores_.remove(store);
-  }
-
- private:
-  struct CloseAtExit {
-    ~CloseAtExit() { Get().CloseIdle(); }
-  };
-
-  void BeforeFork() {
-    mutex_.lock();
-    for (RegistryStore* store : stores_) {
-      store->mutex_.lock();
-      store->database_.reset();
-    }
-  }
-  void AfterFork() {
-    for (RegistryStore* store : stores_) store->mutex_.unlock();
-    mutex_.unlock();
-  }
-  // Does not wait for threads that still run at exit.
-  void CloseIdle() {
-    const std::unique_lock guard(mutex_, std::try_to_lock);
-    if (!guard.owns_lock()) return;
-    for (RegistryStore* store : stores_) {
-      const std::unique_lock storeGuard(store->mutex_, std::try_to_lock);
-      if (storeGuard.owns_lock()) store->database_.reset();
-    }
-  }
-
-  std::mutex mutex_;  // before those of the stores
-  std::list<RegistryStore*> stores_;
-};
-
 RegistryStore::RegistryStore(std::string path, mode_t folderMode, RegistryDamage& damage)
-    : path_(std::move(path)), folderMode_(folderMode), damage_(damage) {
-  RegistryStoreList::Get().Add(this);
-}
+    : path_(std::move(path)), folderMode_(folderMode), damage_(damage) {}
 
 RegistryStore::~RegistryStore() {
-  RegistryStoreList::Get().Remove(this);
+  LeaveInherited();
 }
 
 DWORD RegistryStore::Read(const Work& work) {
@@ -165,17 +111,17 @@ DWORD RegistryStore::Write(const Work& work) {
   return Run(true, work);
 }
 
-bool RegistryStore::IsWritable() {
+bool RegistryStore::IsWritable() const {
   const std::string file = ResolvedPath(path_);
-  const std::string folder = file.substr(0, file.rfind('/') + 1);
-  const auto work = [](RegistryDatabase& database) -> DWORD {
-    return database.IsReadOnly() ? ERROR_ACCESS_DENIED : ERROR_SUCCESS;
-  };
-  return Read(work) == ERROR_SUCCESS && access(folder.c_str(), W_OK) == 0;
+  return CanWrite(file) && CanWrite(FolderOf(file));
 }
 
 DWORD RegistryStore::Run(bool write, const Work& work) {
+  // Waiting for other threads, each of which may wait for a process, counts too.
+  const RegistryDeadline deadline;
   const std::lock_guard guard(mutex_);
+  deadline_ = deadline;
+  LeaveInherited();
   for (int i = 0; i < kAttempts; ++i) {
     std::optional<RegistryFailure> failure;
     DWORD status = ERROR_SUCCESS;
@@ -195,19 +141,15 @@ DWORD RegistryStore::Run(bool write, const Work& work) {
 }
 
 DWORD RegistryStore::Attempt(bool write, const Work& work) {
-  // A file that could not be written may have become writable; nothing tells a connection to one that is
-  // taken not to change that it did.
-  if (database_ && (immutable_ || (write && database_->IsReadOnly()))) database_.reset();
-  if (database_ && !IsCurrent()) {
-    database_->Abandon();
-    database_.reset();
-  }
+  // A file that could not be written may have become writable.
+  if (database_ && (!IsCurrent() || (write && database_->IsReadOnly()))) database_.reset();
   if (!database_) {
     const DWORD status = Open(write);
     if (status != ERROR_SUCCESS) return status;
   }
   if (!write) return work(*database_);
-  if (database_->IsReadOnly()) return ERROR_ACCESS_DENIED;
+  // SQLite asks for rights only when it finds something to change.
+  if (!IsWritable()) return ERROR_ACCESS_DENIED;
   RegistryDatabase::Transaction transaction(*database_);
   const DWORD status = work(*database_);
   if (status == ERROR_SUCCESS) transaction.Commit();
@@ -215,68 +157,70 @@ DWORD RegistryStore::Attempt(bool write, const Work& work) {
 }
 
 DWORD RegistryStore::Open(bool write) {
-  if (!HasBytes(path_)) {
-    if (!write) return ERROR_FILE_NOT_FOUND;
-    const DWORD status = MakeFolders(path_, folderMode_);
+  if (write) {
+    const DWORD status = MakeFile();
     if (status != ERROR_SUCCESS) return status;
   }
   const std::string file = ResolvedPath(path_);
-  const OpenGate gate(file);
-  if (gate.IsBusy()) return ERROR_BUSY;
+  if (!write && !HasBytes(file) && !HasBytes(file + "-journal")) return ERROR_FILE_NOT_FOUND;
+  const OpenGate gate(file, deadline_);
+  if (gate.Status() != ERROR_SUCCESS) return gate.Status();
   identity_ = Identify(file);
-  immutable_ = false;
-  if (write) {
-    database_ = std::make_unique<RegistryDatabase>(file, RegistryDatabase::Access::kWrite);
-  } else {
-    OpenForReading(file);
-  }
-  identity_ = Identify(file);
+  owner_ = getpid();
+  const auto access = write ? RegistryDatabase::Access::kWrite : RegistryDatabase::Access::kRead;
+  database_ = std::make_unique<RegistryDatabase>(file, access, deadline_);
   if (database_->Root() != 0) return ERROR_SUCCESS;
   database_.reset();
   return ERROR_FILE_NOT_FOUND;
 }
 
-// A log needs files beside the database. Where they cannot be made (a folder without rights, a full disk) and
-// none is there, nobody writes, and the database is read as a file that does not change.
-void RegistryStore::OpenForReading(const std::string& file) {
-  try {
-    database_ = std::make_unique<RegistryDatabase>(file, RegistryDatabase::Access::kRead);
-  } catch (const RegistryFailure& failure) {
-    if (!IsLackOfCompanions(failure) || HasBytes(file + "-wal") || HasBytes(file + "-journal")) throw;
-    database_ = std::make_unique<RegistryDatabase>(file, RegistryDatabase::Access::kImmutable);
-    immutable_ = true;
-  }
+// Makes an empty file if there is none. SQLite would hide the reason why it cannot be made, and where a link
+// leads is known only when something is there.
+DWORD RegistryStore::MakeFile() const {
+  struct stat info;
+  if (stat(path_.c_str(), &info) == 0) return ERROR_SUCCESS;
+  const DWORD status = MakeFolders(path_, folderMode_);
+  if (status != ERROR_SUCCESS) return status;
+  const int descriptor = open(path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+  if (descriptor < 0) return RegistrySystemError(errno);
+  close(descriptor);
+  return ERROR_SUCCESS;
 }
 
-// Gives the damaged file that was opened last another name, unless somebody else did so before.
+// Gives the damaged file that was opened last another name, unless somebody else did so before. Nobody writes
+// meanwhile: a writer of the old file would take away the journal of the new one.
 DWORD RegistryStore::SetAside() {
-  if (immutable_) {
-    // Perhaps it was only read while somebody with more rights wrote.
-    database_.reset();
-    return ERROR_BADDB;
-  }
-  if (database_) database_->Abandon();
   database_.reset();
-
   const std::string file = ResolvedPath(path_);
-  const OpenGate gate(file);
-  if (gate.IsBusy()) return ERROR_BUSY;
+  const OpenGate gate(file, deadline_);
+  if (gate.Status() != ERROR_SUCCESS) return gate.Status();
   if (Identify(file) != identity_) return ERROR_SUCCESS;
+  const RegistryFileLock lock(file, deadline_);
+  if (lock.IsBusy()) return ERROR_BUSY;
+
   std::string target;
   bool taken = true;
   for (int i = 1; taken; ++i) {
     target = file + ".damaged-" + std::to_string(i);
-    taken = Exists(target);
-    for (const char* companion : kCompanions) taken = taken || Exists(target + companion);
+    taken = Exists(target) || Exists(target + "-journal");
   }
-  // The database goes last: until then whoever comes finds the damage again.
-  for (const char* companion : kCompanions) {
-    static_cast<void>(rename((file + companion).c_str(), (target + companion).c_str()));
+  // The database goes first. Should we be killed in between, its journal alone is found to be damage and goes
+  // the same way; a database alone would read as whole, with a half-done write in it.
+  bool moved = false;
+  for (const char* companion : {"", "-journal", "-wal"}) {
+    const std::string name = target + companion;
+    if (rename((file + companion).c_str(), name.c_str()) != 0) {
+      if (errno == ENOENT) continue;
+      return ERROR_BADDB;
+    }
+    const std::lock_guard guard(damage_.mutex);
+    if (!std::exchange(moved, true)) damage_.path = name;
   }
-  if (rename(file.c_str(), target.c_str()) != 0) return ERROR_BADDB;
-  const std::lock_guard guard(damage_.mutex);
-  damage_.path = target;
   return ERROR_SUCCESS;
+}
+
+void RegistryStore::LeaveInherited() {
+  if (owner_ != getpid()) static_cast<void>(database_.release());
 }
 
 bool RegistryStore::IsCurrent() const {

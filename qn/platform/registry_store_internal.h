@@ -20,9 +20,8 @@ struct RegistryDamage {
 
 // Nothing is opened before the first use. Threads take turns: one connection serves them all.
 //
-// A process may fork at any time, with keys open: the connections of all stores are closed before, as SQLite
-// does not bear to be carried along, and parent and child open their own at the next use. The fork waits for
-// the writes under way. Children made without fork's handlers (vfork, posix_spawn) must exec, as ever.
+// SQLite does not bear to be carried along by a fork, so a child leaves the connection that it inherited
+// alone, open for good, and opens its own.
 class RegistryStore {
  public:
   // Folders that are missing on the way to the file get `folderMode`.
@@ -40,12 +39,10 @@ class RegistryStore {
   // One transaction, undone when `work` fails; the database is made if need be.
   DWORD Write(const Work& work);
 
-  // Whether a database that can be read can be written.
-  bool IsWritable();
+  // Whether the rights of a database that exists allow writing.
+  bool IsWritable() const;
 
  private:
-  friend class RegistryStoreList;
-
   struct Identity {
     dev_t device = 0;
     ino_t inode = 0;
@@ -55,8 +52,9 @@ class RegistryStore {
   DWORD Run(bool write, const Work& work);
   DWORD Attempt(bool write, const Work& work);
   DWORD Open(bool write);
-  void OpenForReading(const std::string& file);
+  DWORD MakeFile() const;
   DWORD SetAside();
+  void LeaveInherited();
   bool IsCurrent() const;
   static Identity Identify(const std::string& path);
 
@@ -65,8 +63,9 @@ class RegistryStore {
   RegistryDamage& damage_;
   std::mutex mutex_;
   std::unique_ptr<RegistryDatabase> database_;
+  pid_t owner_ = 0;    // the process that opened it
   Identity identity_;  // of the file that was opened last
-  bool immutable_ = false;
+  RegistryDeadline deadline_;
 };
 
 }  // namespace qn
