@@ -32,7 +32,7 @@ constexpr REGSAM kSetValue = 0x2;
 constexpr REGSAM kCreateSubKey = 0x4;
 constexpr REGSAM kDelete = 0x10000;
 constexpr REGSAM kWriting = kSetValue | kCreateSubKey | kDelete;
-constexpr REGSAM kAsAllowed = 0x2000000;
+constexpr REGSAM kUnchecked = 0x2000000;  // all rights, of which the file's are found out at their use
 
 using KeyPath = std::vector<std::u16string>;
 
@@ -206,9 +206,8 @@ DWORD OpenKey(HKEY handle, const WCHAR* subKey, REGSAM access, Missing missing, 
     status = key->store->Write(find);
   }
   if (status != ERROR_SUCCESS) return status;
-  const bool writable = !(access & (kWriting | kAsAllowed)) || key->store->IsWritable();
-  if ((access & kWriting) && !writable) return ERROR_ACCESS_DENIED;
-  key->access = !(access & kAsAllowed) ? access : writable ? KEY_ALL_ACCESS : KEY_READ;
+  if ((access & kWriting) && !key->store->IsWritable()) return ERROR_ACCESS_DENIED;
+  key->access = access == kUnchecked ? KEY_ALL_ACCESS : access;
   key->id = place.id;
   *result = static_cast<HKEY>(qn::AddHandle(key));
   if (!*result) return ERROR_NOT_ENOUGH_MEMORY;
@@ -293,7 +292,7 @@ LSTATUS RegCreateKeyExW(HKEY key, const WCHAR* subKey, DWORD, const WCHAR*, DWOR
 }
 
 LSTATUS RegCreateKeyW(HKEY key, const WCHAR* subKey, HKEY* result) {
-  return RegCreateKeyExW(key, subKey, 0, nullptr, 0, kAsAllowed, nullptr, result, nullptr);
+  return RegCreateKeyExW(key, subKey, 0, nullptr, 0, kUnchecked, nullptr, result, nullptr);
 }
 
 LSTATUS RegCloseKey(HKEY key) {

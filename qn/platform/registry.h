@@ -69,8 +69,8 @@ QN_API LSTATUS RegCreateKeyExW(HKEY key, const WCHAR* subKey, DWORD reserved, co
                                DWORD options, REGSAM access, void* security, HKEY* result,
                                DWORD* disposition);
 
-// The same with the rights that can be had: all, or those of KEY_READ for a key that exists in a hive that
-// cannot be written. Settings stay readable that way.
+// The same with all rights that can be had: a key that exists opens in a hive that cannot be written too, so
+// that settings stay readable, and only writes to it give ERROR_ACCESS_DENIED.
 QN_API LSTATUS RegCreateKeyW(HKEY key, const WCHAR* subKey, HKEY* result);
 
 // Closes a key; a hive is left alone.
