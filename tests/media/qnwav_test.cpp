@@ -1,5 +1,3 @@
-#include <sndfile.h>
-
 #include "tests/media/media_file.h"
 
 namespace {
@@ -148,39 +146,6 @@ TEST(QnWav, SetFileWfx) {
       << "over the file's start";
   EXPECT_TRUE(DeleteFileW(file.Path())) << "no handle is left open";
   EXPECT_EQ(QnSetFileWfx(file.Path(), &format), QN_E_FILE_OPEN);
-}
-
-// Our reading of other programs' files against that of a third.
-TEST(QnWav, ForeignFilesSampleBySample) {
-  const std::string sox = "sox -D -n -r 22050 -c 2 ";
-  const std::string ffmpeg = "ffmpeg -v error -f lavfi -i sine=440:r=48000:d=0.05 -ac 2 -c:a ";
-  using Row = std::tuple<std::string, int, int>;
-  for (const auto& [command, tag, bits] :
-       {Row(sox + "-b 8 x.wav", 1, 8), Row(sox + "-b 24 x.wav", 0xFFFE, 24),
-        Row(sox + "-e float -b 64 x.wav", 3, 64), Row(sox + "-b 8 x.aiff", 0xFE01, 8),
-        Row(sox + "-b 24 x.aifc", 0xFE02, 24), Row(ffmpeg + "pcm_s16le x.w64", 1, 16),
-        Row(ffmpeg + "pcm_s24le x.w64", 0xFFFE, 24), Row(ffmpeg + "pcm_f32le -ac 6 x.wav", 0xFFFE, 32),
-        Row(ffmpeg + "pcm_s16le x.aifc", 1, 16)}) {
-    SCOPED_TRACE(command);
-    TestFile file;
-    const std::string effects = command.starts_with(sox) ? " synth 0.05 sine 440 sine 1000" : " </dev/null";
-    const std::string name = file.Native() + command.substr(command.rfind('.'));
-    ASSERT_EQ(RunCommand(command.substr(0, command.rfind('x')) + name + effects), 0);
-    SF_INFO info{};
-    SNDFILE* peer = sf_open(name.c_str(), SFM_READ, &info);
-    ASSERT_TRUE(peer);
-    Bytes samples(static_cast<size_t>(info.frames * info.channels * bits / 8));
-    const sf_count_t got = sf_read_raw(peer, samples.data(), static_cast<sf_count_t>(samples.size()));
-    sf_close(peer);
-
-    WriteFileBytes(file.Native(), ReadFileBytes(name));
-    const AudioFile found(file.Path());
-    ASSERT_TRUE(found.record && got > 1000);
-    EXPECT_EQ(std::tuple(found.record->wFormatTag, found.record->wBitsPerSample), std::tuple(tag, bits));
-    EXPECT_EQ(std::tuple(found.record->nChannels, found.record->nSamplesPerSec, found.frames),
-              std::tuple(info.channels, info.samplerate, info.frames));
-    EXPECT_TRUE(std::equal(samples.begin(), samples.end(), &file.Content()[found.start]));
-  }
 }
 
 }  // namespace

@@ -18,6 +18,7 @@ struct Map {
   std::map<std::string, size_t> chunks;  // the headers
   size_t start = 0;                      // of the samples
 
+  size_t format() const { return chunks.at("fmt "); }
   int sizeBytes() const { return wave64 ? 8 : 4; }
   size_t idBytes() const { return wave64 ? 16 : 4; }
   size_t headerBytes() const { return wave64 ? 24 : 8; }
@@ -63,27 +64,22 @@ Damager Sizes(uint64_t form, uint64_t data) {
 
 const std::pair<const char*, Damager> kDamages[] = {
     {"both sizes 0", Sizes(0, 0)},
-    {"as it was started", [](Bytes* f, const Map& m) { Sizes(m.start, m.wave64 ? 24 : 0)(f, m); }},
+    {"as it was started", [](auto* f, auto& m) { Sizes(m.start, m.wave64 ? 24 : 0)(f, m); }},
     {"both sizes open", Sizes(~uint64_t{0}, ~uint64_t{0})},
     {"sizes beyond the end", Sizes(100'000'000, 90'000'000)},
     {"a data size that is too small", Sizes(kKeep, 4096)},
     {"the form size alone", Sizes(0, kKeep)},
-    {"the id of the file", [](Bytes* f, const Map&) { Put(f, 0, 0x58585858, 4); }},
-    {"the form type", [](Bytes* f, const Map& m) { Zero(f, m.typeAt(), 4); }},
-    {"a zeroed file header", [](Bytes* f, const Map& m) { Zero(f, 0, m.headerBytes() + m.idBytes()); }},
-    {"the id of the format chunk",
-     [](Bytes* f, const Map& m) { Put(f, m.chunks.at("fmt "), 0x04030201, 4); }},
-    {"a printable one", [](Bytes* f, const Map& m) { Put(f, m.chunks.at("fmt "), 0x20786D66, 4); }},
-    {"the id of the data chunk",
-     [](Bytes* f, const Map& m) { Put(f, m.start - m.headerBytes(), 0x0201FF00, 4); }},
-    {"a zeroed data header",
-     [](Bytes* f, const Map& m) { Zero(f, m.start - m.headerBytes(), m.headerBytes()); }},
-    {"zeros up to the record",
-     [](Bytes* f, const Map& m) { Zero(f, 0, m.chunks.at("fmt ") + m.headerBytes()); }},
-    {"a frame size of 0",
-     [](Bytes* f, const Map& m) { Zero(f, m.chunks.at("fmt ") + m.headerBytes() + 12, 2); }},
+    {"the id of the file", [](auto* f, auto&) { Put(f, 0, 0x58585858, 4); }},
+    {"the form type", [](auto* f, auto& m) { Zero(f, m.typeAt(), 4); }},
+    {"a zeroed file header", [](auto* f, auto& m) { Zero(f, 0, m.headerBytes() + m.idBytes()); }},
+    {"the id of the format chunk", [](auto* f, auto& m) { Put(f, m.format(), 0x04030201, 4); }},
+    {"a printable one", [](auto* f, auto& m) { Put(f, m.format(), 0x20786D66, 4); }},
+    {"the id of the data chunk", [](auto* f, auto& m) { Put(f, m.start - m.headerBytes(), 0x0201FF00, 4); }},
+    {"a zeroed data header", [](auto* f, auto& m) { Zero(f, m.start - m.headerBytes(), m.headerBytes()); }},
+    {"zeros up to the record", [](auto* f, auto& m) { Zero(f, 0, m.format() + m.headerBytes()); }},
+    {"a frame size of 0", [](auto* f, auto& m) { Zero(f, m.format() + m.headerBytes() + 12, 2); }},
     {"a chunk that leads astray",
-     [](Bytes* f, const Map& m) {
+     [](auto* f, auto& m) {
        for (const char* id : {"LIST", "fact"}) {
          if (m.chunks.count(id)) Put(f, m.chunks.at(id) + m.idBytes(), 77777, m.sizeBytes());
        }
