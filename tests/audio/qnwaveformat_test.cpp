@@ -145,8 +145,7 @@ TEST(WaveFormat, RecordFromHeader) {
       {Header(0xFFFE, 1, 8, 8, kNull, 0), 1, 0, 64, Fields(16, 1, 8, 8000, 0, 16)},
       {Header(0xFFFE, 2, 64, 32, kNull), 1, 0, 64, Fields(32, 2, 64, 64000, 0, 16)},
       {Header(0xFFFE, 2, 4, 16, kNull), 1, 0, 64, Fields(0, 2, 4, 4000, 0, 24, 0, 16)},
-      {Header(0xFFFE, 1, 8, 8, kNull, 22, 1), 1, 0, 64, Fields(0, 1, 8, 1, 0, 24, 0, 8)},
-  };
+      {Header(0xFFFE, 1, 8, 8, kNull, 22, 1), 1, 0, 64, Fields(0, 1, 8, 1, 0, 24, 0, 8)}};
   for (const auto& [header, compressed, shortTag, size, expected] : rows) {
     const Record record = RecordOf(header, size);
     EXPECT_EQ(record, PaddedTo(record.size(), expected, 0));

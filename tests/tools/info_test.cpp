@@ -36,8 +36,7 @@ TEST(Info, DressesNumbersAndTimesOnRequest) {
       {{"--lang", "fr", "--time-format", "seconds"}, {" 133 Ko\n", "  Duration   1,428\n"}},
       {{"--time-format", "samples"}, {"  Frames     68,545\n", "  Duration   68,545\n", "48000 Hz"}},
       {{"--time-format", "frames", "--frame-rate", "24000/1001"}, {"  Duration   34.238\n"}},
-      {{"--time-format", "5", "--tempo", "60", "--beats", "1"}, {"  Duration   2.1.410\n"}},
-  };
+      {{"--time-format", "5", "--tempo", "60", "--beats", "1"}, {"  Duration   2.1.410\n"}}};
   for (const auto& [words, expected] : kCases) {
     const std::string text = info(words);
     for (const char* part : expected) EXPECT_NE(text.find(part), std::string::npos) << part << text;
@@ -52,12 +51,10 @@ TEST(Info, TellsFilesOfOtherPrograms) {
     const char* name;
     const char* command;
     const char* expected;  // container, type, channels, readable
-  } kCases[] = {
-      {"f32.w64", "sox %i -e float -b 32 %o", "Wave64,f32,1,true"},
-      {"s16.aiff", "sox %i %o", "AIFF,s16be,1,true"},
-      {"rf64.wav", "ffmpeg -v error -i %i -rf64 always %o", "RF64,s16,1,true"},
-      {"alaw.wav", "sox %i -e a-law %o", "WAV,null,1,false"},
-  };
+  } kCases[] = {{"f32.w64", "sox %i -e float -b 32 %o", "Wave64,f32,1,true"},
+                {"s16.aiff", "sox %i %o", "AIFF,s16be,1,true"},
+                {"rf64.wav", "ffmpeg -v error -i %i -rf64 always %o", "RF64,s16,1,true"},
+                {"alaw.wav", "sox %i -e a-law %o", "WAV,null,1,false"}};
   for (const auto& test : kCases) {
     const std::string path = folder.Native(test.name);
     std::string command = test.command;

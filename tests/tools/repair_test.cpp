@@ -78,13 +78,11 @@ const std::pair<const char*, Damager> kDamages[] = {
     {"a zeroed data header", [](auto* f, auto& m) { Zero(f, m.start - m.headerBytes(), m.headerBytes()); }},
     {"zeros up to the record", [](auto* f, auto& m) { Zero(f, 0, m.format() + m.headerBytes()); }},
     {"a frame size of 0", [](auto* f, auto& m) { Zero(f, m.format() + m.headerBytes() + 12, 2); }},
-    {"a chunk that leads astray",
-     [](auto* f, auto& m) {
+    {"a chunk that leads astray", [](auto* f, auto& m) {
        for (const char* id : {"LIST", "fact"}) {
          if (m.chunks.count(id)) Put(f, m.chunks.at(id) + m.idBytes(), 77777, m.sizeBytes());
        }
-     }},
-};
+     }}};
 
 class RepairOf : public testing::TestWithParam<const char*> {};
 

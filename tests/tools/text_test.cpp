@@ -21,8 +21,7 @@ TEST(TextTool, PrintsFormatsInALanguage) {
       {{"$(Open %d"}, "$(Open %d\n"},
       {{"--token", "appname=A=B", "--token", "x y=", "$(AppName)$(x y)"}, "A=B\n"},
       {{"--lang", "zh_TW", "$(SMPTE.Label.Drop.Full)"}, "小時:分鐘:秒,影格\n"},
-      {{"--", ""}, "\n"},
-  };
+      {{"--", ""}, "\n"}};
   for (const auto& [words, expected] : kCases) {
     const ToolRun run = Qntext(words);
     EXPECT_EQ(run.out, expected) << run.err;
@@ -79,8 +78,7 @@ TEST(TextTool, WritesAndReadsTimesInAllFormats) {
       {{"--rate", "44100", "--offset", "10000000", "--print-time", "samples", "20000000"}, "44,100\n"},
       {{"--absolute", "--offset", "10000000", "--parse-time", "seconds", "-1"},
        "-10000000, read to the end\n"},
-      {{"--parse-time", "seconds", "1.5 s"}, "15000000, stopped at ' s'\n"},
-  };
+      {{"--parse-time", "seconds", "1.5 s"}, "15000000, stopped at ' s'\n"}};
   for (const auto& [words, expected] : kCases) EXPECT_EQ(Qntext(words, "LC_ALL=C").out, expected);
 }
 
