@@ -110,8 +110,7 @@ TEST_F(LocaleTest, TheUsersLocale) {
   EXPECT_TRUE(SetUserDefaultLCID(0));
   EXPECT_EQ(Item(0x0409, LOCALE_SDECIMAL), ",");
 
-  EXPECT_TRUE(SetUserDefaultLCID(0x041D));
-  EXPECT_TRUE(SetUserLocaleItem(LOCALE_SNEGATIVESIGN, u"~"));
+  EXPECT_TRUE(SetUserDefaultLCID(0x041D) && SetUserLocaleItem(LOCALE_SNEGATIVESIGN, u"~"));
   EXPECT_FALSE(SetUserLocaleItem(LOCALE_SNEGATIVESIGN, u"0123456789ABCDEF"));
   EXPECT_FALSE(SetUserLocaleItem(0x0042, u""));
   Dress dress;
@@ -120,8 +119,7 @@ TEST_F(LocaleTest, TheUsersLocale) {
   EXPECT_EQ(Item(0x041D, LOCALE_SNEGATIVESIGN), "~");
   EXPECT_TRUE(SetUserLocaleItem(LOCALE_SNEGATIVESIGN, nullptr));
   EXPECT_EQ(Number(dress, u"-1"), u"\u22121.00");
-  EXPECT_TRUE(SetUserLocaleItem(LOCALE_SDECIMAL, u"~"));
-  EXPECT_TRUE(SetUserDefaultLCID(0x041D));
+  EXPECT_TRUE(SetUserLocaleItem(LOCALE_SDECIMAL, u"~") && SetUserDefaultLCID(0x041D));
   EXPECT_EQ(Item(0x041D, LOCALE_SDECIMAL), ",");
 
   EXPECT_EQ(InitMUILanguage(0x0411), 0x041D);

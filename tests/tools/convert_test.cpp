@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstring>
 #include <filesystem>
+#include <tuple>
 
 #include "tests/tools/tool.h"
 
@@ -42,26 +43,21 @@ constexpr Type kTypes[] = {
 TEST(Convert, GivesTheSamplesOfTheInput) {
   const ScratchFolder folder;
   // Inputs of each kind, among them more channels than two and an odd number of odd frames.
-  const struct {
-    const char* name;
-    const char* options;
-  } kInputs[] = {
+  const std::pair<std::string, std::string> kInputs[] = {
       {"s16.wav", "-b 16"},          {"u8.wav", "-b 8 -e unsigned"}, {"s24.wav", "-b 24 -c 1"},
       {"s24.aiff", "-b 24"},         {"s32.w64", "-b 32"},           {"f32.wav", "-b 32 -e float -c 6"},
-      {"f64.w64", "-b 64 -e float"}, {"s16.aifc", "-b 16 -c 3"},
-  };
-  for (const auto& input : kInputs) {
-    const std::string in = folder.Native(input.name);
-    Make("sox " + std::string(kRecording) + " " + input.options + " " + in + " trim 5000s 20001s");
+      {"f64.w64", "-b 64 -e float"}, {"s16.aifc", "-b 16 -c 3"}};
+  for (const auto& [name, options] : kInputs) {
+    const std::string in = folder.Native(name);
+    Make("sox " + std::string(kRecording) + " " + options + " " + in + " trim 5000s 20001s");
     const Sound expected = ReadSound(in);
     for (const Type& type : kTypes) {
       for (const char* extension : {"wav", "w64"}) {
-        SCOPED_TRACE(std::string(input.name) + " to " + type.name + " " + extension);
+        SCOPED_TRACE(name + " to " + type.name + " " + extension);
         const std::string out = folder.Native(std::string("out.") + extension);
         Convert({in, out, "--force", "--type", type.name});
         const Sound sound = ReadSound(out);
-        EXPECT_EQ(sound.rate, expected.rate);
-        EXPECT_EQ(sound.channels, expected.channels);
+        EXPECT_EQ(std::tuple(sound.rate, sound.channels), std::tuple(expected.rate, expected.channels));
         EXPECT_EQ(sound.format & SF_FORMAT_SUBMASK, type.format);
         ASSERT_EQ(sound.samples.size(), expected.samples.size());
         for (size_t i = 0; i < sound.samples.size(); ++i) {
@@ -182,19 +178,18 @@ TEST(Convert, MapsChannels) {
   Bytes raw;
   for (uint32_t i = 0; i < 900; ++i) raw = raw + Le(1000 * (i % 3 + 1) + i / 3, 2);
   WriteFileBytes(folder.Native("in.raw"), raw);
-  const struct {
-    const char* map;
-    std::vector<int> channels;  // thousands, 0 is silence
-  } kCases[] = {{"2,1,0", {3, 2, 1}}, {"R", {2}}, {"L,-", {1, 0}}, {"-,2,2,0", {0, 3, 3, 1}}};
-  for (const auto& test : kCases) {
+  // The map, and the thousands of each channel: 0 is silence.
+  using Row = std::pair<std::string, std::vector<int>>;
+  for (const auto& [map, channels] :
+       {Row("2,1,0", {3, 2, 1}), Row("R", {2}), Row("L,-", {1, 0}), Row("-,2,2,0", {0, 3, 3, 1})}) {
     Convert({folder.Native("in.raw"), folder.Native("out.wav"), "--force", "--raw-in", "s16,8000,3",
-             std::string("--channels=") + test.map});
+             "--channels=" + map});
     const Sound sound = ReadSound(folder.Native("out.wav"));
-    ASSERT_EQ(sound.channels, static_cast<int>(test.channels.size()));
+    ASSERT_EQ(sound.channels, static_cast<int>(channels.size()));
     for (size_t i = 0; i < sound.samples.size(); ++i) {
-      const int channel = test.channels[i % test.channels.size()];
-      const int frame = static_cast<int>(i / test.channels.size());
-      ASSERT_EQ(sound.samples[i] * 32768, channel == 0 ? 0 : channel * 1000 + frame) << test.map;
+      const int channel = channels[i % channels.size()];
+      const int frame = static_cast<int>(i / channels.size());
+      ASSERT_EQ(sound.samples[i] * 32768, channel == 0 ? 0 : channel * 1000 + frame) << map;
     }
   }
 }

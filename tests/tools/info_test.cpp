@@ -1,7 +1,7 @@
 // What `qnwave info` tells of sound, odd and damaged files.
 #include <gtest/gtest.h>
 
-#include <filesystem>
+#include <tuple>
 
 #include "tests/tools/tool.h"
 
@@ -47,17 +47,14 @@ TEST(Info, DressesNumbersAndTimesOnRequest) {
 TEST(Info, TellsFilesOfOtherPrograms) {
   const ScratchFolder folder;
   const std::string source = "/usr/share/sounds/alsa/Noise.wav";
-  const struct {
-    const char* name;
-    const char* command;
-    const char* expected;  // container, type, channels, readable
-  } kCases[] = {{"f32.w64", "sox %i -e float -b 32 %o", "Wave64,f32,1,true"},
-                {"s16.aiff", "sox %i %o", "AIFF,s16be,1,true"},
-                {"rf64.wav", "ffmpeg -v error -i %i -rf64 always %o", "RF64,s16,1,true"},
-                {"alaw.wav", "sox %i -e a-law %o", "WAV,null,1,false"}};
-  for (const auto& test : kCases) {
-    const std::string path = folder.Native(test.name);
-    std::string command = test.command;
+  // The file's name, how it is made, and its container, type, channels and whether it is readable.
+  const std::tuple<std::string, std::string, std::string> kCases[] = {
+      {"f32.w64", "sox %i -e float -b 32 %o", "Wave64,f32,1,true"},
+      {"s16.aiff", "sox %i %o", "AIFF,s16be,1,true"},
+      {"rf64.wav", "ffmpeg -v error -i %i -rf64 always %o", "RF64,s16,1,true"},
+      {"alaw.wav", "sox %i -e a-law %o", "WAV,null,1,false"}};
+  for (auto [name, command, expected] : kCases) {
+    const std::string path = folder.Native(name);
     command.replace(command.find("%i"), 2, source);
     command.replace(command.find("%o"), 2, path);
     Make(command);
@@ -65,7 +62,7 @@ TEST(Info, TellsFilesOfOtherPrograms) {
         ".[0] | [.container, .format.type, .format.channels, .readable, .damaged, (.problems + .notes | "
         "length)]"
         " | map(tostring) | join(\",\")";
-    EXPECT_EQ(Jq(Info(path), filter), test.expected + std::string(",false,0")) << path;
+    EXPECT_EQ(Jq(Info(path), filter), expected + ",false,0") << path;
   }
 }
 
