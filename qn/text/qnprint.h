@@ -139,10 +139,10 @@ QN_API int QnGetInat(int index, WCHAR* text);
 QN_API int QnGetInatN(int index, WCHAR* text, int size);
 
 // Window texts. Each makes its text by a format, sets it and returns its length, or 0 if that failed and for
-// a null format or item text. The text has at most 2047 characters, but a format without `%` and `$` is set as it is,
-// however long. The NoF forms take a text in which nothing is a format, at most 1024 characters, the Id forms
-// a string id of `language`. The NoFlash forms set nothing when an equal text of less than 8192 characters is
-// there already.
+// a null format or item text. The text has at most 2047 characters, but a format without `%` and `$` is set
+// as it is, however long. The NoF forms take a text in which nothing is a format, at most 1024 characters,
+// the Id forms a string id of `language`. The NoFlash forms set nothing when an equal text of less than 8192
+// characters is there already.
 QN_API int QnSetWindowTextF(HWND window, const WCHAR* format, ...);
 QN_API int QnSetWindowTextNoF(HWND window, const WCHAR* text);
 QN_API int QnSetWindowTextId(HQNLANG language, HWND window, UINT id, ...);
