@@ -41,6 +41,7 @@ using KeyPath = std::vector<std::u16string>;
 struct Key final : qn::SystemObject {
   std::shared_ptr<RegistryStore> store;
   int64_t root = 0;
+  qn::RegistryIdentity file;
   int64_t id = 0;
   KeyPath path;
   REGSAM access = KEY_ALL_ACCESS;
@@ -164,7 +165,7 @@ DWORD Walk(RegistryDatabase& database, const KeyPath& path, size_t from, Missing
 // Finds an open key in its database, without asking whether it was deleted. Writing into a database that took
 // the place of the key's makes the key anew.
 DWORD Locate(RegistryDatabase& database, const Key& key, Missing missing, Place* place) {
-  const bool same = key.root == database.Root();
+  const bool same = key.root == database.Root() && key.file == database.Identity();
   place->id = same ? key.id : database.Root();
   return same ? ERROR_SUCCESS : Walk(database, key.path, 0, missing, place);
 }
@@ -197,6 +198,7 @@ DWORD OpenKey(HKEY handle, const WCHAR* subKey, REGSAM access, Missing missing, 
   const RegistryStore::Work find = [&](RegistryDatabase& database) {
     place = {};
     key->root = database.Root();
+    key->file = database.Identity();
     return LocateBelow(database, *base, key->path, walk, &place);
   };
   status = key->store->Read(find);

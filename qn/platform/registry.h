@@ -17,7 +17,7 @@
 // it is never overwritten. Open keys outlive that: they read as empty and are made anew by the next write to
 // them. A damaged database in a folder without rights and one of another program, which is left where it is,
 // give ERROR_BADDB, one of a newer version of the library ERROR_ACCESS_DENIED. Beside a database lies an
-// empty file `<name>.lock`, by which processes take turns at these steps; it stays.
+// empty file `<name>.lock`, which every call holds, and who sets aside holds alone; it stays.
 //
 // Key names are separated by `\`, of which doubled, leading and trailing ones count for nothing. They hold up
 // to 255 characters each in up to 512 levels, names of values up to 16,383, values up to 64 MiB; beyond that

@@ -142,17 +142,10 @@ void RegistryCloser::operator()(sqlite3_stmt* statement) const {
   sqlite3_finalize(statement);
 }
 
-RegistryFileLock::RegistryFileLock(const std::string& path, const RegistryDeadline& deadline) {
-  if (Open(path, &connection_) != SQLITE_OK) return;
-  sqlite3_file* const file = FileOf(connection_.get());
-  const auto lock = [&](int level) {
-    int code = file->pMethods->xLock(file, level);
-    while (code == SQLITE_BUSY && deadline.Wait()) code = file->pMethods->xLock(file, level);
-    return code;
-  };
-  int code = lock(SQLITE_LOCK_SHARED);
-  if (code == SQLITE_OK) code = lock(SQLITE_LOCK_EXCLUSIVE);
-  busy_ = code == SQLITE_BUSY;
+RegistryIdentity RegistryIdentity::Of(const std::string& path) {
+  struct stat info;
+  if (stat(path.c_str(), &info) != 0) return {};
+  return {info.st_dev, info.st_ino};
 }
 
 RegistryRow::~RegistryRow() {
@@ -214,15 +207,17 @@ const char* const RegistryDatabase::kSql[kStatements] = {
 // killed holds values that are reported as written: a flipped bit in it drops them without a sign, the
 // database alone (copied, or on a medium that cannot be written) lacks them, and its index in shared memory
 // rules out network file systems. Settings are too few for its speed to count.
-RegistryDatabase::RegistryDatabase(const std::string& path, Access access, const RegistryDeadline& deadline) {
+RegistryDatabase::RegistryDatabase(const std::string& path, Access mode, const RegistryDeadline& deadline)
+    : identity_(RegistryIdentity::Of(path)) {
   if (IsLost(path)) Throw(SQLITE_CORRUPT, nullptr);
   Check(Open(path, &connection_), connection_.get());
   sqlite3* const opened = connection_.get();
-  // SQLite takes a file of a newer format for one that is merely not to be written.
+  // SQLite takes a file of a newer format for one that is merely not to be written. What a journal puts right
+  // is not looked at yet.
   uint8_t writeFormat = 0;
   sqlite3_file* const file = FileOf(opened);
   file->pMethods->xRead(file, &writeFormat, 1, 18);
-  if (writeFormat > 2) Throw(SQLITE_NOTADB, nullptr);
+  if (writeFormat > 2 && access((path + "-journal").c_str(), F_OK) != 0) Throw(SQLITE_NOTADB, nullptr);
 
   // A forged file may hold code that would run with our statements.
   for (const int feature :
@@ -237,12 +232,12 @@ RegistryDatabase::RegistryDatabase(const std::string& path, Access access, const
   Execute("PRAGMA cell_size_check = ON");
   // EXTRA adds to FULL that the journal's removal reaches the disk: only with it is a write done for good.
   Execute("PRAGMA synchronous = EXTRA");
-  Execute(access == Access::kWrite ? "BEGIN IMMEDIATE" : "BEGIN");
+  Execute(mode == Access::kWrite ? "BEGIN IMMEDIATE" : "BEGIN");
   const bool ours = HasTables();
-  if (!ours && access == Access::kWrite) MakeTables();
+  if (!ours && mode == Access::kWrite) MakeTables();
   Execute("COMMIT");
-  if (!ours && access == Access::kRead) return;
-  // Earlier versions kept a log.
+  if (!ours && mode == Access::kRead) return;
+  // Another program can have made it keep a log.
   if (!IsReadOnly()) Execute("PRAGMA journal_mode = DELETE");
   for (size_t i = 0; i < kStatements; ++i) statements_[i] = Prepare(kSql[i]);
   root_ = Ask("SELECT id, name FROM keys WHERE parent = 0");

@@ -1,8 +1,9 @@
 // One connection to a registry database: what it holds, in terms of keys and values.
 //
 // Key 0 is no key; the key without a parent is the hive's root. The ids of two databases never meet, because
-// each begins at a random number, and an id is never used again; so an id tells whether it still stands for
-// the key that it was found as. Names compare by their folded form, which SQLite orders as bytes.
+// each begins at a random number, and within a file an id is never used again; so an id, with the file's
+// identity, tells whether it still stands for the key that it was found as. Names compare by their folded
+// form, which SQLite orders as bytes.
 #pragma once
 
 #include <array>
@@ -47,16 +48,14 @@ struct RegistryCloser {
   void operator()(sqlite3_stmt* statement) const;
 };
 
-// Keeps all others from the file of a database while it lives, as far as the file's rights allow. These are
-// SQLite's own locks: a file opened without it would, when closed, take the process's locks along.
-class RegistryFileLock {
- public:
-  RegistryFileLock(const std::string& path, const RegistryDeadline& deadline);
-  bool IsBusy() const { return busy_; }
+// Which file it is that a path leads to: of a restored copy another one than of what it was copied from.
+struct RegistryIdentity {
+  uint64_t device = 0;
+  uint64_t inode = 0;
+  bool operator==(const RegistryIdentity&) const = default;
 
- private:
-  std::unique_ptr<sqlite3, RegistryCloser> connection_;
-  bool busy_ = false;
+  // Zeros for none.
+  static RegistryIdentity Of(const std::string& path);
 };
 
 // A row of a statement in use; false without one. The statement is free again when the row ends, so a row
@@ -91,11 +90,12 @@ class RegistryDatabase {
 
   // Opens a file that exists; waits end at `deadline`, which may be changed later. Throws RegistryFailure,
   // also for tables of a newer version or of another program.
-  RegistryDatabase(const std::string& path, Access access, const RegistryDeadline& deadline);
+  RegistryDatabase(const std::string& path, Access mode, const RegistryDeadline& deadline);
 
   bool IsReadOnly() const;
   // 0 for a database without tables, which answers no other question.
   int64_t Root() const { return root_; }
+  const RegistryIdentity& Identity() const { return identity_; }
 
   bool HasKey(int64_t key);
   int64_t FindKey(int64_t parent, std::u16string_view name);
@@ -150,6 +150,7 @@ class RegistryDatabase {
   std::unique_ptr<sqlite3, RegistryCloser> connection_;
   std::array<StatementPointer, kStatements> statements_;
   int64_t root_ = 0;
+  RegistryIdentity identity_;
 };
 
 // The form under which a name is found: ASCII letters as capitals, as bytes that order as the characters do.

@@ -17,6 +17,9 @@ namespace {
 // How often work begins anew because the file was exchanged or set aside meanwhile.
 constexpr int kAttempts = 5;
 
+// A database, the journal of a write under way, and the log that another program may have made it keep.
+constexpr const char* kCompanions[] = {"", "-journal", "-wal"};
+
 bool Exists(const std::string& path) {
   struct stat info;
   return lstat(path.c_str(), &info) == 0;
@@ -40,39 +43,46 @@ std::string ResolvedPath(const std::string& path) {
   return realpath(path.c_str(), resolved) ? resolved : path;
 }
 
-// Orders those who open, make or set aside a database, in all processes. Without it an opener could get the
-// old file with the journal of the new one. The lock's file stays: two of the same name would order nobody.
-class OpenGate {
+// Everybody who works in a database holds its gate with others, who sets it aside holds it alone. SQLite
+// finds a journal by its path: whoever began in the old file would take the journal of the new one for its
+// own. The lock's file stays: two of the same name would order nobody.
+class RegistryGate {
  public:
-  OpenGate(const std::string& database, const RegistryDeadline& deadline) {
+  enum class Kind { kShared = LOCK_SH, kAlone = LOCK_EX };
+
+  RegistryGate(const std::string& database, Kind kind, bool write, const RegistryDeadline& deadline) {
     descriptor_ = open((database + ".lock").c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
     if (descriptor_ < 0) {
-      // Where nothing can be made nobody of our rights sets aside, and a full disk is to be readable.
+      // Who cannot write takes no journal away, and a full disk is to be readable.
       const bool full = errno == ENOSPC || errno == EDQUOT;
       const DWORD failed = RegistrySystemError(errno);
-      status_ = full || !CanWrite(FolderOf(database)) ? ERROR_SUCCESS : failed;
+      const bool canWrite = CanWrite(FolderOf(database)) && (!Exists(database) || CanWrite(database));
+      status_ = canWrite && (write || !full) ? failed : ERROR_SUCCESS;
       return;
     }
-    while (status_ == ERROR_SUCCESS && flock(descriptor_, LOCK_EX | LOCK_NB) != 0) {
-      if (errno != EWOULDBLOCK)
-        status_ = RegistrySystemError(errno);
-      else if (!deadline.Wait())
-        status_ = ERROR_BUSY;
-    }
+    int result;
+    do {
+      result = flock(descriptor_, static_cast<int>(kind) | LOCK_NB);
+    } while (result != 0 && (errno == EWOULDBLOCK || errno == EINTR) && deadline.Wait());
+    holds_ = result == 0;
+    // A file system without such locks goes without them.
+    if (!holds_ && errno == EWOULDBLOCK) status_ = ERROR_BUSY;
   }
-  ~OpenGate() {
+  ~RegistryGate() {
     if (descriptor_ < 0) return;
     // Closing does not end the lock if a fork carried the descriptor along.
     flock(descriptor_, LOCK_UN);
     close(descriptor_);
   }
-  OpenGate(const OpenGate&) = delete;
-  OpenGate& operator=(const OpenGate&) = delete;
+  RegistryGate(const RegistryGate&) = delete;
+  RegistryGate& operator=(const RegistryGate&) = delete;
 
   DWORD Status() const { return status_; }
+  bool Holds() const { return holds_; }
 
  private:
   int descriptor_ = -1;
+  bool holds_ = false;
   DWORD status_ = ERROR_SUCCESS;
 };
 
@@ -141,6 +151,16 @@ DWORD RegistryStore::Run(bool write, const Work& work) {
 }
 
 DWORD RegistryStore::Attempt(bool write, const Work& work) {
+  if (database_ && !IsCurrent()) database_.reset();
+  if (!database_) {
+    // The gate lies beside the file that a link leads to, and that is known only when it is there.
+    const DWORD status = write ? MakeFile(path_) : ERROR_SUCCESS;
+    if (status != ERROR_SUCCESS) return status;
+    file_ = ResolvedPath(path_);
+    if (!write && !HasBytes(file_) && !HasBytes(file_ + "-journal")) return ERROR_FILE_NOT_FOUND;
+  }
+  const RegistryGate gate(file_, RegistryGate::Kind::kShared, write, deadline_);
+  if (gate.Status() != ERROR_SUCCESS) return gate.Status();
   // A file that could not be written may have become writable.
   if (database_ && (!IsCurrent() || (write && database_->IsReadOnly()))) database_.reset();
   if (!database_) {
@@ -156,60 +176,55 @@ DWORD RegistryStore::Attempt(bool write, const Work& work) {
   return status;
 }
 
+// With the gate held: nobody sets aside what is opened or made here.
 DWORD RegistryStore::Open(bool write) {
-  if (write) {
-    const DWORD status = MakeFile();
-    if (status != ERROR_SUCCESS) return status;
-  }
-  const std::string file = ResolvedPath(path_);
-  if (!write && !HasBytes(file) && !HasBytes(file + "-journal")) return ERROR_FILE_NOT_FOUND;
-  const OpenGate gate(file, deadline_);
-  if (gate.Status() != ERROR_SUCCESS) return gate.Status();
-  identity_ = Identify(file);
+  const DWORD status = write ? MakeFile(file_) : ERROR_SUCCESS;
+  if (status != ERROR_SUCCESS) return status;
+  identity_ = RegistryIdentity::Of(file_);
   owner_ = getpid();
   const auto access = write ? RegistryDatabase::Access::kWrite : RegistryDatabase::Access::kRead;
-  database_ = std::make_unique<RegistryDatabase>(file, access, deadline_);
+  database_ = std::make_unique<RegistryDatabase>(file_, access, deadline_);
   if (database_->Root() != 0) return ERROR_SUCCESS;
   database_.reset();
   return ERROR_FILE_NOT_FOUND;
 }
 
-// Makes an empty file if there is none. SQLite would hide the reason why it cannot be made, and where a link
-// leads is known only when something is there.
-DWORD RegistryStore::MakeFile() const {
+// Makes an empty file if there is none; SQLite would hide the reason why it cannot be made. One that is there
+// is not opened: closing it would end the locks that another store of this process has on it.
+DWORD RegistryStore::MakeFile(const std::string& file) const {
   struct stat info;
-  if (stat(path_.c_str(), &info) == 0) return ERROR_SUCCESS;
-  const DWORD status = MakeFolders(path_, folderMode_);
+  if (stat(file.c_str(), &info) == 0) return ERROR_SUCCESS;
+  const DWORD status = MakeFolders(file, folderMode_);
   if (status != ERROR_SUCCESS) return status;
-  const int descriptor = open(path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
-  if (descriptor < 0) return RegistrySystemError(errno);
+  // Behind a link to nothing there is no file that anybody has locked.
+  const int once = Exists(file) ? 0 : O_EXCL;
+  const int descriptor = open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | once, 0644);
+  if (descriptor < 0) return errno == EEXIST ? ERROR_SUCCESS : RegistrySystemError(errno);
   close(descriptor);
   return ERROR_SUCCESS;
 }
 
-// Gives the damaged file that was opened last another name, unless somebody else did so before. Nobody writes
-// meanwhile: a writer of the old file would take away the journal of the new one.
+// Gives the damaged file that was opened last another name, unless somebody else did so before.
 DWORD RegistryStore::SetAside() {
   database_.reset();
-  const std::string file = ResolvedPath(path_);
-  const OpenGate gate(file, deadline_);
+  const RegistryGate gate(file_, RegistryGate::Kind::kAlone, true, deadline_);
   if (gate.Status() != ERROR_SUCCESS) return gate.Status();
-  if (Identify(file) != identity_) return ERROR_SUCCESS;
-  const RegistryFileLock lock(file, deadline_);
-  if (lock.IsBusy()) return ERROR_BUSY;
+  if (!gate.Holds()) return ERROR_BADDB;
+  if (RegistryIdentity::Of(file_) != identity_) return ERROR_SUCCESS;
 
   std::string target;
   bool taken = true;
   for (int i = 1; taken; ++i) {
-    target = file + ".damaged-" + std::to_string(i);
-    taken = Exists(target) || Exists(target + "-journal");
+    target = file_ + ".damaged-" + std::to_string(i);
+    taken = false;
+    for (const char* companion : kCompanions) taken = taken || Exists(target + companion);
   }
   // The database goes first. Should we be killed in between, its journal alone is found to be damage and goes
   // the same way; a database alone would read as whole, with a half-done write in it.
   bool moved = false;
-  for (const char* companion : {"", "-journal", "-wal"}) {
+  for (const char* companion : kCompanions) {
     const std::string name = target + companion;
-    if (rename((file + companion).c_str(), name.c_str()) != 0) {
+    if (rename((file_ + companion).c_str(), name.c_str()) != 0) {
       if (errno == ENOENT) continue;
       return ERROR_BADDB;
     }
@@ -224,13 +239,7 @@ void RegistryStore::LeaveInherited() {
 }
 
 bool RegistryStore::IsCurrent() const {
-  return Identify(path_) == identity_;
-}
-
-RegistryStore::Identity RegistryStore::Identify(const std::string& path) {
-  struct stat info;
-  if (stat(path.c_str(), &info) != 0) return {};
-  return {info.st_dev, info.st_ino};
+  return RegistryIdentity::Of(path_) == identity_;
 }
 
 }  // namespace qn

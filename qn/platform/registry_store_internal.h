@@ -43,28 +43,22 @@ class RegistryStore {
   bool IsWritable() const;
 
  private:
-  struct Identity {
-    dev_t device = 0;
-    ino_t inode = 0;
-    bool operator==(const Identity&) const = default;
-  };
-
   DWORD Run(bool write, const Work& work);
   DWORD Attempt(bool write, const Work& work);
   DWORD Open(bool write);
-  DWORD MakeFile() const;
+  DWORD MakeFile(const std::string& file) const;
   DWORD SetAside();
   void LeaveInherited();
   bool IsCurrent() const;
-  static Identity Identify(const std::string& path);
 
   const std::string path_;
   const mode_t folderMode_;
   RegistryDamage& damage_;
   std::mutex mutex_;
   std::unique_ptr<RegistryDatabase> database_;
-  pid_t owner_ = 0;    // the process that opened it
-  Identity identity_;  // of the file that was opened last
+  pid_t owner_ = 0;            // the process that opened it
+  std::string file_;           // where `path_` led at the latest opening
+  RegistryIdentity identity_;  // of the file that was opened last
   RegistryDeadline deadline_;
 };
 
