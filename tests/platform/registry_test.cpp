@@ -186,7 +186,7 @@ TEST_F(RegistryTest, OpenKeysAndTheirFile) {
   // A copy from before a key was made comes back: the key's id may be another one's by then.
   const Bytes copy = ReadFileBytes(native_);
   const HKEY late = Open(u"late");
-  WriteFileBytes(native_ + ".copy", copy);
+  qntest::WriteFileBytes(native_ + ".copy", copy);
   std::filesystem::rename(native_ + ".copy", native_);
   const HKEY other = Open(u"other");
   EXPECT_EQ(Set(other, u"v", {7}) | Set(late, u"v", {8}), 0);
