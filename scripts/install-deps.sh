@@ -8,13 +8,13 @@ set -euo pipefail
 
 packages=(
   g++ cmake ninja-build pkg-config git python3
-  libicu-dev libsqlite3-dev libhwy-dev gettext
+  libicu-dev libsqlite3-dev libhwy-dev gettext locales
   libgtest-dev libsndfile1-dev
   clang-format
   sox ffmpeg alsa-utils jq dpkg-dev file
 )
 if [ "${1:-}" = --bench ]; then
-  packages+=(libbenchmark-dev libswresample-dev libavutil-dev libfmt-dev locales)
+  packages+=(libbenchmark-dev libswresample-dev libavutil-dev libfmt-dev)
 elif [ $# -gt 0 ]; then
   sed -n '2,6s/^# \{0,1\}//p' "$0"
   exit 2

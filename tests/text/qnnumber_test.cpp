@@ -151,8 +151,9 @@ TEST_F(NumberTest, DoublesRoundTheirLastPlace) {
   for (int i = 0; i < 20000; ++i) {
     const auto bits = static_cast<LONGLONG>(qntest::Random()());
     const double value = std::ldexp(static_cast<double>(bits >> (20 + i % 40)), -9);
-    char expected[64];
+    char expected[64] = {};
     std::snprintf(expected, sizeof(expected), "%.9f", value);
+    std::replace(expected, std::end(expected), ',', '.');
     ASSERT_EQ(Printed([&](WCHAR* text) { QnDoubleToText(text, value, 9, FALSE); }), expected);
     WCHAR text[64];
     QnDoubleToText(text, value, 9, TRUE);

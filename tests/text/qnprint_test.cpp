@@ -1,8 +1,10 @@
 #include "qn/text/qnprint.h"
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstdio>
+#include <iterator>
 #include <limits>
 #include <memory>
 #include <set>
@@ -137,10 +139,11 @@ TEST_F(QnPrint, AgreesWithTheCLibrary) {
                                                        {"I32", ""}, {"ll", "ll"}, {"I64", "ll"}, {"I", "ll"},
                                                        {"j", "j"},  {"t", "ll"}};
   const auto check = [](const std::string& ours, const std::string& theirs, auto value, bool cuts) {
-    char expected[4096];
+    char expected[4096] = {};
     WCHAR printed[4096], cut[16];
     const std::u16string format = qn::FromUtf8(ours);
     std::snprintf(expected, sizeof expected, theirs.c_str(), value);
+    std::replace(expected, std::end(expected), ',', '.');
     QnPrintF(printed, format.c_str(), value);
     ASSERT_EQ(qn::ToUtf8(printed), expected) << ours;
     if (!cuts) return;  // a bare integer is not cut but left out

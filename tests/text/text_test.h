@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <clocale>
 #include <utility>
 #include <vector>
 
@@ -18,10 +19,17 @@ inline void UseLocale(LCID locale, const std::vector<std::pair<LCTYPE, const WCH
   EXPECT_EQ(QnLang_GetInternationals(nullptr, 0), 0);
 }
 
-// Runs a test in English, and leaves the process in the locale of its environment.
+// Runs a test in English under a German C locale, which plays no part, and leaves the process in the locale
+// of its environment.
 struct EnglishTest : testing::Test {
-  EnglishTest() { UseLocale(0x0409); }
-  ~EnglishTest() override { UseLocale(0); }
+  EnglishTest() {
+    std::setlocale(LC_ALL, "de_DE.UTF-8");
+    UseLocale(0x0409);
+  }
+  ~EnglishTest() override {
+    UseLocale(0);
+    std::setlocale(LC_ALL, "C");
+  }
 };
 
 }  // namespace qntest
