@@ -5,17 +5,15 @@
 #include <climits>
 #include <cmath>
 #include <cstring>
+
 #include <iterator>
+#include "qn/text/qnnumber_internal.h"
 
 namespace qn {
 namespace {
 
 // From here on every decimal of a double is 0, in fixed and in scientific form.
 constexpr int kMostDecimals = 1100;
-
-bool IsDigit(WCHAR c) {
-  return c >= '0' && c <= '9';
-}
 
 // Reads digits, none being 0; false for a number that an int cannot hold.
 bool ReadCount(const WCHAR*& at, const WCHAR* end, int* count) {

@@ -1,4 +1,4 @@
-// What the sources of the number module share.
+// Which characters are digits and white space in texts that are numbers or name them.
 #pragma once
 
 #include "qn/platform/types.h"

@@ -12,6 +12,7 @@
 
 #include "qn/text/cformat_internal.h"
 #include "qn/text/qnnumber.h"
+#include "qn/text/qnnumber_internal.h"
 #include "qn/text/qnprint_internal.h"
 
 namespace qn {
@@ -35,10 +36,6 @@ constexpr uint64_t kTerminators[2] = {TerminatorBits(0), TerminatorBits(64)};
 
 bool IsTerminator(WCHAR c) {
   return c < 128 && (kTerminators[c / 64] >> (c % 64) & 1) != 0;
-}
-
-bool IsDigit(WCHAR c) {
-  return c >= '0' && c <= '9';
 }
 
 int Length(const WCHAR* text, int most) {
