@@ -1,4 +1,4 @@
-// Drawing, as far as text fitting needs it: device contexts and the extent of a text.
+// Drawing, as far as text fitting needs it: device contexts, screens and the extent of a text.
 //
 // The backend of winuser_internal.h supplies them; until there is one each function fails.
 #pragma once
@@ -15,7 +15,41 @@ struct SIZE {
   LONG cy;
 };
 
-// The device context of a window's client area; release it. Null on failure.
+using HFONT = struct HFONT__*;
+using HMONITOR = struct HMONITOR__*;
+
+struct RECT {
+  LONG left;
+  LONG top;
+  LONG right;
+  LONG bottom;
+};
+
+constexpr int BITSPIXEL = 12;
+
+// A property of a device; 0 on failure. Without a backend the device is the library's own surface, which has
+// 32 bits a pixel.
+QN_API int GetDeviceCaps(HDC dc, int index);
+
+// A device context of a display; delete it with DeleteDC. Null on failure.
+QN_API HDC CreateDCW(const WCHAR* driver, const WCHAR* device, const WCHAR* output, const void* mode);
+QN_API BOOL DeleteDC(HDC dc);
+
+struct MONITORINFOEXW {
+  DWORD cbSize;
+  RECT rcMonitor;
+  RECT rcWork;
+  DWORD dwFlags;
+  WCHAR szDevice[32];
+};
+
+// Calls `procedure` for each monitor until it returns FALSE; nonzero if it never did. `dc` and `clip` are not
+// used.
+using MONITORENUMPROC = BOOL (*)(HMONITOR monitor, HDC dc, RECT* place, LPARAM data);
+QN_API BOOL EnumDisplayMonitors(HDC dc, const RECT* clip, MONITORENUMPROC procedure, LPARAM data);
+QN_API BOOL GetMonitorInfoW(HMONITOR monitor, MONITORINFOEXW* information);
+
+// The device context of a window's client area, with null of the screen; release it. Null on failure.
 QN_API HDC GetDC(HWND window);
 QN_API int ReleaseDC(HWND window, HDC dc);
 

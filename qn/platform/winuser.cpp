@@ -15,7 +15,7 @@ std::atomic<DWORD> processLayout = 0;
 template <typename Result, typename... Parameters, typename... Arguments>
 Result Call(Result (*qn::WindowBackend::*operation)(Parameters...), Arguments... arguments) {
   const qn::WindowBackend* const backend = windowBackend.load(std::memory_order_acquire);
-  if (!backend) {
+  if (!backend || !(backend->*operation)) {
     SetLastError(ERROR_INVALID_WINDOW_HANDLE);
     return Result{};
   }
@@ -33,6 +33,34 @@ const WindowBackend* SetWindowBackend(const WindowBackend* backend) {
 }  // namespace qn
 
 inline namespace qnplatform {
+
+int MessageBoxW(HWND owner, const WCHAR* text, const WCHAR* caption, UINT flags) {
+  return Call(&qn::WindowBackend::messageBox, owner, text, caption, flags);
+}
+
+HWND GetLastActivePopup(HWND window) {
+  return Call(&qn::WindowBackend::getLastActivePopup, window);
+}
+
+int GetClassNameW(HWND window, WCHAR* text, int size) {
+  return Call(&qn::WindowBackend::getClassName, window, text, size);
+}
+
+int GetWindowTextW(HWND window, WCHAR* text, int size) {
+  return Call(&qn::WindowBackend::getWindowText, window, text, size);
+}
+
+HHOOK SetWindowsHookExW(int kind, HOOKPROC procedure, HANDLE module, DWORD threadId) {
+  return Call(&qn::WindowBackend::setHook, kind, procedure, module, threadId);
+}
+
+BOOL UnhookWindowsHookEx(HHOOK hook) {
+  return Call(&qn::WindowBackend::unhook, hook);
+}
+
+LRESULT CallNextHookEx(HHOOK hook, int code, WPARAM wParam, LPARAM lParam) {
+  return Call(&qn::WindowBackend::callNextHook, hook, code, wParam, lParam);
+}
 
 BOOL SetWindowTextW(HWND window, const WCHAR* text) {
   return Call(&qn::WindowBackend::setWindowText, window, text);
@@ -72,6 +100,28 @@ BOOL GetProcessDefaultLayout(DWORD* layout) {
   if (!layout) return qn::FailWith(ERROR_INVALID_PARAMETER);
   *layout = processLayout.load(std::memory_order_relaxed);
   return TRUE;
+}
+
+int GetDeviceCaps(HDC dc, int index) {
+  const qn::WindowBackend* const backend = windowBackend.load(std::memory_order_acquire);
+  if (!backend) return index == BITSPIXEL ? 32 : 0;
+  return Call(&qn::WindowBackend::getDeviceCaps, dc, index);
+}
+
+HDC CreateDCW(const WCHAR* driver, const WCHAR* device, const WCHAR* output, const void* mode) {
+  return Call(&qn::WindowBackend::createDC, driver, device, output, mode);
+}
+
+BOOL DeleteDC(HDC dc) {
+  return Call(&qn::WindowBackend::deleteDC, dc);
+}
+
+BOOL EnumDisplayMonitors(HDC, const RECT*, MONITORENUMPROC procedure, LPARAM data) {
+  return Call(&qn::WindowBackend::enumMonitors, procedure, data);
+}
+
+BOOL GetMonitorInfoW(HMONITOR monitor, MONITORINFOEXW* information) {
+  return Call(&qn::WindowBackend::getMonitorInfo, monitor, information);
 }
 
 HDC GetDC(HWND window) {

@@ -17,6 +17,19 @@ struct WindowBackend {
   int (*releaseDC)(HWND window, HDC dc);
   HGDIOBJ (*selectObject)(HDC dc, HGDIOBJ object);
   BOOL (*getTextExtent)(HDC dc, const WCHAR* text, int length, SIZE* extent);
+
+  // Null in a backend without: the function fails as without a backend.
+  int (*messageBox)(HWND owner, const WCHAR* text, const WCHAR* caption, UINT flags);
+  HWND (*getLastActivePopup)(HWND window);
+  int (*getClassName)(HWND window, WCHAR* text, int size);
+  HHOOK (*setHook)(int kind, HOOKPROC procedure, HANDLE module, DWORD threadId);
+  BOOL (*unhook)(HHOOK hook);
+  LRESULT (*callNextHook)(HHOOK hook, int code, WPARAM wParam, LPARAM lParam);
+  int (*getDeviceCaps)(HDC dc, int index);
+  HDC (*createDC)(const WCHAR* driver, const WCHAR* device, const WCHAR* output, const void* mode);
+  BOOL (*deleteDC)(HDC dc);
+  BOOL (*enumMonitors)(MONITORENUMPROC procedure, LPARAM data);
+  BOOL (*getMonitorInfo)(HMONITOR monitor, MONITORINFOEXW* information);
 };
 
 // Makes `backend` the supplier and returns the one before; null: there are no windows. The record must live

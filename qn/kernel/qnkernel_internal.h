@@ -1,0 +1,31 @@
+// The entry point of the library and the process-wide state behind it.
+#pragma once
+
+#include "qn/kernel/qnkernel.h"
+#include "qn/text/qnlang.h"
+
+namespace qn {
+
+constexpr DWORD DLL_PROCESS_DETACH = 0;
+constexpr DWORD DLL_PROCESS_ATTACH = 1;
+
+// What the loader calls, with reason 1 when the library enters a process and 0 when it leaves. Nonzero is
+// success; any other reason does nothing.
+BOOL DllMain(HINSTANCE instance, DWORD reason, void* reserved);
+
+// The steps of attach and detach that belong to layers above this one. They put their functions here from
+// constructors of priority 101, which run before attach; a null step does nothing.
+struct AttachSteps {
+  HRESULT (*openLanguage)(HQNLANG* language, HMODULE module, DWORD lcid, LONG ringSize);
+  void (*initializePerformance)();
+  BOOL (*initializeControls)(HINSTANCE instance, DWORD reserved);
+  BOOL (*terminateControls)(HINSTANCE instance, DWORD reserved);
+  void (*releaseWindowCaches)();  // colours, brushes, fonts, memory device contexts
+  void (*releaseCursors)();       // selects the arrow, then destroys the cached cursors
+};
+AttachSteps& Steps();
+
+// The host's main window; _QnMsgBoxSetAppData writes it.
+extern HWND g_AppHwnd;
+
+}  // namespace qn

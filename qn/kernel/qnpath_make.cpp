@@ -1,0 +1,1 @@
+#include "qn/kernel/qnpath.h"

@@ -1,0 +1,1 @@
+#include "qn/platform/directory.h"

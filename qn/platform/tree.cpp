@@ -1,0 +1,1 @@
+#include "qn/platform/tree_internal.h"

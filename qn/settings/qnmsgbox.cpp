@@ -1,0 +1,1 @@
+#include "qn/settings/qnmsgbox_internal.h"
