@@ -1,35 +1,141 @@
-// The request of a custom box, its buttons and its layout, apart from any drawing.
+// Message boxes apart from any drawing: the request of a custom box, its buttons, commands and layout.
+//
+// The window layer draws custom boxes. It gives its function to SetOpenMsgBox; the function makes a dialog
+// from its template, calls LayOutMsgBox for what to put where, and asks MsgBoxCommand what each command of
+// the dialog means.
 #pragma once
 
 #include <cstddef>
 #include <span>
+#include <string_view>
 
 #include "qn/platform/wingdi.h"
 #include "qn/settings/qnmsgbox.h"
 
 namespace qn {
 
-// One per call; the order of the fields is public.
+// What the application said of itself; zeros before it did.
+struct MsgBoxAppData {
+  DWORD threadId;
+  HINSTANCE instance;
+  HWND mainWindow;
+  QNMSGBOXHOOK hook;
+  ULONGLONG hookData;
+  WCHAR appName[128];
+};
+
+// A custom box, one per call; the order of the fields is public. All texts are plain: no records, no formats.
 struct MsgBoxRequest {
   DWORD flags;
   const WCHAR* text;
-  const WCHAR* details;
-  DWORD detailsOpen;
-  DWORD detailsExtra;
-  DWORD noCancel;
-  const WCHAR* checkText;
-  DWORD* checkValue;
-  const WCHAR* caption;
-  const WCHAR* linkTarget;
+  const WCHAR* details;     // null: none
+  DWORD detailsOpen;        // nonzero while the details are in view
+  DWORD detailsExtra;       // by which the box grows for them; set by LayOutMsgBox
+  DWORD noCancel;           // the set has no Cancel button; set by LayOutMsgBox
+  const WCHAR* checkText;   // null: the standard text
+  DWORD* checkValue;        // state of the check box, in and out
+  const WCHAR* caption;     // null: the application's name
+  const WCHAR* linkTarget;  // null: none; without both the box has no link line
   const WCHAR* linkText;
 };
+static_assert(sizeof(MsgBoxRequest) == 80 && offsetof(MsgBoxRequest, detailsOpen) == 24 &&
+              offsetof(MsgBoxRequest, checkText) == 40 && offsetof(MsgBoxRequest, linkText) == 72);
 
-// The application's name as the default caption; never null.
+// Controls of the template, and those that are made.
+constexpr int kMsgBoxIcon = 1001;
+constexpr int kMsgBoxSampleButton = 1002;
+constexpr int kMsgBoxMessage = 1003;
+constexpr int kMsgBoxDetailsButton = 200;
+constexpr int kMsgBoxDetails = 201;
+constexpr int kMsgBoxCheck = 300;
+constexpr int kMsgBoxLink = 310;
+
+// The application's name as the default caption; never null, empty before it is set.
 const WCHAR* MsgBoxAppName();
 
-// Shows a custom box: the result, or -1 when it cannot be made. The window layer puts its function here;
-// until then there is none and the result is -1.
-using OpenMsgBox = int (*)(HWND owner, MsgBoxRequest* request);
+// Asks the hook and, unless that answers, shows a custom box. The flags and texts of `request` are the
+// caller's; zero what it does not use. `window` is as in the public functions: null for the main window's
+// last popup, -1 for no owner. 0 for a check box without value or details flags without details; -1 when the
+// box cannot be made. Allocates nothing for a message and details of together up to 10,240 characters, so
+// that the handler of an exception may call it.
+int ShowCustomBox(HWND window, MsgBoxRequest* request);
+
+// What the window layer gives; until then there is nothing, a custom box results in -1 and no box of the
+// system is centred. Set these before boxes open.
+using OpenMsgBox = int (*)(HWND owner, MsgBoxRequest* request);  // its result, or -1 if it cannot be made
 void SetOpenMsgBox(OpenMsgBox open);
+using CentreWindow = void (*)(HWND window);
+void SetMsgBoxCentring(CentreWindow centre);
+
+// The buttons of a set, from the left.
+struct MsgBoxButton {
+  int id;  // which is its result
+  const qnlang_t* text;
+};
+
+// The set that bits 0 to 3 of the flags name; empty for a number that is none.
+std::span<const MsgBoxButton> MsgBoxButtons(DWORD flags);
+
+// What a command of the dialog asks of it.
+struct MsgBoxAction {
+  enum Kind { kNone, kEnd, kToggleDetails, kBrowse } kind;
+  int result;               // kEnd: of the dialog
+  int growth;               // kToggleDetails: add it to the window's height
+  const WCHAR* buttonText;  // kToggleDetails: the new text of the Details button
+};
+
+// The meaning of the command (or click of the link line) with the id of a control; `checked` is the present
+// state of the check box. Stores that state in the request's value when the dialog ends and keeps
+// `detailsOpen`. For kBrowse the target is `linkTarget`, which then is not empty.
+MsgBoxAction MsgBoxCommand(MsgBoxRequest* request, int id, bool checked);
+
+// The window system's view of a layout, in pixels.
+struct MsgBoxMetrics {
+  SIZE screen;           // the largest client area that a window can have
+  SIZE icon;             // control 1001
+  SIZE button;           // control 1002, the smallest button
+  int averageCharWidth;  // of the dialog's font
+  int lineHeight;
+  int margin;     // around the controls and between the rows
+  int buttonGap;  // between two buttons of the row
+};
+
+class TextMeasurer {
+ public:
+  // The width in the dialog's font of a text without line ends. A `&` before a character marks a short cut,
+  // if `mnemonics`, and has no width.
+  virtual int Width(std::u16string_view text, bool mnemonics) const = 0;
+
+ protected:
+  ~TextMeasurer() = default;
+};
+
+// Where all goes, in client coordinates. What the box does not have is null, 0 or an empty rectangle.
+struct MsgBoxLayout {
+  struct Button {
+    int id;
+    const WCHAR* text;
+    RECT place;
+  };
+
+  const WCHAR* caption;
+  SIZE client;  // at first, with the details out of view
+  int iconId;   // 32513 to 32516, IDI_HAND and so on; 0: hide the control
+  RECT icon;
+  RECT message;
+  const WCHAR* linkText;
+  RECT link;
+  const WCHAR* checkText;
+  RECT check;
+  int buttonCount;    // with the Details button, which then is the last
+  Button buttons[6];  // from the left
+  int defaultButton;  // index of the one that gets BS_DEFPUSHBUTTON and the focus
+  RECT details;       // below the client area's first size
+};
+
+// Prepares a request for its box - an unknown button set becomes set 0, `noCancel` and `detailsExtra` are set
+// - and lays the box out. Nothing overlaps on a screen with room for one line of each text and the buttons;
+// on a smaller one things are cut, and nothing is ever outside.
+MsgBoxLayout LayOutMsgBox(MsgBoxRequest* request, const MsgBoxMetrics& metrics, const TextMeasurer& measurer);
 
 }  // namespace qn
