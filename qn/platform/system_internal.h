@@ -1,4 +1,4 @@
-// The version that the system reports, replaceable by tests.
+// The version and the processor that the system reports, replaceable by tests.
 #pragma once
 
 #include "qn/platform/system.h"
@@ -13,7 +13,7 @@ struct SystemDescription {
   WORD architecture;     // PROCESSOR_ARCHITECTURE_*
 };
 
-// In use by all functions of system.h; set before other threads ask.
+// In use by all functions of system.h; takes no lock: set it before other threads ask, and set it back.
 SystemDescription& DescribedSystem();
 
 }  // namespace qn
