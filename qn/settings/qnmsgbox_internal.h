@@ -5,6 +5,7 @@
 // the dialog means.
 #pragma once
 
+#include <cstdarg>
 #include <cstddef>
 #include <span>
 #include <string_view>
@@ -16,27 +17,27 @@ namespace qn {
 
 // What the application said of itself; zeros before it did.
 struct MsgBoxAppData {
-  DWORD threadId;
-  HINSTANCE instance;
-  HWND mainWindow;
-  QNMSGBOXHOOK hook;
-  ULONGLONG hookData;
-  WCHAR appName[128];
+  DWORD threadId = 0;
+  HINSTANCE instance = nullptr;
+  HWND mainWindow = nullptr;
+  QNMSGBOXHOOK hook = nullptr;
+  ULONGLONG hookData = 0;
+  WCHAR appName[128] = {};
 };
 
 // A custom box, one per call; the order of the fields is public. All texts are plain: no records, no formats.
 struct MsgBoxRequest {
-  DWORD flags;
-  const WCHAR* text;
-  const WCHAR* details;     // null: none
-  DWORD detailsOpen;        // nonzero while the details are in view
-  DWORD detailsExtra;       // by which the box grows for them; set by LayOutMsgBox
-  DWORD noCancel;           // the set has no Cancel button; set by LayOutMsgBox
-  const WCHAR* checkText;   // null: the standard text
-  DWORD* checkValue;        // state of the check box, in and out
-  const WCHAR* caption;     // null: the application's name
-  const WCHAR* linkTarget;  // null: none; without both the box has no link line
-  const WCHAR* linkText;
+  DWORD flags = 0;
+  const WCHAR* text = nullptr;
+  const WCHAR* details = nullptr;     // null: none
+  DWORD detailsOpen = 0;              // nonzero while the details are in view
+  DWORD detailsExtra = 0;             // by which the box grows for them; set by LayOutMsgBox
+  DWORD noCancel = 0;                 // the set has no Cancel button; set by LayOutMsgBox
+  const WCHAR* checkText = nullptr;   // null: the standard text
+  DWORD* checkValue = nullptr;        // state of the check box, in and out
+  const WCHAR* caption = nullptr;     // null: the application's name
+  const WCHAR* linkTarget = nullptr;  // null: none; without both the box has no link line
+  const WCHAR* linkText = nullptr;
 };
 static_assert(sizeof(MsgBoxRequest) == 80 && offsetof(MsgBoxRequest, detailsOpen) == 24 &&
               offsetof(MsgBoxRequest, checkText) == 40 && offsetof(MsgBoxRequest, linkText) == 72);
@@ -53,8 +54,31 @@ constexpr int kMsgBoxLink = 310;
 // The application's name as the default caption; never null, empty before it is set.
 const WCHAR* MsgBoxAppName();
 
+// The owner that a window argument stands for: null means the last active popup of the main window, if there
+// is one, and -1 no owner.
+HWND MsgBoxOwner(HWND window);
+
+// The hook of the moment, with its data.
+struct MsgBoxHook {
+  QNMSGBOXHOOK hook;
+  ULONGLONG data;
+
+  // The hook's result, -1 without one.
+  int Ask(HWND owner, const WCHAR* text, const WCHAR* caption, UINT flags) const {
+    return hook ? hook(data, owner, text, caption, flags) : -1;
+  }
+};
+MsgBoxHook CurrentMsgBoxHook();
+
+// A text or the text of the record in its place, in the library's language; null is the empty text.
+const WCHAR* MsgBoxPlainText(const WCHAR* text);
+
+// The plain text of a format: formatted in `buffer` only if it holds `%` or `$`, else as it is, however long.
+constexpr int kMsgBoxTextRoom = 2048;
+const WCHAR* FormatMsgBoxText(const WCHAR* format, va_list* arguments, WCHAR (&buffer)[kMsgBoxTextRoom]);
+
 // Asks the hook and, unless that answers, shows a custom box. The flags and texts of `request` are the
-// caller's; zero what it does not use. `window` is as in the public functions: null for the main window's
+// caller's. `window` is as in the public functions: null for the main window's
 // last popup, -1 for no owner. 0 for a check box without value or details flags without details; -1 when the
 // box cannot be made. Allocates nothing for a message and details of together up to 10,240 characters, so
 // that the handler of an exception may call it.
@@ -73,15 +97,37 @@ struct MsgBoxButton {
   const qnlang_t* text;
 };
 
-// The set that bits 0 to 3 of the flags name; empty for a number that is none.
+// The set that the flags name; empty for a number that is none.
+constexpr DWORD kMsgBoxSetBits = 0xF;
 std::span<const MsgBoxButton> MsgBoxButtons(DWORD flags);
+
+// The index of the default button as the flags name it, which may be beyond the set.
+constexpr UINT MsgBoxDefaultIndex(DWORD flags) {
+  return (flags >> 8) & 0xF;
+}
+
+// The caption of a box; never null.
+inline const WCHAR* MsgBoxCaption(const MsgBoxRequest& request) {
+  return request.caption ? request.caption : MsgBoxAppName();
+}
+
+// Details flags other than 0xC000 show them to hooks only.
+inline bool HasDetailsButton(const MsgBoxRequest& request) {
+  return (request.flags & QNMB_DETAILS) == QNMB_DETAILS;
+}
+const WCHAR* DetailsButtonText(bool open);
+
+// The first step of LayOutMsgBox: an unknown button set becomes set 0, and `noCancel` is set.
+void PrepareMsgBox(MsgBoxRequest* request);
 
 // What a command of the dialog asks of it.
 struct MsgBoxAction {
-  enum Kind { kNone, kEnd, kToggleDetails, kBrowse } kind;
-  int result;               // kEnd: of the dialog
-  int growth;               // kToggleDetails: add it to the window's height
-  const WCHAR* buttonText;  // kToggleDetails: the new text of the Details button
+  enum Kind { kNone, kEnd, kToggleDetails, kBrowse };
+
+  Kind kind = kNone;
+  int result = 0;                     // kEnd: of the dialog
+  int growth = 0;                     // kToggleDetails: add it to the window's height
+  const WCHAR* buttonText = nullptr;  // kToggleDetails: the new text of the Details button
 };
 
 // The meaning of the command (or click of the link line) with the id of a control; `checked` is the present
