@@ -2,69 +2,49 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <memory>
 #include <new>
 #include <string>
-#include <string_view>
 #include <utility>
 
 #include "qn/platform/error_internal.h"
+#include "qn/platform/file_internal.h"
 #include "qn/platform/file_share_internal.h"
 #include "qn/platform/handle_internal.h"
 #include "qn/platform/text.h"
+
+namespace qn {
+
+FileObject::~FileObject() {
+  if (!deleteOnClose_.empty()) unlink(deleteOnClose_.c_str());
+  close(descriptor_);
+}
+
+std::shared_ptr<FileObject> FindFile(HANDLE handle) {
+  auto file = std::dynamic_pointer_cast<FileObject>(FindHandle(handle));
+  if (!file) SetLastError(ERROR_INVALID_HANDLE);
+  return file;
+}
+
+bool ToPath(const WCHAR* name, std::string* path) {
+  if (!name || !*name) return false;
+  *path = PathToNative(name);
+  return !path->empty();
+}
+
+}  // namespace qn
 
 namespace {
 
 using qn::FailWith;
 using qn::FailWithErrno;
-
-// The mark of a file that was created hidden under a name without a leading dot.
-constexpr char kHiddenAttribute[] = "user.qnkernel.hidden";
-
-class FileObject final : public qn::SystemObject {
- public:
-  explicit FileObject(int descriptor) : descriptor_(descriptor) {}
-  ~FileObject() override {
-    if (!deleteOnClose_.empty()) unlink(deleteOnClose_.c_str());
-    close(descriptor_);
-  }
-  FileObject(const FileObject&) = delete;
-  FileObject& operator=(const FileObject&) = delete;
-
-  int Descriptor() const { return descriptor_; }
-
-  // Access as asked for: the descriptor may have more, see OpenFlags.
-  DWORD access = 0;
-  void DeleteOnClose(std::string path) { deleteOnClose_ = std::move(path); }
-
- private:
-  int descriptor_;
-  std::string deleteOnClose_;
-};
-
-std::shared_ptr<FileObject> FindFile(HANDLE handle) {
-  auto file = std::dynamic_pointer_cast<FileObject>(qn::FindHandle(handle));
-  if (!file) SetLastError(ERROR_INVALID_HANDLE);
-  return file;
-}
-
-bool HasParentFolder(const std::string& path) {
-  const size_t slash = path.rfind('/');
-  if (slash == std::string::npos || slash == 0) return true;
-  struct stat info;
-  return stat(path.substr(0, slash).c_str(), &info) == 0 && S_ISDIR(info.st_mode);
-}
-
-// A missing file in a missing folder is the other error of the published interface.
-DWORD OpenError(const std::string& path) {
-  const int error = errno;
-  if (error == ENOENT && !HasParentFolder(path)) return ERROR_PATH_NOT_FOUND;
-  return qn::ErrorFromErrno(error);
-}
+using qn::FileObject;
+using qn::FindFile;
+using qn::OpenError;
+using qn::ToPath;
 
 // A locking descriptor must be able to read, so writers are opened for reading too. Where the file forbids
 // that, the plain access is tried.
@@ -73,17 +53,6 @@ int OpenDescriptor(const std::string& path, DWORD access, int flags, mode_t mode
   const int descriptor = open(path.c_str(), O_RDWR | flags, mode);
   if (descriptor >= 0 || errno != EACCES || (access & GENERIC_READ)) return descriptor;
   return open(path.c_str(), O_WRONLY | flags, mode);
-}
-
-std::string_view LastComponent(const std::string& path) {
-  const size_t slash = path.rfind('/');
-  return std::string_view(path).substr(slash == std::string::npos ? 0 : slash + 1);
-}
-
-bool IsHidden(const std::string& path) {
-  const std::string_view name = LastComponent(path);
-  if (name.size() > 1 && name[0] == '.' && name != "..") return true;
-  return getxattr(path.c_str(), kHiddenAttribute, nullptr, 0) >= 0;
 }
 
 struct Opened {
@@ -110,12 +79,6 @@ Opened OpenByDisposition(const std::string& path, DWORD access, DWORD dispositio
   return opened;
 }
 
-bool ToPath(const WCHAR* name, std::string* path) {
-  if (!name || !*name) return false;
-  *path = qn::PathToNative(name);
-  return !path->empty();
-}
-
 HANDLE OpenFile(const std::string& path, DWORD access, DWORD share, DWORD disposition, DWORD attributes) {
   const Opened opened = OpenByDisposition(path, access, disposition, attributes);
   if (opened.descriptor < 0) {
@@ -139,9 +102,8 @@ HANDLE OpenFile(const std::string& path, DWORD access, DWORD share, DWORD dispos
     FailWithErrno();
     return INVALID_HANDLE_VALUE;
   }
-  if (opened.created && (attributes & FILE_ATTRIBUTE_HIDDEN) && !IsHidden(path)) {
-    // A file system without extended attributes leaves the file visible, which loses nothing.
-    static_cast<void>(fsetxattr(opened.descriptor, kHiddenAttribute, "1", 1, 0));
+  if (opened.created && (attributes & FILE_ATTRIBUTE_HIDDEN) && !qn::IsHidden(path)) {
+    qn::MarkHidden(opened.descriptor);
   }
   if (attributes & FILE_FLAG_SEQUENTIAL_SCAN) {
     posix_fadvise(opened.descriptor, 0, 0, POSIX_FADV_SEQUENTIAL);
@@ -298,52 +260,9 @@ BOOL FlushFileBuffers(HANDLE handle) {
 BOOL DeleteFileW(const WCHAR* name) try {
   std::string path;
   if (!ToPath(name, &path)) return FailWith(ERROR_INVALID_NAME);
-  // Who does not share deletion keeps the file. A file that cannot be opened for that question is removed
-  // as the system allows.
-  const HANDLE file = OpenFile(path, DELETE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                               OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL);
-  if (file == INVALID_HANDLE_VALUE && GetLastError() == ERROR_SHARING_VIOLATION) return FALSE;
-  const bool removed = unlink(path.c_str()) == 0;
-  const DWORD error = removed ? ERROR_SUCCESS : OpenError(path);
-  if (file != INVALID_HANDLE_VALUE) CloseHandle(file);
-  return removed ? TRUE : FailWith(error);
-} catch (const std::bad_alloc&) {
-  return FailWith(ERROR_NOT_ENOUGH_MEMORY);
-}
-
-DWORD GetFileAttributesW(const WCHAR* name) try {
-  std::string path;
-  struct stat info;
-  if (!ToPath(name, &path)) {
-    FailWith(ERROR_INVALID_NAME);
-    return INVALID_FILE_ATTRIBUTES;
-  }
-  if (stat(path.c_str(), &info) != 0) {
-    FailWith(OpenError(path));
-    return INVALID_FILE_ATTRIBUTES;
-  }
-  DWORD attributes = S_ISDIR(info.st_mode) ? FILE_ATTRIBUTE_DIRECTORY : 0;
-  if (!(info.st_mode & S_IWUSR)) attributes |= FILE_ATTRIBUTE_READONLY;
-  if (IsHidden(path)) attributes |= FILE_ATTRIBUTE_HIDDEN;
-  return attributes ? attributes : FILE_ATTRIBUTE_NORMAL;
-} catch (const std::bad_alloc&) {
-  FailWith(ERROR_NOT_ENOUGH_MEMORY);
-  return INVALID_FILE_ATTRIBUTES;
-}
-
-BOOL SetFileAttributesW(const WCHAR* name, DWORD attributes) try {
-  std::string path;
-  struct stat info;
-  if (!ToPath(name, &path)) return FailWith(ERROR_INVALID_NAME);
-  if (stat(path.c_str(), &info) != 0) return FailWith(OpenError(path));
-  mode_t mode = info.st_mode & 07777;
-  mode = (attributes & FILE_ATTRIBUTE_READONLY) ? mode & ~mode_t{0222} : mode | S_IWUSR;
-  if ((attributes & FILE_ATTRIBUTE_HIDDEN) && !IsHidden(path)) {
-    if (setxattr(path.c_str(), kHiddenAttribute, "1", 1, 0) != 0) return FailWithErrno();
-  } else if (!(attributes & FILE_ATTRIBUTE_HIDDEN)) {
-    removexattr(path.c_str(), kHiddenAttribute);
-  }
-  return chmod(path.c_str(), mode) == 0 ? TRUE : FailWithErrno();
+  const qn::DeleteClaim claim(AT_FDCWD, path.c_str());
+  if (claim.Refused()) return FailWith(ERROR_SHARING_VIOLATION);
+  return unlink(path.c_str()) == 0 ? TRUE : FailWith(OpenError(path));
 } catch (const std::bad_alloc&) {
   return FailWith(ERROR_NOT_ENOUGH_MEMORY);
 }

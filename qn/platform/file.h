@@ -29,7 +29,9 @@ constexpr DWORD TRUNCATE_EXISTING = 5;
 constexpr DWORD FILE_ATTRIBUTE_READONLY = 0x00000001;
 constexpr DWORD FILE_ATTRIBUTE_HIDDEN = 0x00000002;
 constexpr DWORD FILE_ATTRIBUTE_DIRECTORY = 0x00000010;
+constexpr DWORD FILE_ATTRIBUTE_DEVICE = 0x00000040;  // device nodes, FIFOs, sockets
 constexpr DWORD FILE_ATTRIBUTE_NORMAL = 0x00000080;
+constexpr DWORD FILE_ATTRIBUTE_REPARSE_POINT = 0x00000400;  // symbolic links
 constexpr DWORD FILE_FLAG_DELETE_ON_CLOSE = 0x04000000;
 constexpr DWORD FILE_FLAG_SEQUENTIAL_SCAN = 0x08000000;
 constexpr DWORD FILE_FLAG_RANDOM_ACCESS = 0x10000000;
@@ -84,13 +86,19 @@ QN_API BOOL GetFileSizeEx(HANDLE file, LARGE_INTEGER* size);
 // Brings what was written to the disk.
 QN_API BOOL FlushFileBuffers(HANDLE file);
 
-// Removes a file. Fails with 32 while a handle is open that does not share deletion.
+// Removes a file, or a symbolic link itself. Zero with last error 32 while a handle is open that does not
+// share deletion, 2 or 3 not found, 5 denied or a directory.
 QN_API BOOL DeleteFileW(const WCHAR* name);
 
-// FILE_ATTRIBUTE_* of a file or directory, or INVALID_FILE_ATTRIBUTES. Read-only means that the owner may
-// not write; hidden is a leading dot, or a mark set on creation where the file system has extended
-// attributes.
+// FILE_ATTRIBUTE_* of a file or directory, or INVALID_FILE_ATTRIBUTES with last error 2 or 3 not found, 5
+// denied. Read-only means that the owner may not write; hidden is a leading dot, or a mark set on creation
+// where the file system has extended attributes. A symbolic link has the attributes of what it leads to and
+// FILE_ATTRIBUTE_REPARSE_POINT, which stands alone if it leads nowhere.
 QN_API DWORD GetFileAttributesW(const WCHAR* name);
+
+// Sets or clears read-only and hidden; the rest of `attributes` is not used. A leading dot cannot be cleared.
+// Acts on a symbolic link itself, which has no such attributes: success, with nothing changed. Zero with the
+// last error on failure.
 QN_API BOOL SetFileAttributesW(const WCHAR* name, DWORD attributes);
 
 }  // namespace qnplatform

@@ -24,15 +24,25 @@ constexpr int CSIDL_COMMON_PICTURES = 0x36;
 constexpr int CSIDL_COMMON_VIDEO = 0x37;
 constexpr int CSIDL_FLAG_CREATE = 0x8000;
 
-// The path of a folder of the user or the machine, without `\` at its end, in a room of MAX_PATH characters.
-// The user's are those of the XDG directories (the environment, $XDG_CONFIG_HOME/user-dirs.dirs, the
-// defaults). With `create`, or CSIDL_FLAG_CREATE, it is made if it is missing. `owner` is not used. Zero,
-// with an empty path, for a folder that this system does not have, and when it does not fit or cannot be
-// made.
+// The path of a folder of the user or the machine, without `\` at its end, in a room of MAX_PATH characters:
+//   DESKTOP, DESKTOPDIRECTORY, PERSONAL, MYDOCUMENTS, MYMUSIC, MYVIDEO, MYPICTURES, TEMPLATES
+//                  what $XDG_CONFIG_HOME/user-dirs.dirs names, else Desktop, Documents, Documents, Music,
+//                  Videos, Pictures, Templates in the home folder
+//   APPDATA        $XDG_CONFIG_HOME, else .config in the home folder
+//   LOCAL_APPDATA  $XDG_DATA_HOME, else .local\share in the home folder
+//   COMMON_APPDATA the first of $XDG_DATA_DIRS, else \usr\local\share
+//   PROFILE        the home folder: $HOME, else that of the user's account
+// Values that are no absolute paths do not count. All are read anew at each call.
+//
+// With `create`, or CSIDL_FLAG_CREATE in `folder`, missing levels are made, for the user's folders with
+// access for the user alone; without it the folder may be missing. Bits 8 and up of `folder` are otherwise
+// not read, `owner` not at all. Zero, with an empty path, for a folder that this system does not have (the
+// other COMMON ones and unknown ids), and when it does not fit or cannot be made.
 QN_API BOOL SHGetSpecialFolderPathW(HWND owner, WCHAR* path, int folder, BOOL create);
 
-// Compares two names as file managers list them: without regard to case, runs of digits by their value.
-// Negative, 0 or positive.
+// Compares two names as file managers list them: by lstrcmpiW, but with runs of the digits 0 to 9 by their
+// value, whatever their length; of two equal values the one with more leading zeros comes first. Negative, 0
+// or positive; 0 only for names that lstrcmpiW does not tell apart.
 QN_API int StrCmpLogicalW(const WCHAR* a, const WCHAR* b);
 
 }  // namespace qnplatform
