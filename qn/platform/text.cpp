@@ -14,25 +14,42 @@ bool IsDriveLetter(char16_t c) {
   return (c >= u'A' && c <= u'Z') || (c >= u'a' && c <= u'z');
 }
 
-}  // namespace
-
-std::u16string FromUtf8(std::string_view text) {
-  std::u16string result;
-  result.reserve(text.size());
+// Gives the UTF-16 form of each character to `put`, as long as that returns true.
+template <typename Put>
+void DecodeUtf8(std::string_view text, Put put) {
   const auto* const bytes = reinterpret_cast<const uint8_t*>(text.data());
   const auto length = static_cast<int64_t>(text.size());
   for (int64_t i = 0; i < length;) {
     UChar32 c;
     U8_NEXT(bytes, i, length, c);
     if (c < 0) c = kReplacement;
-    if (U16_LENGTH(c) == 2) {
-      result.push_back(U16_LEAD(c));
-      result.push_back(U16_TRAIL(c));
-    } else {
-      result.push_back(static_cast<char16_t>(c));
-    }
+    const char16_t units[] = {U16_LENGTH(c) == 2 ? U16_LEAD(c) : static_cast<char16_t>(c), U16_TRAIL(c)};
+    if (!put(units, static_cast<size_t>(U16_LENGTH(c)))) return;
   }
+}
+
+}  // namespace
+
+std::u16string FromUtf8(std::string_view text) {
+  std::u16string result;
+  result.reserve(text.size());
+  DecodeUtf8(text, [&](const char16_t* units, size_t count) {
+    result.append(units, count);
+    return true;
+  });
   return result;
+}
+
+size_t FromUtf8(std::string_view text, WCHAR* buffer, size_t size) {
+  if (size == 0) return 0;
+  size_t length = 0;
+  DecodeUtf8(text, [&](const char16_t* units, size_t count) {
+    if (count >= size - length) return false;
+    length = static_cast<size_t>(std::copy_n(units, count, buffer + length) - buffer);
+    return true;
+  });
+  buffer[length] = 0;
+  return length;
 }
 
 std::string ToUtf8(std::u16string_view text) {
