@@ -10,7 +10,8 @@
 #include "qn/audio/qncopy_rule.h"
 #include "qn/audio/qncopy_selfcheck_internal.h"
 #include "qn/kernel/qncpu.h"
-#include "qn/settings/qnstatus.h"
+#include "qn/settings/qnerror.h"
+#include "qn/settings/qnmsgbox.h"
 
 namespace qn {
 namespace {
@@ -133,8 +134,11 @@ CopySelfCheckHooks& SelfCheckHooks() {
   static CopySelfCheckHooks hooks = {
       []() -> void* { return nullptr; },
       [](void*) {},
-      [](HRESULT status, const WCHAR*, int) { return status; },
-      [](HWND, const WCHAR*) {},
+      [](HRESULT status, const WCHAR* format, int row) {
+        QnErrorHandler_DetailsAddString(status, format, row);
+        return status;  // whether the log, which may be another failure's, takes it or not
+      },
+      [](HWND window, const WCHAR* text) { QnMsgBoxNoF(window, MB_ICONHAND, text); },
       [](size_t bytes) { return std::malloc(bytes); },
       [](void* block) { std::free(block); },
       FindKernel,

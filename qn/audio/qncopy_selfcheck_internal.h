@@ -25,8 +25,8 @@ struct CopySelfCheckHooks {
   QNCOPYFUNCTION (*findKernel)(QNSAMPLETYPE dst, QNSAMPLETYPE src, bool vector);
 };
 
-// The hooks in use. At first they allocate, find the library's own kernels, return the status they are given
-// to record, and do nothing else; upper layers and tests put their own in place.
+// The hooks in use. At first they record in the details log, show message boxes, allocate and find the
+// library's own kernels, and leave the cursor alone; upper layers and tests put their own in place.
 CopySelfCheckHooks& SelfCheckHooks();
 
 }  // namespace qn
