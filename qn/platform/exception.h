@@ -1,9 +1,21 @@
 // Exceptions of the processor as filters see them, made from signals.
 //
-// A crash in a thread reaches the innermost filter around it: that of CallWithExceptionFilter, then the one
-// of SetUnhandledExceptionFilter. Filters run on the thread that failed, inside the signal: they allocate
-// nothing and take no lock that the thread may hold. A second failure inside a filter ends the process at
-// once.
+// A failing instruction asks the filters, the innermost first: those of CallWithExceptionFilter in its
+// thread, then the one of SetUnhandledExceptionFilter. They run on the thread that failed, inside the signal,
+// so they may use only what is safe there: the functions of this header but for the two that install filters,
+// and GetModuleFileNameA, allocate nothing and take no lock. Threads that fail at once each ask their own
+// filters. A filter that fails itself ends the process at once.
+//
+// The signals are SIGSEGV, SIGBUS, SIGILL, SIGFPE and SIGTRAP. The library installs handlers for them only
+// while a filter is there: from SetUnhandledExceptionFilter until it is called with null, and as long as any
+// thread is in CallWithExceptionFilter. Then each signal gets back what it had before, unless the host put a
+// handler of its own over the library's, which it keeps. A signal that a process sent (kill, raise) asks no
+// filter: it goes to the handler that was there before, or has its default effect.
+//
+// An overflow of the stack can be told only on another one. A thread has one (256 KiB) once it called
+// SetUnhandledExceptionFilter, until it ends or takes the filter off, and while it is in
+// CallWithExceptionFilter; one of the host's that is as large is left in its place. In other threads filters
+// run on the thread's own stack, and its overflow ends the process.
 #pragma once
 
 #include "qn/platform/types.h"
@@ -33,10 +45,12 @@ constexpr LONG EXCEPTION_CONTINUE_EXECUTION = -1;
 
 struct EXCEPTION_RECORD {
   DWORD ExceptionCode;
-  DWORD ExceptionFlags;
-  EXCEPTION_RECORD* ExceptionRecord;
-  void* ExceptionAddress;  // the instruction
-  DWORD NumberParameters;  // for an access violation 2: 0 read or 1 write, and the address
+  DWORD ExceptionFlags;               // 0
+  EXCEPTION_RECORD* ExceptionRecord;  // null
+  void* ExceptionAddress;             // the instruction
+  // 2 when memory failed (ACCESS_VIOLATION, STACK_OVERFLOW, IN_PAGE_ERROR, DATATYPE_MISALIGNMENT), else 0: 0
+  // for a read or 1 for a write, and the address; all ones where the processor does not tell it.
+  DWORD NumberParameters;
   ULONG_PTR ExceptionInformation[15];
 };
 static_assert(sizeof(EXCEPTION_RECORD) == 152);
@@ -50,17 +64,20 @@ struct EXCEPTION_POINTERS {
 };
 
 // A filter decides: EXCEPTION_EXECUTE_HANDLER ends what failed, EXCEPTION_CONTINUE_SEARCH asks the next
-// filter outwards, EXCEPTION_CONTINUE_EXECUTION tries the instruction again.
+// filter outwards, EXCEPTION_CONTINUE_EXECUTION goes on from the state in ContextRecord: the instruction is
+// tried again, or for a breakpoint of x86 the next one. Filters return; they neither throw nor jump away.
 using LPTOP_LEVEL_EXCEPTION_FILTER = LONG (*)(EXCEPTION_POINTERS* pointers);
 using EXCEPTION_FILTER = LONG (*)(EXCEPTION_POINTERS* pointers, void* data);
 
-// Makes `filter` the outermost one of the process and returns the one before; null takes it off, and with it
-// the signal handlers. EXECUTE_HANDLER ends the process with the signal; CONTINUE_SEARCH gives the signal to
-// the handler that was there before. The library installs nothing by itself.
+// Makes `filter` the outermost one of the process and returns the one before; null takes it off. Its
+// EXECUTE_HANDLER ends the process by the signal, with a core where the system writes them; CONTINUE_SEARCH
+// gives the signal to the handler that was there before, or without one ends the process likewise.
 QN_API LPTOP_LEVEL_EXCEPTION_FILTER SetUnhandledExceptionFilter(LPTOP_LEVEL_EXCEPTION_FILTER filter);
 
-// Calls `body` and returns TRUE; FALSE when an exception ended it because `filter` said EXECUTE_HANDLER. The
-// stack of `body` is then left without its destructors. C++ exceptions pass through.
+// Calls `body` with `data` and returns TRUE; FALSE when an exception ended it because `filter`, called with
+// `filterData`, said EXECUTE_HANDLER. The stack of `body` is then left without its destructors, its locks
+// stay held, and the thread's signal mask is that of before. Calls nest. C++ exceptions pass through. FALSE
+// at once when `body` or `filter` is null.
 QN_API BOOL CallWithExceptionFilter(void (*body)(void* data), void* data, EXCEPTION_FILTER filter,
                                     void* filterData);
 
@@ -70,19 +87,20 @@ QN_API BOOL IsDebuggerPresent();
 // The mapping that an address lies in.
 struct MEMORY_BASIC_INFORMATION {
   void* BaseAddress;
-  void* AllocationBase;  // where the module, if it is one, is loaded
-  SIZE_T RegionSize;
+  void* AllocationBase;  // of a file: where the first of its mappings begins, for a module its handle
+  SIZE_T RegionSize;     // from BaseAddress on, in bytes
 };
 
-// Bytes filled of `information`, 0 for an address without a mapping. Safe in a filter.
+// Fills in the mapping; `size` is that of `information`. The size, or 0 for an address without a mapping,
+// null or too small a size.
 QN_API SIZE_T VirtualQuery(const void* address, MEMORY_BASIC_INFORMATION* information, SIZE_T size);
 
-// A program that collects crash reports: it gets each exception before the library describes it. Null takes
-// it off. Returns the one before.
+// A program that collects crash reports: it gets each exception before the library describes it, inside the
+// signal like a filter. Null takes it off. Returns the one before.
 using CRASH_REPORTER = void (*)(EXCEPTION_POINTERS* pointers);
 QN_API CRASH_REPORTER SetCrashReporter(CRASH_REPORTER reporter);
 
-// Hands an exception to the crash reporter, if there is one.
+// Hands an exception to the crash reporter; nothing happens without one, or for null.
 QN_API void ErrorReport_UnmanagedException(EXCEPTION_POINTERS* pointers);
 
 }  // namespace qnplatform

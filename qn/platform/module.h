@@ -31,12 +31,13 @@ inline bool IS_INTRESOURCE(const void* name) {
   return reinterpret_cast<uintptr_t>(name) < 0x10000;
 }
 
-// Not inline: a symbol that all modules share would keep a plug-in from being unloaded.
-const WCHAR* const RT_MENU = MAKEINTRESOURCEW(4);
-const WCHAR* const RT_DIALOG = MAKEINTRESOURCEW(5);
-const WCHAR* const RT_STRING = MAKEINTRESOURCEW(6);
-const WCHAR* const RT_RCDATA = MAKEINTRESOURCEW(10);
-const WCHAR* const RT_VERSION = MAKEINTRESOURCEW(16);
+// Not inline: a symbol that all modules share would keep a plug-in from being unloaded. Plain casts need no
+// code to run before they are there.
+const WCHAR* const RT_MENU = reinterpret_cast<const WCHAR*>(uintptr_t{4});
+const WCHAR* const RT_DIALOG = reinterpret_cast<const WCHAR*>(uintptr_t{5});
+const WCHAR* const RT_STRING = reinterpret_cast<const WCHAR*>(uintptr_t{6});
+const WCHAR* const RT_RCDATA = reinterpret_cast<const WCHAR*>(uintptr_t{10});
+const WCHAR* const RT_VERSION = reinterpret_cast<const WCHAR*>(uintptr_t{16});
 
 // A procedure of EnumResourceLanguagesW ended the walk.
 constexpr DWORD ERROR_RESOURCE_ENUM_USER_STOP = 15106;
@@ -51,6 +52,11 @@ QN_API HMODULE GetModuleHandleW(const WCHAR* name);
 // The path of a module (null: the executable) in the library's form: the length, or 0 with the last error.
 // When the room is too small it is cut, terminated, the result is `size` and the last error 122.
 QN_API DWORD GetModuleFileNameW(HMODULE module, WCHAR* path, DWORD size);
+
+// The same as bytes, for filters of exceptions: it allocates nothing and takes no lock. The path is the one
+// that the kernel knows, with links resolved, in the bytes of the file system (UTF-8); `size` and the length
+// count bytes. The module is one with code, by its handle or by an AllocationBase of VirtualQuery.
+QN_API DWORD GetModuleFileNameA(HMODULE module, char* path, DWORD size);
 
 // Tells where a module's resources are. The bytes stay the caller's and must live as long as the module is
 // asked for them; null takes them back, which a module does before it is unloaded. False when there is no
