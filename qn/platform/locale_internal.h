@@ -52,4 +52,7 @@ const UserText& UserNegativeSign();
 // True for an LCID that stands for the user's locale.
 bool IsUserLocale(LCID lcid);
 
+// The capital form of a letter, the same for all languages; other characters as they are.
+WCHAR ToUpper(WCHAR character);
+
 }  // namespace qn

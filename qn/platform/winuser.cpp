@@ -90,6 +90,10 @@ LRESULT SendMessageW(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
   return Call(&qn::WindowBackend::sendMessage, window, message, wParam, lParam);
 }
 
+BOOL GetClientRect(HWND window, RECT* place) {
+  return Call(&qn::WindowBackend::getClientRect, window, place);
+}
+
 BOOL SetProcessDefaultLayout(DWORD layout) {
   if (layout > LAYOUT_RTL) return qn::FailWith(ERROR_INVALID_PARAMETER);
   processLayout.store(layout, std::memory_order_relaxed);

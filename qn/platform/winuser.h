@@ -4,7 +4,7 @@
 // last error 1400, as for any handle that is no window.
 #pragma once
 
-#include "qn/platform/types.h"
+#include "qn/platform/wingdi.h"
 
 inline namespace qnplatform {
 
@@ -81,6 +81,9 @@ QN_API UINT GetDlgItemTextW(HWND dialog, int item, WCHAR* text, int size);
 
 // Sends a message and returns what the window made of it.
 QN_API LRESULT SendMessageW(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
+
+// The place of a window's client area in pixels, from (0, 0) to its width and height; zero on failure.
+QN_API BOOL GetClientRect(HWND window, RECT* place);
 
 // The layout that new windows get: 0, or LAYOUT_RTL for languages written from the right.
 QN_API BOOL SetProcessDefaultLayout(DWORD layout);

@@ -30,6 +30,7 @@ struct WindowBackend {
   BOOL (*deleteDC)(HDC dc);
   BOOL (*enumMonitors)(MONITORENUMPROC procedure, LPARAM data);
   BOOL (*getMonitorInfo)(HMONITOR monitor, MONITORINFOEXW* information);
+  BOOL (*getClientRect)(HWND window, RECT* place);
 };
 
 // Makes `backend` the supplier and returns the one before; null: there are no windows. The record must live
