@@ -80,14 +80,15 @@ MsgBoxLayout LayOutMsgBox(MsgBoxRequest* request, const MsgBoxMetrics& metrics,
   MsgBoxLayout box = Contents(*request);
   const bool details = HasDetailsButton(*request);
   const int64_t margin = metrics.margin, gap = metrics.buttonGap, lineHeight = metrics.lineHeight;
-  const int64_t screenWidth = metrics.screen.cx, screenHeight = metrics.screen.cy;
+  const int64_t screenWidth = std::max(metrics.screen.cx, 0), screenHeight = std::max(metrics.screen.cy, 0);
   const int64_t slack = metrics.averageCharWidth, buttonHeight = metrics.button.cy;
 
   // Without an icon the message stands where the icon would.
   const int64_t iconHeight = box.iconId ? metrics.icon.cy : 0;
   const int64_t left = margin + (box.iconId ? metrics.icon.cx + margin : 0);
   const int64_t maxWidth = std::max<int64_t>(screenWidth - left - margin, 1);
-  const int64_t maxMessage = screenHeight * 3 / 4 / (details ? 2 : 1);
+  const int64_t shares = details ? 8 : 4;  // the details get half of the screen
+  const int64_t maxMessage = screenHeight * 3 / shares, maxLine = screenHeight / shares;
   const auto measure = [&](const WCHAR* text, bool mnemonics, int64_t more, int64_t width) {
     return text ? Measure(text, mnemonics, more, width, measurer) : TextBlock{0, 0};
   };
@@ -108,15 +109,15 @@ MsgBoxLayout LayOutMsgBox(MsgBoxRequest* request, const MsgBoxMetrics& metrics,
   const int64_t rowWidth = count * buttonWidth + gaps;
 
   // Rows from the top, each with a margin above it; the last one has one below it too. Where the screen is
-  // too low for all, the link line and the check box come before the rest of a long message.
+  // too low for all, a link line and a check box of one share come before the rest of a long message.
   int64_t height = buttonHeight + 2 * margin;
   const auto take = [&](int64_t wanted) {
     const int64_t taken = std::clamp<int64_t>(screenHeight - height - margin, 0, wanted);
     height += taken + margin;
     return taken;
   };
-  const int64_t linkHeight = box.linkText ? take(std::min(link.lines * lineHeight, screenHeight / 4)) : 0;
-  const int64_t checkHeight = box.checkText ? take(std::min(check.lines * lineHeight, screenHeight / 4)) : 0;
+  const int64_t linkHeight = box.linkText ? take(std::min(link.lines * lineHeight, maxLine)) : 0;
+  const int64_t checkHeight = box.checkText ? take(std::min(check.lines * lineHeight, maxLine)) : 0;
   // A link line stands where otherwise a blank line follows the message.
   const int64_t extraLines = box.linkText ? 0 : 1;
   const int64_t textHeight = std::min((message.lines + extraLines) * lineHeight, maxMessage);
@@ -138,7 +139,7 @@ MsgBoxLayout LayOutMsgBox(MsgBoxRequest* request, const MsgBoxMetrics& metrics,
     const auto down = [&](int64_t at) {
       return static_cast<LONG>(std::clamp<int64_t>(at, 0, height + extra));
     };
-    return RECT{across(x), down(y), across(x + cx), down(y + cy)};
+    return RECT{across(x), down(y), across(x + std::max<int64_t>(cx, 0)), down(y + cy)};
   };
   box.client = {static_cast<LONG>(width), static_cast<LONG>(height)};
   int64_t y = margin;
