@@ -30,6 +30,7 @@ constexpr DWORD kMaxValueSize = 64 << 20;
 constexpr REGSAM kQueryValue = 0x1;
 constexpr REGSAM kSetValue = 0x2;
 constexpr REGSAM kCreateSubKey = 0x4;
+constexpr REGSAM kEnumerateSubKeys = 0x8;
 constexpr REGSAM kDelete = 0x10000;
 constexpr REGSAM kWriting = kSetValue | kCreateSubKey | kDelete;
 constexpr REGSAM kUnchecked = 0x2000000;  // all rights, of which the file's are found out at their use
@@ -217,12 +218,12 @@ DWORD OpenKey(HKEY handle, const WCHAR* subKey, REGSAM access, Missing missing, 
   return ERROR_SUCCESS;
 }
 
-// Hands out the bytes of a value with their type.
-DWORD CopyValue(const RegistryRow& row, DWORD* type, BYTE* data, DWORD* size) {
-  const std::string_view bytes = row.Bytes(1);
+// Hands out the bytes of a value with their type, from two columns.
+DWORD CopyValue(const RegistryRow& row, int column, DWORD* type, BYTE* data, DWORD* size) {
+  const std::string_view bytes = row.Bytes(column + 1);
   const bool fits = !data || bytes.size() <= *size;
   if (data && fits) std::copy(bytes.begin(), bytes.end(), data);
-  if (type) *type = static_cast<DWORD>(row.Number(0));
+  if (type) *type = static_cast<DWORD>(row.Number(column));
   if (size) *size = static_cast<DWORD>(bytes.size());
   return fits ? ERROR_SUCCESS : ERROR_MORE_DATA;
 }
@@ -252,6 +253,25 @@ DWORD WriteKey(HKEY handle, Missing missing, WriteAt writeAt) {
     const DWORD status = LocateLiving(database, *key, missing, &place);
     return status == ERROR_SUCCESS ? writeAt(database, place.id) : status;
   });
+}
+
+// Hands out the row of an enumeration that `find` finds: its name, and what `copyRest` copies, which comes
+// first because it can fail.
+template <typename Find, typename CopyRest>
+DWORD Enumerate(HKEY handle, REGSAM needed, WCHAR* name, DWORD* nameSize, Find find, CopyRest copyRest) {
+  if (!name || !nameSize) return ERROR_INVALID_PARAMETER;
+  const DWORD status = ReadKey(handle, needed, [&](RegistryDatabase& database, int64_t id) -> DWORD {
+    const RegistryRow row = find(database, id);
+    if (!row) return ERROR_FILE_NOT_FOUND;
+    const std::u16string text = row.Name(0);
+    if (text.size() >= *nameSize) return ERROR_MORE_DATA;
+    const DWORD copied = copyRest(row);
+    if (copied != ERROR_SUCCESS) return copied;
+    std::copy_n(text.c_str(), text.size() + 1, name);
+    *nameSize = static_cast<DWORD>(text.size());
+    return ERROR_SUCCESS;
+  });
+  return status == ERROR_FILE_NOT_FOUND ? ERROR_NO_MORE_ITEMS : status;
 }
 
 DWORD DeleteTree(HKEY handle, const WCHAR* subKey) {
@@ -313,7 +333,7 @@ LSTATUS RegQueryValueExW(HKEY key, const WCHAR* name, DWORD*, DWORD* type, BYTE*
     const std::string folded = qn::FoldedName(wanted);
     return ReadKey(key, kQueryValue, [&](RegistryDatabase& database, int64_t id) {
       const RegistryRow row = database.FindValue(id, folded);
-      return row ? CopyValue(row, type, data, size) : ERROR_FILE_NOT_FOUND;
+      return row ? CopyValue(row, 0, type, data, size) : ERROR_FILE_NOT_FOUND;
     });
   });
 }
@@ -352,6 +372,30 @@ LSTATUS RegDeleteValueW(HKEY key, const WCHAR* name) {
 
 LSTATUS RegDeleteTreeW(HKEY key, const WCHAR* subKey) {
   return Answer([&] { return DeleteTree(key, subKey); });
+}
+
+LSTATUS RegEnumKeyExW(HKEY key, DWORD index, WCHAR* name, DWORD* nameSize, DWORD*, WCHAR* className,
+                      DWORD* classSize, FILETIME* lastWrite) {
+  return Answer([&]() -> DWORD {
+    if (className && !classSize) return ERROR_INVALID_PARAMETER;
+    const auto find = [&](RegistryDatabase& database, int64_t id) { return database.KeyAt(id, index); };
+    return Enumerate(key, kEnumerateSubKeys, name, nameSize, find, [&](const RegistryRow&) {
+      if (className && *classSize != 0) *className = 0;
+      if (classSize) *classSize = 0;
+      if (lastWrite) *lastWrite = {};
+      return ERROR_SUCCESS;
+    });
+  });
+}
+
+LSTATUS RegEnumValueW(HKEY key, DWORD index, WCHAR* name, DWORD* nameSize, DWORD*, DWORD* type, BYTE* data,
+                      DWORD* size) {
+  return Answer([&]() -> DWORD {
+    if (data && !size) return ERROR_INVALID_PARAMETER;
+    const auto find = [&](RegistryDatabase& database, int64_t id) { return database.ValueAt(id, index); };
+    return Enumerate(key, kQueryValue, name, nameSize, find,
+                     [&](const RegistryRow& row) { return CopyValue(row, 1, type, data, size); });
+  });
 }
 
 LSTATUS SetRegistryFile(HKEY handle, const WCHAR* path) {

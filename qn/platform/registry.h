@@ -26,11 +26,12 @@
 //
 // All functions return ERROR_SUCCESS or an error number, and leave the last error alone. A handle that is no
 // open key gives ERROR_INVALID_HANDLE, a key that was deleted under its handle ERROR_KEY_DELETED, one that
-// was opened without the right asked for ERROR_ACCESS_DENIED: reading values takes bit 0 of the access,
-// writing and deleting values bit 1, making subkeys bit 2, deleting keys bit 1 or 16. A hive's handle has all
-// rights.
+// was opened without the right asked for ERROR_ACCESS_DENIED: reading and listing values takes bit 0 of
+// the access, writing and deleting values bit 1, making subkeys bit 2, listing subkeys bit 3, deleting keys
+// bit 1 or 16. A hive's handle has all rights.
 #pragma once
 
+#include "qn/platform/filetime.h"
 #include "qn/platform/types.h"
 
 inline namespace qnplatform {
@@ -93,6 +94,16 @@ QN_API LSTATUS RegDeleteValueW(HKEY key, const WCHAR* name);
 // Removes a key with all that is below it; with a `subKey` that is null or names nothing all that is below
 // `key`, its values too, and not `key` itself. ERROR_FILE_NOT_FOUND without one.
 QN_API LSTATUS RegDeleteTreeW(HKEY key, const WCHAR* subKey);
+
+// The name of the subkey or value at a position, in the order of their names as capitals. `*nameSize` is the
+// room in characters with terminator and becomes the length without it. `type`, `data` and `size` are those
+// of RegQueryValueExW. Keys have no class, which reads as empty, and no times, which read as 0.
+// ERROR_NO_MORE_ITEMS behind the last one; ERROR_MORE_DATA when the room for the name is too small, with
+// nothing written, or that for the data, with the type and the size needed alone.
+QN_API LSTATUS RegEnumKeyExW(HKEY key, DWORD index, WCHAR* name, DWORD* nameSize, DWORD* reserved,
+                             WCHAR* className, DWORD* classSize, FILETIME* lastWrite);
+QN_API LSTATUS RegEnumValueW(HKEY key, DWORD index, WCHAR* name, DWORD* nameSize, DWORD* reserved,
+                             DWORD* type, BYTE* data, DWORD* size);
 
 // Makes a hive another file for this process, which need not exist; null goes back to the default. Keys
 // opened before stay on the file that they were opened on. ERROR_INVALID_HANDLE for what is no hive.

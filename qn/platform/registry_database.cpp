@@ -180,6 +180,17 @@ std::string_view RegistryRow::Bytes(int column) const {
   return {bytes, static_cast<size_t>(sqlite3_column_bytes(statement_, column))};
 }
 
+std::u16string RegistryRow::Name(int column) const {
+  const std::string_view bytes = Bytes(column);
+  if (bytes.size() % 2 != 0) Throw(SQLITE_CORRUPT, nullptr);
+  std::u16string name(bytes.size() / 2, u'\0');
+  for (size_t i = 0; i < name.size(); ++i) {
+    name[i] = static_cast<char16_t>(static_cast<uint8_t>(bytes[2 * i]) << 8 |
+                                    static_cast<uint8_t>(bytes[2 * i + 1]));
+  }
+  return name;
+}
+
 // The ids of a key and of all below it. UNION leaves out what it has met, so a circle in a forged file ends.
 #define QN_TREE                            \
   "(WITH RECURSIVE tree(id) AS (SELECT ?1" \
@@ -199,6 +210,8 @@ const char* const RegistryDatabase::kSql[kStatements] = {
     ("INSERT INTO data(key, folded, name, type, data) VALUES(?1, ?2, ?3, ?4, ?5)"
      " ON CONFLICT(key, folded) DO UPDATE SET type = excluded.type, data = excluded.data"),
     "DELETE FROM data WHERE key = ?1 AND folded = ?2",
+    "SELECT name FROM keys WHERE parent = ?1 ORDER BY folded LIMIT 1 OFFSET ?2",
+    "SELECT name, type, data FROM data WHERE key = ?1 ORDER BY folded LIMIT 1 OFFSET ?2",
 };
 
 #undef QN_TREE
@@ -355,6 +368,22 @@ bool RegistryDatabase::DeleteValue(int64_t key, std::u16string_view name) {
   row.Bind(2, folded);
   row.Step();
   return sqlite3_changes(connection_.get()) != 0;
+}
+
+RegistryRow RegistryDatabase::RowAt(Statement statement, int64_t key, DWORD index) {
+  RegistryRow row = Use(statement);
+  row.Bind(1, key);
+  row.Bind(2, int64_t{index});
+  row.Step();
+  return row;
+}
+
+RegistryRow RegistryDatabase::KeyAt(int64_t parent, DWORD index) {
+  return RowAt(kKeyAt, parent, index);
+}
+
+RegistryRow RegistryDatabase::ValueAt(int64_t key, DWORD index) {
+  return RowAt(kValueAt, key, index);
 }
 
 RegistryDatabase::Transaction::Transaction(RegistryDatabase& database) : database_(database) {

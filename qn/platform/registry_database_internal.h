@@ -75,6 +75,8 @@ class RegistryRow {
   int64_t Number(int column) const;
   // Bytes of the row, valid until it ends. What is no blob is damage.
   std::string_view Bytes(int column) const;
+  // A name as it was given.
+  std::u16string Name(int column) const;
 
  private:
   sqlite3_stmt* statement_;
@@ -108,6 +110,11 @@ class RegistryDatabase {
   void SetValue(int64_t key, std::u16string_view name, DWORD type, std::string_view data);
   bool DeleteValue(int64_t key, std::u16string_view name);
 
+  // What lies at a position in the order of the names: the first column is the name, a value's others are its
+  // type and data.
+  RegistryRow KeyAt(int64_t parent, DWORD index);
+  RegistryRow ValueAt(int64_t key, DWORD index);
+
   // A write transaction, rolled back unless committed.
   class Transaction {
    public:
@@ -134,6 +141,8 @@ class RegistryDatabase {
     kFindValue,
     kSetValue,
     kDeleteValue,
+    kKeyAt,
+    kValueAt,
     kStatements,
   };
   static const char* const kSql[kStatements];
@@ -146,6 +155,7 @@ class RegistryDatabase {
   bool HasTables() const;
   void MakeTables() const;
   RegistryRow Use(Statement statement) { return RegistryRow(statements_[statement].get()); }
+  RegistryRow RowAt(Statement statement, int64_t key, DWORD index);
 
   std::unique_ptr<sqlite3, RegistryCloser> connection_;
   std::array<StatementPointer, kStatements> statements_;

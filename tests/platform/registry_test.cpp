@@ -108,7 +108,25 @@ bool Holds(HKEY key, const Bytes& expected) {
   return Get(key, u"v", &data) == 0 && data == expected;
 }
 
+// The subkeys or values of a key, with capitals for letters.
+std::vector<std::u16string> List(HKEY key, bool values) {
+  std::vector<std::u16string> names;
+  LSTATUS status = 0;
+  while (status == 0) {
+    WCHAR name[8];
+    DWORD size = 8;
+    const auto index = static_cast<DWORD>(names.size());
+    status = values ? RegEnumValueW(key, index, name, &size, nullptr, nullptr, nullptr, nullptr)
+                    : RegEnumKeyExW(key, index, name, &size, nullptr, nullptr, nullptr, nullptr);
+    if (status == 0) names.emplace_back(name, size);
+    if (status == 0 && names.back() == u"a") names.back() = u"A";
+  }
+  EXPECT_EQ(status, Number(ERROR_NO_MORE_ITEMS));
+  return names;
+}
+
 TEST_F(RegistryTest, NothingIsMadeBeforeTheFirstWrite) {
+  EXPECT_TRUE(List(kUser, true).empty() && List(kUser, false).empty());
   EXPECT_EQ(TryOpen(u""), kNotFound);
   EXPECT_EQ(RegDeleteTreeW(kUser, u"x"), kNotFound);
   EXPECT_FALSE(exists(folder_.Native("a")));
@@ -161,6 +179,40 @@ TEST_F(RegistryTest, PathsRightsAndHandles) {
   EXPECT_TRUE(Set(key, longest, Bytes(64 << 20)) == 0 && Get(key, longest) == 0);
   EXPECT_EQ(Set(key, u"1", Bytes((64 << 20) + 1)), kInvalid);
   EXPECT_EQ(Set(key, longest + u"n", {}), kInvalid);
+}
+
+TEST_F(RegistryTest, ListingNeedsRoomAndRights) {
+  const HKEY top = Open(u"Top");
+  RegCloseKey(Open(u"Top\\Sub"));
+  EXPECT_EQ(Set(top, u"Name", {5, 6}), 0);
+  WCHAR name[5] = u"____", className[1];
+  for (const DWORD room : {3u, 4u, 5u}) {
+    const LSTATUS few = Number(ERROR_MORE_DATA);
+    BYTE data[2] = {};
+    DWORD size = room, bytes = 1, kind = 0, noClass = 1;
+    EXPECT_EQ(RegEnumValueW(top, 0, name, &size, nullptr, &kind, data, &bytes), few);
+    EXPECT_TRUE(size == room && *name == u'_' && data[0] == 0 && bytes == (room < 5 ? 1 : 2));
+    EXPECT_EQ(RegEnumValueW(top, 0, name, &size, nullptr, &kind, data, &bytes), room < 5 ? few : 0);
+    EXPECT_TRUE(room < 5 || (std::u16string(name) == u"Name" && size == 4 && data[1] == 6 && kind == 3));
+    size = room;
+    name[0] = u'_';
+    FILETIME time = {1, 1};
+    EXPECT_EQ(RegEnumKeyExW(top, 0, name, &size, nullptr, className, &noClass, &time), room < 4 ? few : 0);
+    EXPECT_EQ(time.dwLowDateTime, room < 4 ? 1u : 0u);
+    if (room == 4) name[0] = u'_';
+  }
+  DWORD size = 5;
+  for (const REGSAM access : {1u, 8u}) {
+    const HKEY key = Open(u"Top", access);
+    EXPECT_EQ(RegEnumValueW(key, 0, name, &(size = 5), nullptr, nullptr, nullptr, nullptr),
+              access & 1 ? 0 : kDenied);
+    EXPECT_EQ(RegEnumKeyExW(key, 0, name, &(size = 5), nullptr, nullptr, nullptr, nullptr),
+              access & 8 ? 0 : kDenied);
+    EXPECT_EQ(RegEnumKeyExW(key, 0, name, nullptr, nullptr, nullptr, nullptr, nullptr), kInvalid);
+  }
+  EXPECT_EQ(RegDeleteTreeW(kUser, u"Top"), 0);
+  EXPECT_EQ(RegEnumKeyExW(top, 0, name, &size, nullptr, nullptr, nullptr, nullptr),
+            Number(ERROR_KEY_DELETED));
 }
 
 // Keys stay on the file that they were opened on; their file may vanish, and they go with a fork.
@@ -231,6 +283,12 @@ TEST_F(RegistryTest, BehavesAsAMapOfMaps) {
       EXPECT_EQ(Get(key, each, &got.second, &got.first), values.count(each) ? 0 : kNotFound);
       EXPECT_TRUE(!values.count(each) || values[each] == got);
     }
+    std::vector<std::u16string> valueNames, keyNames;
+    for (const auto& entry : values) valueNames.push_back(entry.first);
+    for (const WCHAR* each : {u"A", u"_"}) {
+      if (model.count(path + each + u'\\')) keyNames.push_back(each);
+    }
+    EXPECT_TRUE(List(key, true) == valueNames && List(key, false) == keyNames);
     RegCloseKey(key);
   }
 }
