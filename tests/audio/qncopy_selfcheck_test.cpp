@@ -6,7 +6,8 @@
 
 #include "qn/audio/qncopy_selfcheck_internal.h"
 #include "qn/kernel/qncpu.h"
-#include "qn/settings/qnstatus.h"
+#include "qn/settings/qnerror.h"
+#include "qn/settings/qnmsgbox.h"
 
 namespace {
 
@@ -38,17 +39,17 @@ class CopySelfCheck : public testing::Test {
     hooks.restoreCursor = [](void* before) { seen.cursor -= before == &seen.cursor ? 1 : 100; };
     hooks.record = [](HRESULT status, const WCHAR* format, int row) {
       EXPECT_TRUE(status == E_UNEXPECTED && seen.cursor == 1);
-      EXPECT_EQ(std::u16string(format), W("QnAudioCopy_UnitTest node[%d] failed."));
+      EXPECT_EQ(saved.record(status, format, row), status);
       seen.rows.push_back(row);
       return seen.recorded;
     };
-    hooks.show = [](HWND window, const WCHAR* text) {
-      EXPECT_EQ(window, kWindow);
-      seen.shown.push_back(text);
-    };
+    _QnMsgBoxSetAppData(nullptr, nullptr, W(""));
+    QnMsgBoxSetNoUIHook([](const WCHAR* text) { seen.shown.push_back(text); });
+    QnErrorHandler_DetailsInit();
   }
   void TearDown() override {
     EXPECT_EQ(seen.cursor, 0);
+    QnMsgBoxSetNoUIHook(nullptr);
     SelfCheckHooks() = saved;
   }
 };
@@ -64,6 +65,9 @@ TEST_F(CopySelfCheck, NamesTheRowsThatFail) {
   };
   EXPECT_EQ(QnAudioCopy_UnitTest(nullptr), E_UNEXPECTED);
   EXPECT_EQ(seen.rows, (std::vector<int>{2, 9}));
+  EXPECT_EQ(
+      QnErrorHandler_DetailsInfo(nullptr, nullptr, nullptr),
+      std::u16string(W("QnAudioCopy_UnitTest node[2] failed.\r\nQnAudioCopy_UnitTest node[9] failed.\r\n")));
   QnSetCPUClassBySupport();
   EXPECT_EQ(QnAudioCopy_UnitTest(kWindow), 0);
   EXPECT_EQ(QnGetCPUSupport(0) & 0xF, 6u);
