@@ -1,6 +1,7 @@
 # qn_resources(TARGET SCRIPT... [DEFINES NAME=VALUE...]): compiles resource scripts (docs/resources.md tells
 # their language) into an executable, a shared library or a plug-in and registers them when it is loaded. The
-# image is the array <TARGET>_resources of the module, and the file <TARGET>_resources.res in the build folder.
+# image is the array <TARGET>_resources of the module, and the file <TARGET>_resources.res in the build folder. The
+# version text is also an ELF note of the module, for GetFileVersionInfoW on a file that is not loaded.
 function(qn_resources target)
   cmake_parse_arguments(arg "" "" "DEFINES" ${ARGN})
   get_target_property(type ${target} TYPE)

@@ -12,6 +12,7 @@ import struct
 import sys
 
 RT_MENU, RT_DIALOG, RT_STRING, RT_RCDATA, RT_VERSION = 4, 5, 6, 10, 16
+ENGLISH = 0x0409
 PURE, DISCARDABLE = 0x0030, 0x1030  # memory flags, which nobody reads any more
 
 TOKEN = re.compile(r'''(?P<space>\s+|(?://|\#)[^\n]*|/\*.*?\*/)|(?P<text>L?"(?:[^"\\\n]|\\.|"")*")|
@@ -454,6 +455,12 @@ class Image:
         block[number & 15] = text
         return fresh
 
+    def version(self):
+        """The version text that a search without a language finds first; None without one."""
+        found = [language for kind, name, language in self.records if (kind, name) == (RT_VERSION, 1)]
+        found.sort(key=lambda language: (language != ENGLISH, language != 0))
+        return self.records[RT_VERSION, 1, found[0]][1] if found else None
+
     def bytes(self):
         # The empty record in front tells the format from its 16-bit forerunner.
         records = {(0, 0, 0): (0, b''), **self.records}
@@ -474,6 +481,7 @@ class Image:
 
 CPP = '''// Made from {source}; do not edit.
 #include <cstddef>
+#include <cstdint>
 
 #include "qn/platform/module.h"
 
@@ -493,9 +501,25 @@ const struct Registration {{
   ~Registration() {{ RegisterModuleResources(module, nullptr, 0); }}
   const HMODULE module = ModuleFromAddress({name});
 }} registration;
-
+{note}
 }}  // namespace
 '''
+
+NOTE = '''
+// The version text for those who read the file without loading it.
+__attribute__((section(".note.qnkernel.version"), used, aligned(4))) const struct {{
+  uint32_t nameSize, contentSize, type;
+  char name[12];
+  unsigned char content[{room}];
+}} version = {{9, {size}, 1, "qnkernel", {{
+{bytes}
+}}}};
+'''
+
+
+def rows(data):
+    return '\n'.join('    ' + ', '.join(f'0x{byte:02X}' for byte in data[i:i + 16]) + ','
+                     for i in range(0, len(data), 16))
 
 
 def main():
@@ -511,9 +535,9 @@ def main():
     for path in options.scripts:
         Script(path, dict(define.split('=', 1) for define in options.defines), image).compile()
     data = image.bytes()
-    rows = [', '.join(f'0x{byte:02X}' for byte in data[i:i + 16]) for i in range(0, len(data), 16)]
-    text = CPP.format(source=os.path.basename(options.scripts[0]), name=options.name,
-                      bytes='\n'.join(f'    {row},' for row in rows))
+    version = image.version()
+    note = NOTE.format(size=len(version), room=len(padded(version)), bytes=rows(version)) if version else ''
+    text = CPP.format(source=os.path.basename(options.scripts[0]), name=options.name, bytes=rows(data), note=note)
     with open(options.res, 'wb') as file:
         file.write(data)
     with open(options.cpp, 'w', encoding='utf-8') as file:

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "fuzz/check.h"
+#include "fuzz/fuzz_file.h"
 #include "qn/platform/module.h"
 #include "qn/platform/resource_internal.h"
 
@@ -53,6 +54,18 @@ inline void UseVersion(const uint8_t* data, size_t size) {
   const auto length = static_cast<WORD>(size < 0xFFFF ? size : 0xFFFF);
   if (qn::ReadUnaligned<WORD>(data) > length) std::memcpy(block.get(), &length, 2);
   UseVersionBlock(block.get(), size);
+}
+
+// Reads the version block of a file of these bytes; returns its size.
+inline size_t UseVersionFile(const uint8_t* data, size_t size) {
+  const FuzzFile file(data, size);
+  const DWORD bytes = GetFileVersionInfoSizeW(file.Path(), nullptr);
+  Check(bytes <= size, "a version text larger than its file");
+  if (bytes == 0) return 0;
+  const std::unique_ptr<uint8_t[]> block(new uint8_t[bytes]);
+  Check(GetFileVersionInfoW(file.Path(), 0, bytes, block.get()), "a version text that cannot be read");
+  UseVersion(block.get(), bytes);
+  return bytes;
 }
 
 // Walks the image and finds each record again; returns their number.

@@ -83,9 +83,10 @@ using ENUMRESLANGPROCW = BOOL (*)(HMODULE module, const WCHAR* type, const WCHAR
 QN_API BOOL EnumResourceLanguagesW(HMODULE module, const WCHAR* type, const WCHAR* name,
                                    ENUMRESLANGPROCW procedure, intptr_t parameter);
 
-// The version text of a file: a module that is loaded, or a `.res` file of up to 64 MiB. The size of its
-// block in bytes, 0 with the last error when it has none; `*handle`, if given, becomes 0. Of several
-// languages the neutral search of FindResourceExW chooses.
+// The version text of a file: a module that is loaded, an ELF file with the note that qn_resources leaves in
+// it, or a `.res` file of up to 64 MiB. The size of its block in bytes, 0 with the last error when it has
+// none; `*handle`, if given, becomes 0. Of several languages the neutral search of FindResourceExW chooses;
+// the note is in one, English before the neutral one before the first.
 QN_API DWORD GetFileVersionInfoSizeW(const WCHAR* path, DWORD* handle);
 
 // Copies the block into `size` bytes; false with last error 122 when that is too small. `handle` is not used.

@@ -5,6 +5,7 @@
 #include <string_view>
 #include <utility>
 
+#include "qn/platform/elf_note_internal.h"
 #include "qn/platform/error_internal.h"
 #include "qn/platform/file.h"
 #include "qn/platform/module_internal.h"
@@ -16,43 +17,46 @@ using qn::FailWith;
 using qn::ReadUnaligned;
 
 // A file of resources is read as a whole; a larger one is something else.
-constexpr int64_t kLargestFile = 64 << 20;
+constexpr uint64_t kLargestFile = 64 << 20;
 
-// The version record of a module's image or of a file, with the memory that it lies in.
+// The version block of a module or of a file, with the memory that it lies in.
 class VersionResource {
  public:
   // False with the last error when the path leads to none.
   bool Open(const WCHAR* path) {
     if (!path) return FailWith(ERROR_INVALID_PARAMETER);
-    qn::ResourceImage image;
     if (const HMODULE module = qn::FindModuleByPath(qn::PathToNative(path))) {
-      image = qn::FindModuleImage(module);
-    } else if (!Read(path, &image)) {
-      return false;
+      return FindIn(qn::FindModuleImage(module));
     }
-    return qn::FindResourceRecord(image, RT_VERSION, MAKEINTRESOURCEW(1), 0, &record_);
-  }
-  const uint8_t* Data() const { return record_.data; }
-  DWORD Size() const { return record_.dataSize; }
-
- private:
-  bool Read(const WCHAR* path, qn::ResourceImage* image) {
     constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
     const HANDLE file = CreateFileW(path, GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr);
     if (file == INVALID_HANDLE_VALUE) return false;
     const std::unique_ptr<void, decltype(&CloseHandle)> closer(file, &CloseHandle);
     LARGE_INTEGER size;
     if (!GetFileSizeEx(file, &size)) return false;
-    if (size.QuadPart > kLargestFile) return FailWith(ERROR_RESOURCE_DATA_NOT_FOUND);
-    content_.reset(new uint8_t[static_cast<size_t>(size.QuadPart)]);
-    DWORD got;
-    if (!ReadFile(file, content_.get(), size.u.LowPart, &got, nullptr)) return false;
-    *image = {content_.get(), got};
+    const auto bytes = static_cast<uint64_t>(size.QuadPart);
+    return qn::IsElf(file) ? qn::ReadVersionNote(file, bytes, &block_) : ReadImage(file, bytes);
+  }
+  const uint8_t* Data() const { return block_.data; }
+  DWORD Size() const { return block_.size; }
+
+ private:
+  bool FindIn(const qn::ResourceImage& image) {
+    qn::ResourceRecord record;
+    if (!qn::FindResourceRecord(image, RT_VERSION, MAKEINTRESOURCEW(1), 0, &record)) return false;
+    block_.data = record.data;
+    block_.size = record.dataSize;
     return true;
   }
 
-  std::unique_ptr<uint8_t[]> content_;
-  qn::ResourceRecord record_;
+  bool ReadImage(HANDLE file, uint64_t size) {
+    if (size > kLargestFile) return FailWith(ERROR_RESOURCE_DATA_NOT_FOUND);
+    block_.content.reset(new uint8_t[static_cast<size_t>(size)]);
+    return qn::ReadAt(file, 0, block_.content.get(), static_cast<size_t>(size)) &&
+           FindIn({block_.content.get(), size});
+  }
+
+  qn::VersionBlock block_;
 };
 
 // A node of the version tree: u16 length, u16 length of the value (characters for a text), u16 type (1 for

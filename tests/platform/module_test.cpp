@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <elf.h>
+
 #include <cstdlib>
+#include <filesystem>
 #include <memory>
 #include <thread>
 #include <tuple>
@@ -200,8 +203,9 @@ TEST(Version, OfAModuleAndOfAFile) {
   qntest::WriteFileBytes(scratch.Native("none.res"), {bytes, bytes + 32});
   WCHAR module[1024];
   GetModuleFileNameW(nullptr, module, 1024);
-  const std::u16string file = scratch.Path("a.res");
-  for (const WCHAR* const path : {static_cast<const WCHAR*>(module), file.c_str()}) {
+  std::filesystem::copy_file(qn::PathToNative(module), scratch.Native("copy"));
+  const std::u16string file = scratch.Path("a.res"), copy = scratch.Path("copy");
+  for (const WCHAR* const path : {static_cast<const WCHAR*>(module), file.c_str(), copy.c_str()}) {
     DWORD handle = 7;
     const DWORD size = GetFileVersionInfoSizeW(path, &handle);
     ASSERT_GT(size, 0u);
@@ -235,6 +239,52 @@ TEST(Version, OfAModuleAndOfAFile) {
        {std::pair{"none.res", ERROR_RESOURCE_TYPE_NOT_FOUND}, {"missing.res", ERROR_FILE_NOT_FOUND}}) {
     EXPECT_EQ(GetFileVersionInfoSizeW(scratch.Path(name).c_str(), nullptr), 0u);
     EXPECT_EQ(GetLastError(), error);
+  }
+}
+
+// An ELF file of nothing but notes: somebody's, then one with `content`.
+template <class Header, class Segment>
+qntest::Bytes ElfFile(char width, uint32_t alignment, const std::string& content) {
+  qntest::Bytes file(sizeof(Header) + 2 * sizeof(Segment));
+  const auto append = [&](const std::string& bytes) {
+    file.insert(file.end(), bytes.begin(), bytes.end());
+    while ((file.size() - sizeof(Header) - 2 * sizeof(Segment)) % alignment != 0) file.push_back(0xAA);
+  };
+  for (const auto& [owner, text] :
+       {std::pair<std::string, std::string>("GNU", "five!"), {"qnkernel", content}}) {
+    const uint32_t sizes[] = {static_cast<uint32_t>(owner.size() + 1), static_cast<uint32_t>(text.size()), 1};
+    append(std::string(reinterpret_cast<const char*>(sizes), sizeof(sizes)) + owner + '\0');
+    append(text);
+  }
+  Segment segments[2] = {};
+  segments[1].p_type = PT_NOTE;
+  segments[1].p_offset = sizeof(Header) + sizeof(segments);
+  segments[1].p_filesz = static_cast<uint32_t>(file.size() - segments[1].p_offset);
+  segments[1].p_align = alignment;
+  Header header = {};
+  std::memcpy(header.e_ident, (std::string(ELFMAG) + width + char{ELFDATA2LSB}).data(), EI_VERSION);
+  header.e_phoff = sizeof(header);
+  header.e_phentsize = sizeof(Segment);
+  header.e_phnum = 2;
+  std::memcpy(file.data(), &header, sizeof(header));
+  std::memcpy(file.data() + sizeof(header), segments, sizeof(segments));
+  return file;
+}
+
+TEST(Version, IsANoteOfAnElfFileThatMayBeDamaged) {
+  const std::string content = "12345678901";
+  for (const qntest::Bytes& file : {ElfFile<Elf64_Ehdr, Elf64_Phdr>(ELFCLASS64, 4, content),
+                                    ElfFile<Elf64_Ehdr, Elf64_Phdr>(ELFCLASS64, 8, content),
+                                    ElfFile<Elf32_Ehdr, Elf32_Phdr>(ELFCLASS32, 4, content)}) {
+    const size_t end = static_cast<size_t>(std::find(file.begin(), file.end(), '9') - file.begin()) + 3;
+    for (size_t length = 0; length <= file.size(); ++length) {
+      EXPECT_EQ(qnfuzz::UseVersionFile(file.data(), length), length < end ? 0 : content.size()) << length;
+    }
+    for (size_t bit = 0; bit < 8 * file.size(); ++bit) {
+      qntest::Bytes damaged = file;
+      damaged[bit / 8] ^= static_cast<uint8_t>(1 << bit % 8);
+      qnfuzz::UseVersionFile(damaged.data(), damaged.size());
+    }
   }
 }
 
