@@ -62,10 +62,11 @@ void CheckRows(const string& table) {
 
 TEST(PathTextTest, PathsHaveParts) {
   CheckRows(R"(name - 9 C:\a.b\c.wav - - 707  name - 9 a\b/c - - 404  name - 9 C:c - - 202  name - 9 - - - 0
-    dot - 9 C:\a.b\c.d.wav - - 10  dot - 9 a.b/c - - 5  dotA - 9 a.b~c - - 5  dotA - 9 .~b.c - - 3
-    dot - 9 a.　 - - 3  dotA - 9 a.　 - - 1  stem \a.b\c.d.wav 13 - - c.d 3  folder C:\a\b.c 9 - - C:\a\ 5
-    folder C:a/b 9 - - C: 2  folder a/b 9 - - - 0  root # 3 C:\x - C: 3  root # 9 /a\b\c - /a\ 3  root # 9 a/b - - 0
-    root # 20 \\server\share\x - \\server\share\ 15  root # 9 \\server\share - - 0  root # 9 \a\b - \ 1)");
+    dot - 9 C:\a.b\c.d.wav - - 10  dot - 9 a.b/c - - 5  dotA - 9 a.b~c - - 5  dotA - 9 .~b.c - - 3  dot - 9 a.
+    - - 3  dotA - 9 a.  - - 1  stem \a.b\c.d.wav 13 - - c.d 3  folder C:\a\b.c 9 - - C:\a\ 5
+    folder C:a/b 9 - - C: 2  folder a/b 9 - - - 0  root # 3 C:\x - C: 3  root # 9 /a\b\c - /a\ 3
+    root # 9 a/b - - 0  root # 20 \\server\share\x - \\server\share\ 15  root # 9 \\server\share - - 0
+    root # 9 \a\b - \ 1)");
 }
 
 TEST(PathTextTest, PathsAreChangedInTheirRoom) {
@@ -76,10 +77,10 @@ TEST(PathTextTest, PathsAreChangedInTheirRoom) {
     append - 9 c d c.d 3  append a 9 - b a\ 2  add a.WAV 6 .wav - a.WAV 5  add a.WAV 6 wav - a.WAV 5
     add a.b.c 8 wav - a.b.wav 7  add a.b.c 7 wav - a.b.c 0  put a 9 b - a.b 3  put a/ 9 b strip a/ 2
     put t_12.wav 9 mp3 - t_12.mp3 8  put t_12.wav 9 mp3 strip t.mp3 5  put t12.wav 9 - strip t12 3
-    put t_.wav 7 .b strip t_.b 4  put x_1\23 9 b strip x_1\23.b 8  put a_1 9 b strip a.b 3  valid con. 5 + - con_ 0
-    valid "*/:<>?\|~.~ 30 + - _________~._ 0  valid a*? 9 - - a*? 0  valid a.b~c 9 + - a.b~c 1
-    up C:\a\b\ 9 - - C:\a\ 1  up C:\a 9 - - C:\ 1  up C:\ 9 - - C:\ 0  up C:\\ 9 - - C:\ 1  up C:\a 4 - - C:\a 0
-    up abc:\ 9 - - abc:\ 1  up )" +
+    put 12.wav 7 b strip 12.b 4  put t_.wav 7 .b strip t_.b 4  put x_1\23 9 b strip x_1\23.b 8
+    put a_1 9 b strip a.b 3  valid con. 5 + - con_ 0  valid "*/:<>?\|~.~ 30 + - _________~._ 0
+    valid a*? 9 - - a*? 0  valid a.b~c 9 + - a.b~c 1  up C:\a\b\ 9 - - C:\a\ 1  up C:\a 9 - - C:\ 1
+    up C:\ 9 - - C:\ 0  up C:\\ 9 - - C:\ 1  up C:\a 4 - - C:\a 0  up abc:\ 9 - - abc:\ 1  up )" +
             longest + " 300 - - C:\\ 1 up " + longest + "a 300 - - " + longest + "a 0");
 }
 
@@ -87,20 +88,21 @@ TEST(PathTextTest, FoldersAreExchanged) {
   const string letters(258, 'c');
   CheckRows(R"(behind C:\p\Mus\É 20 D:\x\MUS\é - C:\p\Mus\É 5  behind C:\y\\a 9 D:\xy\a - C:\y\\a 6
     behind C:\b\a 9 b\A - C:\b\a 3  behind C:\b\a 9 c:\b\a - C:\b\a 3  behind C:\b 9 a - C:\b 4
-    front # 9 D:\m\a C:\p\M\a C:\p\ 5  front # 5 D:\m\a C:\p\M\a C:\p 5  front # 9 a C:\b C:\b\ 5  front # 9 a - - 0
-    exchange c:\a\x 9 C:\A\ D:\bcd\ D:\bcd\x 0  exchange c:\a\x 8 C:\A\ D:\bcd\ - -2147467259
-    exchange c:\a 9 C:\A\ - - -2147467259)");
+    front # 9 D:\m\a C:\p\M\a C:\p\ 5  front # 5 D:\m\a C:\p\M\a C:\p 5  front # 6 a C:\b C:\b\ 5
+    front # 5 a C:\b C:\b 5  front # 9 a - - 0  exchange c:\a\x 9 C:\A\ D:\bcd\ D:\bcd\x 0
+    exchange c:\a\x 8 C:\A\ D:\bcd\ - -2147467259  exchange c:\a 9 C:\A\ - - -2147467259)");
   CheckRows("exchange ab 300 a " + letters + " " + letters + "b 0");
   CheckRows("exchange ab 300 a c" + letters + " - -2147467259");
 }
 
 TEST(PathTextTest, WildCardsMatchWithoutTryingAgain) {
-  CheckRows(R"(match - 1 * a.b - 1  match - 1 *.wav a.wav - 1  match - 1 *.wav a.b.wav - 0
-    match - 1 a? ab - 1  match - 1 a? a - 0  match - 1 a a. - 1  match - 1 a a.b - 0  match - 1 a. a - 1
-    match - 1 a A - 0  match - 1 *.* a. - 1  match - 1 *.* a - 0  match - 1 a* a - 1  match - 1 a* ab.c - 0
-    match - 1 *ab xab - 1  match - 1 *ab aab - 0  match - 1 a*b a - 1  match - 1 a*b ax - 0
-    match - 1 *? - - 1  match - 1 *? a - 0  match - 1 ?* . - 1  match - 1 ?* a.b - 0  match - 1 *a b.a - 0
-    match - 1 - . - 1  match - 1 ał*ł aBxB - 1  match - 1 a* aĀ - 1)");
+  CheckRows(
+      R"(match - 1 * a.b - 1  match - 1 *.wav a.wav - 1  match - 1 *.wav a.b.wav - 0  match - 1 a? ab - 1
+    match - 1 a? a - 0  match - 1 a a. - 1  match - 1 a a.b - 0  match - 1 a. a - 1  match - 1 a A - 0
+    match - 1 *.* a. - 1  match - 1 *.* a - 0  match - 1 a* a - 1  match - 1 a* ab.c - 0  match - 1 *ab xab - 1
+    match - 1 *ab aab - 0  match - 1 a*b a - 1  match - 1 a*b ax - 0  match - 1 *? - - 1  match - 1 *? a - 0
+    match - 1 ?* . - 1  match - 1 ?* a.b - 0  match - 1 *a b.a - 0  match - 1 - . - 1  match - 1 ał*ł aBxB - 1
+    match - 1 a* aĀ - 1)");
 }
 
 TEST(PathTextTest, PathsAreShownInTheirWidth) {
@@ -119,7 +121,8 @@ TEST(PathTextTest, PathsAreShownInTheirWidth) {
   const qn::WindowBackend* const before = qn::SetWindowBackend(&ruler);
   CheckRows(R"(show # 20 \folder\abcdef.wav 0 abcdef.wav 0  show # 5 \folder\abcdef.wav 0 abcd 0
     show # 20 \folder\abc 1 \...\abc 0  show # 20 \folder\abcdef.wav 2 abcde... 0  show # 20 \a 3 - 0
-    show # 20 \folder\abcdef.wav 4 \fold... 0  show # 9 - 0 - 0  show # 9 a ! # 319489  show # 9 a 5 # -2147024809)");
+    show # 20 \folder\abcdef.wav 4 \fold... 0  show # 9 - 0 - 0  show # 9 a ! # 319489
+    show # 9 a 5 # -2147024809)");
   EXPECT_EQ(selected, &selected);
   qn::SetWindowBackend(before);
 }
