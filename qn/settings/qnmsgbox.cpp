@@ -34,7 +34,7 @@ int AnswerWithoutUser(ULONGLONG hookData, HWND, const WCHAR* text, const WCHAR*,
   return -1;
 }
 
-// Sets the hook on behalf of the application's thread; false on any other.
+// Changes the hook on behalf of the application's thread: 1, or 0 on any other.
 template <typename Change>
 int ChangeHook(Change change) {
   const std::lock_guard guard(g_lock);

@@ -78,10 +78,10 @@ constexpr int kMsgBoxTextRoom = 2048;
 const WCHAR* FormatMsgBoxText(const WCHAR* format, va_list* arguments, WCHAR (&buffer)[kMsgBoxTextRoom]);
 
 // Asks the hook and, unless that answers, shows a custom box. The flags and texts of `request` are the
-// caller's. `window` is as in the public functions: null for the main window's
-// last popup, -1 for no owner. 0 for a check box without value or details flags without details; -1 when the
-// box cannot be made. Allocates nothing for a message and details of together up to 10,240 characters, so
-// that the handler of an exception may call it.
+// caller's; a null `text` is the empty one. `window` is as in the public functions: null for the main
+// window's last popup, -1 for no owner. 0 for a check box without value or details flags without details; -1
+// when the box cannot be made. Allocates nothing for a message and details of together up to 10,240
+// characters, so that the handler of an exception may call it.
 int ShowCustomBox(HWND window, MsgBoxRequest* request);
 
 // What the window layer gives; until then there is nothing, a custom box results in -1 and no box of the
