@@ -62,8 +62,8 @@ void CheckRows(const string& table) {
 
 TEST(PathTextTest, PathsHaveParts) {
   CheckRows(R"(name - 9 C:\a.b\c.wav - - 707  name - 9 a\b/c - - 404  name - 9 C:c - - 202  name - 9 - - - 0
-    dot - 9 C:\a.b\c.d.wav - - 10  dot - 9 a.b/c - - 5  dotA - 9 a.b~c - - 5  dotA - 9 .~b.c - - 3  dot - 9 a.
-    - - 3  dotA - 9 a.  - - 1  stem \a.b\c.d.wav 13 - - c.d 3  folder C:\a\b.c 9 - - C:\a\ 5
+    dot - 9 C:\a.b\c.d.wav - - 10  dot - 9 a.b/c - - 5  dotA - 9 a.b~c - - 5  dotA - 9 .~b.c - - 3
+    dot - 9 a.　 - - 3  dotA - 9 a.　 - - 1  stem \a.b\c.d.wav 13 - - c.d 3  folder C:\a\b.c 9 - - C:\a\ 5
     folder C:a/b 9 - - C: 2  folder a/b 9 - - - 0  root # 3 C:\x - C: 3  root # 9 /a\b\c - /a\ 3
     root # 9 a/b - - 0  root # 20 \\server\share\x - \\server\share\ 15  root # 9 \\server\share - - 0
     root # 9 \a\b - \ 1)");
