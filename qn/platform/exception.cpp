@@ -341,6 +341,7 @@ __attribute__((destructor)) void TakeOff() {
   const std::lock_guard guard(lock);
   users = 0;
   UpdateHandlers();
+  if (SignalStack* const stack = CurrentSignalStack()) DropSignalStack(stack);
   if (std::exchange(hasStackKey, false)) pthread_key_delete(stackKey);
 }
 
