@@ -44,6 +44,17 @@ int Length(const WCHAR* text, int most) {
   return length;
 }
 
+bool IsOneOf(std::u16string_view set, WCHAR c) {
+  return set.find(c) != set.npos;
+}
+
+// Behind the characters that `accept` takes, `most` at most.
+template <typename Accept>
+const WCHAR* Skip(const WCHAR* text, int most, Accept accept) {
+  while (most-- > 0 && *text && accept(*text)) ++text;
+  return text;
+}
+
 enum class Dress { kNone, kGroup, kDecimal, kGroupDecimal };
 
 // Writes digits in C form in the user's dress.
@@ -390,6 +401,36 @@ void Walker::ChosenSeparator(bool music) {
 }
 
 }  // namespace
+
+// Walks as the walker does, with its limits.
+bool FormatTakes(const WCHAR* format, int integers, int doubles) {
+  const auto isSpec = [](WCHAR c) { return !IsTerminator(c); };
+  const auto isName = [](WCHAR c) { return c != ')'; };
+  const auto isNumber = [](WCHAR c) { return IsDigit(c) || IsOneOf(W(",."), c); };
+  while (*format) {
+    const WCHAR lead = *format++;
+    if (lead != '%' && lead != '$') continue;
+    if (*format == '%' || *format == lead) {
+      ++format;
+    } else if (lead == '$' && *format == '(') {
+      ++format;
+      if (IsDigit(*format) || *format == '-' || *format == '.') {
+        format = Skip(format + 1, kLongestLiteral - 1, isNumber);
+      } else {
+        format = Skip(format, kLongestTokenName, isName);
+      }
+    } else {
+      const WCHAR* const spec = format;
+      format = Skip(format, kLongestSpec - 1, isSpec);
+      if (format - spec == kLongestSpec - 1) continue;  // without an end, copied as it stands
+      if (*format == 's') return false;
+      integers -= IsOneOf(W("Xcdiouxz"), *format);
+      doubles -= IsOneOf(W("EGefg"), *format);
+      if (*format) ++format;
+    }
+  }
+  return integers >= 0 && doubles >= 0;
+}
 
 int PrintWithin(WCHAR* buffer, int size, const WCHAR* format, va_list arguments) {
   if (!buffer) return 0;

@@ -2,7 +2,6 @@
 #include <limits>
 #include <string_view>
 
-#include "qn/text/qnnumber_internal.h"
 #include "qn/text/qnprint.h"
 #include "qn/text/qnprint_internal.h"
 #include "qn/text/qntimetext_internal.h"
@@ -51,49 +50,6 @@ constexpr LONGLONG kFirstWithDays = 863999000001;  // 86399.9 seconds
 
 const Row& RowOf(LONG format) {
   return format >= 0 && format <= QNPOSFMT_COMPACT ? kRows[format] : kRaw;
-}
-
-bool IsOneOf(std::u16string_view set, WCHAR c) {
-  return set.find(c) != set.npos;
-}
-
-// Behind the characters that `accept` takes, `most` at most.
-template <typename Accept>
-const WCHAR* Skip(const WCHAR* text, int most, Accept accept) {
-  while (most-- > 0 && *text && accept(*text)) ++text;
-  return text;
-}
-
-// True if a format text asks for none but the row's arguments: it may be anybody's, and the printer believes
-// it. Walks as the printer does, with its limits.
-bool FitsRow(const WCHAR* text, const Row& row) {
-  const auto isSpec = [](WCHAR c) { return !IsOneOf(W("!&*,:EGXcdefgiosuxz"), c); };
-  const auto isName = [](WCHAR c) { return c != ')'; };
-  const auto isNumber = [](WCHAR c) { return qn::IsDigit(c) || IsOneOf(W(",."), c); };
-  int integers = 0, doubles = 0;
-  while (*text) {
-    const WCHAR lead = *text++;
-    if (lead != '%' && lead != '$') continue;
-    if (*text == '%' || *text == lead) {
-      ++text;
-    } else if (lead == '$' && *text == '(') {
-      ++text;
-      if (qn::IsDigit(*text) || *text == '-' || *text == '.') {
-        text = Skip(text + 1, qn::kLongestLiteral - 1, isNumber);
-      } else {
-        text = Skip(text, qn::kLongestTokenName, isName);
-      }
-    } else {
-      const WCHAR* const spec = text;
-      text = Skip(text, qn::kLongestSpec - 1, isSpec);
-      if (text - spec == qn::kLongestSpec - 1) continue;  // without an end, copied as it stands
-      if (*text == 's') return false;
-      integers += IsOneOf(W("Xcdiouxz"), *text);
-      doubles += IsOneOf(W("EGefg"), *text);
-      if (*text) ++text;
-    }
-  }
-  return integers <= row.integers && doubles <= (row.integers == 0 ? 1 : 0);
 }
 
 bool IsWholeDouble(const WCHAR* text) {
@@ -243,7 +199,8 @@ int PrintTime(Output output, const _qnposfmt* format, LONGLONG nanotime, const W
   const LONGLONG magnitude = value < 0 ? qn::SubtractSaturated(0, value) : value;
   const Row& row = RowOf(format->format);
   const bool isOurs = text == row.longText || text == row.shortText || HasOwnText(*format, magnitude);
-  if (!isOurs && !FitsRow(text, row)) return 0;
+  // Another text may be anybody's, and the printer believes it.
+  if (!isOurs && !qn::FormatTakes(text, row.integers, row.integers == 0)) return 0;
   if (value >= 0) return PrintMagnitude(output, *format, magnitude, text, flags);
   if (output.room == 1) return 0;
   *output.text++ = '-';
