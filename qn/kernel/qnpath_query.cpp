@@ -1,1 +1,257 @@
+// What is there: full paths, files, folders, disks, sizes and times.
+#include <algorithm>
+#include <exception>
+#include <memory>
+
 #include "qn/kernel/qnpath.h"
+#include "qn/kernel/qnpath_walk_internal.h"
+#include "qn/platform/locale.h"
+#include "qn/settings/qnstatus.h"
+#include "qn/text/messages_internal.h"
+#include "qn/text/text_internal.h"
+
+using namespace qn;
+
+namespace {
+
+std::u16string FullPath(const WCHAR* path) {
+  return FetchText([path](DWORD size, WCHAR* text) { return GetFullPathNameW(path, size, text, nullptr); });
+}
+
+// Empty for a path that does not exist.
+std::u16string LongPath(const WCHAR* path) {
+  return FetchText([path](DWORD size, WCHAR* text) { return GetLongPathNameW(path, text, size); });
+}
+
+std::u16string ModuleFile(HMODULE module) {
+  // A path that fills the room is cut there, so more room is tried.
+  return FetchText([module](DWORD size, WCHAR* text) {
+    const DWORD length = GetModuleFileNameW(module, text, size);
+    return length < size ? length : 2 * size;
+  });
+}
+
+class OpenedFile {
+ public:
+  OpenedFile(const WCHAR* path, DWORD access, DWORD share)
+      : handle_(CreateFileW(path, access, share, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr)) {}
+  ~OpenedFile() {
+    if (*this) CloseHandle(handle_);
+  }
+  OpenedFile(const OpenedFile&) = delete;
+  OpenedFile& operator=(const OpenedFile&) = delete;
+
+  explicit operator bool() const { return handle_ != INVALID_HANDLE_VALUE; }
+  HANDLE Handle() const { return handle_; }
+
+ private:
+  const HANDLE handle_;
+};
+
+// To ask about a file, whoever has it open.
+class ConsultedFile : public OpenedFile {
+ public:
+  explicit ConsultedFile(const WCHAR* path)
+      : OpenedFile(path, 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE) {}
+};
+
+// In the order of names: which file comes first decides, and shall not hang on the file system.
+bool IsTreeEmpty(std::u16string_view folder, bool ignoreThumbnails) {
+  std::vector<FolderEntry> entries;
+  if (!ListFolder(folder, W("*"), &entries)) return false;
+  std::sort(entries.begin(), entries.end(), [](const FolderEntry& a, const FolderEntry& b) {
+    return lstrcmpiW(a.name.c_str(), b.name.c_str()) < 0;
+  });
+  for (const FolderEntry& entry : entries) {
+    if (entry.IsFolder()) {
+      if (!IsTreeEmpty(JoinPath(folder, entry.name), ignoreThumbnails)) return false;
+    } else {
+      // A file of thumbnails ends the walk, whatever follows: hosts rely on it.
+      return ignoreThumbnails && lstrcmpiW(entry.name.c_str(), W("thumbs.db")) == 0;
+    }
+  }
+  return true;
+}
+
+bool IsShortPath(const WCHAR* path) {
+  return path && *path && std::u16string_view(path).size() < MAX_PATH;
+}
+
+constexpr DWORD kUnknownSpace = 0xFFFFFFFF;
+
+enum class Space { kFree, kTotal };
+
+DWORD DiskSpace(const WCHAR* path, DWORD unit, Space which) {
+  if (!path) return 0;
+  const std::u16string folder(path, QnGetFileNamePtrW(path));
+  ULONGLONG available = 0, total = 0;
+  if (!GetDiskFreeSpaceExW(folder.empty() ? W(".") : folder.c_str(), &available, &total, nullptr)) {
+    return folder.starts_with(W("\\\\")) ? kUnknownSpace : 0;
+  }
+  const ULONGLONG bytes = which == Space::kFree ? available : total;
+  return static_cast<DWORD>(std::min<ULONGLONG>(unit ? bytes / unit : bytes, kUnknownSpace));
+}
+
+constexpr int kSpaceRoom = 64;  // what a caller provides
+
+DWORD DosDateTime(const WCHAR* path, bool local) {
+  const ConsultedFile file(path);
+  FILETIME time;
+  WORD date = 0, dayTime = 0;
+  if (!file || !GetFileTime(file.Handle(), nullptr, nullptr, &time)) return 0;
+  if (local && !FileTimeToLocalFileTime(&time, &time)) return 0;
+  return FileTimeToDosDateTime(&time, &date, &dayTime) ? DWORD{date} << 16 | dayTime : 0;
+}
+
+}  // namespace
+
+int QnGetLongPathName(const WCHAR* path, WCHAR* text, int size) try {
+  return path ? CopyWhole(LongPath(path), text, size) : 0;
+} catch (const std::exception&) {
+  return 0;
+}
+
+int QnGetFullPathName(const WCHAR* path, int size, WCHAR* text, WCHAR** filePart) try {
+  const int length = path ? CopyWhole(FullPath(path), text, size) : 0;
+  if (!filePart) return length;
+  *filePart = nullptr;
+  if (!text || length == 0 || length >= size) return length;
+  WCHAR* const name = text + (QnGetFileNamePtrW(text) - text);
+  if (*name) *filePart = name;
+  return length;
+} catch (const std::exception&) {
+  return 0;
+}
+
+int QnGetTempPath(int size, WCHAR* text) try {
+  const std::u16string temporary = FetchText(GetTempPathW);
+  const std::u16string whole = LongPath(temporary.c_str());
+  return CopyWhole(whole.empty() ? temporary : whole, text, size);
+} catch (const std::exception&) {
+  return 0;
+}
+
+int QnGetModulePath(HMODULE module, WCHAR* text, int size) try {
+  std::u16string path = ModuleFile(module);
+  path.resize(static_cast<size_t>(QnGetFileNamePtrW(path.c_str()) - path.c_str()));
+  return CopyWhole(path, text, size);
+} catch (const std::exception&) {
+  return 0;
+}
+
+int QnGetModuleFileName(HMODULE module, WCHAR* text, int size) try {
+  return CopyWhole(ModuleFile(module), text, size);
+} catch (const std::exception&) {
+  return 0;
+}
+
+int QnQualifyPath(const WCHAR* path, WCHAR* text, int size) try {
+  if (!path) return 0;
+  const std::u16string full = FullPath(path);
+  const std::u16string whole = LongPath(full.c_str());
+  return CopyWhole(whole.empty() ? full : whole, text, size);
+} catch (const std::exception&) {
+  return 0;
+}
+
+BOOL QnDoesFileExist(const WCHAR* path, BOOL hiddenCounts) {
+  const DWORD attributes = GetFileAttributesW(path);
+  if (attributes == INVALID_FILE_ATTRIBUTES || attributes == FILE_ATTRIBUTE_REPARSE_POINT) return FALSE;
+  if (attributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_DEVICE)) return FALSE;
+  // The flag's sense is the opposite of its name: hosts rely on it.
+  return !(attributes & FILE_ATTRIBUTE_HIDDEN) || !hiddenCounts;
+}
+
+BOOL QnIsFileWritable(const WCHAR* path) {
+  return static_cast<bool>(OpenedFile(path, GENERIC_WRITE, FILE_SHARE_WRITE));
+}
+
+BOOL QnIsDirectoryWritable(const WCHAR* path) {
+  constexpr int kLongestPath = 4096;
+  WCHAR file[kLongestPath];
+  if (!path || !*path) return FALSE;
+  if (QnCreateTempFileAndNameEx(path, W("~qn"), W(".tmp"), nullptr, file, kLongestPath) != S_OK) return FALSE;
+  DeleteFileW(file);
+  return TRUE;
+}
+
+BOOL QnIsDirectoryEmpty(const WCHAR* path) try {
+  std::vector<FolderEntry> entries;
+  return IsShortPath(path) && ListFolder(path, W("*"), &entries) && entries.empty();
+} catch (const std::exception&) {
+  return FALSE;
+}
+
+BOOL QnIsDirectoryEmptyRecursive(const WCHAR* path, BOOL ignoreThumbnails) try {
+  return IsShortPath(path) && IsTreeEmpty(path, ignoreThumbnails != FALSE);
+} catch (const std::exception&) {
+  return FALSE;
+}
+
+DWORD QnGetDiskFreeSpace(const WCHAR* path, DWORD unit) try {
+  return DiskSpace(path, unit, Space::kFree);
+} catch (const std::exception&) {
+  return 0;
+}
+
+DWORD QnGetDiskTotalSpace(const WCHAR* path, DWORD unit) try {
+  return DiskSpace(path, unit, Space::kTotal);
+} catch (const std::exception&) {
+  return 0;
+}
+
+int QnFormatDiskFreeSpace(const WCHAR* path, WCHAR* text) {
+  if (!text) return 0;
+  const HQNLANG language = KernelLanguage();
+  const DWORD tenths = QnGetDiskFreeSpace(path, 102400);
+  if (tenths == kUnknownSpace) return QnLoadString(language, messages::DiskFreeUnknown, text, kSpaceRoom);
+  const bool large = tenths >= 10000;
+  WCHAR number[kSpaceRoom];
+  QnCchPrintF(number, kSpaceRoom, nullptr, W("$.1z"), large ? tenths >> 10 : tenths);
+  return QnComposeStr(text, kSpaceRoom, QnGetString(language, large ? messages::SizeGB : messages::SizeMB),
+                      number);
+}
+
+HRESULT QnGetFileSizeByName(const WCHAR* path, LONGLONG* sizeOut) {
+  if (!sizeOut) return E_INVALIDARG;
+  const ConsultedFile file(path);
+  LARGE_INTEGER size = {};
+  const bool known = file && GetFileSizeEx(file.Handle(), &size);
+  *sizeOut = size.QuadPart;
+  return known ? S_OK : QN_E_FILE_OPEN;
+}
+
+HRESULT QnGetDirectorySize(const WCHAR* path, LONGLONG* sizeOut) try {
+  if (!sizeOut) return E_INVALIDARG;
+  *sizeOut = 0;
+  if (!path || !*path) return E_INVALIDARG;
+  bool isReadable = false;
+  LONGLONG sum = 0;
+  WalkFolders(path, [&](const std::u16string&, const std::vector<FolderEntry>& files) {
+    isReadable = true;
+    for (const FolderEntry& file : files) {
+      if (!file.IsFolder() && !file.IsLink()) sum += file.size;
+    }
+  });
+  if (!isReadable) return FailureOf(GetLastError());
+  *sizeOut = sum;
+  return S_OK;
+} catch (const std::exception&) {
+  return E_OUTOFMEMORY;
+}
+
+DWORD QnDosGetDateTime(const WCHAR* path) {
+  return DosDateTime(path, true);
+}
+
+DWORD QnDosGetDateTimeUTC(const WCHAR* path) {
+  return DosDateTime(path, false);
+}
+
+void QnGetDateTime(DWORD* out) {
+  if (!out) return;
+  SYSTEMTIME now;
+  GetLocalTime(&now);
+  out[0] = (DWORD{now.wMonth} << 8 | now.wDay) << 16 | now.wYear;
+  out[1] = ((DWORD{now.wHour} << 8 | now.wMinute) << 8 | now.wSecond) << 8 | DWORD{now.wMilliseconds} / 10;
+}
