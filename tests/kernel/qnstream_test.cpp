@@ -147,7 +147,7 @@ TEST(Stream, OfMemory) {
   stream->Release();
   EXPECT_EQ(QnCreateStreamFromMemory(four.data(), 0u, 0u, &stream, 1), E_INVALIDARG);
   EXPECT_EQ(stream, nullptr);
-  const ULARGE_INTEGER huge = {.QuadPart = 1ull << 60};
+  const ULARGE_INTEGER huge = {.QuadPart = UINT64_MAX};
   EXPECT_EQ(QnCreateStreamFromMemory(four.data(), huge, huge, &stream, 1), E_OUTOFMEMORY);
   EXPECT_EQ(stream, nullptr);
 }
