@@ -40,25 +40,34 @@ qn::ProcessorReport ReadProcessor() {
   return report;
 }
 
-void FlushDenormals() {
-  constexpr DWORD kFlushToZeroAndDenormalsAreZero = 0x8040;
-  _mm_setcsr(_mm_getcsr() | kFlushToZeroAndDenormalsAreZero);
+constexpr DWORD kFlushToZeroAndDenormalsAreZero = 0x8040;
+
+DWORD FloatModes() {
+  return _mm_getcsr();
+}
+void SetFloatModes(DWORD modes) {
+  _mm_setcsr(modes);
 }
 
 #else
 
+constexpr DWORD kFlushToZeroAndDenormalsAreZero = 0;
+
+DWORD FloatModes() {
+  return 0;
+}
+void SetFloatModes(DWORD) {}
+
 qn::ProcessorReport ReadProcessor() {
   return {};
 }
-
-void FlushDenormals() {}
 
 #endif
 
 void DetectProcessor() {
   const qn::ProcessorSupport support = qn::InterpretProcessor(ReadProcessor());
   // The thread that detects, as a rule the one that loads the library, keeps this mode: hosts rely on it.
-  if (support.effective & QNCPU_DAZ) FlushDenormals();
+  if (support.effective & QNCPU_DAZ) SetFloatModes(FloatModes() | kFlushToZeroAndDenormalsAreZero);
   g_ProcessorCount.store(std::max(1u, std::thread::hardware_concurrency()), kRelaxed);
   g_CPUHardware.store(support.hardware, kRelaxed);
   g_CPUOS.store(support.os, kRelaxed);
@@ -144,8 +153,24 @@ ProcessorSupport InterpretProcessor(const ProcessorReport& report) {
   return support;
 }
 
+void DetectProcessorAtAttach() {
+  if (g_CPUDetectDone.load(std::memory_order_acquire)) return;
+  DetectProcessor();
+  g_CPUDetected.store(
+      (g_CPUDetected.load(kRelaxed) & g_CPUAllow.load(kRelaxed)) | g_CPUClassOverride.load(kRelaxed),
+      kRelaxed);
+}
+
 bool DetectedDaz() {
   return (g_CPUDetected.load(kRelaxed) & QNCPU_DAZ) != 0;
+}
+
+DenormalsShown::DenormalsShown() : saved_(FloatModes()) {
+  SetFloatModes(saved_ & ~kFlushToZeroAndDenormalsAreZero);
+}
+
+DenormalsShown::~DenormalsShown() {
+  SetFloatModes(saved_);
 }
 
 }  // namespace qn

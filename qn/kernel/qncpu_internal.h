@@ -22,8 +22,25 @@ struct ProcessorSupport {
 
 ProcessorSupport InterpretProcessor(const ProcessorReport& report);
 
+// Attach's part: detects unless some query has already done so, and stores (allow mask AND result) OR class
+// override as what is detected.
+void DetectProcessorAtAttach();
+
 // True when detection has run and found QNCPU_DAZ. The allow mask plays no part: it chooses kernels, while
 // this tells a chosen vector kernel how to set MXCSR.
 bool DetectedDaz();
+
+// Shows a thread its denormals while it stands, whatever detection has switched on there: a number that
+// becomes text is no sample.
+class DenormalsShown {
+ public:
+  DenormalsShown();
+  ~DenormalsShown();
+  DenormalsShown(const DenormalsShown&) = delete;
+  DenormalsShown& operator=(const DenormalsShown&) = delete;
+
+ private:
+  DWORD saved_ = 0;
+};
 
 }  // namespace qn

@@ -6,6 +6,7 @@
 #include "qn/platform/error_internal.h"
 #include "qn/platform/file.h"
 #include "qn/platform/handle_internal.h"
+#include "qn/platform/unload_internal.h"
 
 namespace qn {
 namespace {
@@ -16,16 +17,14 @@ struct Slot {
 };
 
 struct HandleTable {
-  std::mutex mutex;
   std::vector<Slot> slots;
   std::vector<uint32_t> freeSlots;
 };
 
-// Never destroyed: handles may be closed by destructors that run at exit.
-HandleTable& Table() {
-  static HandleTable* const table = new HandleTable;
-  return *table;
-}
+// Made by the first handle. It has no destructor to run at exit, where others may still close handles;
+// ReleaseHandles ends it.
+constinit std::mutex g_mutex;
+constinit HandleTable* g_table = nullptr;
 
 // Handle values: slot + 1 in bits 2 to 31 (values are multiples of 4, as hosts expect), generation above.
 constexpr unsigned kGenerationShift = 32;
@@ -35,11 +34,13 @@ HANDLE Encode(uint32_t slot, uint32_t generation) {
   return reinterpret_cast<HANDLE>(static_cast<uintptr_t>(value));
 }
 
-Slot* Decode(HandleTable& table, HANDLE handle, uint32_t* index) {
+Slot* Decode(HANDLE handle, uint32_t* index) {
+  if (!g_table) return nullptr;
+  const HandleTable& table = *g_table;
   const uint64_t value = reinterpret_cast<uintptr_t>(handle);
   const uint64_t slot = (value & 0xFFFFFFFF) >> 2;
   if (slot == 0 || slot > table.slots.size() || (value & 3) != 0) return nullptr;
-  Slot& found = table.slots[slot - 1];
+  Slot& found = g_table->slots[slot - 1];
   if (found.generation != value >> kGenerationShift || !found.object) return nullptr;
   *index = static_cast<uint32_t>(slot - 1);
   return &found;
@@ -48,8 +49,9 @@ Slot* Decode(HandleTable& table, HANDLE handle, uint32_t* index) {
 }  // namespace
 
 HANDLE AddHandle(std::shared_ptr<SystemObject> object) try {
-  HandleTable& table = Table();
-  const std::lock_guard guard(table.mutex);
+  const std::lock_guard guard(g_mutex);
+  if (!g_table) g_table = new HandleTable;
+  HandleTable& table = *g_table;
   if (table.freeSlots.empty()) {
     // Room for the slot's later return is made now, so that closing never allocates.
     table.freeSlots.reserve(table.slots.size() + 1);
@@ -65,23 +67,28 @@ HANDLE AddHandle(std::shared_ptr<SystemObject> object) try {
 }
 
 std::shared_ptr<SystemObject> FindHandle(HANDLE handle) {
-  HandleTable& table = Table();
-  const std::lock_guard guard(table.mutex);
+  const std::lock_guard guard(g_mutex);
   uint32_t index = 0;
-  const Slot* slot = Decode(table, handle, &index);
+  const Slot* slot = Decode(handle, &index);
   return slot ? slot->object : nullptr;
 }
 
 std::shared_ptr<SystemObject> RemoveHandle(HANDLE handle) {
-  HandleTable& table = Table();
-  const std::lock_guard guard(table.mutex);
+  const std::lock_guard guard(g_mutex);
   uint32_t index = 0;
-  Slot* slot = Decode(table, handle, &index);
+  Slot* slot = Decode(handle, &index);
   if (!slot) return nullptr;
   // Generation 0xFFFFFFFF is left out: with it, slot 0x3FFFFFFE would read as the invalid handle value.
   slot->generation = slot->generation == 0xFFFFFFFE ? 1 : slot->generation + 1;
-  table.freeSlots.push_back(index);
+  g_table->freeSlots.push_back(index);
   return std::move(slot->object);
+}
+
+void ReleaseHandles() {
+  // What stands in the table is closed outside of its lock.
+  std::unique_ptr<HandleTable> table;
+  const std::lock_guard guard(g_mutex);
+  table.reset(std::exchange(g_table, nullptr));
 }
 
 }  // namespace qn

@@ -3,25 +3,32 @@
 #include <unicode/ucol.h>
 #include <unicode/ustring.h>
 
+#include <atomic>
 #include <iterator>
 #include <memory>
 #include <new>
 #include <string>
 
 #include "qn/platform/locale.h"
+#include "qn/platform/unload_internal.h"
 
 namespace {
 
-// The root collator that tells all texts apart, opened at the first comparison and kept to the end, as other
-// libraries' destructors may still compare; null without collation data. Comparing does not change it.
+// The root collator that tells all texts apart, opened at the first comparison and kept until
+// ReleaseCollation, as other libraries' destructors may still compare; null without collation data. Comparing
+// does not change it.
+constinit std::atomic<UCollator*> g_root = nullptr;
+
 const UCollator* RootCollator() {
-  static const UCollator* const root = [] {
-    UErrorCode error = U_ZERO_ERROR;
-    UCollator* const collator = ucol_open("", &error);
-    if (U_SUCCESS(error)) ucol_setStrength(collator, UCOL_IDENTICAL);
-    return U_SUCCESS(error) ? collator : nullptr;
-  }();
-  return root;
+  if (const UCollator* const root = g_root.load(std::memory_order_acquire)) return root;
+  UErrorCode error = U_ZERO_ERROR;
+  UCollator* const collator = ucol_open("", &error);
+  if (U_FAILURE(error)) return nullptr;
+  ucol_setStrength(collator, UCOL_IDENTICAL);
+  UCollator* first = nullptr;
+  if (g_root.compare_exchange_strong(first, collator, std::memory_order_acq_rel)) return collator;
+  ucol_close(collator);  // another thread was faster
+  return first;
 }
 
 int Compare(const WCHAR* first, const WCHAR* second) {
@@ -108,3 +115,7 @@ int lstrcmpiW(const WCHAR* first, const WCHAR* second) {
 }
 
 }  // namespace qnplatform
+
+void qn::ReleaseCollation() {
+  if (UCollator* const root = g_root.exchange(nullptr)) ucol_close(root);
+}

@@ -1,7 +1,11 @@
 #include "qn/platform/module.h"
 
+#include <dlfcn.h>
 #include <link.h>
+#include <sqlite3.h>
 #include <sys/stat.h>
+#include <unicode/ucol.h>
+#include <unicode/ustring.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,6 +21,7 @@
 #include "qn/platform/error_internal.h"
 #include "qn/platform/module_internal.h"
 #include "qn/platform/text.h"
+#include "qn/platform/unload_internal.h"
 
 namespace {
 
@@ -159,6 +164,10 @@ BOOL RegisterModuleResources(HMODULE module, const void* image, SIZE_T bytes) {
       std::find_if(registrations, end, [&](const Registration& row) { return row.module == module; });
   if (!image) {
     if (place != end) *place = registrations[--count];
+    if (count == 0) {
+      std::free(std::exchange(registrations, nullptr));
+      capacity = 0;
+    }
     return TRUE;
   }
   if (place == end && count == capacity) {
@@ -200,6 +209,18 @@ HMODULE FindModuleByPath(const std::string& path) {
     if (isBare) return native.substr(native.rfind('/') + 1) == path;
     return stat(native.c_str(), &info) == 0 && info.st_dev == wanted.st_dev && info.st_ino == wanted.st_ino;
   });
+}
+
+void KeepLibraries() {
+  const auto keepThatOf = [](auto* function) {
+    Dl_info info;
+    if (!dladdr(reinterpret_cast<const void*>(function), &info)) return;
+    // The second handle is given back: the mark stays with the library.
+    if (void* const handle = dlopen(info.dli_fname, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE)) dlclose(handle);
+  };
+  keepThatOf(u_strlen);
+  keepThatOf(ucol_open);
+  keepThatOf(sqlite3_open_v2);
 }
 
 }  // namespace qn

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -15,6 +16,7 @@
 #include "qn/platform/handle_internal.h"
 #include "qn/platform/registry_store_internal.h"
 #include "qn/platform/text.h"
+#include "qn/platform/unload_internal.h"
 
 namespace {
 
@@ -57,22 +59,21 @@ struct Hive {
   qn::RegistryDamage damage = {};
 };
 
-// Never destroyed: settings may be written by destructors that run at exit. But connections do not stay
-// behind when the library is unloaded.
+// They have no destructors to run at exit, where others may still write settings; ReleaseRegistry ends them.
+struct Hives {
+  Hive rows[2] = {{HKEY_CURRENT_USER, "QNKERNEL_USER_REGISTRY", false},
+                  {HKEY_LOCAL_MACHINE, "QNKERNEL_MACHINE_REGISTRY", true}};
+};
+constinit std::atomic<Hives*> g_hives = nullptr;
+
 Hive* FindHive(HKEY key) {
-  static Hive* const hives = new Hive[2]{{HKEY_CURRENT_USER, "QNKERNEL_USER_REGISTRY", false},
-                                         {HKEY_LOCAL_MACHINE, "QNKERNEL_MACHINE_REGISTRY", true}};
-  static const struct AtExit {
-    ~AtExit() {
-      for (Hive* hive = hives; hive < hives + 2; ++hive) {
-        // A fork may have left the lock held for good.
-        const std::unique_lock guard(hive->mutex, std::try_to_lock);
-        if (guard.owns_lock()) hive->store.reset();
-      }
-    }
-  } atExit;
-  for (Hive* hive = hives; hive < hives + 2; ++hive) {
-    if (hive->handle == key) return hive;
+  Hives* hives = g_hives.load(std::memory_order_acquire);
+  if (!hives) {
+    auto made = std::make_unique<Hives>();
+    if (g_hives.compare_exchange_strong(hives, made.get(), std::memory_order_acq_rel)) hives = made.release();
+  }
+  for (Hive& hive : hives->rows) {
+    if (hive.handle == key) return &hive;
   }
   return nullptr;
 }
@@ -425,3 +426,16 @@ int GetRegistryDamage(HKEY handle, WCHAR* path, int size) try {
 }
 
 }  // namespace qnplatform
+
+void qn::ReleaseRegistry() {
+  Hives* const hives = g_hives.load(std::memory_order_acquire);
+  if (!hives) return;
+  for (Hive& hive : hives->rows) {
+    // A fork may have left the lock held for good.
+    const std::unique_lock guard(hive.mutex, std::try_to_lock);
+    if (!guard.owns_lock()) return;
+    hive.store.reset();
+  }
+  g_hives = nullptr;
+  delete hives;
+}

@@ -5,8 +5,9 @@
 #include <climits>
 #include <cmath>
 #include <cstring>
-
 #include <iterator>
+
+#include "qn/kernel/qncpu_internal.h"
 #include "qn/text/qnnumber_internal.h"
 
 namespace qn {
@@ -204,6 +205,7 @@ bool PrintCInteger(const CSpec& spec, WCHAR conversion, uint64_t value, CNumber*
 
 bool PrintCDouble(const CSpec& spec, WCHAR conversion, double value, CNumber* number) {
   if (spec.size != CSize::kNone && spec.size != CSize::kLong && spec.size != CSize::kLongDouble) return false;
+  const DenormalsShown shown;
   const bool upper = conversion == 'E' || conversion == 'G';
   const int precision = spec.precision < 0 ? 6 : spec.precision;
   const double magnitude = std::fabs(value);

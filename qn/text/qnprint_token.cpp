@@ -58,8 +58,8 @@ PrintToken* AllocateToken(std::u16string_view name, std::u16string_view value) {
 }  // namespace
 
 bool OpenPrintTokens() {
-  return SUCCEEDED(QnList_CreateExZ(&g_tokens, sizeof(PrintToken*), 16, 16,
-                                    QNLIST_OPT_LOCKED | QNLIST_OPT_OWNED_ITEMS, 0, 0, 0));
+  return g_tokens || SUCCEEDED(QnList_CreateExZ(&g_tokens, sizeof(PrintToken*), 16, 16,
+                                                QNLIST_OPT_LOCKED | QNLIST_OPT_OWNED_ITEMS, 0, 0, 0));
 }
 
 void ClosePrintTokens() {
