@@ -121,8 +121,7 @@ bool CopyOpenFile(int from, int to, const struct stat& info) {
   const timespec times[] = {{0, UTIME_OMIT}, info.st_mtim};
   if (!CopyContent(from, to)) return false;
   CopyHiddenMark(from, to);
-  return fchmod(to, info.st_mode & 0777) == 0 && futimens(to, times) == 0 &&
-         TEMP_FAILURE_RETRY(fsync(to)) == 0;
+  return fchmod(to, info.st_mode & 0777) == 0 && futimens(to, times) == 0;
 }
 
 }  // namespace qn
@@ -169,7 +168,8 @@ BOOL CopyFileW(const WCHAR* from, const WCHAR* to, BOOL failIfExists) try {
 
   FileInWaiting copy(target);
   if (!copy) return FailWith(qn::OpenError(target));
-  if (!qn::CopyOpenFile(in.Get(), copy.Get(), info)) return FailWithErrno();
+  const bool copied = qn::CopyOpenFile(in.Get(), copy.Get(), info);
+  if (!copied || TEMP_FAILURE_RETRY(fsync(copy.Get())) != 0) return FailWithErrno();
   return copy.Place(target, failIfExists != FALSE) ? TRUE : FailWithErrno();
 } catch (const std::bad_alloc&) {
   return FailWith(ERROR_NOT_ENOUGH_MEMORY);

@@ -110,8 +110,7 @@ class DeleteClaim {
 // Renames unless the new name is taken, which gives EEXIST. False with errno.
 bool RenameToFree(const char* from, const char* to);
 
-// Copies the rest of a file, then mode, hidden mark and time of writing from `info`, and brings it to the
-// disk. False with errno.
+// Copies the rest of a file, then mode, hidden mark and time of writing from `info`. False with errno.
 bool CopyOpenFile(int from, int to, const struct stat& info);
 
 }  // namespace qn

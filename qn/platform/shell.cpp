@@ -201,6 +201,8 @@ BOOL SHGetSpecialFolderPathW(HWND, WCHAR* text, int folder, BOOL create) try {
   if (row == std::end(kFolderRows)) return FailWith(ERROR_PATH_NOT_FOUND);
   std::string native = FolderPath(*row);
   if (native.empty()) return FailWith(ERROR_PATH_NOT_FOUND);
+  const auto doubled = [](char a, char b) { return a == '/' && b == '/'; };
+  native.erase(std::unique(native.begin(), native.end(), doubled), native.end());
   qn::StripSlashes(&native);
   const std::u16string path = qn::PathFromNative(native);
   if (path.size() >= MAX_PATH) return FailWith(ERROR_FILENAME_EXCED_RANGE);

@@ -41,8 +41,8 @@ constexpr int CSIDL_FLAG_CREATE = 0x8000;
 QN_API BOOL SHGetSpecialFolderPathW(HWND owner, WCHAR* path, int folder, BOOL create);
 
 // Compares two names as file managers list them: by lstrcmpiW, but with runs of the digits 0 to 9 by their
-// value, whatever their length; of two equal values the one with more leading zeros comes first. Negative, 0
-// or positive; 0 only for names that lstrcmpiW does not tell apart.
+// value, whatever their length; names that differ in leading zeros alone by lstrcmpiW. Negative, 0 or
+// positive; 0 only for names that lstrcmpiW does not tell apart.
 QN_API int StrCmpLogicalW(const WCHAR* a, const WCHAR* b);
 
 }  // namespace qnplatform
