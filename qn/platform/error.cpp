@@ -4,7 +4,8 @@
 
 namespace {
 
-thread_local DWORD lastError = ERROR_SUCCESS;
+// In a signal too, where the first use of other thread-local memory might allocate.
+__attribute__((tls_model("initial-exec"))) constinit thread_local DWORD lastError = ERROR_SUCCESS;
 
 struct ErrnoRow {
   int error;

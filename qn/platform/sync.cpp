@@ -85,7 +85,9 @@ void LeaveCriticalSection(CRITICAL_SECTION* section) {
 }
 
 DWORD GetCurrentThreadId() {
-  static thread_local const DWORD id = static_cast<DWORD>(syscall(SYS_gettid));
+  // In a signal too, where the first use of other thread-local memory might allocate.
+  __attribute__((tls_model("initial-exec"))) constinit static thread_local DWORD id = 0;
+  if (id == 0) id = static_cast<DWORD>(syscall(SYS_gettid));
   return id;
 }
 
