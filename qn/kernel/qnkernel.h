@@ -66,7 +66,7 @@ QN_API BOOL QnGetOS(WCHAR* text, int size);
 QN_API BOOL QnIsOS64Bit();
 
 // Copies a value of a file's version text, such as "ProductVersion", in the first language that it comes in,
-// cut to `size` characters with the terminator. A file is a loaded module or a `.res` image, see
+// cut to `size` characters with the terminator. A file is a program, a library or a `.res` image, see
 // GetFileVersionInfoSizeW. With a size below 1 nothing is copied. 0, also for a value that is empty;
 // 0x8004E00A, with the buffer as it was, on every failure.
 QN_API HRESULT QnVersion_GetString(const WCHAR* path, const WCHAR* name, WCHAR* text, int size);

@@ -1,3 +1,5 @@
+#include <unistd.h>
+
 #include <mutex>
 #include <new>
 #include <utility>
@@ -17,6 +19,7 @@ struct Slot {
 };
 
 struct HandleTable {
+  const pid_t owner = getpid();
   std::vector<Slot> slots;
   std::vector<uint32_t> freeSlots;
 };
@@ -88,6 +91,8 @@ void ReleaseHandles() {
   // What stands in the table is closed outside of its lock.
   std::unique_ptr<HandleTable> table;
   const std::lock_guard guard(g_mutex);
+  // A fork's copies go with its process: closing them here could delete a file that the parent works with.
+  if (!g_table || g_table->owner != getpid()) return;
   table.reset(std::exchange(g_table, nullptr));
 }
 
