@@ -219,10 +219,11 @@ QN_API HRESULT QnCreateTempFileAndName(const WCHAR* folder, const WCHAR* extensi
 QN_API HRESULT QnCreateTempFileAndNameEx(const WCHAR* prefixPath, const WCHAR* folder, const WCHAR* extension,
                                          const WCHAR* format, WCHAR* text, int size);
 
-// Deletes the files of a folder that match a pattern of `*` and `?` without regard to case, with `recurse`
-// also those in all folders below; read-only ones too. Directories stay, and links to directories, which are
-// not followed; of another link only the link goes. Goes on after a failure. 1 if nothing failed, even if
-// nothing matched; 0 also for a folder that is missing and for a pattern that is empty or no plain name.
+// Deletes the files of a folder that match a pattern: `*` and `?` without regard to case, a name without them
+// as it is. With `recurse` also those in all folders below; read-only ones too. Directories stay, and links
+// to directories, which are not followed; of another link only the link goes. Goes on after a failure. 1 if
+// nothing failed, even if nothing matched; 0 also for a folder that is missing and for a pattern that is
+// empty or has a separator.
 QN_API BOOL QnDeleteFiles(const WCHAR* folder, const WCHAR* pattern, BOOL recurse);
 
 // Removes all files and directories below a directory, read-only ones too, and with `removeRoot` the
@@ -232,7 +233,7 @@ QN_API BOOL QnDeleteDirectoryTree(const WCHAR* path, BOOL removeRoot);
 
 // Moves or renames a folder: `to` is its new path, in a folder that exists. Across file systems it is copied,
 // and removed when the copy is whole: if the copy fails nothing has changed, and if the removal fails the
-// copy stays beside what is left of the folder.
+// copy stays beside what is left of the folder. A link to a folder moves as a link, within its file system.
 //   0             moved
 //   E_INVALIDARG  a null or empty path, a root, or a path that ends in "." or ".."
 //   0x8004E00A    there is no such folder
