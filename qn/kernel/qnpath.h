@@ -67,11 +67,10 @@ QN_API int QnReplaceExtensionOnPathNameEx(WCHAR* path, int size, const WCHAR* ex
 QN_API BOOL QnValidateFileName(WCHAR* name, BOOL repair);
 
 // A project keeps the paths of its files as they were (`base`); here one of them was found again (`path`).
-// The texts are compared from their ends, without regard to case, down to the first difference; the result
-// is the place in `base` behind the next `\` from there on, so that the common ending starts with a whole
-// name: "D:\x\music\a.wav" and "C:\proj\music\a.wav" give "music\a.wav" of the latter. Several `\` count as
-// one. If all of `path` is common and `base` has a `\` in front of it, the ending starts there:
-// "music\a.wav" gives the same place. Without anything in common it is the end of `base`, with a null
+// The texts are compared from their ends, without regard to case, down to the first character of `base` that
+// differs; the result is the place behind the next `\` from that character on, so that the common ending
+// starts with a whole name: "D:\x\music\a.wav", "music\a.wav" and "D:\newmusic\a.wav" give "music\a.wav" of
+// "C:\proj\music\a.wav". Several `\` count as one. Without a `\` there it is the end of `base`, with a null
 // argument `base` itself.
 QN_API const WCHAR* QnGetFileNamePtrRelative(const WCHAR* path, const WCHAR* base);
 

@@ -111,8 +111,8 @@ const WCHAR* QnGetFileNamePtrRelative(const WCHAR* path, const WCHAR* base) {
     --left;
     --place;
   }
-  // A path that is the whole ending starts with a whole name, if the folder in front of it ends there.
-  if (left == path && place > base && place[-1] == '\\') --place;
+  // The character that differs counts: if it is a `\`, what is behind it is common as a whole name.
+  if (place > base) --place;
   while (*place && *place != '\\') ++place;
   while (*place == '\\') ++place;
   return place;

@@ -1,5 +1,4 @@
 // File names as they are shown: fitted into a width.
-#include <algorithm>
 
 #include "qn/kernel/qnpath.h"
 #include "qn/kernel/qnpath_internal.h"
@@ -32,7 +31,6 @@ HRESULT FormatFor(HWND window, HFONT font, int width, const WCHAR* path, WCHAR* 
 
 HRESULT QnFilenameFormat(HDC dc, int width, const WCHAR* path, WCHAR* text, int size, int mode) {
   if (!path || !text || size < 1 || mode < kFileName || mode > kFittedWholePath) return E_INVALIDARG;
-  const int room = std::min(size, kShownCharacters);
   switch (static_cast<Mode>(mode)) {
     case kFileName:
       qn::CopyCut(QnGetFileNamePtrW(path), text, size);
@@ -41,10 +39,13 @@ HRESULT QnFilenameFormat(HDC dc, int width, const WCHAR* path, WCHAR* text, int 
       QnCalcPathEllipsisEx(dc, path, text, size, width);
       break;
     case kFittedFileName:
-    case kFittedWholePath:
-      qn::CopyCut(mode == kFittedFileName ? QnGetFileNamePtrW(path) : path, text, room);
-      QnCalcStringEllipsis(dc, text, room, width);
+    case kFittedWholePath: {
+      WCHAR shown[kShownCharacters];
+      qn::CopyCut(mode == kFittedFileName ? QnGetFileNamePtrW(path) : path, shown, kShownCharacters);
+      QnCalcStringEllipsis(dc, shown, kShownCharacters, width);
+      qn::CopyCut(shown, text, size);
       break;
+    }
     case kNothing:
       text[0] = 0;
       break;

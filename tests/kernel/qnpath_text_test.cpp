@@ -87,7 +87,7 @@ TEST(PathTextTest, PathsAreChangedInTheirRoom) {
 TEST(PathTextTest, FoldersAreExchanged) {
   const string letters(258, 'c');
   CheckRows(R"(behind C:\p\Mus\É 20 D:\x\MUS\é - C:\p\Mus\É 5  behind C:\y\\a 9 D:\xy\a - C:\y\\a 6
-    behind C:\b\a 9 b\A - C:\b\a 3  behind C:\b\a 9 c:\b\a - C:\b\a 3  behind C:\b 9 a - C:\b 4
+    behind C:\b\a 9 b\A - C:\b\a 3  behind C:\b\a 9 c:\b\a - C:\b\a 3  behind C:\b 9 a - C:\b 4  behind C:\p\a 9 D:\xa - C:\p\a 5
     front # 9 D:\m\a C:\p\M\a C:\p\ 5  front # 5 D:\m\a C:\p\M\a C:\p 5  front # 6 a C:\b C:\b\ 5
     front # 5 a C:\b C:\b 5  front # 9 a - - 0  exchange c:\a\x 9 C:\A\ D:\bcd\ D:\bcd\x 0
     exchange c:\a\x 8 C:\A\ D:\bcd\ - -2147467259  exchange c:\a 9 C:\A\ - - -2147467259)");
