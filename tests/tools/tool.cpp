@@ -31,6 +31,10 @@ ToolRun Qnwave(const std::vector<std::string>& arguments, const std::string& bef
   return Run(before + " " QNWAVE, arguments);
 }
 
+ToolRun Qnmetric(const std::vector<std::string>& arguments, const std::string& before) {
+  return Run(before + " " QNMETRIC, arguments);
+}
+
 ToolRun Qntext(const std::vector<std::string>& arguments, const std::string& before) {
   return Run(before + " " QNTEXT, arguments);
 }

@@ -8,7 +8,8 @@ namespace qntool {
 // Takes a language by its name, "de", "pt-BR" or "zh_TW". False, with nothing changed, for an unknown one.
 bool UseLanguage(std::string_view name);
 
-// Takes the language of the environment (LC_ALL, LC_MESSAGES, LC_NUMERIC, LANG).
-void UseLanguageOfEnvironment();
+// Takes the language that the user has saved for the tool (`qnmetric language TOOL none LANG`), or else that
+// of the environment (LC_ALL, LC_MESSAGES, LC_NUMERIC, LANG).
+void UseLanguageOfUser();
 
 }  // namespace qntool

@@ -4,15 +4,22 @@
 #include <cstdio>
 #include <cstring>
 
+#include "tools/common/failure.h"
+#include "tools/common/language.h"
 #include "tools/common/report.h"
 
 namespace qntool {
 namespace {
 
+constexpr Option kLanguage = {"lang", "LANG",
+                              "the language, such as de, pt-BR or zh_TW (default: the one that is saved, or "
+                              "that of the environment)"};
 constexpr Option kHelp = {"help", nullptr, "show this help and exit"};
 
 const Option* FindOption(const Command& command, std::string_view name) {
-  if (name == kHelp.name) return &kHelp;
+  for (const Option* const common : {&kLanguage, &kHelp}) {
+    if (name == common->name) return common;
+  }
   const auto found = std::find_if(command.options.begin(), command.options.end(),
                                   [&](const Option& o) { return name == o.name; });
   return found == command.options.end() ? nullptr : &*found;
@@ -56,6 +63,7 @@ void PrintHelp(const Command& command) {
   PrintWrapped(command.details, 0, 0);
   std::printf("\nOptions:\n");
   for (const Option& option : command.options) PrintOption(option);
+  PrintOption(kLanguage);
   PrintOption(kHelp);
 }
 
@@ -119,11 +127,21 @@ std::vector<std::string_view> Arguments::Values(std::string_view name) const {
 }
 
 int RunCommand(const Command& command, std::span<char* const> words) {
+  BecomeHost();
   const auto arguments = Arguments::Parse(command, words);
   if (!arguments) return kExitUsage;
-  if (!arguments->Has("help")) return command.run(*arguments);
-  PrintHelp(command);
-  return kExitOk;
+  if (arguments->Has("help")) {
+    PrintHelp(command);
+    return kExitOk;
+  }
+  const auto language = arguments->Value(kLanguage.name);
+  if (!language) {
+    UseLanguageOfUser();
+  } else if (!UseLanguage(*language)) {
+    ReportUsage(command.name, "unknown language " + Quoted(*language));
+    return kExitUsage;
+  }
+  return command.run(*arguments);
 }
 
 std::vector<std::string_view> Split(std::string_view text, char separator) {

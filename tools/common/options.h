@@ -38,7 +38,7 @@ struct Command {
 class Arguments {
  public:
   // Reads what follows the command's name. On a mistake reports it and returns nothing. A request for help
-  // is not carried out here: it is the switch "help".
+  // is not carried out here: it is the switch "help". Each command has "lang" too.
   static std::optional<Arguments> Parse(const Command& command, std::span<char* const> words);
 
   bool Has(std::string_view name) const { return values_.count(name) != 0; }
@@ -53,7 +53,7 @@ class Arguments {
   std::vector<std::string> operands_;
 };
 
-// Prints the help or runs the command; the exit code.
+// Prints the help, or takes the user's language and runs the command; the exit code.
 int RunCommand(const Command& command, std::span<char* const> words);
 
 // The number that a whole text spells, if it lies within the limits.

@@ -7,7 +7,6 @@
 #include "qn/platform/text.h"
 #include "qn/text/qnprint.h"
 #include "qn/text/qntimetext.h"
-#include "tools/common/language.h"
 #include "tools/common/options.h"
 #include "tools/common/report.h"
 #include "tools/common/time_format.h"
@@ -21,7 +20,6 @@ namespace {
 using namespace qntool;
 
 constexpr Option kOptions[] = {
-    {"lang", "LANG", "the language, such as de, pt-BR or zh_TW (default: that of the environment)"},
     {"token", "NAME=VALUE", "add a token, or give it another value; may be given several times"},
     {"tokens", nullptr, "show the tokens, separators and numbers of the language"},
     {"print-time", "FORMAT", "print the operands, times in units of 100 nanoseconds, in a time format"},
@@ -147,12 +145,6 @@ int Run(const Arguments& arguments) {
   if (showsTokens != operands.empty())
     return Usage(showsTokens ? "--tokens takes no operand" : "no format is given");
 
-  const auto language = arguments.Value("lang");
-  if (!language) {
-    UseLanguageOfEnvironment();
-  } else if (!UseLanguage(*language)) {
-    return Usage("unknown language " + Quoted(*language));
-  }
   for (const std::string_view token : arguments.Values("token")) {
     const size_t equals = token.find('=');
     const std::u16string name = qn::FromUtf8(token.substr(0, equals));

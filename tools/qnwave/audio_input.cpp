@@ -33,14 +33,14 @@ AudioFormat FormatOf(const WAVEFORMATEX& record) {
 
 OpenResult ReportUnreadable(const std::string& name, const Layout& layout) {
   if (layout.IsDamaged()) {
-    ReportError(name, QN_E_FILE_FORMAT,
-                layout.problems[0].text + " Try: qnwave repair " + Quoted(name) + ".");
+    ReportOpenError(name, QN_E_FILE_FORMAT,
+                    layout.problems[0].text + " Try: qnwave repair " + Quoted(name) + ".");
     return OpenResult::kDamaged;
   } else if (layout.container == Container::kUnknown || layout.container == Container::kOther) {
-    ReportError(name, QN_E_FILE_FORMAT, "This is no WAV, Wave64 or AIFF file.");
+    ReportOpenError(name, QN_E_FILE_FORMAT, "This is no WAV, Wave64 or AIFF file.");
   } else {
     const std::string format = layout.hasFormat ? DescribeFormat(layout.record) : "compressed or float AIFF";
-    ReportError(name, QN_E_FILE_UNSUPPORTED, "The format of the samples cannot be read: " + format + ".");
+    ReportOpenError(name, QN_E_FILE_UNSUPPORTED, "The format of the samples cannot be read: " + format + ".");
   }
   return OpenResult::kFailed;
 }
@@ -51,8 +51,8 @@ OpenResult JudgeDamage(const std::string& name, const Layout& layout) {
     return p.damage != Damage::kDataCut && p.damage != Damage::kFormSize;
   });
   if (cannotGo != layout.problems.end()) {
-    ReportError(name, QN_E_FILE_FORMAT,
-                cannotGo->text + " Try: qnwave repair " + Quoted(name) + ", or --to-end.");
+    ReportOpenError(name, QN_E_FILE_FORMAT,
+                    cannotGo->text + " Try: qnwave repair " + Quoted(name) + ", or --to-end.");
     return OpenResult::kDamaged;
   }
   for (const Problem& problem : layout.problems) ReportWarning(name, problem.text);
@@ -98,7 +98,7 @@ OpenResult OpenRawAudio(const std::string& name, const AudioFormat& format, uint
   if (!file) return OpenResult::kFailed;
   const uint64_t size = file.Size();
   if (offset > size) {
-    ReportError(name, QN_E_FILE_READ, "The file has " + Bytes(size) + ", fewer than the offset.");
+    ReportOpenError(name, QN_E_FILE_READ, "The file has " + Bytes(size) + ", fewer than the offset.");
     return OpenResult::kFailed;
   }
   *source = {name, format, offset, (size - offset) / format.FrameBytes()};

@@ -45,7 +45,7 @@ AudioOutput::~AudioOutput() {
 }
 
 bool AudioOutput::Fail(HRESULT status) {
-  ReportError(target_, status);
+  ReportError(target_, status, {}, qntool::kSavingFiles);
   return false;
 }
 
@@ -60,11 +60,11 @@ bool AudioOutput::Create(const std::string& target, Container container, const A
   const std::filesystem::file_status status = std::filesystem::status(target, error);
   if (std::filesystem::exists(status)) {
     if (!std::filesystem::is_regular_file(status)) {
-      ReportError(target, QN_E_FILE_CREATE, "The target is no regular file.");
+      ReportError(target, QN_E_FILE_CREATE, "The target is no regular file.", qntool::kSavingFiles);
       return false;
     }
     if (!overwrite) {
-      ReportError(target, QN_E_FILE_EXISTS, "The file exists already; --force overwrites it.");
+      ReportError(target, QN_E_FILE_EXISTS, "--force overwrites it.", qntool::kSavingFiles);
       return false;
     }
     if (access(target.c_str(), W_OK) != 0) return Fail(StatusFromErrno(E_ACCESSDENIED));
@@ -100,7 +100,7 @@ bool AudioOutput::CreateTemporary() {
     descriptor_ = open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
     if (descriptor_ < 0 && errno == EEXIST) continue;
     if (descriptor_ < 0 && (errno == ENOENT || errno == ENOTDIR)) {
-      ReportError(target_, QN_E_FILE_CREATE, "The file could not be created. Its folder does not exist.");
+      ReportError(target_, QN_E_FILE_CREATE, "Its folder does not exist.", qntool::kSavingFiles);
       return false;
     }
     if (descriptor_ < 0) return Fail(StatusFromErrno(QN_E_FILE_CREATE));

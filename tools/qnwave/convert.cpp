@@ -246,7 +246,8 @@ bool CheckSize(const Job& job) {
     return true;
   ReportError(job.target, QN_E_FILE_TOO_LARGE,
               "The file would have " + Bytes(WaveFileBytes(job.container, job.output, job.source.frames)) +
-                  ", and a WAV file ends at 4 GiB. Use Wave64: --container w64.");
+                  ", and a WAV file ends at 4 GiB. Use Wave64: --container w64.",
+              qntool::kSavingFiles);
   return false;
 }
 
@@ -261,7 +262,7 @@ int Convert(const Job& job, bool overwrite, bool quiet) {
     runner.Run(&progress);
   }
   if (InterruptSignal() != 0) {
-    ReportError(job.target, QN_E_CANCELLED, "Interrupted; nothing was written.");
+    ReportError(job.target, QN_E_CANCELLED, "Nothing was written.");
     return kExitInterruptedBase + InterruptSignal();
   }
   if (runner.Status() != S_OK) {

@@ -16,18 +16,21 @@ File Open(const std::string& name, DWORD access) {
   std::error_code ignored;
   const std::filesystem::file_status status = std::filesystem::status(name, ignored);
   if (std::filesystem::is_directory(status)) {
-    ReportError(name, QN_E_FILE_OPEN, "The file could not be opened. It is a directory.");
+    ReportOpenError(name, QN_E_FILE_OPEN, "It is a directory.");
     return File();
   }
   if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)) {
-    ReportError(name, QN_E_FILE_OPEN, "The file could not be opened. It is no regular file.");
+    ReportOpenError(name, QN_E_FILE_OPEN, "It is no regular file.");
     return File();
   }
   std::u16string path;
   if (!LibraryPath(name, &path)) return File();
   File file(CreateFileW(path.c_str(), access, FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL,
                         nullptr));
-  if (!file) ReportOpenError(name);
+  if (!file) {
+    const HRESULT reason = SystemStatus(QN_E_FILE_OPEN);
+    ReportOpenError(name, reason == QN_E_NOT_FOUND ? QN_E_FILE_OPEN : reason);
+  }
   return file;
 }
 
@@ -35,15 +38,15 @@ File Open(const std::string& name, DWORD access) {
 
 bool LibraryPath(const std::string& name, std::u16string* path) {
   if (name.empty()) {
-    ReportError("''", QN_E_FILE_NAME, "The file name is empty.");
+    ReportOpenError("''", QN_E_FILE_NAME, "The file name is empty.");
     return false;
   }
   if (name.find('\\') != std::string::npos) {
-    ReportError(name, QN_E_FILE_NAME, "A file whose name holds a backslash cannot be reached.");
+    ReportOpenError(name, QN_E_FILE_NAME, "A file whose name holds a backslash cannot be reached.");
     return false;
   }
   if (qn::ToUtf8(qn::FromUtf8(name)) != name) {
-    ReportError(name, QN_E_FILE_NAME, "A file whose name is not valid UTF-8 cannot be reached.");
+    ReportOpenError(name, QN_E_FILE_NAME, "A file whose name is not valid UTF-8 cannot be reached.");
     return false;
   }
   // The library drops a drive letter: a native name that starts like one is kept whole by its folder.

@@ -3,7 +3,6 @@
 #include <string>
 
 #include "qn/settings/qnstatus.h"
-#include "tools/common/language.h"
 #include "tools/common/options.h"
 #include "tools/common/time_format.h"
 #include "tools/qnwave/audio_input.h"
@@ -18,7 +17,6 @@ namespace {
 
 constexpr Option kOptions[] = {
     {"json", nullptr, "print an array with one JSON object for each file"},
-    {"lang", "LANG", "show numbers and times in the dress of a language, such as de, pt-BR or zh_TW"},
     {"time-format", "FORMAT", "show the duration as one of the forms that the manual lists"},
     kFrameRateOption,
     kTempoOption,
@@ -45,7 +43,7 @@ bool Inspect(const std::string& name, FileInfo* info) {
   info->layout = ReadLayout(file, name);
   const Layout& layout = info->layout;
   if (layout.container == Container::kUnknown || layout.container == Container::kOther) {
-    ReportError(name, QN_E_FILE_FORMAT, "This is no WAV, Wave64, RF64 or AIFF file.");
+    ReportOpenError(name, QN_E_FILE_FORMAT, "This is no WAV, Wave64, RF64 or AIFF file.");
     return false;
   }
   info->hasAudio = LocateAudio(name, layout, &info->audio);
@@ -212,15 +210,11 @@ int Run(const Arguments& arguments) {
     return kExitUsage;
   }
   const bool asJson = arguments.Has("json");
-  const auto language = arguments.Value("lang");
-  if (language && !qntool::UseLanguage(*language)) {
-    ReportUsage("info", "unknown language " + Quoted(*language));
-    return kExitUsage;
-  }
+  const bool dressed = arguments.Has("lang");
   // What another program reads is dressed for nobody.
-  if (language && !asJson) DressNumbers();
+  if (dressed && !asJson) DressNumbers();
   std::optional<_qnposfmt> timeFormat;
-  if (language || arguments.Has("time-format")) {
+  if (dressed || arguments.Has("time-format")) {
     std::string mistake;
     timeFormat = ReadTimeFormat(arguments, arguments.Value("time-format").value_or("time"), &mistake);
     if (!timeFormat) {

@@ -88,7 +88,7 @@ std::string WriteBackup(const std::string& name, const std::vector<uint8_t>& hea
         FlushFileBuffers(file.Get())) {
       return backup;
     }
-    ReportError(backup, SystemStatus(QN_E_FILE_WRITE));
+    ReportError(backup, SystemStatus(QN_E_FILE_WRITE), {}, qntool::kWritingFile);
     return std::string();
   }
   ReportError(name, QN_E_FILE_EXISTS, "There are too many backups of its header already.");

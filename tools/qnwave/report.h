@@ -1,10 +1,12 @@
-// What the tool says on its error output of a failed operation: the file, the reason in words and the status.
+// What the tool says on its error output of a failed operation: the file, what was going on, the reason and
+// the status.
 #pragma once
 
 #include <string>
 #include <string_view>
 
 #include "qn/platform/types.h"
+#include "tools/common/failure.h"
 #include "tools/common/report.h"
 
 namespace qnwave {
@@ -15,16 +17,15 @@ using qntool::ReportUsage;
 using qntool::ReportWarning;
 using qntool::Shown;
 
-// The sentence for a status.
-const char* StatusText(HRESULT status);
-
 // The status of the latest failed system operation, or `fallback` where that says no more.
 HRESULT SystemStatus(HRESULT fallback);
 
-// "qnwave: FILE: Sentence. (0x8004E008)"; the sentence is the status's own unless one is given.
-void ReportError(std::string_view file, HRESULT status, std::string_view sentence = {});
+// A failure about a file in the user's language (see tools/common/failure.h), with `details` of the tool's
+// own behind the reason.
+void ReportError(std::string_view file, HRESULT status, std::string_view details = {},
+                 ULONG_PTR context = qntool::kDuringOperation);
 
-// A file that could not be opened, from the latest system error.
-void ReportOpenError(std::string_view file);
+// A file that could not be opened or read for what it is.
+void ReportOpenError(std::string_view file, HRESULT status, std::string_view details = {});
 
 }  // namespace qnwave

@@ -1,0 +1,93 @@
+// qnmetric: what goes in comes out, nothing is replaced unasked; and the language that is saved for a tool.
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "tests/tools/tool.h"
+
+namespace qntest {
+namespace {
+
+class MetricTool : public ::testing::Test {
+ protected:
+  ToolRun Run(std::vector<std::string> words) const { return Qnmetric(words, registry_); }
+  std::string Out(std::vector<std::string> words) const {
+    const ToolRun run = Run(std::move(words));
+    EXPECT_EQ(run.exit, 0) << run.err;
+    return run.out;
+  }
+
+  const ScratchFolder folder_;
+  const std::string registry_ = "QNKERNEL_USER_REGISTRY=" + folder_.Native("user.sqlite");
+};
+
+TEST_F(MetricTool, StoresWhatItShowsAndReadsBack) {
+  using Row = std::tuple<std::vector<std::string>, const char*, const char*>;
+  for (const auto& [values, name, shown] :
+       {Row({"100"}, "5", "number 100"), Row({"0xFFFFFFFF"}, "6", "number -1"),
+        Row({"-2147483648"}, "7", "number -2147483648"),
+        Row({"\"Käse\"\t\\"}, "S5", "string \"\\\"Käse\\\"\\t\\\\\""), Row({""}, "S6", "string \"\""),
+        Row({"00 ff1A"}, "B5", "binary 00 ff 1a"), Row({"a", "b c"}, "Z5", "multi-string \"a\" \"b c\"")}) {
+    std::vector<std::string> words = {"set", "Studio", "2026.0", "--key", "Kernel", name, "--"};
+    words.insert(words.end(), values.begin(), values.end());
+    Out(words);
+    EXPECT_EQ(Out({"get", "Studio", "2026.0", "--key", "Kernel", name}), std::string(shown) + "\n");
+  }
+  Out({"set", "Studio", "none", "--type", "number", "Show = Tips", "1"});
+  EXPECT_EQ(Out({"list"}), "'Studio' 2026.0\n'Studio' none\n");
+  EXPECT_EQ(Out({"list", "Studio", "none"}), "\"Show = Tips\" = number 1\n");
+
+  const std::string file = folder_.Native("settings.txt");
+  Out({"export", "Studio", "2026.0", file});
+  EXPECT_EQ(Run({"export", "Studio", "2026.0", file}).exit, 1);
+  Out({"import", "Copy", "1.15", file});
+  EXPECT_EQ(Out({"list", "Copy", "1.15"}), Out({"list", "Studio", "2026.0"}));
+  Out({"delete", "Copy", "1.15", "--key", "Kernel", "5", "B5"});
+  EXPECT_EQ(Run({"get", "Copy", "1.15", "--key", "Kernel", "5"}).exit, 1);
+}
+
+TEST_F(MetricTool, ReplacesNothingOfAnotherTypeUnasked) {
+  Out({"set", "Studio", "1.0", "5", "100"});
+  EXPECT_NE(Run({"set", "Studio", "1.0", "5", "x", "--type", "string"}).err.find("it is number; --force"),
+            std::string::npos);
+  const std::string file = folder_.Native("settings.txt");
+  for (const char* text : {"4 = number 1\n5 = string \"x\"\n", "4 = number 1\n5 = number x\n"}) {
+    WriteFileBytes(file, Bytes(text, text + std::strlen(text)));
+    EXPECT_EQ(Run({"import", "Studio", "1.0", file}).exit, 1) << text;
+    EXPECT_EQ(Out({"list", "Studio", "1.0"}), "5 = number 100\n");
+  }
+  Out({"set", "Studio", "1.0", "5", "x", "--type", "string", "--force"});
+  EXPECT_EQ(Out({"get", "Studio", "1.0", "5"}), "string \"x\"\n");
+}
+
+TEST_F(MetricTool, RefusesMistakes) {
+  using Row = std::pair<std::vector<std::string>, const char*>;
+  for (const auto& [words, message] :
+       {Row({}, "no command"), Row({"list", "Studio"}, "give an application"),
+        Row({"get", "a\\b", "1.0", "5"}, "'a\\b' is no name"), Row({"get", "a", "1.16", "5"}, "no version"),
+        Row({"set", "a", "1.0", "x", "5"}, "--type tells"),
+        Row({"set", "a", "1.0", "5", "x"}, "'x' is no number"),
+        Row({"set", "a", "1.0", "B5", "0"}, "'0' is no binary"),
+        Row({"set", "a", "1.0", "5", "1", "2"}, "is no number"),
+        Row({"set", "a", "1.0", "5", "5", "--type", "text"}, "'text' is no type")}) {
+    const ToolRun run = Run(words);
+    EXPECT_EQ(run.exit, 2) << message;
+    EXPECT_NE(run.err.find(message), std::string::npos) << run.err;
+  }
+  EXPECT_EQ(List(folder_.Native("")), std::vector<std::string>());  // a look makes no file
+}
+
+TEST_F(MetricTool, SavesTheLanguageOfATool) {
+  const auto failure = [&](const std::vector<std::string>& words) { return Qnwave(words, registry_).err; };
+  const std::vector<std::string> words = {"info", folder_.Native("nothing.wav")};
+  EXPECT_NE(failure(words).find("The file could not be opened."), std::string::npos);
+  Out({"language", "qnwave", "none", "de"});
+  EXPECT_EQ(Out({"language", "qnwave", "none"}), "German\n");
+  const std::string german = failure(words);
+  EXPECT_NE(german.find("Datei"), std::string::npos) << german;
+  EXPECT_NE(german.find("(0x8004E007)"), std::string::npos) << german;
+  EXPECT_NE(failure({"info", "--lang", "en", words[1]}).find("The file could not"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace qntest
