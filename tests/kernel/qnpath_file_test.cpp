@@ -60,28 +60,27 @@ TEST(PathFile, WhatIsThere) {
       "echo text > a; touch .h; mkdir -p e/e d/e t n l; mkfifo fifo; ln -s no dead; touch d/x t/Thumbs.DB "
       "t/z n/a"
       " n/thumbs.db; ln -s ../../away l/link; ln -s ../away e2; cp a d/y; ln -s ../a d/z");
-  // A file, and one that is not hidden; an empty folder, with all below, but for thumbnails.
+  const HANDLE held = Open(is["in/a"], FILE_SHARE_READ);
+  // A file, and one that is not hidden; an empty folder, with all below, but for thumbnails; writable ones.
   std::string all;
   for (const char* name : {"a", ".h", "fifo", "dead", "no", "e2/kept.wav", "e/e/", "e", "d", "t", "n", "l"}) {
     const WCHAR* const path = is[std::string("in/") + name];
     for (const BOOL answer : {QnDoesFileExist(path, 0), QnDoesFileExist(path, 7), QnIsDirectoryEmpty(path),
-                              QnIsDirectoryEmptyRecursive(path, 0), QnIsDirectoryEmptyRecursive(path, 1)})
+                              QnIsDirectoryEmptyRecursive(path, 0), QnIsDirectoryEmptyRecursive(path, 1),
+                              QnIsDirectoryWritable(path)})
       all += Item(answer);
     all += std::string(" ") + name + " ";
   }
-  EXPECT_EQ(all,
-            "11000 a 10000 .h 00000 fifo 00000 dead 00000 no 11000 e2/kept.wav 00111 e/e/ 00011 e 00000 d "
-            "00001 t 00000 n 00000 l ");
   LONGLONG size = 7;
-  const HANDLE held = Open(is["in/a"], FILE_SHARE_READ);
-  is.Gives("0 5 8004E007 0 0 A 8004E00A 0 80070057 0 0 1 1 0 0 1 1 0",
-           {QnGetFileSizeByName(is["in/a"], &size), size, QnGetFileSizeByName(is["no"], &size), size,
-            QnGetDirectorySize(is["in"], &size), size, QnGetDirectorySize(is["no"], &size), size,
-            QnGetDirectorySize(is["in"], nullptr), QnIsDirectoryWritable(is["no"]),
-            QnIsDirectoryWritable(W("\\proc\\self")), QnIsDirectoryWritable(is["in/e/e"]),
-            QnIsDirectoryEmpty(is["in/e/e"]), QnIsDirectoryEmpty(is["in/e/e" + std::string(260, '/')]),
-            QnIsFileWritable(is["in/a"]), CloseHandle(held), QnIsFileWritable(is["in/a"]),
-            QnIsFileWritable(is["no"])});
+  is.Gives(
+      "110000 a 100000 .h 000000 fifo 000000 dead 000000 no 110000 e2/kept.wav 001111 e/e/ 000111 e 000001 d "
+      "000011 t 000001 n 000001 l  0 0 0 1 0 0 5 8004E007 0 0 A 8004E00A 0 80070057",
+      {all, QnIsDirectoryWritable(W("\\proc\\self")),
+       QnIsDirectoryEmpty(is["in/e/e" + std::string(260, '/')]), QnIsFileWritable(is["in/a"]),
+       QnIsFileWritable(is["in/.h"]), QnIsFileWritable(is["no"]), QnGetFileSizeByName(is["in/a"], &size),
+       size, QnGetFileSizeByName(is["no"], &size), size, QnGetDirectorySize(is["in"], &size), size,
+       QnGetDirectorySize(is["no"], &size), size, QnGetDirectorySize(is["in"], nullptr)});
+  CloseHandle(held);
 }
 
 TEST(PathFile, TextsOfThePlatform) {
