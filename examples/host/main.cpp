@@ -54,7 +54,7 @@ HRESULT ShowFile(const std::u16string& path) {
     return kNoSound;
   }
   WCHAR text[128];
-  QnCchPrintF(text, 128, nullptr, W("$(AppName): $d Hz, $I64d\n"), format->nSamplesPerSec, frames);
+  QnCchPrintF(text, 128, nullptr, W("$(AppName): $d Hz, $I64d frames\n"), format->nSamplesPerSec, frames);
   std::fputs(qn::ToUtf8(text).c_str(), stdout);
   std::free(format);
   return S_OK;
@@ -67,8 +67,7 @@ int main(int count, char** words) {
     std::fprintf(stderr, "usage: %s LCID FILE\n", words[0]);
     return 2;
   }
-  // The library has attached itself before main. If that failed it speaks English, but better no sound than
-  // half of it.
+  // The library has attached itself before main. This host does not go on without its texts.
   if (qn::AttachStatus() != S_OK) return 1;
 
   const HMODULE self = GetModuleHandleW(nullptr);

@@ -241,5 +241,18 @@ TEST(Example, RecordsATonePrintsItsPeak) {
   EXPECT_NEAR(std::stod(out.substr(out.find("peak ") + 5)), 0.5, 1e-4);
 }
 
+TEST(Example, HostTellsAFailureInItsLanguage) {
+  const ScratchFolder folder;
+  const std::string run = "XDG_CONFIG_HOME=" + folder.Native("") + " " EXAMPLE_HOST " 0x407 ";
+  std::string out;
+  EXPECT_EQ(RunCommand(run + "/no/such.wav 2>&1", &out), 1);
+  EXPECT_NE(out.find("Beim Zugriff auf die Projektmedien \\no\\such.wav"), std::string::npos) << out;
+  EXPECT_EQ(RunCommand(run + "/etc/passwd 2>&1", &out), 1);
+  EXPECT_NE(out.find("Example Host hears no sound"), std::string::npos) << out;
+  WriteFileBytes(folder.Native("one.wav"), WaveFile(Record(1, 1, 44'100, 16), Bytes(88'200)));
+  EXPECT_EQ(RunCommand(run + folder.Native("one.wav"), &out), 0);
+  EXPECT_EQ(out.substr(0, 24), "start 3\nExample Host: 44") << out;
+}
+
 }  // namespace
 }  // namespace qntest
