@@ -10,6 +10,7 @@
 #include <atomic>
 #include <csignal>
 #include <ctime>
+#include <iterator>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -28,11 +29,6 @@ using qntest::Bytes;
 using qntest::RunCommand;
 using qntest::ScratchFolder;
 
-constexpr DWORD kNotThere = INVALID_FILE_ATTRIBUTES;
-constexpr DWORD kNormal = FILE_ATTRIBUTE_NORMAL;
-constexpr DWORD kFolder = FILE_ATTRIBUTE_DIRECTORY;
-constexpr DWORD kLink = FILE_ATTRIBUTE_REPARSE_POINT;
-
 // 0 for success, else the last error.
 DWORD ErrorOf(BOOL succeeded) {
   return succeeded ? 0 : GetLastError();
@@ -44,6 +40,15 @@ FILETIME ToFileTime(uint64_t ticks) {
 
 uint64_t ToTicks(const FILETIME& time) {
   return uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime;
+}
+
+std::vector<std::string> Words(const std::string& text) {
+  std::istringstream stream(text);
+  return {std::istream_iterator<std::string>(stream), {}};
+}
+
+unsigned long Number(const std::string& text) {
+  return std::stoul(text, nullptr, 0);
 }
 
 // Runs shell commands in the folder.
@@ -99,6 +104,11 @@ class Variable {
   std::string before_;
 };
 
+// Where thousands of folders do not take the disk half a minute.
+const char* MemoryFolder() {
+  return access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
+}
+
 // A tree with all kinds of entries, and beside it "outside", which its links lead to.
 void MakeTree(const ScratchFolder& folder) {
   In(folder,
@@ -118,7 +128,7 @@ TEST(Tree, RemovesEntriesOfAllKindsAndNothingElse) {
   In(folder, "ln -s tree link");
   EXPECT_EQ(ErrorOf(qn::RemoveTree(folder.Path("link").c_str(), false)), ERROR_DIRECTORY);
   EXPECT_EQ(ErrorOf(qn::RemoveTree(folder.Path("link\\").c_str(), true)), 0u);
-  EXPECT_EQ(GetFileAttributesW(folder.Path("link").c_str()), kNotThere);
+  EXPECT_EQ(GetFileAttributesW(folder.Path("link").c_str()), INVALID_FILE_ATTRIBUTES);
   {
     // One file that is held does not keep the others.
     const OpenHandle held(folder.Path("tree/a/one"), GENERIC_READ, FILE_SHARE_READ);
@@ -137,17 +147,19 @@ TEST(Tree, LinksPutInTheWayAreNotFollowed) {
   const ScratchFolder folder;
   In(folder, "mkdir outside && cd outside && touch $(seq 50)");
   const std::string outside = Listing(folder, "outside");
-  const std::string first = folder.Native("tree/a");
-  const std::string second = folder.Native("tree/b");
+  const std::string tree = folder.Native("tree/");
   std::atomic<bool> stop = false;
   std::thread swapper([&] {
-    while (!stop) renameat2(AT_FDCWD, first.c_str(), AT_FDCWD, second.c_str(), RENAME_EXCHANGE);
+    for (int i = 0; !stop; i = (i + 1) % 40) {
+      const std::string name = tree + std::to_string(i);
+      renameat2(AT_FDCWD, name.c_str(), AT_FDCWD, (name + "link").c_str(), RENAME_EXCHANGE);
+    }
   });
-  for (int round = 0; round < 60; ++round) {
+  for (int round = 0; round < 8; ++round) {
     // Made where nobody swaps, and then put there.
     In(folder,
-       "mkdir -p new/a && ln -s ../outside new/b && cd new/a && mkdir 1 2 3 4 5 6 7 8 9 && mv ../../new "
-       "../../tree");
+       "mkdir new && cd new && for i in $(seq 0 39); do mkdir $i $i/x && ln -s ../outside ${i}link; done && "
+       "mv ../new ../tree");
     int tries = 0;
     while (!qn::RemoveTree(folder.Path("tree").c_str(), true) && tries < 10'000) ++tries;
   }
@@ -174,13 +186,10 @@ TEST(Tree, FailedCopyLeavesNothing) {
   const char* const rows[] = {"tree copy 223 100000", "tree tree/a/copy 87 -1", "tree there 183 -1",
                               "link copy 267 -1",     "missing copy 2 -1",      "tree missing/copy 3 -1"};
   for (const char* row : rows) {
-    std::istringstream fields(row);
-    std::string from, to;
-    DWORD error = 0;
-    int64_t most = 0;
-    fields >> from >> to >> error >> most;
-    const Limit size(RLIMIT_FSIZE, static_cast<rlim_t>(most));
-    EXPECT_EQ(ErrorOf(qn::CopyTree(folder.Path(from).c_str(), folder.Path(to).c_str())), error) << row;
+    const auto words = Words(row);
+    const Limit size(RLIMIT_FSIZE, Number(words[3]));
+    const bool copied = qn::CopyTree(folder.Path(words[0]).c_str(), folder.Path(words[1]).c_str());
+    EXPECT_EQ(ErrorOf(copied), Number(words[2])) << row;
   }
   const OpenHandle held(folder.Path("tree/a/b/two"), GENERIC_READ | GENERIC_WRITE, 0);
   const bool copied = qn::CopyTree(folder.Path("tree").c_str(), folder.Path("copy").c_str());
@@ -193,9 +202,8 @@ TEST(Tree, FailedCopyLeavesNothing) {
 
 TEST(Tree, DepthCostsNoDescriptors) {
   constexpr int kLevels = 3000;
-  // Thousands of folders take a disk half a minute.
   const ScratchFolder other;
-  const Variable temporary("TMPDIR", access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp");
+  const Variable temporary("TMPDIR", MemoryFolder());
   const ScratchFolder folder;
   int place = open(folder.Native("").c_str(), O_RDONLY | O_DIRECTORY);
   for (int i = 0; i < kLevels; ++i) {
@@ -271,40 +279,27 @@ TEST(Directory, AttributesOfLinksAndDevices) {
      "mkdir sub && echo 12345 > ro && chmod 444 ro && ln -s ro toFile && ln -s sub toFolder && touch .h && "
      "ln -s none dangling && ln -s loop loop && mkfifo fifo && ln -s fifo toFifo && touch -d @1000000000.5 "
      "ro");
-  const struct {
-    const char* name;
-    DWORD attributes;
-    DWORD deleted;  // the error of DeleteFileW
-  } rows[] = {{"sub", kFolder, ERROR_ACCESS_DENIED},
-              {"toFile", kLink | FILE_ATTRIBUTE_READONLY, 0},
-              {"toFolder", kLink | kFolder, 0},
-              {"dangling", kLink, 0},
-              {"loop", kLink, 0},
-              {"toFifo", kLink | FILE_ATTRIBUTE_DEVICE, 0},
-              {"fifo", FILE_ATTRIBUTE_DEVICE, 0},
-              {".h", FILE_ATTRIBUTE_HIDDEN, 0},
-              {"ro", FILE_ATTRIBUTE_READONLY, 0},
-              {"none", kNotThere, ERROR_FILE_NOT_FOUND}};
-  auto held = std::make_unique<OpenHandle>(folder.Path("ro"), GENERIC_READ, 0);
-  for (const auto& row : rows) {
-    const std::u16string path = folder.Path(row.name);
+  // Name, attributes, the errors of SetFileAttributesW and DeleteFileW.
+  const char* const rows[] = {"sub 0x10 0 5",       "toFile 0x401 0 0", "toFolder 0x410 0 0",
+                              "dangling 0x400 0 0", "loop 0x400 0 0",   "toFifo 0x440 0 0",
+                              "fifo 0x40 0 0",      ".h 2 0 0",         "ro 1 0 32",
+                              "none 0xFFFFFFFF 2 2"};
+  const OpenHandle held(folder.Path("ro"), GENERIC_READ, 0);
+  for (const char* row : rows) {
+    const auto words = Words(row);
+    const std::u16string path = folder.Path(words[0]);
     WIN32_FIND_DATAW data = {};
-    data.dwFileAttributes = kNotThere;
+    data.dwFileAttributes = INVALID_FILE_ATTRIBUTES;
     FindClose(FindFirstFileW(path.c_str(), &data));
-    EXPECT_EQ(data.dwFileAttributes, row.attributes) << row.name;
-    EXPECT_EQ(GetFileAttributesW(path.c_str()), row.attributes) << row.name;
-    if (row.name == std::string("toFile")) {
+    EXPECT_EQ(data.dwFileAttributes, Number(words[1])) << row;
+    EXPECT_EQ(GetFileAttributesW(path.c_str()), Number(words[1])) << row;
+    if (words[0] == "toFile") {
       EXPECT_EQ(data.nFileSizeLow, 6u);
       EXPECT_EQ(ToTicks(data.ftLastWriteTime), 126444736005000000u);
     }
-    if (row.name == std::string("ro")) {
-      EXPECT_EQ(ErrorOf(DeleteFileW(path.c_str())), ERROR_SHARING_VIOLATION);
-      held.reset();
-    } else {
-      // A link is changed and removed itself, even while the file is held.
-      EXPECT_EQ(ErrorOf(SetFileAttributesW(path.c_str(), kNormal)), row.deleted == 2 ? 2u : 0u) << row.name;
-    }
-    EXPECT_EQ(ErrorOf(DeleteFileW(path.c_str())), row.deleted) << row.name;
+    // A link is changed and removed itself, even while its file is held.
+    EXPECT_EQ(ErrorOf(SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL)), Number(words[2])) << row;
+    EXPECT_EQ(ErrorOf(DeleteFileW(path.c_str())), Number(words[3])) << row;
   }
 }
 
@@ -326,17 +321,15 @@ TEST(Directory, MakeMoveCopyRemove) {
       "copy new ro.txt 5",   "copy new sub 5",       "copy sub/fifo x 5",  "copy full/f x 32",
       "copy new full/f 32",  "copy new none/x 3",    "copy big new 223"};
   for (const char* row : rows) {
-    std::istringstream fields(row);
-    std::string what, first, second;
-    DWORD error = 0;
-    fields >> what >> first >> second >> error;
-    const std::u16string a = folder.Path(first);
-    const std::u16string b = folder.Path(second);
+    const auto words = Words(row);
+    const std::string& what = words[0];
+    const std::u16string a = folder.Path(words[1]);
+    const std::u16string b = folder.Path(words[2]);
     const BOOL done = what == "make"     ? CreateDirectoryW(a.c_str(), nullptr)
                       : what == "remove" ? RemoveDirectoryW(a.c_str())
                       : what == "move"   ? MoveFileW(a.c_str(), b.c_str())
                                          : CopyFileW(a.c_str(), b.c_str(), what == "copyNew");
-    EXPECT_EQ(ErrorOf(done), error) << row;
+    EXPECT_EQ(ErrorOf(done), Number(words[3])) << row;
   }
   EXPECT_EQ(Found(folder, "*"), ". .. big copied full link new old ro ro.txt sub ");
   In(folder, "cmp new old && cmp new copied && test -L link && test \"$(cat new)\" = new");
@@ -350,25 +343,24 @@ TEST(Directory, Paths) {
   const std::u16string here = qn::PathFromNative(folder.Native(""));
   const int before = open(".", O_PATH);
   ASSERT_EQ(chdir(folder.Native("").c_str()), 0);
-  const struct {
-    const WCHAR* path;
-    std::u16string full;  // behind the working directory if it starts with a letter
-    const WCHAR* part;
-  } rows[] = {{W("\\a\\..\\b"), u"\\b", W("b")},
-              {W("/a//./b/"), u"\\a\\b\\", nullptr},
-              {W("\\..\\.."), u"\\", nullptr},
-              {W("C:\\x"), u"\\x", W("x")},
-              {W("\\\\server\\\\share\\..\\f"), u"\\\\server\\f", W("f")},
-              {W("a\\."), u"a", W("a")},
-              {W("c:a\\b\\..\\c d."), u"a\\c d.", W("c d.")}};
-  for (const auto& row : rows) {
-    const std::u16string full = row.full[0] == u'\\' ? row.full : here + row.full;
+  // A path and its full form, which is behind the working directory if it starts with a letter.
+  const std::u16string rows[] = {u"\\a\\..\\b|\\b",
+                                 u"/a//./b/|\\a\\b\\",
+                                 u"\\..\\..|\\",
+                                 u"C:\\x|\\x",
+                                 u"a\\.|a",
+                                 u"\\\\server\\\\share\\..\\f|\\\\server\\f",
+                                 u"c:a\\b\\..\\c d.|a\\c d."};
+  for (const std::u16string& row : rows) {
+    const std::u16string path = row.substr(0, row.find(u'|'));
+    std::u16string full = row.substr(path.size() + 1);
+    if (full[0] != u'\\') full = here + full;
     const auto length = static_cast<DWORD>(full.size());
-    EXPECT_EQ(GetFullPathNameW(row.path, MAX_PATH, text, &part), length);
+    EXPECT_EQ(GetFullPathNameW(path.c_str(), MAX_PATH, text, &part), length);
     EXPECT_EQ(text, full);
-    EXPECT_EQ(part ? std::u16string(part) : u"", row.part ? row.part : u"");
+    EXPECT_EQ(part ? std::u16string(part) : u"", full.substr(full.rfind(u'\\') + 1));
     text[0] = u'?';
-    EXPECT_EQ(GetFullPathNameW(row.path, length, text, &part), length + 1);
+    EXPECT_EQ(GetFullPathNameW(path.c_str(), length, text, &part), length + 1);
     EXPECT_TRUE(text[0] == u'?' && !part);
   }
   ASSERT_EQ(fchdir(before), 0);
@@ -497,7 +489,7 @@ TEST(Shell, Folders) {
     WCHAR path[MAX_PATH] = W("?");
     EXPECT_EQ(SHGetSpecialFolderPathW(nullptr, path, row.id, FALSE), row.path.empty() ? FALSE : TRUE);
     EXPECT_EQ(path, row.path);
-    EXPECT_TRUE(!(row.id & CSIDL_FLAG_CREATE) || GetFileAttributesW(path) == kFolder);
+    EXPECT_TRUE(!(row.id & CSIDL_FLAG_CREATE) || GetFileAttributesW(path) == FILE_ATTRIBUTE_DIRECTORY);
   }
   In(folder, "test $(stat -c %a .local/share) = 700 && test ! -e Videos");
 }
