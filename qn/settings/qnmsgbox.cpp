@@ -128,7 +128,9 @@ HWND MsgBoxOwner(HWND window) {
     const std::lock_guard guard(g_lock);
     mainWindow = g_appData.mainWindow;
   }
-  return mainWindow ? GetLastActivePopup(mainWindow) : nullptr;
+  const HWND popup = mainWindow ? GetLastActivePopup(mainWindow) : nullptr;
+  // A main window of another toolkit, without a backend here, is still what a hook needs for a parent.
+  return popup ? popup : mainWindow;
 }
 
 MsgBoxHook CurrentMsgBoxHook() {

@@ -18,7 +18,7 @@
 //   format   the message, in the language of qnprint.h; formatted, to at most 2047 characters, only if it
 //            holds `%` or `$`, else shown as it is, of any length. The NoF forms take the message as it is
 //
-// All functions give the id of the button that closed the box, or what the hook answered in its place.
+// A box gives the id of the button that closed it, or what the hook answered in its place.
 //
 // Threads: boxes may open on any thread. The hook runs on the thread of the box; it changes on the thread of
 // _QnMsgBoxSetAppData alone.
@@ -59,15 +59,16 @@ constexpr int QNID_NOTOALL = 102;
 typedef int (*QNMSGBOXHOOK)(ULONGLONG hookData, HWND window, const WCHAR* text, const WCHAR* caption,
                             UINT flags);
 
-// Receives the text of each box that QnMsgBoxSetNoUIHook answers, as a hook would. It lives during the call.
+// Receives the text of each box that QnMsgBoxSetNoUIHook answers, as a hook would, and what it says of a box
+// that it cannot answer. It lives during the call.
 typedef void (*QNMSGBOXTEXT)(const WCHAR* text);
 
 extern "C" {
 
 // The application introduces itself, once, before it opens boxes: its module, the main window that owns boxes
 // without another owner, and its name, the caption of boxes without another one. The name is copied, at most
-// 127 characters of it. The calling thread is from now on the one that may set hooks; a hook set before is
-// gone. Always 1.
+// 127 characters of it (null: an empty name); module and window are only remembered. The calling thread is
+// from now on the one that may set hooks; a hook set before is gone. Always 1.
 QN_API int _QnMsgBoxSetAppData(HINSTANCE instance, HWND mainWindow, const WCHAR* appName);
 
 // Sets the hook in the place of any before it; null removes it. 1, or 0 with no change on any thread but that
@@ -84,7 +85,7 @@ QN_API int QnMsgBoxSetNoUIHook(QNMSGBOXTEXT result);
 // The system's box, with the results of MessageBoxW: 0 if it cannot be shown. It is centred by the library,
 // except with flags of exactly MB_SYSTEMMODAL | MB_ICONHAND and while another box is about to be. A null
 // caption is the application's name, which the other three always take. QnMsgBoxId's format is a string id of
-// `language`.
+// `language`; a missing one, or no handle, is an empty message.
 QN_API int QnMessageBox(HWND window, const WCHAR* text, const WCHAR* caption, UINT flags);
 QN_API int QnMsgBoxF(HWND window, UINT flags, const WCHAR* format, ...);
 QN_API int QnMsgBoxNoF(HWND window, UINT flags, const WCHAR* text);
@@ -99,7 +100,8 @@ QN_API int QnMsgBoxId(HQNLANG language, HWND window, UINT flags, UINT id, ...);
 //   linkTarget  where a click on the link leads; null or empty: nowhere
 //   linkText    the text of the link; null: the target. With both null there is no link
 // 0, with nothing shown and no hook asked, for QNMB_CHECK without `checkValue` and for bits 14 or 15 without
-// `details`; -1 if the box cannot be made.
+// `details`; -1 if the box cannot be made, which is so wherever no hook answers until the window layer is
+// there.
 QN_API int QnMsgBox_CustomF(HWND window, UINT flags, const WCHAR* details, const WCHAR* format, ...);
 QN_API int QnMsgBox_CustomNoF(HWND window, UINT flags, const WCHAR* details, const WCHAR* text);
 QN_API int QnMsgBox_TitledF(HWND window, UINT flags, const WCHAR* details, const WCHAR* caption,

@@ -111,6 +111,7 @@ std::span<const MsgBoxButton> MsgBoxButtons(DWORD flags) {
 }
 
 void PrepareMsgBox(MsgBoxRequest* request) {
+  request->detailsOpen = 0;
   if (MsgBoxButtons(request->flags).empty()) request->flags &= ~kMsgBoxSetBits;
   // "OK" alone can be cancelled: that means OK.
   request->noCancel =

@@ -24,6 +24,8 @@ struct MsgBoxAppData {
   ULONGLONG hookData = 0;
   WCHAR appName[128] = {};
 };
+static_assert(offsetof(MsgBoxAppData, mainWindow) == 16 && offsetof(MsgBoxAppData, hookData) == 32 &&
+              offsetof(MsgBoxAppData, appName) == 40);
 
 // A custom box, one per call; the order of the fields is public. All texts are plain: no records, no formats.
 struct MsgBoxRequest {
