@@ -251,7 +251,7 @@ TEST(Example, HostTellsAFailureInItsLanguage) {
   EXPECT_NE(out.find("Example Host hears no sound"), std::string::npos) << out;
   WriteFileBytes(folder.Native("one.wav"), WaveFile(Record(1, 1, 44'100, 16), Bytes(88'200)));
   EXPECT_EQ(RunCommand(run + folder.Native("one.wav"), &out), 0);
-  EXPECT_EQ(out.substr(0, 24), "start 3\nExample Host: 44") << out;
+  EXPECT_NE(out.find("start 3\nExample Host: 44"), std::string::npos) << out;
 }
 
 }  // namespace
