@@ -129,7 +129,8 @@ QN_API int QnQualifyPath(const WCHAR* path, WCHAR* text, int size);
 // rely on it.
 QN_API BOOL QnDoesFileExist(const WCHAR* path, BOOL hiddenCounts);
 
-// 1 if the file can be opened for writing now, beside other writers. Nothing is made or changed.
+// 1 if the file can be opened for writing now, sharing it with other writers but with no reader. Nothing is
+// made or changed.
 QN_API BOOL QnIsFileWritable(const WCHAR* path);
 
 // Whether a name matches a pattern, letter case included. Of each character only the low byte is compared.
