@@ -12,7 +12,8 @@
 #include "qn/platform/types.h"
 
 // A guard: it shows a window of another stream, the inner one, and keeps writes out of what lies before it.
-// Without an inner stream Read gives 0x8003001E, Write 0x8003001D, and the others STG_E_INVALIDFUNCTION.
+// Without an inner stream Read gives 0x8003001E, Write 0x8003001D; Seek, Stat and Clone
+// STG_E_INVALIDFUNCTION.
 //
 // A new guard has no window. Reads give nothing then, with the result 0, until one is switched on; writes
 // pass. Read cuts or zeroes at the window's end, as its mode says, and gives STG_E_ACCESSDENIED before the
@@ -21,7 +22,7 @@
 //
 // Seek counts from the start of the window as soon as the window is switched on or writes are guarded. It
 // refuses targets before the window and, in the strict mode and from STREAM_SEEK_END, behind its end. With
-// the window switched off, STREAM_SEEK_END is the end of the inner stream.
+// the window switched off, STREAM_SEEK_END is the end of the inner stream, which judges the target alone.
 //
 // Clone gives a guard in its first state on a clone of the inner stream; E_FAIL if that stream gives none.
 struct IQnProtectedStream : IStream {
@@ -33,7 +34,8 @@ struct IQnProtectedStream : IStream {
   virtual HRESULT SetMode(DWORD mode) = 0;
 
   // Takes another inner stream, of which a reference is held, and asks for its position. If that fails, with
-  // the status of that stream, or E_INVALIDARG for null, the guard has no inner stream.
+  // the status of that stream, or E_INVALIDARG for null, the guard has no inner stream. `inner` must not lead
+  // back to the guard.
   virtual HRESULT Attach(IStream* inner) = 0;
 
  protected:

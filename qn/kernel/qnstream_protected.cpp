@@ -53,7 +53,7 @@ class CQnProtectedStream final : public qn::CountedStream<CQnProtectedStream, IQ
   HRESULT Seek(LARGE_INTEGER offset, DWORD origin, ULARGE_INTEGER* newPosition) override {
     if (!stream_) return STG_E_INVALIDFUNCTION;
     HRESULT status = Locate();
-    if (FAILED(status)) return status;
+    if (FAILED(status) && origin == STREAM_SEEK_CUR) return status;
     const bool relative = windowEnabled_ || guardWrites_;
     if (!relative || (origin == STREAM_SEEK_END && !windowEnabled_)) {
       status = Move(offset, origin);
@@ -72,7 +72,6 @@ class CQnProtectedStream final : public qn::CountedStream<CQnProtectedStream, IQ
 
   HRESULT Clone(IStream** stream) override {
     if (!stream) return STG_E_INVALIDPOINTER;
-    *stream = nullptr;
     if (!stream_) return STG_E_INVALIDFUNCTION;
     IStream* inner = nullptr;
     HRESULT status = stream_->Clone(&inner);
@@ -81,7 +80,7 @@ class CQnProtectedStream final : public qn::CountedStream<CQnProtectedStream, IQ
     IQnProtectedStream* made = nullptr;
     status = QnProtectedStream_CreateFromStream(inner, &made);
     inner->Release();
-    *stream = made;
+    if (SUCCEEDED(status)) *stream = made;
     return status;
   }
 

@@ -63,8 +63,8 @@ template <typename Make>
 HRESULT OpenOn(HQNMETRIC* handleOut, Make make) {
   if (!handleOut) return E_INVALIDARG;
   auto* const handle = static_cast<HQNMETRIC>(GlobalAlloc(GPTR, sizeof(tQNMETRIC)));
-  *handleOut = handle;
   if (!handle) return E_OUTOFMEMORY;
+  *handleOut = handle;
   KeyPath path;
   const HRESULT status = make(&path);
   if (status != S_OK) return status;
@@ -184,7 +184,6 @@ HRESULT QnMetric_OpenAppVersion(HQNMETRIC* handleOut, const WCHAR* path, const W
 }
 
 HRESULT QnMetric_OpenSubKey(HQNMETRIC* handleOut, HQNMETRIC parent, const WCHAR* subKey) {
-  if (handleOut) *handleOut = nullptr;
   if (!IsHandle(parent) || !*parent->path) return E_FAIL;
   return OpenOn(handleOut, [&](KeyPath* path) {
     KeyPath above = {};

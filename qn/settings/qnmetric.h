@@ -32,6 +32,8 @@ typedef struct tQNMETRIC {
   WCHAR path[260];  // of `key`, under HKEY_CURRENT_USER
   HKEY key;         // null when it could not be opened
 } tQNMETRIC;
+static_assert(offsetof(tQNMETRIC, openedKey) == 520 && offsetof(tQNMETRIC, path) == 528);
+static_assert(offsetof(tQNMETRIC, key) == 1048 && sizeof(tQNMETRIC) == 1056);
 typedef tQNMETRIC* HQNMETRIC;
 
 // The library's own metrics, for all readers, QnSetMetric and QnSetMetricUsingName; to the other writers and
@@ -43,8 +45,8 @@ extern "C" {
 
 // Opens the metrics of an application, and makes the key if it is missing. The company is "Marlow Creative
 // Works", or the one given. `*handleOut` is a handle to be closed with QnMetric_Close also when the result is
-// a failure: one without a key then, which reads defaults and refuses writes. Only E_OUTOFMEMORY leaves null.
-// 0; the registry's error e as (e & 0xFFFF) | 0x80070000; E_INVALIDARG for a null `handleOut`.
+// a failure: one without a key then, which reads defaults and refuses writes. Only E_OUTOFMEMORY leaves it as
+// it was. 0; the registry's error e as (e & 0xFFFF) | 0x80070000; E_INVALIDARG for a null `handleOut`.
 QN_API HRESULT QnMetric_Open(HQNMETRIC* handleOut, const WCHAR* application, DWORD version,
                              const WCHAR* subKey);
 QN_API HRESULT QnMetric_OpenRegHiveAndVersion(HQNMETRIC* handleOut, const WCHAR* application, DWORD version,
@@ -54,7 +56,7 @@ QN_API HRESULT QnMetric_OpenRegHiveAndVersion(HQNMETRIC* handleOut, const WCHAR*
 QN_API HRESULT QnMetric_OpenAppVersion(HQNMETRIC* handleOut, const WCHAR* path, const WCHAR* subKey);
 
 // The same for a sibling of another handle's subkey: its path up to the first "\\Metrics" in it, with
-// "\\Metrics" and `subKey`. E_FAIL, and `*handleOut` null, if the parent is no handle or has no path.
+// "\\Metrics" and `subKey`. E_FAIL, with `*handleOut` as it was, if the parent is no handle or has no path.
 QN_API HRESULT QnMetric_OpenSubKey(HQNMETRIC* handleOut, HQNMETRIC parent, const WCHAR* subKey);
 
 // Closes a handle; null and QNMETRIC_DEFAULT are left alone. Always 0.
@@ -107,7 +109,7 @@ QN_API HRESULT QnSetMetricStream(HQNMETRIC handle, LONG id, IStream* stream);
 // one more behind the last. What is stored in more than 2 bytes gives its characters less one, for the
 // terminator. What is stored in 1 or 2 bytes is an empty text: with `emptyIsValue` it gives 0. Otherwise
 // `defaultText` is copied, cut to the room, and its length there returned; null is an empty text. The rest of
-// the room is zeroed, and a text in it always ends.
+// the room is zeroed, and its last character is always a terminator.
 QN_API int QnGetMetricStringEx(HQNMETRIC handle, LONG id, WCHAR* text, DWORD size, const WCHAR* defaultText,
                                BOOL emptyIsValue);
 QN_API int QnGetMetricMultiStringEx(HQNMETRIC handle, LONG id, WCHAR* text, DWORD size,

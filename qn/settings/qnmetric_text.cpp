@@ -12,14 +12,13 @@ int ReadText(HQNMETRIC handle, LONG id, DWORD type, WCHAR* text, DWORD size, con
   if (!text || size == 0) return 0;
   size = std::min<DWORD>(size, UINT32_MAX / kEnd);
   const DWORD bytes = qn::ReadMetric(handle, id, type, text, size * kEnd);
-  // What was stored without its terminators may fill the room.
-  const DWORD ends = std::min<DWORD>(size, type == REG_MULTI_SZ ? 2 : 1);
-  std::fill_n(text + size - ends, ends, WCHAR{0});
+  // What was stored without a terminator may fill the room.
+  text[size - 1] = 0;
   if (bytes > kEnd) return static_cast<int>(bytes / kEnd - 1);
   if (bytes != 0 && emptyIsValue) return 0;
 
   *text = 0;
-  return defaultText ? static_cast<int>(std::u16string_view(defaultText).copy(text, size - ends)) : 0;
+  return defaultText ? static_cast<int>(std::u16string_view(defaultText).copy(text, size - 1)) : 0;
 }
 
 }  // namespace
