@@ -1,12 +1,13 @@
 #!/usr/bin/env python3
 """Compiles the message catalogues into multilingual records.
 
-    compile_messages.py HEADER SOURCE TEMPLATE CATALOGUE...
+    compile_messages.py [--namespace NAME] [--include PATH] HEADER SOURCE TEMPLATE CATALOGUE...
 
-The template names each message: msgctxt is its name in the code, msgid its English text. The catalogues follow
+NAME is the namespace of the records, PATH the name by which the source includes the header. The template names each message: msgctxt is its name in the code, msgid its English text. The catalogues follow
 in the order of the language table. A message that a catalogue lacks, has as fuzzy or has for another English text
 falls back to English and is counted on the output.
 """
+import argparse
 import os
 import re
 import sys
@@ -100,10 +101,17 @@ def write_if_changed(path, text):
         file.write(text)
 
 
-def main(header, source, template, *catalogues):
-    messages = Catalogue(template).entries
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument('--namespace', default='qn::messages')
+    parser.add_argument('--include', default='qn/text/messages_internal.h')
+    for name in ('header', 'source', 'template'):
+        parser.add_argument(name)
+    parser.add_argument('catalogues', nargs='+')
+    options = parser.parse_args()
+    messages = Catalogue(options.template).entries
     declarations, table, records = [], [], []
-    languages = [(os.path.basename(path), Catalogue(path).entries) for path in catalogues]
+    languages = [(os.path.basename(path), Catalogue(path).entries) for path in options.catalogues]
     missing = dict.fromkeys((name for name, _ in languages), 0)
     for name, (english, _) in messages.items():
         texts = [english]
@@ -117,12 +125,12 @@ def main(header, source, template, *catalogues):
         lines = ',\n     '.join(literal(text) for text in texts)
         records.append(f'qnlang_t {name} = {{\n    QNLANG_MARKER, {len(texts)}, {{}},\n    {{{lines}}}}};\n')
 
-    write_if_changed(header, '// The messages as records. Made from the catalogues; do not edit.\n#pragma once\n\n'
-                     '#include "qn/text/qnlang.h"\n\nnamespace qn::messages {\n\n' + ''.join(declarations) +
-                     '\ninline constexpr qnlang_t* kAll[] = {\n' + ''.join(table) +
-                     '};\n\n}  // namespace qn::messages\n')
-    write_if_changed(source, '// Made from the catalogues; do not edit.\n#include "qn/text/messages_internal.h"\n\n'
-                     'namespace qn::messages {\n\n' + '\n'.join(records) + '\n}  // namespace qn::messages\n')
+    opening, closing = f'namespace {options.namespace} {{\n\n', f'}}  // namespace {options.namespace}\n'
+    write_if_changed(options.header, '// The messages as records. Made from the catalogues; do not edit.\n'
+                     '#pragma once\n\n#include "qn/text/qnlang.h"\n\n' + opening + ''.join(declarations) +
+                     '\ninline constexpr qnlang_t* kAll[] = {\n' + ''.join(table) + '};\n\n' + closing)
+    write_if_changed(options.source, '// Made from the catalogues; do not edit.\n'
+                     f'#include "{options.include}"\n\n' + opening + '\n'.join(records) + '\n' + closing)
     for language, count in missing.items():
         if count:
             print(f'{language}: {count} of {len(messages)} messages fall back to English')
@@ -131,4 +139,4 @@ def main(header, source, template, *catalogues):
             print(f'{language}: the template has no message {name}')
 
 
-main(*sys.argv[1:])
+main()
