@@ -178,8 +178,8 @@ TEST_F(MetricTest, Texts) {
   EXPECT_EQ(QnSetMetricString(metrics_, 4, u"abc") | QnSetMetricMultiString(metrics_, 4, u"a\0bc\0", 6), 0);
   EXPECT_EQ(QnGetMetricStringEx(metrics_, 4, text, 4, nullptr, 0), 3);
   EXPECT_EQ(QnGetMetricMultiStringEx(metrics_, 4, text, 8, nullptr, 0), 5);
-  EXPECT_EQ(QnGetMetricMultiStringEx(metrics_, 40, text, 3, u"ab", 0), 2);  // fills the room but for one
   EXPECT_EQ(Text(text, 8), Text(u"a\0bc\0\0\0", 8));
+  EXPECT_EQ(QnGetMetricMultiStringEx(metrics_, 40, text, 3, u"ab", 0), 2);  // fills the room but for one
 }
 
 TEST_F(MetricTest, AnyAndBinary) {
