@@ -66,11 +66,12 @@ void Detach(HINSTANCE instance) {
 // The loader runs these two. The state that they touch is there before any code runs and has no destructors,
 // which at the end of a process run before detach.
 __attribute__((constructor)) void Load() {
-  qn::KeepLibraries();
+  qn::PrepareUnload();
   qn::DllMain(ModuleFromAddress(&g_steps), qn::DLL_PROCESS_ATTACH, nullptr);
 }
 
 __attribute__((destructor)) void Unload() {
+  if (qn::IsForkedCopy()) return;
   qn::DllMain(ModuleFromAddress(&g_steps), qn::DLL_PROCESS_DETACH, nullptr);
   qn::ReleaseHandles();
   qn::ReleaseRegistry();
@@ -121,8 +122,10 @@ HRESULT _QnKernel_SetAppName(const WCHAR* name) {
   constexpr HRESULT kCut = static_cast<HRESULT>(0x8007007A);
   if (!name) return E_INVALIDARG;
   const std::u16string_view text = name;
-  g_AppName[text.copy(g_AppName, std::size(g_AppName) - 1)] = 0;
-  return text.size() < std::size(g_AppName) ? S_OK : kCut;
+  const size_t length = std::min(text.size(), std::size(g_AppName) - 1);
+  std::char_traits<WCHAR>::move(g_AppName, text.data(), length);  // it may be a part of the name
+  g_AppName[length] = 0;
+  return length == text.size() ? S_OK : kCut;
 }
 
 const WCHAR* QnKernel_GetAppName() {

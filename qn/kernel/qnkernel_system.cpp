@@ -183,7 +183,7 @@ BOOL QnIsOS64Bit() {
 HRESULT QnVersion_GetString(const WCHAR* path, const WCHAR* name, WCHAR* text, int size) {
   VersionBlock block;
   std::u16string_view value;
-  if (!path || !name || (!text && size > 0)) return QN_E_NOT_FOUND;
+  if (!path || !name || !*name || (!text && size > 0)) return QN_E_NOT_FOUND;
   if (!block.Read(path) || !block.FindText(name, &value)) return QN_E_NOT_FOUND;
   int length = 0;
   if (size > 0) Append(text, size, &length, value);

@@ -106,6 +106,7 @@ struct Registration {
 
 // The table lives in plain memory without a destructor: libraries register before the constructors of this
 // one have run and take back after its destructors have.
+constinit pid_t loader = 0;  // the process that loaded the library
 constinit std::mutex lock;
 constinit Registration* registrations = nullptr;
 constinit size_t count = 0;
@@ -158,7 +159,13 @@ DWORD GetModuleFileNameW(HMODULE handle, WCHAR* path, DWORD size) try {
 
 BOOL RegisterModuleResources(HMODULE module, const void* image, SIZE_T bytes) {
   if (!module) module = Executable();
-  const std::lock_guard guard(lock);
+  // A module that goes in a fork does not wait for a lock that no thread may hold any more.
+  std::unique_lock guard(lock, std::defer_lock);
+  if (image || !qn::IsForkedCopy()) {
+    guard.lock();
+  } else if (!guard.try_lock()) {
+    return qn::FailWith(ERROR_BUSY);
+  }
   Registration* const end = registrations + count;
   Registration* place =
       std::find_if(registrations, end, [&](const Registration& row) { return row.module == module; });
@@ -211,7 +218,8 @@ HMODULE FindModuleByPath(const std::string& path) {
   });
 }
 
-void KeepLibraries() {
+void PrepareUnload() {
+  loader = getpid();
   const auto keepThatOf = [](auto* function) {
     Dl_info info;
     if (!dladdr(reinterpret_cast<const void*>(function), &info)) return;
@@ -221,6 +229,10 @@ void KeepLibraries() {
   keepThatOf(u_strlen);
   keepThatOf(ucol_open);
   keepThatOf(sqlite3_open_v2);
+}
+
+bool IsForkedCopy() {
+  return loader != 0 && loader != getpid();
 }
 
 }  // namespace qn

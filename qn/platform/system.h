@@ -2,7 +2,7 @@
 //
 // The version is that of the published interface which this platform layer follows, 10.0 build 22000, and not
 // the Linux kernel's: a host asks for a level to learn whether it may rely on what came with it, and all
-// levels that can be asked for name systems older than the one at hand.
+// levels that can be asked for name systems no newer than the one at hand.
 #pragma once
 
 #include "qn/platform/types.h"

@@ -12,8 +12,13 @@ void ReleaseHandles();
 void ReleaseRegistry();
 void ReleaseCollation();
 
-// Keeps the libraries that this one stands on loaded for the rest of the process. They hold caches in memory
-// that they do not give back when they are unloaded, so that each coming and going would cost it once more.
-void KeepLibraries();
+// To be called when the library is loaded. Keeps the libraries that this one stands on loaded for the rest of
+// the process: they hold caches in memory that they do not give back when they are unloaded, so that each
+// coming and going would cost it once more.
+void PrepareUnload();
+
+// True in a child that another thread's fork made of the process that loaded the library. What its unloading
+// would take may be held for good by threads that the child does not have, and goes with the child anyway.
+bool IsForkedCopy();
 
 }  // namespace qn

@@ -25,8 +25,11 @@ class VersionResource {
   // False with the last error when the path leads to none.
   bool Open(const WCHAR* path) {
     if (!path) return FailWith(ERROR_INVALID_PARAMETER);
-    if (const HMODULE module = qn::FindModuleByPath(qn::PathToNative(path))) {
-      return FindIn(qn::FindModuleImage(module));
+    const HMODULE module = qn::FindModuleByPath(qn::PathToNative(path));
+    // What has registered with another copy of the library has its file all the same.
+    if (const qn::ResourceImage image = module ? qn::FindModuleImage(module) : qn::ResourceImage{};
+        image.bytes) {
+      return FindIn(image);
     }
     constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
     const HANDLE file = CreateFileW(path, GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr);

@@ -14,7 +14,7 @@ constexpr WCHAR kCompany[] = W("Marlow Creative Works");
 constexpr WCHAR kKernelPath[] = W("Software\\Marlow Creative Works\\Marlow Studio\\2026.0\\Metrics\\Kernel");
 constexpr WCHAR kMetrics[] = W("\\Metrics");
 
-constinit std::atomic<bool> g_kernelMetricsClosed = false;
+constinit std::atomic<bool> g_kernelMetricsOpen = false;
 
 // Where a path failed to be made it is empty: a cut one would be another application's.
 struct KeyPath {
@@ -116,12 +116,12 @@ bool IsHandle(HQNMETRIC handle) {
 namespace qn {
 
 HRESULT OpenKernelMetrics() {
-  g_kernelMetricsClosed = false;
+  g_kernelMetricsOpen = true;
   return S_OK;
 }
 
 void CloseKernelMetrics() {
-  g_kernelMetricsClosed = true;
+  g_kernelMetricsOpen = false;
 }
 
 HRESULT RegistryStatus(LSTATUS error) {
@@ -136,7 +136,7 @@ MetricKey::MetricKey(HQNMETRIC handle, Use use) {
   if (IsHandle(handle)) {
     key_ = handle->key;
     exists_ = key_ != nullptr;
-  } else if (handle && use != Use::kWriteNotDefault && !g_kernelMetricsClosed) {
+  } else if (handle && use != Use::kWriteNotDefault && g_kernelMetricsOpen) {
     const LSTATUS error = use == Use::kRead
                               ? RegOpenKeyExW(HKEY_CURRENT_USER, kKernelPath, 0, KEY_READ, &key_)
                               : RegCreateKeyW(HKEY_CURRENT_USER, kKernelPath, &key_);
