@@ -18,7 +18,7 @@ namespace {
 struct Mapping {
   uintptr_t start, end;
   uintptr_t base;  // where the first of the mappings begins that belong together
-  bool isUsable, isExecutable;
+  bool isUsable, isReadable, isExecutable;
   uint64_t offset, major, minor, inode;  // the file; an inode of 0 is none
   std::string_view path;                 // until the next one is read
 
@@ -67,6 +67,7 @@ class MappingWalk {
     if (static_cast<size_t>(end - place) < kRights) return false;
     const std::string_view rights(place, kRights);
     mapping->isUsable = rights.substr(0, 3) != "---";
+    mapping->isReadable = rights[0] == 'r';
     mapping->isExecutable = rights[2] == 'x';
     place += kRights;
     number(&mapping->offset, 16);
@@ -134,6 +135,19 @@ namespace qn {
 bool IsUsable(uintptr_t address) {
   Mapping mapping;
   return FindMapping(address, &mapping) && mapping.isUsable;
+}
+
+bool IsReadable(uintptr_t first, uintptr_t last) {
+  MappingWalk walk;
+  Mapping mapping;
+  bool isListed = false;
+  for (; walk.Next(&mapping); isListed = true) {
+    if (mapping.end <= first) continue;
+    if (first < mapping.start || !mapping.isReadable) return false;
+    if (last < mapping.end) return true;
+    first = mapping.end;
+  }
+  return !isListed;
 }
 
 }  // namespace qn

@@ -8,4 +8,7 @@ namespace qn {
 // Whether an address lies in memory that the process may use in some way; the guard pages of stacks are not.
 bool IsUsable(uintptr_t address);
 
+// Whether all bytes from `first` to `last` lie in memory that may be read; true if the kernel lists none.
+bool IsReadable(uintptr_t first, uintptr_t last);
+
 }  // namespace qn

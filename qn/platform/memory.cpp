@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "qn/platform/error_internal.h"
+#include "qn/platform/mapping_internal.h"
 
 namespace {
 
@@ -190,8 +191,8 @@ BOOL IsBadReadPtr(const void* address, SIZE_T bytes) {
     const iovec local = {&byte, 1};
     const iovec remote = {reinterpret_cast<void*>(at), 1};
     if (process_vm_readv(getpid(), &local, 1, &remote, 1, 0) == 1) continue;
-    if (errno == EFAULT) return TRUE;
-    return FALSE;  // the kernel refuses to tell: the pointer counts as good
+    // A sandbox may refuse the call, not the list of the mappings.
+    return errno == EFAULT || !qn::IsReadable(at, last);
   }
 }
 
