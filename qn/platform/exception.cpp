@@ -39,11 +39,19 @@ struct Frame {
   sigjmp_buf jump;
 };
 
+// An exception on its way through the filters.
+struct Inquiry {
+  const siginfo_t& info;
+  ucontext_t& context;
+  LONG answer = EXCEPTION_CONTINUE_SEARCH;
+  Frame* handling = nullptr;  // the frame whose filter handles it
+};
+
 // What the signal handler knows of its thread. The first use of other thread-local memory may allocate, which
 // a signal handler must not.
 struct ThreadState {
   Frame* innermost;
-  bool isFiltering;
+  Inquiry* inquiry;  // while the filters are asked
 };
 __attribute__((tls_model("initial-exec"))) constinit thread_local ThreadState thread = {};
 
@@ -53,6 +61,47 @@ Frame::~Frame() {
 
 constinit std::atomic<LPTOP_LEVEL_EXCEPTION_FILTER> processFilter = nullptr;
 constinit std::atomic<CRASH_REPORTER> crashReporter = nullptr;
+
+// A stack of our own, above a page that nothing may use. This record lies at its top.
+struct MappedStack {
+  stack_t Usable() {
+    stack_t usable = {};
+    usable.ss_sp = bottom;
+    usable.ss_size = static_cast<size_t>(reinterpret_cast<uint8_t*>(this) - bottom);
+    return usable;
+  }
+
+  void* memory;
+  size_t size;
+  uint8_t* bottom;
+};
+constexpr size_t kStackSize = 256 << 10;
+
+template <typename Stack>
+Stack* MapStack() {
+  const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+  const size_t size = kStackSize + 2 * page;
+  void* const memory =
+      mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_STACK, -1, 0);
+  if (memory == MAP_FAILED) return nullptr;
+  if (mprotect(memory, page, PROT_NONE) != 0) {
+    munmap(memory, size);
+    return nullptr;
+  }
+  auto* const bytes = static_cast<uint8_t*>(memory);
+  return new (bytes + size - sizeof(Stack)) Stack{{memory, size, bytes + page}};
+}
+
+// The stack for filters where a signal has come on one that is too small for them. The two states are here,
+// for they are too large for a small stack, too.
+struct FilterStack : MappedStack {
+  ucontext_t handler = {};
+  ucontext_t filters = {};
+};
+constinit std::atomic<FilterStack*> idleFilterStack = nullptr;
+
+// Filters that show a message need half of it.
+constexpr size_t kFilterRoom = 160 << 10;
 
 // From a signal to the exception's record.
 
@@ -190,32 +239,70 @@ void PassOn(siginfo_t* info, void* context) {
   }
 }
 
-// The answer of the filters, the innermost first; one of a frame that handles the exception does not return.
-LONG AskFilters(EXCEPTION_POINTERS* pointers) {
-  thread.isFiltering = true;
-  LONG answer = EXCEPTION_CONTINUE_SEARCH;
-  for (Frame* frame = thread.innermost; frame && answer == EXCEPTION_CONTINUE_SEARCH; frame = frame->outer) {
-    answer = frame->filter(pointers, frame->data);
-    if (answer <= 0) continue;
-    thread.isFiltering = false;
-    siglongjmp(frame->jump, 1);
-  }
-  const LPTOP_LEVEL_EXCEPTION_FILTER outermost = processFilter;
-  if (answer == EXCEPTION_CONTINUE_SEARCH && outermost) answer = outermost(pointers);
-  thread.isFiltering = false;
-  return answer;
+// What is left of the stack in use. A mapping that grows by itself counts as it is.
+size_t StackRoom() {
+  const auto here = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
+  stack_t alternate;
+  sigaltstack(nullptr, &alternate);
+  if (alternate.ss_flags & SS_ONSTACK) return here - reinterpret_cast<uintptr_t>(alternate.ss_sp);
+  MEMORY_BASIC_INFORMATION own;
+  if (!VirtualQuery(reinterpret_cast<const void*>(here), &own, sizeof(own))) return 0;
+  return here - reinterpret_cast<uintptr_t>(own.BaseAddress);
 }
 
-// It takes no lock, so threads that fail at once each ask their own filters.
+// Asks the filters of the thread's inquiry, the innermost first.
+void AskFilters() {
+  Inquiry& inquiry = *thread.inquiry;
+  LONG& answer = inquiry.answer;
+  EXCEPTION_RECORD record = Describe(inquiry.info, inquiry.context);
+  EXCEPTION_POINTERS pointers = {&record, reinterpret_cast<CONTEXT*>(&inquiry.context)};
+  for (Frame* frame = thread.innermost; frame && answer == EXCEPTION_CONTINUE_SEARCH; frame = frame->outer) {
+    answer = frame->filter(&pointers, frame->data);
+    if (answer > 0) inquiry.handling = frame;
+  }
+  const LPTOP_LEVEL_EXCEPTION_FILTER outermost = processFilter;
+  if (answer == EXCEPTION_CONTINUE_SEARCH && outermost) answer = outermost(&pointers);
+}
+
+// The small stack has no signals meanwhile: they would begin it anew, over the handler that waits on it.
+void AskOnFilterStack() {
+  stack_t none = {}, small;
+  none.ss_flags = SS_DISABLE;
+  sigaltstack(&none, &small);
+  AskFilters();
+  sigaltstack(&small, nullptr);
+}
+
+// Nobody is asked if another thread has the stack.
+void SwitchAndAskFilters() {
+  FilterStack* const stack = idleFilterStack.exchange(nullptr);
+  if (!stack) return;
+  getcontext(&stack->filters);
+  stack->filters.uc_stack = stack->Usable();
+  stack->filters.uc_link = &stack->handler;
+  makecontext(&stack->filters, AskOnFilterStack, 0);
+  swapcontext(&stack->handler, &stack->filters);
+  idleFilterStack = stack;
+}
+
+// It takes no lock, so threads that fail at once each ask their own filters. Its own needs are small: it may
+// find itself on a stack of a few kilobytes.
 void OnSignal(int, siginfo_t* info, void* context) noexcept {
   const int error = errno;
   const bool isException = info->si_code > 0;
-  if (isException && thread.isFiltering) return TakeDefault(info);
+  if (isException && thread.inquiry) return TakeDefault(info);
   LONG answer = EXCEPTION_CONTINUE_SEARCH;
   if (isException && (thread.innermost || processFilter.load())) {
-    EXCEPTION_RECORD record = Describe(*info, *static_cast<const ucontext_t*>(context));
-    EXCEPTION_POINTERS pointers = {&record, static_cast<CONTEXT*>(context)};
-    answer = AskFilters(&pointers);
+    Inquiry inquiry = {*info, *static_cast<ucontext_t*>(context)};
+    thread.inquiry = &inquiry;
+    if (StackRoom() >= kFilterRoom) {
+      AskFilters();
+    } else {
+      SwitchAndAskFilters();
+    }
+    thread.inquiry = nullptr;
+    if (inquiry.handling) siglongjmp(inquiry.handling->jump, 1);
+    answer = inquiry.answer;
   }
   if (answer > 0) TakeDefault(info);
   if (answer == EXCEPTION_CONTINUE_SEARCH) PassOn(info, context);
@@ -226,6 +313,21 @@ void OnSignal(int, siginfo_t* info, void* context) noexcept {
 
 constinit std::mutex lock;
 constinit int users = 0;  // threads inside CallWithExceptionFilter, and the filter of the process
+constinit bool hasFilterStack = false;
+
+// Where filters run just now the stack stays, until the next change.
+void UpdateFilterStack() {
+  if (users > 0 && !hasFilterStack) {
+    FilterStack* const stack = MapStack<FilterStack>();
+    hasFilterStack = stack != nullptr;
+    idleFilterStack = stack;
+  } else if (users <= 0) {
+    FilterStack* const stack = idleFilterStack.exchange(nullptr);
+    if (!stack) return;
+    hasFilterStack = false;
+    munmap(stack->memory, stack->size);
+  }
+}
 
 // Puts the handlers in while they have users, and else takes them off. Where another handler lies over ours
 // it stays: it may call ours, which then only passes on.
@@ -247,18 +349,15 @@ void UpdateHandlers() {
     handler.isInstalled = true;
     sigaction(handler.signal, &ours, nullptr);
   }
+  UpdateFilterStack();
 }
 
-// An alternate stack for signals, without which an overflow of the thread's own ends the process at once. Its
-// record lies at its top; below is a page that nothing may use.
-struct SignalStack {
-  void* memory;
-  size_t size;
-  stack_t before;
-  int users;
-  bool isProcessFilters;  // SetUnhandledExceptionFilter is one of the users
+// An alternate stack for signals, without which an overflow of the thread's own ends the process at once.
+struct SignalStack : MappedStack {
+  stack_t before = {};
+  int users = 0;
+  bool isProcessFilters = false;  // SetUnhandledExceptionFilter is one of the users
 };
-constexpr size_t kSignalStackSize = 256 << 10;
 
 // A key instead of a thread-local object with a destructor, which would keep the library from being unloaded.
 constinit pthread_key_t stackKey = 0;
@@ -288,19 +387,12 @@ SignalStack* AcquireSignalStack() {
   if (!stack) {
     stack_t before;
     sigaltstack(nullptr, &before);
-    if (!(before.ss_flags & SS_DISABLE) && before.ss_size >= kSignalStackSize) return nullptr;
-    const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-    const size_t size = kSignalStackSize + 2 * page;
-    void* const memory =
-        mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_STACK, -1, 0);
-    if (memory == MAP_FAILED) return nullptr;
-    auto* const bytes = static_cast<uint8_t*>(memory);
-    stack = new (bytes + size - sizeof(SignalStack)) SignalStack{memory, size, before, 0, false};
-    stack_t own = {};
-    own.ss_sp = bytes + page;
-    own.ss_size = size - page - sizeof(SignalStack);
-    if (mprotect(memory, page, PROT_NONE) != 0 || sigaltstack(&own, nullptr) != 0 ||
-        pthread_setspecific(stackKey, stack) != 0) {
+    if (!(before.ss_flags & SS_DISABLE) && before.ss_size >= kStackSize) return nullptr;
+    stack = MapStack<SignalStack>();
+    if (!stack) return nullptr;
+    stack->before = before;
+    const stack_t own = stack->Usable();
+    if (sigaltstack(&own, nullptr) != 0 || pthread_setspecific(stackKey, stack) != 0) {
       DropSignalStack(stack);
       return nullptr;
     }

@@ -6,6 +6,12 @@
 // and GetModuleFileNameA, allocate nothing and take no lock. Threads that fail at once each ask their own
 // filters. A filter that fails itself ends the process at once.
 //
+// Filters find 128 KiB of stack at least. They run on the stack that the signal came on - the thread's
+// alternate one, or its own if it has no other - where that has the room. Where it has not, as the small one
+// of a language runtime, they run on one that the library keeps for the whole process. While another thread
+// has that, no filter is asked: the signal goes to the handler that was there before, or has its default
+// effect.
+//
 // The signals are SIGSEGV, SIGBUS, SIGILL, SIGFPE and SIGTRAP. The library installs handlers for them only
 // while a filter is there: from SetUnhandledExceptionFilter until it is called with null, and as long as any
 // thread is in CallWithExceptionFilter. Then each signal gets back what it had before, unless the host put a
@@ -14,8 +20,9 @@
 //
 // An overflow of the stack can be told only on another one. A thread has one (256 KiB) once it called
 // SetUnhandledExceptionFilter, until it ends or takes the filter off, and while it is in
-// CallWithExceptionFilter; one of the host's that is as large is left in its place. In other threads filters
-// run on the thread's own stack, and its overflow ends the process.
+// CallWithExceptionFilter; one of the host's that is as large is left in its place. A thread that did neither
+// and has no alternate stack of the host's has none to tell its overflow on, which ends the process without a
+// filter; other exceptions there need 16 KiB of what is left of its own.
 #pragma once
 
 #include "qn/platform/types.h"

@@ -1,10 +1,15 @@
 #include "qn/platform/exception.h"
 
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <pthread.h>
 #include <signal.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/ptrace.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,6 +19,7 @@
 #include <thread>
 #include <vector>
 
+#include "qn/platform/memory.h"
 #include "qn/platform/module.h"
 #include "qn/platform/text.h"
 
@@ -115,8 +121,10 @@ LONG Answer(EXCEPTION_POINTERS*, void* data) {
 }
 template <LONG kAnswer>
 LONG AnswerLast(EXCEPTION_POINTERS* pointers) {
+  volatile char room[128 << 10];  // which a filter has
+  room[0] = kAnswer ? 'E' : 'S';
   if (pointers->ExceptionRecord->ExceptionCode == EXCEPTION_STACK_OVERFLOW) Tell('O');
-  Tell(kAnswer ? 'E' : 'S');
+  Tell(room[0]);
   return kAnswer;
 }
 
@@ -162,6 +170,42 @@ void BeTraced(void*) {
     _exit(3 + IsDebuggerPresent());
 }
 
+// Fails where a signal finds no more than 8 KiB, above a page that nothing may use.
+template <auto kFail>
+void OnSmallStack(void*) {
+  auto* const memory = static_cast<uint8_t*>(
+      mmap(nullptr, 3 * 4096, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+  mprotect(memory, 4096, PROT_NONE);
+  stack_t small = {};
+  small.ss_sp = memory + 4096;
+  small.ss_size = 2 * 4096;
+  sigaltstack(&small, nullptr);
+  kFail(nullptr);
+}
+
+void FailInSmallThread(void*) {
+  pthread_attr_t small;
+  pthread_t thread;
+  pthread_attr_init(&small);
+  pthread_attr_setstacksize(&small, 64 << 10);
+  pthread_create(
+      &thread, &small, [](void*) -> void* { return Fail(), nullptr; }, nullptr);
+  pthread_join(thread, nullptr);
+}
+
+// In a sandbox that refuses the way by which memory is asked for first.
+void ReadInSandbox(void*) {
+  sock_filter rules[] = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+                         BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_process_vm_readv, 0, 1),
+                         BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM),
+                         BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
+  const sock_fprog program = {4, rules};
+  prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+  prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program);
+  const auto isBad = [](volatile uint8_t* at, SIZE_T size) { return IsBadReadPtr((const void*)at, size); };
+  _exit(isBad(noRights, 1) && !isBad(readOnly, 4096) && isBad(readOnly, SIZE_T{1} << 46) ? 5 : 6);
+}
+
 TEST(Exception, GoesOutwardsAndThenToWhatWasThereBefore) {
   const Scenario kRows[] = {
     {0, "es", Fail, 0, "se."},
@@ -179,6 +223,11 @@ TEST(Exception, GoesOutwardsAndThenToWhatWasThereBefore) {
     {0, "E", [](void*) { Overflow(nullptr); }, -SIGSEGV, "OE"},
     {0, "E", FailWithoutFilter, -SIGSEGV, ""},
     {0, "", BeTraced, 4, ""},
+    {0, "E", OnSmallStack<Fail>, -SIGSEGV, "E"},
+    {0, "E", OnSmallStack<Overflow>, -SIGSEGV, "OE"},
+    {0, "ees", OnSmallStack<Fail>, 0, "se."},
+    {0, "E", FailInSmallThread, -SIGSEGV, "E"},
+    {0, "", ReadInSandbox, 5, ""},
 #if defined(__x86_64__)
     {0, "S", [](void*) { asm("int3"); }, -SIGTRAP, "S"},
 #endif
@@ -223,6 +272,18 @@ TEST(Exception, AddressesLeadToTheirModule) {
   EXPECT_EQ(VirtualQuery(path, &information, sizeof(information) - 1), 0u);
   EXPECT_EQ(GetModuleFileNameA(reinterpret_cast<HMODULE>(path), path, 8), 0u);
   EXPECT_EQ(GetLastError(), ERROR_MOD_NOT_FOUND);
+}
+
+TEST(Exception, TextsAreEncodedIntoTheRoomThereIs) {
+  constexpr std::u16string_view kText = W("aä🎵");
+  const std::string whole = qn::ToUtf8(kText);
+  constexpr size_t kLengths[] = {0, 0, 1, 1, 3, 3, 3, 3, 7, 7};
+  for (size_t size = 0; size < std::size(kLengths); ++size) {
+    std::string room(12, '#');
+    EXPECT_EQ(qn::ToUtf8(kText, room.data(), size), kLengths[size]);
+    EXPECT_EQ(room.substr(size), std::string(12 - size, '#'));
+    EXPECT_EQ(room.substr(0, kLengths[size]), whole.substr(0, kLengths[size]));
+  }
 }
 
 }  // namespace
