@@ -15,9 +15,10 @@ namespace qn {
 QN_API std::u16string FromUtf8(std::string_view text);
 QN_API std::string ToUtf8(std::u16string_view text);
 
-// UTF-8 to UTF-16 into a room of `size` characters with the terminator; what does not fit is cut behind a
-// whole character. Returns the length. Allocates nothing.
+// The same into a room of `size` units with the terminator; what does not fit is cut behind a whole
+// character. They return the length and allocate nothing.
 QN_API size_t FromUtf8(std::string_view text, WCHAR* buffer, size_t size);
+QN_API size_t ToUtf8(std::u16string_view text, char* buffer, size_t size);
 
 // A native path to the library's form: `/` becomes `\`.
 QN_API std::u16string PathFromNative(std::string_view path);
