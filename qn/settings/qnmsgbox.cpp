@@ -19,6 +19,24 @@ namespace {
 constinit std::mutex g_lock;  // of the record
 constinit MsgBoxAppData g_appData = {};
 
+// The record's hook once more, for readers that must not wait for a lock: a thread that reports its crash. A
+// change fills the pair that is not current. A reader whose pair has been changed meanwhile has seen the
+// count change, and reads again.
+struct HookPair {
+  std::atomic<QNMSGBOXHOOK> hook;
+  std::atomic<ULONGLONG> data;
+};
+constinit HookPair g_hookPairs[2] = {};
+constinit std::atomic<DWORD> g_hookChanges = 0;
+
+// Under the lock.
+void PublishHook() {
+  const DWORD next = g_hookChanges + 1;
+  g_hookPairs[next % 2].hook = g_appData.hook;
+  g_hookPairs[next % 2].data = g_appData.hookData;
+  g_hookChanges = next;
+}
+
 std::atomic<CentreWindow> g_centreWindow = nullptr;
 
 // Answers a box in the user's place. Its data is the callback that receives the text.
@@ -40,6 +58,7 @@ int ChangeHook(Change change) {
   const std::lock_guard guard(g_lock);
   if (g_appData.threadId != GetCurrentThreadId()) return 0;
   change();
+  PublishHook();
   return 1;
 }
 
@@ -134,8 +153,12 @@ HWND MsgBoxOwner(HWND window) {
 }
 
 MsgBoxHook CurrentMsgBoxHook() {
-  const std::lock_guard guard(g_lock);
-  return {g_appData.hook, g_appData.hookData};
+  for (;;) {
+    const DWORD changes = g_hookChanges;
+    const HookPair& pair = g_hookPairs[changes % 2];
+    const MsgBoxHook hook = {pair.hook, pair.data};
+    if (changes == g_hookChanges) return hook;
+  }
 }
 
 const WCHAR* MsgBoxPlainText(const WCHAR* text) {
@@ -164,6 +187,7 @@ int _QnMsgBoxSetAppData(HINSTANCE instance, HWND mainWindow, const WCHAR* appNam
   std::u16string_view(MsgBoxPlainText(appName)).copy(data.appName, std::size(data.appName) - 1);
   const std::lock_guard guard(g_lock);
   g_appData = data;
+  PublishHook();
   g_AppHwnd = mainWindow;
   return 1;
 }

@@ -55,12 +55,14 @@ constexpr int QNID_NOTOALL = 102;
 //             message + "\r\n<Details>\r\n" + details + "\r\n</Details>"
 //   caption   the box's, never null
 //   flags     as the caller gave them
-// The texts live during the call. The result of the box, or -1 to have it shown all the same.
+// The texts live during the call. The result of the box, or -1 to have it shown all the same. The box of
+// QnErrorHandler_ExceptionFilter comes inside the signal of a thread that crashed: there the hook must not
+// use the heap or take a lock, and has 64 KiB of stack.
 typedef int (*QNMSGBOXHOOK)(ULONGLONG hookData, HWND window, const WCHAR* text, const WCHAR* caption,
                             UINT flags);
 
 // Receives the text of each box that QnMsgBoxSetNoUIHook answers, as a hook would, and what it says of a box
-// that it cannot answer. It lives during the call.
+// that it cannot answer. It lives during the call. What is said of hooks in a crash holds for this one, too.
 typedef void (*QNMSGBOXTEXT)(const WCHAR* text);
 
 extern "C" {
