@@ -403,7 +403,7 @@ void Walker::ChosenSeparator(bool music) {
 }  // namespace
 
 // Walks as the walker does, with its limits.
-bool FormatTakes(const WCHAR* format, int integers, int doubles) {
+bool FormatTakes(const WCHAR* format, int integers, int doubles, int texts) {
   const auto isSpec = [](WCHAR c) { return !IsTerminator(c); };
   const auto isName = [](WCHAR c) { return c != ')'; };
   const auto isNumber = [](WCHAR c) { return IsDigit(c) || IsOneOf(W(",."), c); };
@@ -423,13 +423,15 @@ bool FormatTakes(const WCHAR* format, int integers, int doubles) {
       const WCHAR* const spec = format;
       format = Skip(format, kLongestSpec - 1, isSpec);
       if (format - spec == kLongestSpec - 1) continue;  // without an end, copied as it stands
-      if (*format == 's') return false;
+      CSpec parts;
+      if (*format == 's' && ReadCSpec(spec, format, &parts) && parts.size == CSize::kShort) return false;
+      texts -= *format == 's';
       integers -= IsOneOf(W("Xcdiouxz"), *format);
       doubles -= IsOneOf(W("EGefg"), *format);
       if (*format) ++format;
     }
   }
-  return integers >= 0 && doubles >= 0;
+  return integers >= 0 && doubles >= 0 && texts >= 0;
 }
 
 int PrintWithin(WCHAR* buffer, int size, const WCHAR* format, va_list arguments) {

@@ -72,8 +72,9 @@ class PrintOutput {
 // fit is left out. The length.
 int PrintWithin(WCHAR* buffer, int size, const WCHAR* format, va_list arguments);
 
-// True if a format, which may be anybody's, asks for no text and at most so many integers and doubles.
-bool FormatTakes(const WCHAR* format, int integers, int doubles);
+// True if a format, which may be anybody's, asks for at most so many integers, doubles and wide texts, and
+// for nothing else.
+bool FormatTakes(const WCHAR* format, int integers, int doubles, int texts = 0);
 
 // Writes the value of a token; false if there is none of that name.
 bool WriteTokenValue(const WCHAR* name, PrintOutput* output);
