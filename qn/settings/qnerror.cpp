@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <iterator>
+#include <memory>
+#include <new>
 #include <span>
 #include <string_view>
 
@@ -10,7 +12,7 @@
 #include "qn/settings/qnmsgbox_internal.h"
 #include "qn/text/messages_internal.h"
 #include "qn/text/qnlang_internal.h"
-#include "qn/text/qnprint.h"
+#include "qn/text/qnprint_internal.h"
 #include "qn/text/text_internal.h"
 
 using namespace qn;
@@ -32,42 +34,47 @@ struct RegisteredTable {
 RegisteredTable g_tables[kMostTables];
 DWORD g_tableCount = 0;
 
-// True if printing a format takes no argument but texts, one at most. Formats come from tables of
-// applications and from sentences that callers pass, where "100% full" is no conversion of a number that
-// nobody gave.
-bool TakesOneTextAtMost(std::u16string_view format) {
-  constexpr std::u16string_view kTextSpec = W("-.0123456789lw");
-  bool taken = false;
-  for (size_t at = 0; (at = format.find_first_of(W("%$"), at)) != format.npos;) {
-    const bool dressed = format[at++] == '$';
-    const WCHAR next = at < format.size() ? format[at] : W('\0');
-    if (next == '%' || (dressed && next == '$')) {
-      ++at;
-    } else if (dressed && next == '(') {
-      at = format.find_first_of(W(")%$"), at);
-      if (at == format.npos || format[at] != ')') return false;
-    } else {
-      at = std::min(format.find_first_not_of(kTextSpec, at), format.size());
-      if (taken || at == format.size() || format[at] != 's') return false;
-      taken = true;
-    }
-  }
-  return true;
-}
-
 // A text of at most kMessageSize - 1 characters that is put together.
 struct Message {
   WCHAR text[kMessageSize];
   int length = 0;
 
-  // A format that asks for more than `insert` is shown as it stands.
+  // A format that asks for more than `insert` is shown as it stands. Formats come from tables of applications
+  // and from sentences that callers pass, where "100% full" is no conversion of a number that nobody gave.
   void Append(const WCHAR* format, const WCHAR* insert) {
-    const bool isFormat = TakesOneTextAtMost(format);
+    const bool isFormat = FormatTakes(format, 0, 0, 1);
     int added = 0;
     QnCchPrintF(text + length, kMessageSize - length, &added, isFormat ? format : W("%s"),
                 isFormat ? insert : format);
     length += added;
   }
+};
+
+// The text of a box. A copy where it lies in the block or gets a prefix: on the stack, for the handler of an
+// exception cannot count on the heap; a longer one is not. Without memory for that it is cut.
+class ShownText {
+ public:
+  ShownText(const WCHAR* text, bool titled) : text_(text) {
+    const auto place = reinterpret_cast<uintptr_t>(text) - reinterpret_cast<uintptr_t>(&g_errorBlock);
+    if (!titled && place >= sizeof g_errorBlock) return;
+    const std::u16string_view whole = text;
+    if (whole.size() >= kDetailsSize) large_.reset(new (std::nothrow) WCHAR[kPrefixSize + whole.size() + 1]);
+    WCHAR* const copy = large_ ? large_.get() : small_;
+    text_ = copy;
+    int length = 0;
+    if (titled) length = QnLoadString(KernelLanguage(), messages::WarningPrefix, copy, kPrefixSize);
+    const size_t shown = whole.copy(copy + length, large_ ? whole.npos : kDetailsSize - 1);
+    copy[static_cast<size_t>(length) + shown] = 0;
+  }
+
+  const WCHAR* Text() const { return text_; }
+
+ private:
+  static constexpr int kPrefixSize = 50;
+
+  const WCHAR* text_;
+  std::unique_ptr<WCHAR[]> large_;
+  WCHAR small_[kPrefixSize + kDetailsSize];
 };
 
 }  // namespace
@@ -103,7 +110,7 @@ const WCHAR* QnErrorHandler_GetContextString(ULONG_PTR context) {
 
 // Any of the texts may be the message that stands in the block, so the new one is made apart.
 const WCHAR* QnErrorHandler_GetErrorMessage(ULONG_PTR context, HRESULT status, const WCHAR* insert) {
-  if (!insert) insert = kNoText;
+  insert = MsgBoxPlainText(insert);
   Message message;
   message.Append(QnErrorHandler_GetContextString(context), insert);
   if (message.length < kLongestContext) {
@@ -141,18 +148,13 @@ int QnErrorHandler_MsgBox(HWND window, UINT flags, ULONG_PTR context, HRESULT st
                                    titled);
 }
 
-// Everything shown is a copy: the block is empty by the time the box opens, so that a failure meanwhile
-// starts clean, and the text itself is most often the block's message.
+// What the block holds is shown from a copy: it is empty by the time the box opens, so that a failure
+// meanwhile starts clean, and the text itself is most often the block's message.
 int QnErrorHandler_MsgBoxText(HWND window, UINT flags, const WCHAR* text, BOOL titled) {
-  constexpr int kPrefixSize = 50;
-  WCHAR shown[kPrefixSize + kDetailsSize];
+  ShownText shown(MsgBoxPlainText(text), titled);
   WCHAR details[kDetailsSize];
   WCHAR target[kLinkTargetSize];
   WCHAR linkText[kLinkTextSize];
-  int length = 0;
-  if (titled) length = QnLoadString(KernelLanguage(), messages::WarningPrefix, shown, kPrefixSize);
-  if (!text) text = kNoText;
-  CopyText(QnGetStringSmart(KernelLanguage(), text), shown + length, kDetailsSize);
   CopyText(g_errorBlock.details, details, kDetailsSize);
   CopyText(g_errorBlock.hyperlinkTarget, target, kLinkTargetSize);
   CopyText(g_errorBlock.hyperlinkText, linkText, kLinkTextSize);
@@ -161,7 +163,7 @@ int QnErrorHandler_MsgBoxText(HWND window, UINT flags, const WCHAR* text, BOOL t
 
   MsgBoxRequest request = {};
   request.flags = (flags & ~QNMB_DETAILS) | (hasDetails ? QNMB_DETAILS : 0);
-  request.text = shown;
+  request.text = shown.Text();
   request.details = hasDetails ? details : nullptr;
   request.linkTarget = *target ? target : nullptr;
   request.linkText = *linkText ? linkText : nullptr;

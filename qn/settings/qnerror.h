@@ -8,8 +8,8 @@
 //   if (FAILED(status)) QnErrorHandler_MsgBox(window, MB_ICONHAND, 5, status, path, FALSE);
 //
 // Texts are in the library's language. A context, or the text of an application's status, is a format with
-// one text as its only argument ("%s"), and tokens as "$(AppName)" expand in it. One that asks for anything
-// else, as "100% full" does, is shown as it stands.
+// one text as its only argument ("%s"), and tokens as "$(AppName)" expand in it, as do conversions without an
+// argument. One that asks for anything else, as "100% full" does, is shown as it stands.
 //
 // One block of the process holds the latest message and the log, for one failure at a time; a second failure
 // overwrites the message. Nothing here takes a lock.
@@ -60,9 +60,9 @@ QN_API const WCHAR* QnErrorHandler_GetHresultString(HRESULT status);
 QN_API const WCHAR* QnErrorHandler_GetContextString(ULONG_PTR context);
 
 // Composes the message of a failure in the process's one message, cut to 2047 characters, and returns that.
-// `insert` (null is the empty text) is what "%s" stands for in the context and in the status's text. A
-// context of 1948 characters or more loses the status's text. A status without text is shown as
-// "Error 0x8004ffff (message missing)" behind two line ends.
+// `insert`, a text or a record (null is the empty text), is what "%s" stands for in the context and in the
+// status's text. A context of 1948 characters or more loses the status's text. A status without text is shown
+// as "Error 0x8004ffff (message missing)" behind two line ends.
 QN_API const WCHAR* QnErrorHandler_GetErrorMessage(ULONG_PTR context, HRESULT status, const WCHAR* insert);
 
 // The same as a new string for the caller to free with SysFreeString. With a details log it ends in
@@ -100,7 +100,7 @@ QN_API HRESULT QnErrorHandler_DetailsAddString(HRESULT status, const WCHAR* form
 QN_API const WCHAR* QnErrorHandler_DetailsInfo(HRESULT* statusOut, DWORD* countOut, DWORD* threadOut);
 
 // The link line of the box that will show the log: the address, cut to 2082 characters, and its text, cut to
-// 2047. 0, or E_POINTER if either is null.
+// 2047, or the texts of records. 0, or E_POINTER if either is null.
 QN_API HRESULT QnErrorHandler_DetailsSetHyperlink(const WCHAR* target, const WCHAR* text);
 
 // The status for a system error number, as GetLastError gives it: 0 for 0, and E_FAIL for each number that
@@ -128,7 +128,9 @@ QN_API int QnErrorHandler_DumpExceptionRecord(char* text, int size, const char* 
                                               EXCEPTION_POINTERS* pointers, DWORD flags);
 
 // An exception filter that shows the exception in a message box, its description and the application's name
-// in the details. 1, execute the handler; 0, continue the search, for an EXCEPTION_DATATYPE_MISALIGNMENT,
-// with a debugger attached, and without a record. Allocates nothing before the box opens.
+// in the details; bytes of `threadName` that are not UTF-8 stand for the characters of their numbers. 1,
+// execute the handler; 0, continue the search, for an EXCEPTION_DATATYPE_MISALIGNMENT, with a debugger
+// attached, and without a record. Allocates nothing and takes no lock before the box opens, unless a table of
+// the application has for QN_E_EXCEPTION a text with tokens or a string id.
 QN_API LONG QnErrorHandler_ExceptionFilter(EXCEPTION_POINTERS* pointers, const char* threadName);
 }

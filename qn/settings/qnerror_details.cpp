@@ -6,6 +6,7 @@
 
 #include "qn/platform/sync.h"
 #include "qn/settings/qnerror_internal.h"
+#include "qn/settings/qnmsgbox_internal.h"
 #include "qn/text/qnlang_internal.h"
 #include "qn/text/qnprint_internal.h"
 #include "qn/text/text_internal.h"
@@ -56,7 +57,7 @@ HRESULT QnErrorHandler_DetailsInit() {
 HRESULT QnErrorHandler_DetailsAddString(HRESULT status, const WCHAR* format, ...) {
   if (!OwnLog(status)) return E_FAIL;
   if (!format) return E_POINTER;
-  const std::u16string_view plain = QnGetStringSmart(KernelLanguage(), format);
+  const std::u16string_view plain = MsgBoxPlainText(format);
   if (plain.find_first_of(W("%$")) == plain.npos) return AppendLine(status, plain);
   // A number that does not fit would be left out of a text that is then short enough for the log. None is
   // longer than the second half.
@@ -77,7 +78,7 @@ const WCHAR* QnErrorHandler_DetailsInfo(HRESULT* statusOut, DWORD* countOut, DWO
 
 HRESULT QnErrorHandler_DetailsSetHyperlink(const WCHAR* target, const WCHAR* text) {
   if (!target || !text) return E_POINTER;
-  CopyText(target, g_errorBlock.hyperlinkTarget, kLinkTargetSize);
-  CopyText(text, g_errorBlock.hyperlinkText, kLinkTextSize);
+  CopyText(MsgBoxPlainText(target), g_errorBlock.hyperlinkTarget, kLinkTargetSize);
+  CopyText(MsgBoxPlainText(text), g_errorBlock.hyperlinkText, kLinkTextSize);
   return S_OK;
 }

@@ -7,7 +7,6 @@
 #include <iterator>
 #include <string_view>
 
-#include "qn/platform/locale.h"
 #include "qn/platform/memory.h"
 #include "qn/platform/module.h"
 #include "qn/platform/sync.h"
@@ -134,14 +133,23 @@ const void* PointerAt(const void* start, int64_t bytes) {
   return reinterpret_cast<const void*>(reinterpret_cast<uintptr_t>(start) + static_cast<uintptr_t>(bytes));
 }
 
-// Widens a text of the ANSI code page. Only a code page that needs a converter makes this allocate.
-void Widen(std::string_view text, WCHAR* wide, int size) {
-  const bool isPlain = std::all_of(text.begin(), text.end(), [](char c) { return (c & 0x80) == 0; });
-  if (isPlain || GetACP() == CP_UTF8) {
-    FromUtf8(text, wide, static_cast<size_t>(size));
-  } else {
-    wide[MultiByteToWideChar(CP_ACP, 0, text.data(), static_cast<int>(text.size()), wide, size - 1)] = 0;
+// Widens a text into a room of as many characters as it has bytes, and a terminator. File names in it come
+// from the system as UTF-8. A byte of anything else stands for the character of its number: the converters of
+// the ANSI code page would use the heap.
+void Widen(std::string_view text, WCHAR* wide) {
+  while (!text.empty()) {
+    const auto first = static_cast<BYTE>(text.front());
+    const size_t bytes = first < 0xC0 ? 1 : first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
+    const size_t units = bytes == 4 ? 2 : 1;
+    constexpr WCHAR kIllFormed = 0xFFFD;
+    WCHAR character[3];
+    const bool isWhole = FromUtf8(text.substr(0, bytes), character, std::size(character)) == units;
+    const bool isUtf8 = isWhole && character[0] != kIllFormed;
+    if (!isUtf8) character[0] = first;
+    wide = std::copy_n(character, isUtf8 ? units : 1, wide);
+    text.remove_prefix(isUtf8 ? bytes : 1);
   }
+  *wide = 0;
 }
 
 }  // namespace
@@ -221,7 +229,7 @@ LONG QnErrorHandler_ExceptionFilter(EXCEPTION_POINTERS* pointers, const char* th
   if (IsDebuggerPresent()) return EXCEPTION_CONTINUE_SEARCH;
 
   WCHAR wide[kDumpSize];
-  Widen({dump, static_cast<size_t>(length)}, wide, kDumpSize);
+  Widen({dump, static_cast<size_t>(length)}, wide);
   QnErrorHandler_DetailsInit();
   AddDetailsText(QN_E_EXCEPTION, MsgBoxAppName());
   AddDetailsText(QN_E_EXCEPTION, wide);

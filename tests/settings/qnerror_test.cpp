@@ -13,6 +13,7 @@
 
 #include "qn/platform/sync.h"
 #include "qn/platform/text.h"
+#include "qn/settings/qnerror_internal.h"
 #include "qn/settings/qnmsgbox.h"
 #include "qn/text/qnprint.h"
 
@@ -117,6 +118,9 @@ TEST_F(ErrorHandler, RegisteredTablesComeFirst) {
 
 TEST_F(ErrorHandler, MessagesAreContextAndReason) {
   const Text long1947(1947, 'x'), long1948(1948, 'x'), long5000(5000, 'x');
+  WCHAR list[64] = {}, decimal[64] = {};
+  QnGetInat(40, list), QnGetInat(24, decimal);
+  const Text separators = Text(list) + decimal;
   const struct {
     const WCHAR* context;
     const WCHAR* insert;
@@ -130,6 +134,9 @@ TEST_F(ErrorHandler, MessagesAreContextAndReason) {
       {W("$(12%s%hs"), W("x"), W("$(12%s%hs") + kMissing},
       {W("%.2ls: 100%% $(AppName)"), W("xyz"), W("xy: 100% Editor") + kMissing},
       {kRecord, nullptr, W("english") + kMissing},
+      {W("%s"), kRecord, W("english") + kMissing},
+      {W("%s$,%*5$"), W("x"), W("x") + separators + W("5%") + kMissing},
+      {W("<%lls>"), W("x"), W("<>") + kMissing},
       {long1947.c_str(), nullptr, long1947 + kMissing},
       {long1948.c_str(), nullptr, long1948},
       {W("%s"), long5000.c_str(), Text(2047, 'x')},
@@ -177,6 +184,12 @@ TEST_F(ErrorHandler, TheLogBelongsToOneFailure) {
   EXPECT_EQ(QnErrorHandler_MsgBox(nullptr, 0, 0, QN_E_CANCELLED, nullptr, FALSE), 1);
   EXPECT_EQ(boxes.size(), 2u);
   EXPECT_EQ(QnErrorHandler_DetailsSetHyperlink(W("a"), nullptr), E_POINTER);
+  EXPECT_EQ(QnErrorHandler_DetailsSetHyperlink(kRecord, kRecord), S_OK);
+  EXPECT_EQ(Text(qn::g_errorBlock.hyperlinkTarget) + qn::g_errorBlock.hyperlinkText, W("englishenglish"));
+  for (const std::string prefix : {"", "Warning: "}) {
+    QnErrorHandler_MsgBoxText(nullptr, 0, Text(20'000, 'x').c_str(), !prefix.empty());
+    EXPECT_EQ(boxes.back(), "0 0 0 " + prefix + std::string(20'000, 'x'));
+  }
 
   // 8191 characters with the line end; a number that does not fit is not left out.
   for (const size_t length : {8182u, 8183u, 8188u, 9000u}) {
@@ -240,14 +253,15 @@ TEST_F(ErrorHandler, ExceptionsAreDescribedAndShown) {
   CheckDump(0, {first, second, "Thread: %s" + third}, [&](char* text, int size) {
     return QnErrorHandler_DumpExceptionRecord(text, size, "%s", &pointers, size % 2 ? 0 : 35);
   });
-  EXPECT_EQ(QnErrorHandler_ExceptionFilter(&pointers, "\xC3\xA4%s"), 1);
+  EXPECT_EQ(QnErrorHandler_ExceptionFilter(&pointers, "\xC3\xA4\xE4\xF0\x9F\x8E\xB5%s\xC3"), 1);
   exception = {EXCEPTION_DATATYPE_MISALIGNMENT, 0, nullptr, nullptr, 0, {}};
   EXPECT_EQ(QnErrorHandler_ExceptionFilter(&pointers, nullptr), 0);
   EXPECT_EQ(boxes,
             std::vector<std::string>{"C030 0 0 An error occurred during the current operation.\n\nAn "
                                      "Exception has occurred.\r\n<Details>\r\n"
                                      "100% Editor\r\n" +
-                                     first + second + "Thread: \xC3\xA4%s" + third + "\r\n\r\n</Details>"});
+                                     first + second + "Thread: \xC3\xA4\xC3\xA4\xF0\x9F\x8E\xB5%s\xC3\x83" +
+                                     third + "\r\n\r\n</Details>"});
 }
 
 }  // namespace
