@@ -2,6 +2,8 @@
 // messages go, keeps a setting of its own, and reports a file that cannot be opened.
 //
 //   example_host LCID FILE        LCID: 0x409 English, 0x407 German, 0x411 Japanese, ...
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <iterator>
@@ -30,9 +32,13 @@ constexpr ULONG_PTR kOpeningMedia =
 constexpr HRESULT kNoSound = MakeStatus(0x8004F001);
 constexpr _qnerror_table kErrors[] = {{kNoSound, W("\n\n$(AppName) hears no sound in that file.")}};
 
-// Takes the place of each message box, and answers with the default button.
+// Takes the place of each message box, and answers with the default button. The report of a crash comes here,
+// too, while the thread that crashed may hold any lock: so nothing but the stack is used.
 void ShowBox(const WCHAR* text) {
-  std::fprintf(stderr, "%s\n", qn::ToUtf8(text).c_str());
+  char bytes[16'384];
+  size_t count = qn::ToUtf8(text, bytes, sizeof bytes);
+  bytes[count++] = '\n';
+  if (write(STDERR_FILENO, bytes, count) < 0) return;  // there is nobody else to tell
 }
 
 // Writes a report of a crash, then lets the process end as it would have ended.
