@@ -1,11 +1,13 @@
 #include "tools/common/failure.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <string>
 
 #include "qn/platform/module.h"
 #include "qn/platform/text.h"
 #include "qn/settings/qnmsgbox.h"
+#include "qn/settings/qnstatus.h"
 #include "qn/text/qnprint.h"
 #include "tools/common/report.h"
 
@@ -36,7 +38,7 @@ std::string OneLine(std::string text) {
 void ShowBox(const WCHAR* text) {
   char code[16];
   std::snprintf(code, sizeof(code), " (0x%08X)", static_cast<unsigned>(boxStatus));
-  ReportError(boxSubject, Shown(OneLine(qn::ToUtf8(text))) + code);
+  ReportError(boxSubject, Message(Shown(OneLine(qn::ToUtf8(text))) + code));
 }
 
 }  // namespace
@@ -48,16 +50,37 @@ void BecomeHost() {
   QnPrintF_AddToken(W("AppName"), name.c_str());
 }
 
-void ReportFailure(std::string_view subject, ULONG_PTR context, HRESULT status, std::string_view details) {
+void ReportFailure(std::string_view subject, ULONG_PTR context, HRESULT status, const Message& details) {
   boxSubject = subject;
   boxStatus = status;
   QnErrorHandler_DetailsInit();
-  if (!details.empty()) QnErrorHandler_DetailsAddString(status, W("%s"), qn::FromUtf8(details).c_str());
+  const std::u16string line = qn::FromUtf8(details.Shown());
+  if (!line.empty()) QnErrorHandler_DetailsAddString(status, W("%s"), line.c_str());
   const std::u16string insert = qn::FromUtf8(subject);
   const WCHAR* const message = QnErrorHandler_GetErrorMessage(context, status, insert.c_str());
   // Not QnErrorHandler_MsgBox: it keeps silent about what the user cancelled, and a tool says that it
   // stopped.
   QnErrorHandler_MsgBoxText(nullptr, MB_ICONHAND, message, FALSE);
+}
+
+HRESULT StatusFromErrno(HRESULT fallback) {
+  switch (errno) {
+    case ENOSPC:
+    case EDQUOT:
+      return QN_E_DISK_FULL;
+    case EFBIG:
+      return QN_E_FILE_TOO_LARGE;
+    case EACCES:
+    case EPERM:
+    case EROFS:
+      return E_ACCESSDENIED;
+    case EEXIST:
+      return QN_E_FILE_EXISTS;
+    case ENAMETOOLONG:
+      return QN_E_FILE_NAME;
+    default:
+      return fallback;
+  }
 }
 
 }  // namespace qntool

@@ -6,6 +6,7 @@
 
 #include "qn/platform/types.h"
 #include "qn/settings/qnerror.h"
+#include "tools/common/text.h"
 
 namespace qntool {
 
@@ -20,7 +21,9 @@ void BecomeHost();
 
 // "TOOL: subject: What was going on. The reason. The details. (0x8004E007)" in one line. The subject is put
 // into a context that names a file; subject and details may be empty.
-void ReportFailure(std::string_view subject, ULONG_PTR context, HRESULT status,
-                   std::string_view details = {});
+void ReportFailure(std::string_view subject, ULONG_PTR context, HRESULT status, const Message& details = {});
+
+// The status of the system's latest error, in errno, or `fallback` where that says no more.
+HRESULT StatusFromErrno(HRESULT fallback);
 
 }  // namespace qntool

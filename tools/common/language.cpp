@@ -5,6 +5,7 @@
 #include "qn/text/qnlang.h"
 #include "qn/text/qnprint.h"
 #include "tools/common/report.h"
+#include "tools/common/text.h"
 
 namespace qntool {
 namespace {
@@ -13,6 +14,7 @@ void TakeLanguageOver() {
   // The labels among the default tokens come in the library's language, so that is set first.
   _QnLang_UpdateKernelOnlyLCID(GetUserDefaultUILanguage());
   QnLang_GetInternationals(nullptr, 0);
+  OpenMessages(GetUserDefaultUILanguage());
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
-// The language of the library's texts and the dress of its numbers, as a user of a tool asks for them.
+// The language of the library's texts and of the tools' own, and the dress of its numbers, as a user of a
+// tool asks for them.
 #pragma once
 
 #include <string_view>

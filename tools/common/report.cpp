@@ -8,7 +8,7 @@
 namespace qntool {
 namespace {
 
-void PrintLine(const char* kind, std::string_view subject, std::string_view text) {
+void PrintLine(const std::string& kind, std::string_view subject, std::string_view text) {
   std::string line = std::string(kProgram) + ": ";
   if (!subject.empty()) line += Shown(subject) + ": ";
   line += kind;
@@ -54,12 +54,12 @@ std::string Quoted(std::string_view text) {
   return "'" + Shown(text) + "'";
 }
 
-void ReportError(std::string_view subject, std::string_view sentence) {
-  PrintLine("", subject, sentence);
+void ReportError(std::string_view subject, const Message& sentence) {
+  PrintLine("", subject, sentence.Shown());
 }
 
-void ReportWarning(std::string_view subject, std::string_view sentence) {
-  PrintLine("warning: ", subject, sentence);
+void ReportWarning(std::string_view subject, const Message& sentence) {
+  PrintLine(Message(messages::WarningPrefix).Shown(), subject, sentence.Shown());
 }
 
 void ReportUsage(std::string_view command, std::string_view mistake) {
@@ -69,7 +69,7 @@ void ReportUsage(std::string_view command, std::string_view mistake) {
 
 int FinishOutput(int exitCode) {
   if (std::fflush(stdout) == 0 && !std::ferror(stdout)) return exitCode;
-  ReportError("", "the output could not be written");
+  ReportError("", messages::OutputNotWritten);
   return exitCode == kExitOk ? kExitFailed : exitCode;
 }
 

@@ -4,6 +4,8 @@
 #include <string>
 #include <string_view>
 
+#include "tools/common/text.h"
+
 namespace qntool {
 
 // The name of the tool; each tool defines it.
@@ -19,10 +21,11 @@ std::string Shown(std::string_view text);
 std::string Quoted(std::string_view text);
 
 // The subject, a file for example, may be empty.
-void ReportError(std::string_view subject, std::string_view sentence);
-void ReportWarning(std::string_view subject, std::string_view sentence);
+void ReportError(std::string_view subject, const Message& sentence);
+void ReportWarning(std::string_view subject, const Message& sentence);
 
-// A mistake on the command line, with the way to the help. `command` may be empty.
+// A mistake on the command line, in English as the options are, with the way to the help. `command` may be
+// empty.
 void ReportUsage(std::string_view command, std::string_view mistake);
 
 // The exit code at the end of a run: what was printed must have arrived, a full disk behind the output is a

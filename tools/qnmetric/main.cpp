@@ -105,7 +105,8 @@ bool MayReplace(const Place& place, const std::u16string& name, const Setting& s
   LSTATUS error;
   const auto old = ReadOne(place, name, &error);
   if (force || !old || old->type == setting.type) return true;
-  ReportError(Name(name), "it is " + TypeName(old->type) + "; --force makes it " + TypeName(setting.type));
+  ReportError(Name(name),
+              {messages::TypeDiffers, {Message(TypeName(old->type)), Message(TypeName(setting.type))}});
   return false;
 }
 
@@ -204,14 +205,14 @@ int Import(const Arguments& arguments) {
   if (!place) return kExitUsage;
   const auto& operands = arguments.Operands();
   const bool isStream = operands.size() < 3 || operands[2] == "-";
-  const std::string file = isStream ? "standard input" : operands[2];
+  const std::string file = isStream ? Message(messages::StandardInput).Shown() : operands[2];
   const auto text = isStream ? ReadStream(stdin, file) : ReadWhole(file);
   if (!text) return kExitFailed;
   int line;
   const auto tree = ReadTreeText(*text, &line);
   if (!tree) {
     ReportFailure(file, kOpeningFiles, QN_E_FILE_FORMAT,
-                  "Line " + std::to_string(line) + " is no setting; nothing was imported.");
+                  {messages::LineNoSetting, {Message(std::to_string(line))}});
     return kExitFailed;
   }
   // All is looked at before anything is written.

@@ -28,8 +28,13 @@ std::string PrintName(const std::u16string& name) {
   return isPlain ? bytes : PrintText(name);
 }
 
-bool Fail(const std::string& file, ULONG_PTR context, HRESULT status) {
-  ReportFailure(file, context, status, std::strerror(errno) + std::string("."));
+// Tells the error in errno.
+bool Fail(const std::string& file, ULONG_PTR context, HRESULT fallback) {
+  Message details;
+  if (errno == EISDIR) details = messages::IsDirectory;
+  if (errno == EEXIST) details = messages::ForceOverwrites;
+  if (context == kSavingFiles && (errno == ENOENT || errno == ENOTDIR)) details = messages::FolderMissing;
+  ReportFailure(file, context, StatusFromErrno(fallback), details);
   return false;
 }
 
@@ -110,9 +115,7 @@ bool WriteWhole(const std::string& file, const std::string& text, bool overwrite
   if (!named || !overwrite) unlink(temporary.c_str());
   errno = error;
   if (named) return true;
-  if (errno != EEXIST) return Fail(file, kSavingFiles, written ? QN_E_FILE_CREATE : QN_E_FILE_WRITE);
-  ReportFailure(file, kSavingFiles, QN_E_FILE_EXISTS, "--force overwrites it.");
-  return false;
+  return Fail(file, kSavingFiles, written ? QN_E_FILE_CREATE : QN_E_FILE_WRITE);
 }
 
 }  // namespace qnmetric

@@ -7,6 +7,7 @@
 #include "qn/platform/text.h"
 #include "qn/text/qnprint.h"
 #include "qn/text/qntimetext.h"
+#include "tools/common/failure.h"
 #include "tools/common/options.h"
 #include "tools/common/report.h"
 #include "tools/common/time_format.h"
@@ -193,6 +194,6 @@ int Main(std::span<char* const> words) {
 int main(int count, char** words) try {
   return qntext::Main({words + 1, static_cast<size_t>(count > 0 ? count - 1 : 0)});
 } catch (const std::bad_alloc&) {
-  qntool::ReportError("", "There is not enough memory.");
+  qntool::ReportFailure("", qntool::kDuringOperation, E_OUTOFMEMORY);
   return qntool::kExitFailed;
 }

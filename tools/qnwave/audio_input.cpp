@@ -31,16 +31,20 @@ AudioFormat FormatOf(const WAVEFORMATEX& record) {
   return format;
 }
 
+// What is wrong with a file, and the command to try.
+Message WithHint(const Problem& problem, const qnlang_t& hint, const std::string& name) {
+  return Message(problem.text.Shown() + " " + Message(hint, {Message(Quoted(name))}).Shown());
+}
+
 OpenResult ReportUnreadable(const std::string& name, const Layout& layout) {
   if (layout.IsDamaged()) {
-    ReportOpenError(name, QN_E_FILE_FORMAT,
-                    layout.problems[0].text + " Try: qnwave repair " + Quoted(name) + ".");
+    ReportOpenError(name, QN_E_FILE_FORMAT, WithHint(layout.problems[0], messages::TryRepair, name));
     return OpenResult::kDamaged;
   } else if (layout.container == Container::kUnknown || layout.container == Container::kOther) {
-    ReportOpenError(name, QN_E_FILE_FORMAT, "This is no WAV, Wave64 or AIFF file.");
+    ReportOpenError(name, QN_E_FILE_FORMAT, messages::NoKnownFile);
   } else {
-    const std::string format = layout.hasFormat ? DescribeFormat(layout.record) : "compressed or float AIFF";
-    ReportOpenError(name, QN_E_FILE_UNSUPPORTED, "The format of the samples cannot be read: " + format + ".");
+    const Message format = layout.hasFormat ? FormatName(layout.record) : messages::FormatAiff;
+    ReportOpenError(name, QN_E_FILE_UNSUPPORTED, {messages::FormatUnreadable, {format}});
   }
   return OpenResult::kFailed;
 }
@@ -51,8 +55,7 @@ OpenResult JudgeDamage(const std::string& name, const Layout& layout) {
     return p.damage != Damage::kDataCut && p.damage != Damage::kFormSize;
   });
   if (cannotGo != layout.problems.end()) {
-    ReportOpenError(name, QN_E_FILE_FORMAT,
-                    cannotGo->text + " Try: qnwave repair " + Quoted(name) + ", or --to-end.");
+    ReportOpenError(name, QN_E_FILE_FORMAT, WithHint(*cannotGo, messages::TryRepairOrToEnd, name));
     return OpenResult::kDamaged;
   }
   for (const Problem& problem : layout.problems) ReportWarning(name, problem.text);
@@ -98,12 +101,12 @@ OpenResult OpenRawAudio(const std::string& name, const AudioFormat& format, uint
   if (!file) return OpenResult::kFailed;
   const uint64_t size = file.Size();
   if (offset > size) {
-    ReportOpenError(name, QN_E_FILE_READ, "The file has " + Bytes(size) + ", fewer than the offset.");
+    ReportOpenError(name, QN_E_FILE_READ, {messages::OffsetBeyondEnd, {Message::Bytes(size)}});
     return OpenResult::kFailed;
   }
   *source = {name, format, offset, (size - offset) / format.FrameBytes()};
   const uint64_t rest = (size - offset) % format.FrameBytes();
-  if (rest != 0) ReportWarning(name, Bytes(rest) + " at the end make no whole frame and are left out.");
+  if (rest != 0) ReportWarning(name, {messages::RestLeftOut, {Message::Bytes(rest)}});
   return OpenResult::kOk;
 }
 

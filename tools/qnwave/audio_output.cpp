@@ -15,29 +15,8 @@
 #include "tools/qnwave/wave_header.h"
 
 namespace qnwave {
-namespace {
 
-HRESULT StatusFromErrno(HRESULT fallback) {
-  switch (errno) {
-    case ENOSPC:
-    case EDQUOT:
-      return QN_E_DISK_FULL;
-    case EFBIG:
-      return QN_E_FILE_TOO_LARGE;
-    case EACCES:
-    case EPERM:
-    case EROFS:
-      return E_ACCESSDENIED;
-    case EEXIST:
-      return QN_E_FILE_EXISTS;
-    case ENAMETOOLONG:
-      return QN_E_FILE_NAME;
-    default:
-      return fallback;
-  }
-}
-
-}  // namespace
+using qntool::StatusFromErrno;
 
 AudioOutput::~AudioOutput() {
   if (descriptor_ >= 0) close(descriptor_);
@@ -60,11 +39,11 @@ bool AudioOutput::Create(const std::string& target, Container container, const A
   const std::filesystem::file_status status = std::filesystem::status(target, error);
   if (std::filesystem::exists(status)) {
     if (!std::filesystem::is_regular_file(status)) {
-      ReportError(target, QN_E_FILE_CREATE, "The target is no regular file.", qntool::kSavingFiles);
+      ReportError(target, QN_E_FILE_CREATE, messages::TargetNoRegularFile, qntool::kSavingFiles);
       return false;
     }
     if (!overwrite) {
-      ReportError(target, QN_E_FILE_EXISTS, "--force overwrites it.", qntool::kSavingFiles);
+      ReportError(target, QN_E_FILE_EXISTS, messages::ForceOverwrites, qntool::kSavingFiles);
       return false;
     }
     if (access(target.c_str(), W_OK) != 0) return Fail(StatusFromErrno(E_ACCESSDENIED));
@@ -100,7 +79,7 @@ bool AudioOutput::CreateTemporary() {
     descriptor_ = open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
     if (descriptor_ < 0 && errno == EEXIST) continue;
     if (descriptor_ < 0 && (errno == ENOENT || errno == ENOTDIR)) {
-      ReportError(target_, QN_E_FILE_CREATE, "Its folder does not exist.", qntool::kSavingFiles);
+      ReportError(target_, QN_E_FILE_CREATE, messages::FolderMissing, qntool::kSavingFiles);
       return false;
     }
     if (descriptor_ < 0) return Fail(StatusFromErrno(QN_E_FILE_CREATE));

@@ -230,12 +230,12 @@ bool CompleteFormat(Job* job) {
   for (const int channel : job->map) {
     if (channel < static_cast<int>(in.channels)) continue;
     ReportError(job->source.name, E_INVALIDARG,
-                "There is no channel " + std::to_string(channel) + " in " + DescribeChannels(in.channels) +
-                    "; they count from 0.");
+                {messages::NoChannel, {Message(std::to_string(channel)), ChannelsMessage(in.channels)}});
     return false;
   }
   if (out.FrameBytes() > kMostFrameBytes) {
-    ReportError(job->source.name, QN_E_MEDIA_TYPE, "A frame would have more than 65,535 bytes.");
+    ReportError(job->source.name, QN_E_MEDIA_TYPE,
+                {messages::FrameTooLarge, {Message::Bytes(kMostFrameBytes)}});
     return false;
   }
   return true;
@@ -244,10 +244,10 @@ bool CompleteFormat(Job* job) {
 bool CheckSize(const Job& job) {
   if (job.container == Container::kUnknown || CanHold(job.container, job.output, job.source.frames))
     return true;
-  ReportError(job.target, QN_E_FILE_TOO_LARGE,
-              "The file would have " + Bytes(WaveFileBytes(job.container, job.output, job.source.frames)) +
-                  ", and a WAV file ends at 4 GiB. Use Wave64: --container w64.",
-              qntool::kSavingFiles);
+  ReportError(
+      job.target, QN_E_FILE_TOO_LARGE,
+      {messages::WavTooLarge, {Message::Bytes(WaveFileBytes(job.container, job.output, job.source.frames))}},
+      qntool::kSavingFiles);
   return false;
 }
 
@@ -262,7 +262,7 @@ int Convert(const Job& job, bool overwrite, bool quiet) {
     runner.Run(&progress);
   }
   if (InterruptSignal() != 0) {
-    ReportError(job.target, QN_E_CANCELLED, "Nothing was written.");
+    ReportError(job.target, QN_E_CANCELLED, messages::NothingWritten);
     return kExitInterruptedBase + InterruptSignal();
   }
   if (runner.Status() != S_OK) {
@@ -290,8 +290,7 @@ int Run(const Arguments& arguments) {
 
   const SampleTypeRow& row = *FindSampleType(job.output.type);
   if (row.common != row.type && job.container != Container::kUnknown) {
-    ReportWarning(job.target, std::string("samples of the type ") + row.name +
-                                  " have a private format tag that other programs may not know.");
+    ReportWarning(job.target, {messages::PrivateTag, {Message(row.name)}});
   }
   if (!quiet) {
     std::printf("%s: %s frames, %s, %s, %u Hz\n", Shown(job.target).c_str(),

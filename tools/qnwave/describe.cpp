@@ -6,6 +6,7 @@
 #include "qn/audio/qnwaveformat.h"
 #include "qn/platform/text.h"
 #include "qn/text/qnnumber.h"
+#include "tools/qnwave/report.h"
 #include "tools/qnwave/sample_types.h"
 
 namespace qnwave {
@@ -30,35 +31,37 @@ bool numbersAreDressed = false;
 
 }  // namespace
 
-std::string DescribeFormat(const WAVEFORMATEXTENSIBLE& record) {
+Message FormatName(const WAVEFORMATEXTENSIBLE& record) {
   const WAVEFORMATEX& format = record.Format;
-  const bool extensible = format.wFormatTag == WAVE_FORMAT_EXTENSIBLE;
   const unsigned tag = QnAudio_GetWaveFormatTag(&format);
   const SampleTypeRow* const row = FindSampleType(QnAudio_GetSampleType2(tag, format.wBitsPerSample));
-  std::string words;
-  if (row) {
-    words = row->words;
-  } else {
-    for (const TagName& name : kTagNames) {
-      if (name.tag == tag) words = name.name;
-    }
+  if (row) return Message(row->words);
+  for (const TagName& name : kTagNames) {
+    if (name.tag == tag) return Message(name.name);
   }
-  if (words.empty()) {
-    char text[64];
-    std::snprintf(text, sizeof(text), "format tag 0x%04X, %u bits", tag, unsigned{format.wBitsPerSample});
-    words = text;
-  }
+  char text[16];
+  std::snprintf(text, sizeof(text), "0x%04X", tag);
+  return {messages::FormatTag, {Message(text), Message(std::to_string(format.wBitsPerSample))}};
+}
+
+std::string DescribeFormat(const WAVEFORMATEXTENSIBLE& record) {
+  const WAVEFORMATEX& format = record.Format;
+  std::string words = FormatName(record).English();
   const unsigned valid = record.Samples.wValidBitsPerSample;
-  if (extensible && valid != 0 && valid < format.wBitsPerSample) {
+  if (format.wFormatTag == WAVE_FORMAT_EXTENSIBLE && valid != 0 && valid < format.wBitsPerSample) {
     words += ", " + std::to_string(valid) + " of the bits valid";
   }
   return words;
 }
 
+Message ChannelsMessage(uint32_t channels) {
+  if (channels == 1) return messages::Mono;
+  if (channels == 2) return messages::Stereo;
+  return {messages::Channels, {Message(std::to_string(channels))}};
+}
+
 std::string DescribeChannels(uint32_t channels) {
-  if (channels == 1) return "mono";
-  if (channels == 2) return "stereo";
-  return std::to_string(channels) + " channels";
+  return ChannelsMessage(channels).English();
 }
 
 std::string DescribeSpeakers(uint32_t mask) {
@@ -101,14 +104,8 @@ bool AreNumbersDressed() {
 }
 
 std::string Grouped(uint64_t number) {
-  if (numbersAreDressed) {
-    WCHAR text[64];
-    QnDWordLongToTextN(number, text, 64, TRUE);
-    return qn::ToUtf8(text);
-  }
-  std::string digits = std::to_string(number);
-  for (size_t i = digits.size(); i > 3; i -= 3) digits.insert(i - 3, 1, ',');
-  return digits;
+  const Message message = Message::Number(number);
+  return numbersAreDressed ? message.Shown() : message.English();
 }
 
 std::string Bytes(uint64_t number) {

@@ -6,13 +6,18 @@
 
 #include "qn/platform/mmreg.h"
 #include "qn/text/qntimetext.h"
+#include "tools/common/text.h"
 
 namespace qnwave {
 
 // "16-bit integer", "MP3", "format tag 0x1234, 12 bits"
+qntool::Message FormatName(const WAVEFORMATEXTENSIBLE& record);
+
+// The same in English, with the valid bits where these are fewer.
 std::string DescribeFormat(const WAVEFORMATEXTENSIBLE& record);
 
 // "stereo", "6 channels"
+qntool::Message ChannelsMessage(uint32_t channels);
 std::string DescribeChannels(uint32_t channels);
 
 // "FL FR FC LFE", empty for 0

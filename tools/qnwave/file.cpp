@@ -16,11 +16,11 @@ File Open(const std::string& name, DWORD access) {
   std::error_code ignored;
   const std::filesystem::file_status status = std::filesystem::status(name, ignored);
   if (std::filesystem::is_directory(status)) {
-    ReportOpenError(name, QN_E_FILE_OPEN, "It is a directory.");
+    ReportOpenError(name, QN_E_FILE_OPEN, messages::IsDirectory);
     return File();
   }
   if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)) {
-    ReportOpenError(name, QN_E_FILE_OPEN, "It is no regular file.");
+    ReportOpenError(name, QN_E_FILE_OPEN, messages::NoRegularFile);
     return File();
   }
   std::u16string path;
@@ -38,15 +38,15 @@ File Open(const std::string& name, DWORD access) {
 
 bool LibraryPath(const std::string& name, std::u16string* path) {
   if (name.empty()) {
-    ReportOpenError("''", QN_E_FILE_NAME, "The file name is empty.");
+    ReportOpenError("''", QN_E_FILE_NAME, messages::NameEmpty);
     return false;
   }
   if (name.find('\\') != std::string::npos) {
-    ReportOpenError(name, QN_E_FILE_NAME, "A file whose name holds a backslash cannot be reached.");
+    ReportOpenError(name, QN_E_FILE_NAME, messages::NameBackslash);
     return false;
   }
   if (qn::ToUtf8(qn::FromUtf8(name)) != name) {
-    ReportOpenError(name, QN_E_FILE_NAME, "A file whose name is not valid UTF-8 cannot be reached.");
+    ReportOpenError(name, QN_E_FILE_NAME, messages::NameNotUtf8);
     return false;
   }
   // The library drops a drive letter: a native name that starts like one is kept whole by its folder.

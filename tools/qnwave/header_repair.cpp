@@ -239,23 +239,22 @@ std::string DescribePatches(const Layout& layout) {
 }  // namespace
 
 std::optional<RepairPlan> PlanRepair(const File& file, const Layout& layout, const RepairOptions& options,
-                                     std::string* obstacle) {
+                                     Message* obstacle) {
   RepairPlan plan;
   // The header is held in memory until the repair has proved good.
   constexpr uint64_t kMostHeaderBytes = 256 << 20;
   if (layout.dataStart > kMostHeaderBytes) {
-    *obstacle = "The samples start too far into the file.";
+    *obstacle = messages::SamplesTooFar;
     return std::nullopt;
   }
   if (layout.Has(Damage::kTooLarge)) {
-    *obstacle =
-        "A WAV header cannot count so many samples. Make a Wave64 file of them: qnwave convert --to-end.";
+    *obstacle = {messages::WavCannotCount, {Message("--to-end")}};
     return std::nullopt;
   }
   plan.rebuild = !layout.hasFormat || !layout.hasData;
   if (!plan.rebuild) {
     if (layout.Has(Damage::kFormatRecord) && layout.formatBytes < kShortRecordBytes) {
-      *obstacle = "The format chunk is too short for a record.";
+      *obstacle = messages::RecordTooShort;
       return std::nullopt;
     }
     plan.start = layout.dataStart;
@@ -264,16 +263,15 @@ std::optional<RepairPlan> PlanRepair(const File& file, const Layout& layout, con
   }
   FindStart(file, layout, options, &plan);
   if (plan.start < EarliestStart(layout) || plan.start >= layout.fileBytes || plan.start > kMostHeaderBytes) {
-    *obstacle = "There are no samples behind the header.";
+    *obstacle = messages::NoSamples;
     return std::nullopt;
   }
   if (plan.start % RulesOf(layout.container).alignment != 0) {
-    *obstacle = "The samples start at an odd place, " + Grouped(plan.start) + ", where no header can end.";
+    *obstacle = {messages::OddStart, {Message::Number(plan.start)}};
     return std::nullopt;
   }
   if (!IsWave64(layout) && layout.fileBytes - 8 > UINT32_MAX) {
-    *obstacle =
-        "A WAV header cannot count so many samples. Make a Wave64 file of them: qnwave convert --raw-in.";
+    *obstacle = {messages::WavCannotCount, {Message("--raw-in")}};
     return std::nullopt;
   }
   plan.done = "wrote a new header of " + Bytes(plan.start);

@@ -29,7 +29,7 @@ struct RepairPlan {
 // What a repair of a damaged layout would do; nothing, with the reason in `*obstacle`, when it cannot be
 // done.
 std::optional<RepairPlan> PlanRepair(const File& file, const Layout& layout, const RepairOptions& options,
-                                     std::string* obstacle);
+                                     qntool::Message* obstacle);
 
 // Carries a plan out on a file that is open for change.
 HRESULT CarryOut(const File& file, const Layout& layout, const RepairPlan& plan,

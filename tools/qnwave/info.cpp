@@ -43,7 +43,7 @@ bool Inspect(const std::string& name, FileInfo* info) {
   info->layout = ReadLayout(file, name);
   const Layout& layout = info->layout;
   if (layout.container == Container::kUnknown || layout.container == Container::kOther) {
-    ReportOpenError(name, QN_E_FILE_FORMAT, "This is no WAV, Wave64, RF64 or AIFF file.");
+    ReportOpenError(name, QN_E_FILE_FORMAT, messages::NoKnownFile);
     return false;
   }
   info->hasAudio = LocateAudio(name, layout, &info->audio);
@@ -139,9 +139,11 @@ void PrintInfo(const FileInfo& info, const _qnposfmt* timeFormat) {
             Bytes(layout.fileBytes) + (AreNumbersDressed() ? ", " + ShortSize(layout.fileBytes) : ""));
   std::printf("  Chunks\n");
   PrintChunk(layout.form, 0);
-  for (const std::string& note : layout.notes) PrintLine("Note", note);
-  for (const Problem& problem : layout.problems) PrintLine("Damaged", problem.text);
-  if (layout.IsDamaged() && layout.IsRepairable()) PrintLine("", "Try: qnwave repair " + Quoted(info.name));
+  for (const Message& note : layout.notes) PrintLine("Note", note.Shown());
+  for (const Problem& problem : layout.problems) PrintLine("Damaged", problem.text.Shown());
+  if (layout.IsDamaged() && layout.IsRepairable()) {
+    PrintLine("", Message(messages::TryRepair, {Message(Quoted(info.name))}).Shown());
+  }
 }
 
 void WriteChunk(JsonWriter* json, const char* key, const Chunk& chunk) {
@@ -195,10 +197,10 @@ void WriteInfo(JsonWriter* json, const FileInfo& info) {
   json->Bool("readable", info.hasAudio);
   json->Bool("damaged", layout.IsDamaged());
   json->BeginArray("problems");
-  for (const Problem& problem : layout.problems) json->String("", problem.text);
+  for (const Problem& problem : layout.problems) json->String("", problem.text.English());
   json->EndArray();
   json->BeginArray("notes");
-  for (const std::string& note : layout.notes) json->String("", note);
+  for (const Message& note : layout.notes) json->String("", note.English());
   json->EndArray();
   WriteChunk(json, "chunks", layout.form);
   json->EndObject();

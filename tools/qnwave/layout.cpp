@@ -28,10 +28,13 @@ class Reader {
  private:
   uint64_t DataOf(uint64_t chunk) const { return chunk + rules_.chunkHeaderBytes; }
   uint64_t RoomOf(uint64_t chunk) const { return layout_.fileBytes - DataOf(chunk); }
-  void Report(Damage damage, std::string text) { layout_.problems.push_back({damage, std::move(text)}); }
-  void Note(std::string text) { layout_.notes.push_back(std::move(text)); }
+  void Report(Damage damage, Message text) { layout_.problems.push_back({damage, std::move(text)}); }
+  void Note(Message text) { layout_.notes.push_back(std::move(text)); }
 
   std::optional<ChunkHeader> HeaderAt(uint64_t offset);
+  Message QuotedIdAt(uint64_t offset) {
+    return Message(Quoted(ShownId(layout_.container, HeaderAt(offset)->id)));
+  }
   bool LeadsOn(uint64_t offset);
   bool ChainsToEnd(uint64_t offset);
   uint64_t NextChunk(uint64_t offset, uint64_t size);
@@ -159,7 +162,7 @@ uint64_t Reader::Walk(uint64_t offset) {
     const uint64_t next = NextChunk(offset, header.size);
     if (next < DataOf(offset) + rules_.Padded(header.size) && !notedPadding_) {
       notedPadding_ = true;
-      Note("The chunk at " + Grouped(offset) + " has no padding.");
+      Note({messages::NoPadding, {Message::Number(offset)}});
     }
     offset = next;
   }
@@ -202,13 +205,11 @@ void Reader::TakeData(uint64_t offset, ChunkHeader header) {
   const uint64_t oneFrame = std::clamp<uint64_t>(layout_.record.Format.nBlockAlign, 1, 256);
   if (size > room) {
     const bool open = layout_.container == Container::kWav && size == UINT32_MAX;
-    Report(Damage::kDataCut,
-           open ? "The data chunk states no size (0xFFFFFFFF); " + Bytes(room) + " follow."
-                : "The data chunk states " + Bytes(size) + ", but only " + Bytes(room) + " follow.");
+    Report(Damage::kDataCut, open ? Message(messages::DataOpen, {Message::Bytes(room)})
+                                  : Message(messages::DataCut, {Message::Bytes(size), Message::Bytes(room)}));
   } else if (size == 0 && room >= oneFrame && !ChainsToEnd(layout_.dataStart)) {
     layout_.dataBytes = room;
-    Report(Damage::kDataSize,
-           "The data chunk states a size of 0, but " + Bytes(room) + " of samples follow.");
+    Report(Damage::kDataSize, {messages::DataZero, {Message::Bytes(room)}});
   } else {
     JudgeRest(NextChunk(offset, size));
   }
@@ -221,7 +222,7 @@ void Reader::JudgeRest(uint64_t end) {
   if (next && next->plausible) {
     const uint64_t broken = Walk(end);
     if (broken != kNowhere) {
-      Note("The chunk at " + Grouped(broken) + ", behind the samples, is broken; readers ignore it.");
+      Note({messages::BrokenBehind, {Message::Number(broken)}});
     }
     return;
   }
@@ -233,11 +234,10 @@ void Reader::JudgeRest(uint64_t end) {
   const bool wrapped = layout_.container == Container::kWav && layout_.fileBytes > UINT32_MAX;
   if (next && (claimed || wrapped) && !IsSilent(end)) {
     layout_.dataBytes = layout_.fileBytes - layout_.dataStart;
-    Report(Damage::kDataSize, "The data chunk states " + Bytes(layout_.statedBytes) +
-                                  ", but what follows them is no chunk up to the end of the file.");
+    Report(Damage::kDataSize, {messages::DataFollowed, {Message::Bytes(layout_.statedBytes)}});
     return;
   }
-  Note(Bytes(layout_.fileBytes - end) + " at the end of the file belong to no chunk.");
+  Note({messages::RestNoChunk, {Message::Bytes(layout_.fileBytes - end)}});
 }
 
 // The format chunk of a file that has none by its id: a chunk with a likely record, or else a first chunk of
@@ -327,7 +327,7 @@ bool Reader::BridgeToData(uint64_t broken) {
         std::remove_if(chunks.begin(), chunks.end(), [&](const Chunk& c) { return c.offset >= owner; }),
         chunks.end());
     layout_.brokenOffset = owner;
-    Report(Damage::kBrokenChunk, "The chunk at " + Grouped(owner) + " does not lead to the next one.");
+    Report(Damage::kBrokenChunk, {messages::ChunkAstray, {Message::Number(owner)}});
     TakeData(*found, *header);
     return true;
   }
@@ -346,8 +346,7 @@ void Reader::FindLostData(uint64_t broken) {
     broken = last.offset;
     layout_.form.children.pop_back();
   }
-  Report(Damage::kDataId,
-         "The data chunk's id is " + Quoted(ShownId(layout_.container, HeaderAt(broken)->id)) + ".");
+  Report(Damage::kDataId, {messages::DataId, {QuotedIdAt(broken)}});
   dataAt_ = broken;
   Walk(broken);
 }
@@ -359,14 +358,12 @@ void Reader::CheckSizes() {
   const uint64_t stated = layout_.header.formSize;
   const uint64_t dataEnd = layout_.dataStart + layout_.dataBytes;
   if (layout_.container == Container::kWav && dataEnd - 8 > UINT32_MAX) {
-    Report(Damage::kTooLarge, "There are " + Bytes(layout_.dataBytes) +
-                                  " of samples, more than the size fields of a WAV file can count.");
+    Report(Damage::kTooLarge, {messages::TooManySamples, {Message::Bytes(layout_.dataBytes)}});
   } else if (stated > layout_.fileBytes + slack) {
-    Report(Damage::kFormSize, "The file header states a size of " + Bytes(stated) + ", but the file has " +
-                                  Bytes(layout_.fileBytes) + ".");
+    Report(Damage::kFormSize,
+           {messages::FormSizeBeyond, {Message::Bytes(stated), Message::Bytes(layout_.fileBytes)}});
   } else if (stated + slack < dataEnd) {
-    Report(Damage::kFormSize, "The file header states a size of " + Bytes(stated) +
-                                  ", but the samples end at " + Grouped(dataEnd) + ".");
+    Report(Damage::kFormSize, {messages::FormSizeBefore, {Message::Bytes(stated), Message::Number(dataEnd)}});
   }
 }
 
@@ -379,19 +376,18 @@ void Reader::CheckRecord() {
   const unsigned tag = QnAudio_GetWaveFormatTag(&format);
   const unsigned frame = format.nChannels * ((format.wBitsPerSample + 7u) / 8);
   const bool linear = tag == WAVE_FORMAT_PCM || tag == WAVE_FORMAT_IEEE_FLOAT;
+  const auto plain = [](unsigned number) { return Message(std::to_string(number)); };
   const bool empty = format.wFormatTag == 0 || format.nChannels == 0 || format.nSamplesPerSec == 0 ||
                      (linear && format.wBitsPerSample == 0);
   if (empty || format.nChannels > kMostChannels || format.nSamplesPerSec > kMostHertz ||
       format.wBitsPerSample > kMostBits) {
-    Report(Damage::kFormatRecord, "The format record has fields that make no sense: tag " +
-                                      std::to_string(format.wFormatTag) + ", " +
-                                      std::to_string(format.nChannels) + " channels, " +
-                                      std::to_string(format.nSamplesPerSec) + " Hz, " +
-                                      std::to_string(format.wBitsPerSample) + " bits.");
+    Report(Damage::kFormatRecord, {messages::RecordSenseless,
+                                   {plain(format.wFormatTag), plain(format.nChannels),
+                                    plain(format.nSamplesPerSec), plain(format.wBitsPerSample)}});
   } else if (linear && (format.nBlockAlign < frame || format.nBlockAlign % format.nChannels != 0)) {
-    Report(Damage::kFormatRecord, "The format record states frames of " + Bytes(format.nBlockAlign) +
-                                      " for " + std::to_string(format.nChannels) + " times " +
-                                      std::to_string(format.wBitsPerSample) + " bits.");
+    Report(Damage::kFormatRecord,
+           {messages::RecordFrames,
+            {Message::Bytes(format.nBlockAlign), plain(format.nChannels), plain(format.wBitsPerSample)}});
   }
 }
 
@@ -400,19 +396,17 @@ void Reader::Run() {
   layout_.form.id = ContainerName(layout_.container);
   layout_.form.listType = layout_.header.type;
   if (!layout_.header.idIsRight || !layout_.header.typeIsRight) {
-    Report(Damage::kFormHeader,
-           std::string("The file does not start as a ") + ContainerName(layout_.container) + " file does.");
+    Report(Damage::kFormHeader, {messages::WrongStart, {Message(ContainerName(layout_.container))}});
   }
   const bool repairable = layout_.IsRepairable();
   if (repairable) formatAt_ = FindDisguisedFormat();
   if (formatAt_ != kNowhere) {
-    Report(Damage::kFormatId,
-           "The format chunk's id is " + Quoted(ShownId(layout_.container, HeaderAt(formatAt_)->id)) + ".");
+    Report(Damage::kFormatId, {messages::FormatId, {QuotedIdAt(formatAt_)}});
   }
   const uint64_t broken = Walk(rules_.fileHeaderBytes);
   layout_.form.size = layout_.header.formSize;
   if (layout_.container == Container::kAiff) {
-    if (broken != kNowhere) Note("The chunk at " + Grouped(broken) + " does not fit in the file.");
+    if (broken != kNowhere) Note({messages::ChunkBeyond, {Message::Number(broken)}});
     return;
   }
   if (repairable && !layout_.hasData) FindLostData(broken);
@@ -420,9 +414,9 @@ void Reader::Run() {
   if (layout_.hasFormat) {
     CheckRecord();
   } else {
-    Report(Damage::kNoFormat, "There is no format chunk.");
+    Report(Damage::kNoFormat, messages::NoFormatChunk);
   }
-  if (!layout_.hasData) Report(Damage::kNoData, "There is no data chunk.");
+  if (!layout_.hasData) Report(Damage::kNoData, messages::NoDataChunk);
 }
 
 }  // namespace

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "qn/platform/mmreg.h"
+#include "tools/common/text.h"
 #include "tools/qnwave/container.h"
 #include "tools/qnwave/file.h"
 
@@ -44,7 +45,7 @@ enum class Damage {
 
 struct Problem {
   Damage damage;
-  std::string text;
+  qntool::Message text;
 };
 
 struct Layout {
@@ -67,7 +68,7 @@ struct Layout {
   uint64_t brokenOffset = 0;  // of the chunk that Damage::kBrokenChunk is about
 
   std::vector<Problem> problems;
-  std::vector<std::string> notes;  // oddities that are no damage
+  std::vector<qntool::Message> notes;  // oddities that are no damage
 
   bool Has(Damage damage) const;
   bool IsDamaged() const { return !problems.empty(); }

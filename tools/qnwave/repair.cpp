@@ -91,7 +91,7 @@ std::string WriteBackup(const std::string& name, const std::vector<uint8_t>& hea
     ReportError(backup, SystemStatus(QN_E_FILE_WRITE), {}, qntool::kWritingFile);
     return std::string();
   }
-  ReportError(name, QN_E_FILE_EXISTS, "There are too many backups of its header already.");
+  ReportError(name, QN_E_FILE_EXISTS, messages::TooManyBackups);
   return std::string();
 }
 
@@ -114,8 +114,7 @@ int RepairFile(const std::string& name, const Layout& layout, const RepairPlan& 
   if (status != S_OK || after.IsDamaged() || after.dataStart != plan.start) {
     const bool restored = file.WriteAt(0, header.data(), static_cast<uint32_t>(header.size()));
     ReportError(name, status != S_OK ? status : QN_E_FILE_FORMAT,
-                restored ? "The header could not be repaired; it is as it was."
-                         : "The header could not be repaired. It is lost, but for the backup.");
+                restored ? messages::HeaderKept : messages::HeaderLost);
     return kExitFailed;
   }
   const WAVEFORMATEX& format = after.record.Format;
@@ -140,23 +139,19 @@ int Repair(const std::string& name, const RepairOptions& options, Container cont
            const Arguments& arguments) {
   Layout layout;
   std::optional<RepairPlan> plan;
-  std::string obstacle;
+  Message obstacle;
   {
     const File file = File::ForReading(name);
     if (!file) return kExitFailed;
     layout = ReadLayout(file, name, container);
     if (layout.container == Container::kUnknown || layout.container == Container::kOther) {
-      ReportError(
-          name, QN_E_FILE_FORMAT,
-          layout.container == Container::kOther
-              ? "This is no WAV or Wave64 file."
-              : "Nothing in the file tells that it is a WAV or Wave64 file; --container says which it was.");
+      ReportError(name, QN_E_FILE_FORMAT,
+                  layout.container == Container::kOther ? messages::NoWaveFile : messages::ContainerNotTold);
       return kExitFailed;
     }
     if (!layout.IsRepairable()) {
-      ReportError(
-          name, QN_E_FILE_UNSUPPORTED,
-          std::string(ContainerName(layout.container)) + " files are not repaired; it stays as it is.");
+      ReportError(name, QN_E_FILE_UNSUPPORTED,
+                  {messages::NotRepaired, {Message(ContainerName(layout.container))}});
       return kExitFailed;
     }
     if (layout.IsDamaged()) plan = PlanRepair(file, layout, options, &obstacle);
@@ -166,7 +161,8 @@ int Repair(const std::string& name, const RepairOptions& options, Container cont
     std::printf("%s: healthy; nothing to do.\n", shown.c_str());
     return kExitOk;
   }
-  for (const Problem& problem : layout.problems) std::printf("%s: %s\n", shown.c_str(), problem.text.c_str());
+  for (const Problem& problem : layout.problems)
+    std::printf("%s: %s\n", shown.c_str(), problem.text.Shown().c_str());
   if (!plan) {
     ReportError(name, QN_E_FILE_FORMAT, obstacle);
     return kExitFailed;

@@ -12,11 +12,11 @@ HRESULT SystemStatus(HRESULT fallback) {
   return status == S_OK || status == E_FAIL ? fallback : status;
 }
 
-void ReportError(std::string_view file, HRESULT status, std::string_view details, ULONG_PTR context) {
+void ReportError(std::string_view file, HRESULT status, const Message& details, ULONG_PTR context) {
   qntool::ReportFailure(file, context, status, details);
 }
 
-void ReportOpenError(std::string_view file, HRESULT status, std::string_view details) {
+void ReportOpenError(std::string_view file, HRESULT status, const Message& details) {
   ReportError(file, status, details, qntool::kOpeningFiles);
 }
 

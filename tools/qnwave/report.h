@@ -11,6 +11,8 @@
 
 namespace qnwave {
 
+namespace messages = qntool::messages;
+using qntool::Message;
 using qntool::Quoted;
 using qntool::ReportError;
 using qntool::ReportUsage;
@@ -22,10 +24,10 @@ HRESULT SystemStatus(HRESULT fallback);
 
 // A failure about a file in the user's language (see tools/common/failure.h), with `details` of the tool's
 // own behind the reason.
-void ReportError(std::string_view file, HRESULT status, std::string_view details = {},
+void ReportError(std::string_view file, HRESULT status, const Message& details = {},
                  ULONG_PTR context = qntool::kDuringOperation);
 
 // A file that could not be opened or read for what it is.
-void ReportOpenError(std::string_view file, HRESULT status, std::string_view details = {});
+void ReportOpenError(std::string_view file, HRESULT status, const Message& details = {});
 
 }  // namespace qnwave

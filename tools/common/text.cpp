@@ -1,0 +1,48 @@
+#include "tools/common/text.h"
+
+#include <iterator>
+
+#include "qn/platform/module.h"
+#include "qn/platform/text.h"
+#include "qn/text/qnnumber.h"
+#include "qn/text/qnprint.h"
+
+namespace qntool {
+
+HQNLANG Message::language = nullptr;
+
+void OpenMessages(LCID lcid) {
+  if (!Message::language) QnLang_Open(&Message::language, GetModuleHandleW(nullptr), 0, 0);
+  QnLang_UpdateLCID(Message::language, lcid);
+}
+
+Message Message::Number(uint64_t number) {
+  WCHAR dressed[64];
+  QnDWordLongToTextN(number, dressed, 64, TRUE);
+  Message message;
+  message.shown_ = qn::ToUtf8(dressed);
+  message.english_ = std::to_string(number);
+  for (size_t i = message.english_.size(); i > 3; i -= 3) message.english_.insert(i - 3, 1, ',');
+  return message;
+}
+
+Message Message::Bytes(uint64_t number) {
+  return Message(number == 1 ? messages::Byte : messages::Bytes, {Number(number)});
+}
+
+std::string Message::Compose(HQNLANG handle) const {
+  const std::u16string format = QnGetString(handle, *record_);
+  std::u16string inserts[4];
+  size_t room = format.size() + 1;
+  for (size_t i = 0; i < inserts_.size() && i < std::size(inserts); ++i) {
+    inserts[i] = qn::FromUtf8(handle ? inserts_[i].Shown() : inserts_[i].English());
+    room += inserts[i].size();
+  }
+  std::u16string text(room, u'\0');
+  const int length = QnComposeStr(text.data(), static_cast<int>(room), format.c_str(), inserts[0].c_str(),
+                                  inserts[1].c_str(), inserts[2].c_str(), inserts[3].c_str());
+  text.resize(static_cast<size_t>(length));
+  return qn::ToUtf8(text);
+}
+
+}  // namespace qntool
