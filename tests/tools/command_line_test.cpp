@@ -65,5 +65,26 @@ TEST(CommandLine, ErrorsNameTheFileTheReasonAndTheStatus) {
   EXPECT_EQ(Qnwave({"--help"}, "exec >/dev/full;").exit, 1);
 }
 
+TEST(CommandLine, FailuresAreInTheLanguageOfTheUserAndJsonInEnglish) {
+  const ScratchFolder folder;
+  const std::string file = folder.Native("x.wav");
+  WriteFileBytes(file,
+                 Wav::Form(Wav::Chunk("fmt ", Record(1, 1, 8000, 16)) + Hex("'data' *4") + Noise(4000)));
+  using Row = std::tuple<const char*, const char*, const char*>;
+  for (const auto& [language, damage, hint] :
+       {Row("de", "Der Daten-Chunk gibt die Größe 0 an, aber es folgen 4.000 Byte Samples.",
+            "Versuchen Sie: "),
+        Row("ja",
+            "データチャンクのサイズは 0 と記載されていますが、後ろに 4,000 バイトのサンプルが続いています。",
+            "次のコマンドを試してください: ")}) {
+    const std::string line = std::string(damage) + " " + hint + "qnwave repair '" + file + "'";
+    const ToolRun run = Qnwave({"convert", "--lang", language, file, folder.Native("out.wav")});
+    EXPECT_NE(run.err.find(line), std::string::npos) << run.err;
+    EXPECT_NE(Qnwave({"info", "--lang", language, file}).out.find(damage), std::string::npos);
+    EXPECT_EQ(Jq(Qnwave({"info", "--json", "--lang", language, file}).out, ".[0].problems[0]"),
+              "The data chunk states a size of 0, but 4,000 bytes of samples follow.");
+  }
+}
+
 }  // namespace
 }  // namespace qntest
