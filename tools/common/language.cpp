@@ -14,7 +14,7 @@ void TakeLanguageOver() {
   // The labels among the default tokens come in the library's language, so that is set first.
   _QnLang_UpdateKernelOnlyLCID(GetUserDefaultUILanguage());
   QnLang_GetInternationals(nullptr, 0);
-  OpenMessages(GetUserDefaultUILanguage());
+  SetMessageLanguage(GetUserDefaultUILanguage());
 }
 
 }  // namespace

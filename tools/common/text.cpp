@@ -1,6 +1,7 @@
 #include "tools/common/text.h"
 
 #include <iterator>
+#include <memory>
 
 #include "qn/platform/module.h"
 #include "qn/platform/text.h"
@@ -9,11 +10,23 @@
 
 namespace qntool {
 
-HQNLANG Message::language = nullptr;
+namespace {
 
-void OpenMessages(LCID lcid) {
-  if (!Message::language) QnLang_Open(&Message::language, GetModuleHandleW(nullptr), 0, 0);
-  QnLang_UpdateLCID(Message::language, lcid);
+struct CloseLanguage {
+  void operator()(HQNLANG handle) const { QnLang_Close(handle); }
+};
+std::unique_ptr<tQNLANG, CloseLanguage> language;
+
+}  // namespace
+
+void SetMessageLanguage(LCID lcid) {
+  HQNLANG handle = nullptr;
+  QnLang_Open(&handle, GetModuleHandleW(nullptr), lcid, 0);
+  language.reset(handle);
+}
+
+HQNLANG Message::UserLanguage() {
+  return language.get();
 }
 
 Message Message::Number(uint64_t number) {

@@ -13,8 +13,8 @@
 
 namespace qntool {
 
-// Opens the language of messages; until then they are English. It stays open until the process ends.
-void OpenMessages(LCID lcid);
+// Sets the language of messages; until then they are English.
+void SetMessageLanguage(LCID lcid);
 
 // A text that people read in their language and programs in English.
 class Message {
@@ -35,16 +35,15 @@ class Message {
   // "1,234 bytes"
   static Message Bytes(uint64_t number);
 
-  std::string Shown() const { return record_ ? Compose(language) : shown_; }
+  std::string Shown() const { return record_ ? Compose(UserLanguage()) : shown_; }
   std::string English() const { return record_ ? Compose(nullptr) : english_; }
 
  private:
-  friend void OpenMessages(LCID lcid);
-
   // Of a record, in the language of a handle, English for null.
   std::string Compose(HQNLANG handle) const;
 
-  static HQNLANG language;
+  // Null as long as it is not set.
+  static HQNLANG UserLanguage();
 
   const qnlang_t* record_ = nullptr;
   std::vector<Message> inserts_;
