@@ -49,8 +49,8 @@ QN_API DWORD QnKernel_IsQnfcLegacy();
 // asks for the depth alone. Other messages do nothing. `window` is not used.
 QN_API void QnKernel_UserPrefChanges(HWND window, UINT message);
 
-// The version of the system here is that of the published interface that the library follows, which is at least
-// each level below; of Linux itself `uname` tells. So a host that asks for an older system than the one
+// The version of the system here is that of the published interface that the library follows, which is at
+// least each level below; of Linux itself `uname` tells. So a host that asks for an older system than the one
 // at hand gets yes.
 
 // Nonzero if the system is at least of that level: 6 is 5.1, 7 is 6.0, 8 is 6.1, 9 is 6.2, 10 is 10.0, 11 is

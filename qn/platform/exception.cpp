@@ -19,6 +19,7 @@
 #include <utility>
 
 #include "qn/platform/mapping_internal.h"
+#include "qn/platform/unload_internal.h"
 
 namespace {
 
@@ -430,7 +431,13 @@ class OutermostFrame {
 
 // Nothing may lead into the library once it is unloaded.
 __attribute__((destructor)) void TakeOff() {
-  const std::lock_guard guard(lock);
+  std::unique_lock guard(lock, std::defer_lock);
+  // A fork has this thread alone; another may have held the lock in the moment of the fork.
+  if (qn::IsForkedCopy()) {
+    static_cast<void>(guard.try_lock());
+  } else {
+    guard.lock();
+  }
   users = 0;
   UpdateHandlers();
   if (SignalStack* const stack = CurrentSignalStack()) DropSignalStack(stack);
