@@ -9,7 +9,7 @@ scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 prefix=$scratch/prefix
 cmake --install "$build" --prefix "$prefix" >"$scratch/install.log"
-for file in bin/{qntext,qnwave} share/man/man1/{qntext,qnwave}.1 include/qn/qn.h; do
+for file in bin/{qnmetric,qntext,qnwave} share/man/man1/{qnmetric,qntext,qnwave}.1 include/qn/qn.h; do
   [ -e "$prefix/$file" ] || { echo "not installed: $file"; exit 1; }
 done
 ! find "$prefix" -name '*_internal.h' | grep . || { echo "an internal header is installed"; exit 1; }
