@@ -49,14 +49,15 @@ using qn::ToPath;
 // A locking descriptor must be able to read, so writers are opened for reading too. Where the file forbids
 // that, the plain access is tried.
 int OpenDescriptor(const std::string& path, DWORD access, int flags, mode_t mode) {
-  if (!(access & GENERIC_WRITE)) return open(path.c_str(), O_RDONLY | flags, mode);
-  const int descriptor = open(path.c_str(), O_RDWR | flags, mode);
+  const bool writes = access & GENERIC_WRITE;
+  const int descriptor = open(path.c_str(), (writes ? O_RDWR : O_RDONLY) | flags, mode);
   if (descriptor >= 0 || errno != EACCES || (access & GENERIC_READ)) return descriptor;
-  return open(path.c_str(), O_WRONLY | flags, mode);
+  return writes ? open(path.c_str(), O_WRONLY | flags, mode) : descriptor;
 }
 
 struct Opened {
   int descriptor = -1;
+  bool isNameOnly = false;  // without a right to the content: neither read, written nor locked
   bool created = false;
 };
 
@@ -68,8 +69,13 @@ Opened OpenByDisposition(const std::string& path, DWORD access, DWORD dispositio
   constexpr int kRounds = 8;
   Opened opened;
   for (int i = 0; i < kRounds; ++i) {
+    // O_NONBLOCK as a FIFO would wait for its other end. Regular files know no difference.
     if (disposition != CREATE_NEW) {
-      opened.descriptor = OpenDescriptor(path, access, O_CLOEXEC, mode);
+      opened.descriptor = OpenDescriptor(path, access, O_NONBLOCK | O_CLOEXEC, mode);
+      if (opened.descriptor < 0 && errno == EACCES && !(access & (GENERIC_READ | GENERIC_WRITE))) {
+        opened.descriptor = open(path.c_str(), O_PATH | O_CLOEXEC);
+        opened.isNameOnly = true;
+      }
       if (opened.descriptor >= 0 || errno != ENOENT || !create) return opened;
     }
     opened.descriptor = OpenDescriptor(path, access, O_CLOEXEC | O_CREAT | O_EXCL, mode);
@@ -79,37 +85,71 @@ Opened OpenByDisposition(const std::string& path, DWORD access, DWORD dispositio
   return opened;
 }
 
+// What is opened for writing waits for its turn again; what is only read never does, whoever may have put a
+// FIFO in the place of a file. False with errno.
+bool Settle(const std::string& path, DWORD access, const struct stat& info, qn::Descriptor* descriptor) {
+  const bool writes = access & GENERIC_WRITE;
+  if (S_ISREG(info.st_mode) || (S_ISFIFO(info.st_mode) && !writes)) return true;
+  if (S_ISFIFO(info.st_mode)) {
+    // Opened for both directions it was its own reader.
+    errno = EACCES;
+    if (access & GENERIC_READ) return false;
+    *descriptor = qn::Descriptor();
+    *descriptor = qn::Descriptor(open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
+    if (!*descriptor) return false;
+  }
+  const int flags = fcntl(descriptor->Get(), F_GETFL);
+  return flags >= 0 && fcntl(descriptor->Get(), F_SETFL, flags & ~O_NONBLOCK) == 0;
+}
+
+// Removes a new file that another opener got hold of first, if that one lets it go.
+void TakeBack(const std::string& path, const struct stat& own) {
+  const qn::DeleteClaim claim(AT_FDCWD, path.c_str());
+  struct stat there;
+  const bool isOwn =
+      lstat(path.c_str(), &there) == 0 && there.st_dev == own.st_dev && there.st_ino == own.st_ino;
+  if (isOwn && !claim.Refused()) unlink(path.c_str());
+}
+
 HANDLE OpenFile(const std::string& path, DWORD access, DWORD share, DWORD disposition, DWORD attributes) {
   const Opened opened = OpenByDisposition(path, access, disposition, attributes);
   if (opened.descriptor < 0) {
-    SetLastError(OpenError(path));
+    // Only a lease of another program makes the opening of a file wait.
+    SetLastError(errno == EWOULDBLOCK ? ERROR_SHARING_VIOLATION : OpenError(path));
     return INVALID_HANDLE_VALUE;
   }
-  const auto file = std::make_shared<FileObject>(opened.descriptor);
-  file->access = access;
-
+  qn::Descriptor descriptor(opened.descriptor);
   struct stat info;
-  if (fstat(opened.descriptor, &info) != 0 || S_ISDIR(info.st_mode)) {
+  if (fstat(descriptor.Get(), &info) != 0 || S_ISDIR(info.st_mode)) {
     SetLastError(ERROR_ACCESS_DENIED);
     return INVALID_HANDLE_VALUE;
   }
-  if (qn::EnterShareMode(opened.descriptor, access, share) == qn::ShareResult::kConflict) {
+  if (!opened.isNameOnly && !Settle(path, access, info, &descriptor)) {
+    FailWithErrno();
+    return INVALID_HANDLE_VALUE;
+  }
+  const int number = descriptor.Get();
+  if (!opened.isNameOnly && qn::EnterShareMode(number, access, share) == qn::ShareResult::kConflict) {
+    if (disposition == CREATE_NEW) TakeBack(path, info);
     SetLastError(ERROR_SHARING_VIOLATION);
     return INVALID_HANDLE_VALUE;
   }
   const bool cut = !opened.created && (disposition == CREATE_ALWAYS || disposition == TRUNCATE_EXISTING);
-  if (cut && ftruncate(opened.descriptor, 0) != 0) {
+  if (cut && ftruncate(number, 0) != 0) {
     FailWithErrno();
     return INVALID_HANDLE_VALUE;
   }
   if (opened.created && (attributes & FILE_ATTRIBUTE_HIDDEN) && !qn::IsHidden(path)) {
-    qn::MarkHidden(opened.descriptor);
+    qn::MarkHidden(number);
   }
   if (attributes & FILE_FLAG_SEQUENTIAL_SCAN) {
-    posix_fadvise(opened.descriptor, 0, 0, POSIX_FADV_SEQUENTIAL);
+    posix_fadvise(number, 0, 0, POSIX_FADV_SEQUENTIAL);
   } else if (attributes & FILE_FLAG_RANDOM_ACCESS) {
-    posix_fadvise(opened.descriptor, 0, 0, POSIX_FADV_RANDOM);
+    posix_fadvise(number, 0, 0, POSIX_FADV_RANDOM);
   }
+  const auto file = std::make_shared<FileObject>(number);
+  static_cast<void>(descriptor.Release());
+  file->access = access;
   if (attributes & FILE_FLAG_DELETE_ON_CLOSE) file->DeleteOnClose(path);
 
   const HANDLE handle = qn::AddHandle(file);
@@ -173,6 +213,7 @@ BOOL ReadFile(HANDLE handle, void* buffer, DWORD bytes, DWORD* got, void* overla
     if (count == 0) break;
     if (count < 0) {
       if (errno == EINTR) continue;
+      if (errno == EAGAIN) break;  // an empty FIFO
       return FailWithErrno();
     }
     done += static_cast<DWORD>(count);

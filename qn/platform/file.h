@@ -44,7 +44,8 @@ constexpr DWORD INVALID_SET_FILE_POINTER = 0xFFFFFFFF;
 constexpr DWORD INVALID_FILE_SIZE = 0xFFFFFFFF;
 
 // Opens or creates a file.
-//   access       GENERIC_READ, GENERIC_WRITE, DELETE, or 0 to ask for nothing but the file's being there
+//   access       GENERIC_READ, GENERIC_WRITE, DELETE, or 0 to ask for nothing but the file's being there, its
+//                size and times, which needs no right to its content
 //   share        what other handles may do while this one is open (FILE_SHARE_*)
 //   security     not used, null
 //   disposition  CREATE_NEW to TRUNCATE_EXISTING
@@ -54,7 +55,10 @@ constexpr DWORD INVALID_FILE_SIZE = 0xFFFFFFFF;
 // not found, 5 access denied or a directory, 32 another handle's access or share mode is in the way, 80 the
 // file is there already (CREATE_NEW), 87 a bad disposition, 123 a bad name. A failing open leaves an
 // existing file's content as it was. After CREATE_ALWAYS or OPEN_ALWAYS on an existing file the last error
-// is 183, after a new one 0.
+// is 183, after a new one 0. No opening waits: a FIFO that is opened for reading alone reads as empty when
+// nothing is in it, and one opened for writing must have a reader, else 31; for both it is refused with 5.
+// A file that another opener got hold of between its making and the entry of its share mode (CREATE_NEW with
+// 32) is removed again, if that one shares its deletion.
 QN_API HANDLE CreateFileW(const WCHAR* name, DWORD access, DWORD share, void* security, DWORD disposition,
                           DWORD attributes, HANDLE templateFile);
 
@@ -92,8 +96,9 @@ QN_API BOOL DeleteFileW(const WCHAR* name);
 
 // FILE_ATTRIBUTE_* of a file or directory, or INVALID_FILE_ATTRIBUTES with last error 2 or 3 not found, 5
 // denied. Read-only means that the owner may not write; hidden is a leading dot, or a mark set on creation
-// where the file system has extended attributes. A symbolic link has the attributes of what it leads to and
-// FILE_ATTRIBUTE_REPARSE_POINT, which stands alone if it leads nowhere.
+// where the file system has extended attributes. A symbolic link has the attributes of what it leads to,
+// FILE_ATTRIBUTE_NORMAL if there are none, and FILE_ATTRIBUTE_REPARSE_POINT, which stands alone, or beside
+// hidden, if it leads nowhere.
 QN_API DWORD GetFileAttributesW(const WCHAR* name);
 
 // Sets or clears read-only and hidden; the rest of `attributes` is not used. A leading dot cannot be cleared.

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 #include <new>
 #include <string>
 #include <string_view>
@@ -77,22 +78,34 @@ void MarkHidden(int descriptor) {
   static_cast<void>(fsetxattr(descriptor, kHiddenMark, "1", 1, 0));
 }
 
-void CopyHiddenMark(int from, int to) {
-  if (fgetxattr(from, kHiddenMark, nullptr, 0) >= 0) MarkHidden(to);
+void CopyUserAttributes(int from, int to) {
+  const ssize_t room = flistxattr(from, nullptr, 0);
+  std::string names(room > 0 ? static_cast<size_t>(room) : 0, '\0');
+  const ssize_t length = names.empty() ? 0 : flistxattr(from, names.data(), names.size());
+  names.resize(length > 0 ? static_cast<size_t>(length) : 0);
+  std::string value;
+  for (size_t at = 0; at < names.size(); at += std::strlen(&names[at]) + 1) {
+    const char* const name = &names[at];
+    if (!std::string_view(name).starts_with("user.")) continue;
+    const ssize_t size = fgetxattr(from, name, nullptr, 0);
+    if (size < 0) continue;
+    value.resize(static_cast<size_t>(size));
+    const ssize_t got = fgetxattr(from, name, value.data(), value.size());
+    if (got >= 0) static_cast<void>(fsetxattr(to, name, value.data(), static_cast<size_t>(got), 0));
+  }
 }
 
 bool DescribeFile(int folder, const char* name, FileDescription* description) {
   struct statx info;
   if (statx(folder, name, AT_SYMLINK_NOFOLLOW | AT_EMPTY_PATH, kWanted, &info) != 0) return false;
-  DWORD attributes = 0;
-  bool leadsNowhere = false;
-  if (S_ISLNK(info.stx_mode)) {
-    attributes = FILE_ATTRIBUTE_REPARSE_POINT;
-    struct statx target;
-    leadsNowhere = statx(folder, name, 0, kWanted, &target) != 0;
-    if (!leadsNowhere) info = target;
-  }
+  const bool isLink = S_ISLNK(info.stx_mode);
+  DWORD attributes = isLink ? FILE_ATTRIBUTE_REPARSE_POINT : 0;
+  struct statx target;
+  const bool leadsNowhere = isLink && statx(folder, name, 0, kWanted, &target) != 0;
+  if (isLink && !leadsNowhere) info = target;
   if (!leadsNowhere) attributes |= AttributesOfMode(info.stx_mode);
+  // A link to an ordinary file shall not look like one that leads nowhere.
+  if (attributes == FILE_ATTRIBUTE_REPARSE_POINT && !leadsNowhere) attributes |= FILE_ATTRIBUTE_NORMAL;
   const std::string path = folder == AT_FDCWD ? name : DescriptorPath(folder) + "/" + name;
   if (IsHidden(path)) attributes |= FILE_ATTRIBUTE_HIDDEN;
   description->attributes = attributes ? attributes : FILE_ATTRIBUTE_NORMAL;
@@ -138,14 +151,20 @@ BOOL SetFileAttributesW(const WCHAR* name, DWORD attributes) try {
   if (!file || fstat(file.Get(), &info) != 0) return FailWith(qn::OpenError(path));
   if (S_ISLNK(info.st_mode)) return TRUE;
   const std::string opened = DescriptorPath(file.Get());
+  // The mark can be changed while the owner may write.
+  const mode_t before = info.st_mode & 07777;
+  const mode_t writable = before | S_IWUSR;
+  if (before != writable && chmod(opened.c_str(), writable) != 0) return FailWithErrno();
+  DWORD error = ERROR_SUCCESS;
   if (!(attributes & FILE_ATTRIBUTE_HIDDEN)) {
     removexattr(opened.c_str(), kHiddenMark);
   } else if (!HasHiddenName(path) && setxattr(opened.c_str(), kHiddenMark, "1", 1, 0) != 0) {
-    return FailWithErrno();
+    error = qn::ErrorFromErrno(errno);
   }
-  mode_t mode = info.st_mode & 07777;
-  mode = (attributes & FILE_ATTRIBUTE_READONLY) ? mode & ~mode_t{0222} : mode | S_IWUSR;
-  return chmod(opened.c_str(), mode) == 0 ? TRUE : FailWithErrno();
+  const mode_t wanted = (attributes & FILE_ATTRIBUTE_READONLY) ? before & ~mode_t{0222} : writable;
+  const mode_t after = error == ERROR_SUCCESS ? wanted : before;
+  if (after != writable && chmod(opened.c_str(), after) != 0) return FailWithErrno();
+  return error == ERROR_SUCCESS ? TRUE : FailWith(error);
 } catch (const std::bad_alloc&) {
   return FailWith(ERROR_NOT_ENOUGH_MEMORY);
 }

@@ -4,7 +4,9 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <limits>
 #include <memory>
 #include <new>
 #include <string>
@@ -21,28 +23,54 @@ using qn::FailWithErrno;
 
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
-bool WriteAll(int to, const char* bytes, size_t count) {
+bool WriteAll(int to, const char* bytes, size_t count, off_t at) {
   while (count > 0) {
-    const ssize_t put = TEMP_FAILURE_RETRY(write(to, bytes, count));
+    const ssize_t put = TEMP_FAILURE_RETRY(pwrite(to, bytes, count, at));
     if (put < 0) return false;
     bytes += put;
+    at += put;
     count -= static_cast<size_t>(put);
   }
   return true;
 }
 
-bool CopyContent(int from, int to) {
-  constexpr size_t kPiece = size_t{1} << 30;
-  while (TEMP_FAILURE_RETRY(copy_file_range(from, nullptr, to, nullptr, kPiece, 0)) > 0) {
+// Copies from `*at` to `end`, or to the end of the file. Moves `*at` by what was copied.
+bool CopyRange(int from, int to, off_t* at, off_t end) {
+  constexpr off_t kPiece = off_t{1} << 30;
+  off_t target = *at;
+  while (*at < end) {
+    const auto piece = static_cast<size_t>(std::min(end - *at, kPiece));
+    if (TEMP_FAILURE_RETRY(copy_file_range(from, at, to, &target, piece, 0)) <= 0) break;
   }
   // Whatever the system could not copy by itself goes by hand, which also finds the reason of a failure.
-  constexpr size_t kBuffer = size_t{1} << 16;
-  const auto buffer = std::make_unique<char[]>(kBuffer);
-  for (;;) {
-    const ssize_t got = TEMP_FAILURE_RETRY(read(from, buffer.get(), kBuffer));
+  constexpr off_t kBuffer = off_t{1} << 16;
+  const auto buffer = *at < end ? std::make_unique<char[]>(static_cast<size_t>(kBuffer)) : nullptr;
+  while (*at < end) {
+    const auto piece = static_cast<size_t>(std::min(end - *at, kBuffer));
+    const ssize_t got = TEMP_FAILURE_RETRY(pread(from, buffer.get(), piece, *at));
     if (got <= 0) return got == 0;
-    if (!WriteAll(to, buffer.get(), static_cast<size_t>(got))) return false;
+    if (!WriteAll(to, buffer.get(), static_cast<size_t>(got), *at)) return false;
+    *at += got;
   }
+  return true;
+}
+
+// Holes stay holes. A file without a size may be one whose content is made as it is read.
+bool CopyContent(int from, int to, off_t size) {
+  constexpr off_t kNoEnd = std::numeric_limits<off_t>::max();
+  off_t at = 0;
+  if (size == 0) return CopyRange(from, to, &at, kNoEnd);
+  for (;;) {
+    const off_t data = lseek(from, at, SEEK_DATA);
+    if (data < 0 && errno == ENXIO) break;  // no more of it
+    const off_t hole = data < 0 ? data : lseek(from, data, SEEK_HOLE);
+    if (hole < 0) return CopyRange(from, to, &at, kNoEnd);  // the file system does not tell
+    at = data;
+    if (!CopyRange(from, to, &at, hole)) return false;
+    if (at < hole) break;  // the file has become shorter
+  }
+  const off_t end = lseek(from, 0, SEEK_END);
+  return end >= 0 && (end <= at || ftruncate(to, end) == 0);
 }
 
 // A file under a name of its own beside `target`, removed with the object unless it took the target's place.
@@ -119,8 +147,8 @@ bool RenameToFree(const char* from, const char* to) {
 
 bool CopyOpenFile(int from, int to, const struct stat& info) {
   const timespec times[] = {{0, UTIME_OMIT}, info.st_mtim};
-  if (!CopyContent(from, to)) return false;
-  CopyHiddenMark(from, to);
+  if (!CopyContent(from, to, info.st_size)) return false;
+  CopyUserAttributes(from, to);
   return fchmod(to, info.st_mode & 0777) == 0 && futimens(to, times) == 0;
 }
 

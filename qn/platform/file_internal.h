@@ -87,7 +87,10 @@ bool DescribeFile(int folder, const char* name, FileDescription* description);
 // file visible, which loses nothing.
 bool IsHidden(const std::string& path);
 void MarkHidden(int descriptor);
-void CopyHiddenMark(int from, int to);
+
+// Copies the extended attributes that are the user's, the mark of hidden files among them, as far as the file
+// system takes them.
+void CopyUserAttributes(int from, int to);
 
 // Opens a regular file for reading, relative to a folder; anything else is refused with EISDIR, and not
 // opened, since that could block or act on a device. None with errno on failure.
@@ -110,7 +113,8 @@ class DeleteClaim {
 // Renames unless the new name is taken, which gives EEXIST. False with errno.
 bool RenameToFree(const char* from, const char* to);
 
-// Copies the rest of a file, then mode, hidden mark and time of writing from `info`. False with errno.
+// Copies a file's content, whose holes stay holes, and its extended attributes to an empty one, then mode and
+// time of writing from `info`. False with errno.
 bool CopyOpenFile(int from, int to, const struct stat& info);
 
 }  // namespace qn
