@@ -20,7 +20,9 @@ HRESULT MakeSpecialFolder(WCHAR* text, int folderId, std::u16string_view below) 
   while (!below.empty() && IsSeparator(below.front())) below.remove_prefix(1);
   const std::u16string path = JoinPath(special, below);
   if (path.size() >= MAX_PATH) return QN_E_BUFFER_TOO_SMALL;
-  if (!QnCreateDirectory(path.c_str(), nullptr)) return FailureOf(GetLastError());
+  // The special folder itself by the shell, which knows for whom it is.
+  const bool made = SHGetSpecialFolderPathW(nullptr, special, folderId, TRUE) != FALSE;
+  if (!made || !QnCreateDirectory(path.c_str(), nullptr)) return FailureOf(GetLastError());
   CopyWhole(path, text, MAX_PATH);
   return S_OK;
 }

@@ -1,5 +1,6 @@
 // Making directories, temporary files and names for new folders.
 #include <exception>
+#include <utility>
 
 #include "qn/kernel/qnpath.h"
 #include "qn/kernel/qnpath_walk_internal.h"
@@ -20,6 +21,11 @@ bool MakeLevel(const WCHAR* path, void* attributes) {
   return GetLastError() == ERROR_ALREADY_EXISTS && IsDirectory(path);
 }
 
+BOOL Refuse(DWORD error) {
+  SetLastError(error);
+  return FALSE;
+}
+
 bool IsMissing(const WCHAR* text) {
   return !text || !*text;
 }
@@ -37,14 +43,14 @@ bool MakeName(const std::u16string& base, const WCHAR* format, LONGLONG number, 
 }  // namespace
 
 BOOL QnCreateDirectory(const WCHAR* path, void* attributes) try {
-  if (!path) return FALSE;
+  if (!path) return Refuse(ERROR_INVALID_PARAMETER);
   std::u16string whole = path;
-  if (whole.size() < 3) return FALSE;
+  if (whole.size() < 3) return Refuse(ERROR_INVALID_NAME);
   std::u16string root(whole.size() + 1, 0);
   const int rootLength = QnGetRootPathFromFilePath(path, root.data(), static_cast<int>(root.size()));
-  if (rootLength <= 0 || !IsDirectory(root.c_str())) return FALSE;
+  if (rootLength <= 0 || !IsDirectory(root.c_str())) return Refuse(ERROR_PATH_NOT_FOUND);
   const auto start = static_cast<size_t>(rootLength);
-  if (whole.find(W("\\\\"), start - 1) != whole.npos) return FALSE;
+  if (whole.find(W("\\\\"), start - 1) != whole.npos) return Refuse(ERROR_INVALID_NAME);
   for (size_t end = start; end <= whole.size(); ++end) {
     if (end < whole.size() && !IsSeparator(whole[end])) continue;
     const WCHAR separator = std::exchange(whole[end], W('\0'));

@@ -1,11 +1,12 @@
 // What is there: full paths, files, folders, disks, sizes and times.
 #include <algorithm>
 #include <exception>
-#include <memory>
+#include <limits>
 
 #include "qn/kernel/qnpath.h"
 #include "qn/kernel/qnpath_walk_internal.h"
 #include "qn/platform/locale.h"
+#include "qn/platform/tree_internal.h"
 #include "qn/settings/qnstatus.h"
 #include "qn/text/messages_internal.h"
 #include "qn/text/text_internal.h"
@@ -55,22 +56,16 @@ class ConsultedFile : public OpenedFile {
       : OpenedFile(path, 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE) {}
 };
 
-// In the order of names: which file comes first decides, and shall not hang on the file system.
-bool IsTreeEmpty(std::u16string_view folder, bool ignoreThumbnails) {
-  std::vector<FolderEntry> entries;
-  if (!ListFolder(folder, W("*"), &entries)) return false;
-  std::sort(entries.begin(), entries.end(), [](const FolderEntry& a, const FolderEntry& b) {
-    return lstrcmpiW(a.name.c_str(), b.name.c_str()) < 0;
+// True if a walk finds nothing in a folder. False also if one cannot be read.
+template <typename Visit>
+bool FindsNothing(const WCHAR* folder, TreeOrder order, Visit visit) {
+  bool isEmpty = true;
+  const TreeResult result = WalkTree(folder, order, [&](const TreeEntry& entry) {
+    const TreeStep step = visit(entry);
+    isEmpty = step != TreeStep::kStop;
+    return step;
   });
-  for (const FolderEntry& entry : entries) {
-    if (entry.IsFolder()) {
-      if (!IsTreeEmpty(JoinPath(folder, entry.name), ignoreThumbnails)) return false;
-    } else {
-      // A file of thumbnails ends the walk, whatever follows: hosts rely on it.
-      return ignoreThumbnails && lstrcmpiW(entry.name.c_str(), W("thumbs.db")) == 0;
-    }
-  }
-  return true;
+  return isEmpty && result == TreeResult::kRead;
 }
 
 bool IsShortPath(const WCHAR* path) {
@@ -83,9 +78,11 @@ enum class Space { kFree, kTotal };
 
 DWORD DiskSpace(const WCHAR* path, DWORD unit, Space which) {
   if (!path) return 0;
-  const std::u16string folder(path, QnGetFileNamePtrW(path));
+  std::u16string folder(path, QnGetFileNamePtrW(path));
+  const bool isDrive = folder.size() == 2 && folder[1] == ':';
+  if (folder.empty() || isDrive) folder += '.';
   ULONGLONG available = 0, total = 0;
-  if (!GetDiskFreeSpaceExW(folder.empty() ? W(".") : folder.c_str(), &available, &total, nullptr)) {
+  if (!GetDiskFreeSpaceExW(folder.c_str(), &available, &total, nullptr)) {
     return folder.starts_with(W("\\\\")) ? kUnknownSpace : 0;
   }
   const ULONGLONG bytes = which == Space::kFree ? available : total;
@@ -156,7 +153,9 @@ int QnQualifyPath(const WCHAR* path, WCHAR* text, int size) try {
 
 BOOL QnDoesFileExist(const WCHAR* path, BOOL hiddenCounts) {
   const DWORD attributes = GetFileAttributesW(path);
-  if (attributes == INVALID_FILE_ATTRIBUTES || attributes == FILE_ATTRIBUTE_REPARSE_POINT) return FALSE;
+  if (attributes == INVALID_FILE_ATTRIBUTES) return FALSE;
+  // A link that leads nowhere has no attributes of a file.
+  if ((attributes & ~FILE_ATTRIBUTE_HIDDEN) == FILE_ATTRIBUTE_REPARSE_POINT) return FALSE;
   if (attributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_DEVICE)) return FALSE;
   // The flag's sense is the opposite of its name: hosts rely on it.
   return !(attributes & FILE_ATTRIBUTE_HIDDEN) || !hiddenCounts;
@@ -176,14 +175,21 @@ BOOL QnIsDirectoryWritable(const WCHAR* path) {
 }
 
 BOOL QnIsDirectoryEmpty(const WCHAR* path) try {
-  std::vector<FolderEntry> entries;
-  return IsShortPath(path) && ListFolder(path, W("*"), &entries) && entries.empty();
+  const auto stop = [](const TreeEntry&) { return TreeStep::kStop; };
+  return IsShortPath(path) && FindsNothing(path, TreeOrder::kAny, stop);
 } catch (const std::exception&) {
   return FALSE;
 }
 
 BOOL QnIsDirectoryEmptyRecursive(const WCHAR* path, BOOL ignoreThumbnails) try {
-  return IsShortPath(path) && IsTreeEmpty(path, ignoreThumbnails != FALSE);
+  // In the order of names: which file comes first decides, and shall not hang on the file system.
+  const auto look = [ignoreThumbnails](const TreeEntry& entry) {
+    if (entry.kind == EntryKind::kFolder) return TreeStep::kEnter;
+    // A file of thumbnails ends the walk, whatever follows: hosts rely on it.
+    const bool ends = ignoreThumbnails && lstrcmpiW(entry.name.c_str(), W("thumbs.db")) == 0;
+    return ends ? TreeStep::kLeave : TreeStep::kStop;
+  };
+  return IsShortPath(path) && FindsNothing(path, TreeOrder::kByName, look);
 } catch (const std::exception&) {
   return FALSE;
 }
@@ -222,20 +228,15 @@ HRESULT QnGetFileSizeByName(const WCHAR* path, LONGLONG* sizeOut) {
 }
 
 HRESULT QnGetDirectorySize(const WCHAR* path, LONGLONG* sizeOut) try {
-  if (!sizeOut) return E_INVALIDARG;
-  *sizeOut = 0;
-  if (!path || !*path) return E_INVALIDARG;
-  bool isReadable = false;
+  if (!sizeOut || !path || !*path) return E_INVALIDARG;
+  constexpr LONGLONG kMost = std::numeric_limits<LONGLONG>::max();
   LONGLONG sum = 0;
-  WalkFolders(path, [&](const std::u16string&, const std::vector<FolderEntry>& files) {
-    isReadable = true;
-    for (const FolderEntry& file : files) {
-      if (!file.IsFolder() && !file.IsLink()) sum += file.size;
-    }
+  const TreeResult result = WalkTree(path, TreeOrder::kAny, [&sum](const TreeEntry& entry) {
+    sum += std::min(entry.size, kMost - sum);
+    return TreeStep::kEnter;
   });
-  if (!isReadable) return FailureOf(GetLastError());
   *sizeOut = sum;
-  return S_OK;
+  return result == TreeResult::kMissing ? FailureOf(GetLastError()) : S_OK;
 } catch (const std::exception&) {
   return E_OUTOFMEMORY;
 }

@@ -20,42 +20,6 @@ std::u16string EntryPath(const WCHAR* path) {
   return name.empty() || name == W(".") || name == W("..") ? std::u16string() : trimmed;
 }
 
-// Removes matching files of one folder. A link is removed as such, what it leads to stays as it is.
-bool DeleteMatches(const std::u16string& folder, const WCHAR* pattern) {
-  std::vector<FolderEntry> matches;
-  bool allDeleted = ListFolder(folder, pattern, &matches);
-  for (const FolderEntry& match : matches) {
-    if (match.attributes & FILE_ATTRIBUTE_DIRECTORY) continue;
-    const std::u16string path = JoinPath(folder, match.name);
-    if (match.attributes & FILE_ATTRIBUTE_READONLY) {
-      SetFileAttributesW(path.c_str(), match.attributes & ~FILE_ATTRIBUTE_READONLY);
-    }
-    allDeleted &= DeleteFileW(path.c_str()) != FALSE;
-  }
-  return allDeleted;
-}
-
-// True if a handle that does not share deletion is open on a file of the tree.
-bool IsTreeInUse(const std::u16string& root) {
-  bool inUse = false;
-  WalkFolders(root, [&inUse](const std::u16string& folder, const std::vector<FolderEntry>& entries) {
-    for (const FolderEntry& entry : entries) {
-      if (entry.attributes &
-          (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_DEVICE | FILE_ATTRIBUTE_REPARSE_POINT))
-        continue;
-      const HANDLE file = CreateFileW(JoinPath(folder, entry.name).c_str(), DELETE,
-                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                                      OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-      if (file != INVALID_HANDLE_VALUE) {
-        CloseHandle(file);
-      } else {
-        inUse |= GetLastError() == ERROR_SHARING_VIOLATION;
-      }
-    }
-  });
-  return inUse;
-}
-
 std::u16string FullEntryPath(const std::u16string& path) {
   const std::u16string full = FetchText(
       [&path](DWORD size, WCHAR* text) { return GetFullPathNameW(path.c_str(), size, text, nullptr); });
@@ -68,6 +32,8 @@ HRESULT MoveFailure() {
       return kFilesInUse;
     case ERROR_INVALID_PARAMETER:  // as the system refuses it, when a link hid it from the look at the paths
       return kMovedBelowItself;
+    case ERROR_FILE_TOO_LARGE:  // the disk has no room for such a file
+      return FailureOf(ERROR_DISK_FULL);
     default:
       return FailureOf(GetLastError());
   }
@@ -82,16 +48,17 @@ HRESULT MoveOrTest(const WCHAR* from, const WCHAR* to) {
   if (attributes == INVALID_FILE_ATTRIBUTES) return FailureOf(GetLastError());
   if (!(attributes & FILE_ATTRIBUTE_DIRECTORY)) return FailureOf(ERROR_PATH_NOT_FOUND);
   if (to && FullEntryPath(target).starts_with(FullEntryPath(source) + W("\\"))) return kMovedBelowItself;
-  if (!(attributes & FILE_ATTRIBUTE_REPARSE_POINT) && IsTreeInUse(source)) return kFilesInUse;
-  if (!to) {
-    const std::u16string parent = source.substr(0, source.find_last_of(W("\\/")) + 1) + W(".");
-    return QnIsDirectoryWritable(parent.c_str()) ? S_OK : E_ACCESSDENIED;
+  if (!(attributes & FILE_ATTRIBUTE_REPARSE_POINT) && IsTreeInUse(source.c_str())) return kFilesInUse;
+  if (IsTreeBound(source.c_str())) return E_ACCESSDENIED;
+  if (to) {
+    if (MoveFileW(source.c_str(), target.c_str())) return S_OK;
+    if (GetLastError() != ERROR_NOT_SAME_DEVICE) return MoveFailure();
   }
-  if (MoveFileW(source.c_str(), target.c_str())) return S_OK;
-  if (GetLastError() != ERROR_NOT_SAME_DEVICE) return MoveFailure();
-  // The source stays whole until the copy is.
-  const bool moved = CopyTree(source.c_str(), target.c_str()) && RemoveTree(source.c_str(), true);
-  return moved ? S_OK : MoveFailure();
+  // Before a copy is made, as in the test mode: what could not be removed is not copied either.
+  const size_t nameAt = static_cast<size_t>(QnGetFileNamePtrW(source.c_str()) - source.c_str());
+  const std::u16string parent = source.substr(0, nameAt) + W(".");
+  if (!QnIsDirectoryWritable(parent.c_str())) return E_ACCESSDENIED;
+  return !to || MoveTree(source.c_str(), target.c_str()) ? S_OK : MoveFailure();
 }
 
 }  // namespace
@@ -100,12 +67,7 @@ BOOL QnDeleteFiles(const WCHAR* folder, const WCHAR* pattern, BOOL recurse) try 
   if (!folder || !*folder || !pattern || !*pattern) return FALSE;
   // Nothing outside the folder matches.
   if (std::u16string_view(pattern).find_first_of(W("\\/")) != std::u16string_view::npos) return FALSE;
-  if (!recurse) return DeleteMatches(folder, pattern);
-  bool allDeleted = true;
-  const bool complete = WalkFolders(folder, [&](const std::u16string& each, const std::vector<FolderEntry>&) {
-    allDeleted &= DeleteMatches(each, pattern);
-  });
-  return allDeleted && complete;
+  return DeleteMatches(folder, pattern, recurse != FALSE);
 } catch (const std::exception&) {
   return FALSE;
 }

@@ -1,10 +1,8 @@
-// What the path functions that touch files share: joining paths, listing folders, statuses of failures.
+// What the path functions that touch files share: joining paths, fetching texts, statuses of failures.
 #pragma once
 
 #include <string>
 #include <string_view>
-#include <utility>
-#include <vector>
 
 #include "qn/platform/directory.h"
 #include "qn/settings/qnerror.h"
@@ -40,44 +38,6 @@ int CopyWhole(std::u16string_view whole, WCHAR* text, int size);
 inline HRESULT FailureOf(DWORD error) {
   const HRESULT status = QnErrorHandler_TranslateWin32Error(error);
   return FAILED(status) ? status : E_FAIL;
-}
-
-struct FolderEntry {
-  std::u16string name;
-  DWORD attributes;
-  LONGLONG size;  // bytes
-
-  bool IsLink() const { return (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0; }
-
-  // A link to a directory is none: what is done to a tree does not leave it.
-  bool IsFolder() const { return (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 && !IsLink(); }
-};
-
-// Lists the entries of a folder that match, all but "." and "..". The folder is closed again before anything
-// is done to them, so that a deep tree does not run out of handles. False with the last error when it cannot
-// be read; that nothing matches is no failure.
-bool ListFolder(std::u16string_view folder, const WCHAR* pattern, std::vector<FolderEntry>* entries);
-
-// Calls `visit(folder, entries)` for a folder and all folders below it. False, at the end, when one of them
-// could not be read, which is then not visited.
-template <typename Visit>
-bool WalkFolders(std::u16string_view root, Visit visit) {
-  bool complete = true;
-  std::vector<std::u16string> pending(1, std::u16string(root));
-  while (!pending.empty()) {
-    const std::u16string folder = std::move(pending.back());
-    pending.pop_back();
-    std::vector<FolderEntry> entries;
-    if (!ListFolder(folder, W("*"), &entries)) {
-      complete = false;
-      continue;
-    }
-    for (const FolderEntry& entry : entries) {
-      if (entry.IsFolder()) pending.push_back(JoinPath(folder, entry.name));
-    }
-    visit(folder, entries);
-  }
-  return complete;
 }
 
 }  // namespace qn

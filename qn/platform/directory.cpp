@@ -2,19 +2,16 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <unicode/uchar.h>
-#include <unicode/utf16.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <memory>
 #include <mutex>
 #include <new>
 #include <string>
 #include <string_view>
-#include <vector>
 
+#include "qn/platform/directory_pattern_internal.h"
 #include "qn/platform/error_internal.h"
 #include "qn/platform/file_internal.h"
 #include "qn/platform/text.h"
@@ -23,81 +20,7 @@ namespace {
 
 using qn::FailWith;
 using qn::FailWithErrno;
-
-// A pattern of names, in the published sense: `*` takes any characters, `?` one or, in front of a dot or at
-// the end, none; a dot with wild cards behind it also matches the end, so that "*.*" matches everything; a
-// dot at the end means a name without any.
-class NamePattern {
- public:
-  explicit NamePattern(std::u16string_view pattern) {
-    noDots_ = pattern.ends_with(u'.');
-    if (noDots_) pattern.remove_suffix(1);
-    const std::u32string characters = Folded(pattern);
-    for (size_t i = 0; i < characters.size(); ++i) {
-      const bool wildNext = i + 1 < characters.size() && IsWild(characters[i + 1]);
-      parts_.push_back(characters[i] == U'.' && wildNext ? kDotOrEnd : characters[i]);
-    }
-  }
-
-  static bool IsWild(char32_t c) { return c == U'*' || c == U'?'; }
-
-  // Follows all ways to match at once, character by character: the time is bounded by the product of the
-  // lengths, whatever the pattern.
-  bool Matches(std::u16string_view name) const {
-    const std::u32string characters = Folded(name);
-    const bool dots = characters == U"." || characters == U"..";
-    if (noDots_ && !dots && characters.find(U'.') != std::u32string::npos) return false;
-    std::vector<bool> reached(parts_.size() + 1);
-    reached[0] = true;
-    for (size_t i = 0;; ++i) {
-      const char32_t c = i < characters.size() ? characters[i] : kEnd;
-      for (size_t k = 0; k < parts_.size(); ++k) {
-        if (reached[k] && MatchesNothing(parts_[k], c)) reached[k + 1] = true;
-      }
-      if (c == kEnd) return reached.back();
-      std::vector<bool> next(reached.size());
-      for (size_t k = 0; k < parts_.size(); ++k) {
-        if (reached[k] && Takes(parts_[k], c)) next[parts_[k] == U'*' ? k : k + 1] = true;
-      }
-      reached.swap(next);
-    }
-  }
-
- private:
-  // No characters of a name.
-  static constexpr char32_t kEnd = 0;
-  static constexpr char32_t kDotOrEnd = U'/';
-
-  static std::u32string Folded(std::u16string_view text) {
-    std::u32string result;
-    for (size_t i = 0; i < text.size();) {
-      UChar32 c;
-      U16_NEXT(text.data(), i, text.size(), c);
-      result.push_back(static_cast<char32_t>(u_foldCase(c, U_FOLD_CASE_DEFAULT)));
-    }
-    return result;
-  }
-
-  static bool MatchesNothing(char32_t part, char32_t next) {
-    return part == U'*' || (part == U'?' && (next == kEnd || next == U'.')) ||
-           (part == kDotOrEnd && next == kEnd);
-  }
-
-  static bool Takes(char32_t part, char32_t c) {
-    return IsWild(part) || part == c || (part == kDotOrEnd && c == U'.');
-  }
-
-  std::u32string parts_;
-  bool noDots_;
-};
-
-// A native name as it is shown. One that holds a backslash would read as a path that leads elsewhere, so that
-// character is shown as what cannot be reached.
-std::u16string ShownName(std::string_view name) {
-  std::u16string shown = qn::FromUtf8(name);
-  std::replace(shown.begin(), shown.end(), u'\\', u'\xFFFD');
-  return shown;
-}
+using qn::NamePattern;
 
 void FillFindData(const qn::FileDescription& description, std::u16string_view name, WIN32_FIND_DATAW* data) {
   *data = {};
@@ -141,8 +64,8 @@ class FindObject final : public qn::SystemObject {
  private:
   // False for an entry that the pattern leaves out or that has gone in the meantime.
   bool Give(const char* name, unsigned char type, WIN32_FIND_DATAW* data) const {
-    const std::u16string shown = ShownName(name);
-    if (shown.size() >= MAX_PATH || !pattern_.Matches(shown)) return false;
+    const std::u16string shown = qn::ShownName(name);
+    if (shown.size() >= MAX_PATH || !pattern_.Matches(name, shown)) return false;
     qn::FileDescription description = {};
     if (!qn::DescribeFile(dirfd(directory_.get()), name, &description)) {
       if (errno == ENOENT) return false;
@@ -189,7 +112,7 @@ HANDLE FindFirstFileW(const WCHAR* pattern, WIN32_FIND_DATAW* data) try {
   const size_t nameAt = path.rfind('/') + 1;
   const std::u16string name = qn::FromUtf8(std::string_view(path).substr(nameAt));
   if (name.empty()) return FailToFind(ERROR_FILE_NOT_FOUND);
-  if (!std::any_of(name.begin(), name.end(), NamePattern::IsWild)) return FindOne(path, name, data);
+  if (!NamePattern::HasWildCards(name)) return FindOne(path, name, data);
 
   const std::string folder = nameAt == 0 ? "." : path.substr(0, nameAt);
   Directory directory(opendir(folder.c_str()));
