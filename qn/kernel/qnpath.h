@@ -171,8 +171,8 @@ QN_API BOOL QnIsHiddenFolderByDefault(int folderId);
 
 // The bytes of a disk that this user may still take, or all of them, divided by `unit` if that is not 0; at
 // most 0xFFFFFFFF. The disk is that of the path's folder, which is what stands in front of the file name: a
-// path that names a folder ends in `\`. On failure 0, and for a path that starts with `\\` 0xFFFFFFFF, which
-// means unknown.
+// path that names a folder ends in `\`, and the folder of "x" and "C:x" is the current one. On failure 0, and
+// for a path that starts with `\\` 0xFFFFFFFF, which means unknown.
 QN_API DWORD QnGetDiskFreeSpace(const WCHAR* path, DWORD unit);
 QN_API DWORD QnGetDiskTotalSpace(const WCHAR* path, DWORD unit);
 
@@ -185,9 +185,10 @@ QN_API int QnFormatDiskFreeSpace(const WCHAR* path, WCHAR* text);
 // `sizeOut`.
 QN_API HRESULT QnGetFileSizeByName(const WCHAR* path, LONGLONG* sizeOut);
 
-// The sum of the sizes of all files in a directory and below it. Links are not followed and count nothing,
-// nor does a directory below that cannot be read. 0; E_INVALIDARG for a null argument; the status of the
-// system error, with a size of 0, if the directory cannot be read.
+// The sum of the sizes of all files in a directory and below it, at most the largest LONGLONG. Links are not
+// followed and count nothing, nor does a directory below that cannot be read. 0; E_INVALIDARG for a null
+// argument or an empty path, with `*sizeOut` as it was; the status of the system error, with a size of 0, if
+// the directory cannot be read.
 QN_API HRESULT QnGetDirectorySize(const WCHAR* path, LONGLONG* sizeOut);
 
 // A file's time of writing, local or universal, in the MS-DOS form: the date in the high half, the time in
@@ -202,7 +203,7 @@ QN_API void QnGetDateTime(DWORD* out);
 // Makes a directory with all levels that are missing; `attributes` goes to CreateDirectoryW. 1, also if it is
 // there already. 0 for a path of less than 3 characters, one with a doubled `\` behind its root, and one
 // whose root (QnGetRootPathFromFilePath) is no directory; then at the first level that cannot be made, a file
-// in the way among them. Levels made before that stay.
+// in the way among them. Levels made before that stay. The last error tells why.
 QN_API BOOL QnCreateDirectory(const WCHAR* path, void* attributes);
 
 // Makes an empty file of a name that was not there, and writes that to `text`. The name is prefixPath, `\` if
@@ -211,8 +212,9 @@ QN_API BOOL QnCreateDirectory(const WCHAR* path, void* attributes);
 // form makes "1", "2", ... in `folder`. Of two callers at once, in one process or two, each gets a file of
 // its own.
 //   0             the file is there, and closed
-//   E_INVALIDARG  no text; no part of a name; a format that asks for more than one integer; or a name that
-//                 does not fit in `size` characters with the terminator. `text` stays as it was
+//   E_INVALIDARG  no text; no part of a name; a format that asks for more than one integer, or prints 260
+//                 characters or more ("%0300d"), whatever `size` is; or a name that does not fit in `size`
+//                 characters with the terminator. `text` stays as it was
 //   others        the status of the system error, or E_FAIL, with an empty `text`. QN_E_FILE_EXISTS
 //                 (0x8004E032) when a format comes back to its first name
 QN_API HRESULT QnCreateTempFileAndName(const WCHAR* folder, const WCHAR* extension, WCHAR* text, int size);
@@ -221,35 +223,43 @@ QN_API HRESULT QnCreateTempFileAndNameEx(const WCHAR* prefixPath, const WCHAR* f
 
 // Deletes the files of a folder that match a pattern: `*` and `?` without regard to case, a name without them
 // as it is. With `recurse` also those in all folders below; read-only ones too. Directories stay, and links
-// to directories, which are not followed; of another link only the link goes. Goes on after a failure. 1 if
-// nothing failed, even if nothing matched; 0 also for a folder that is missing and for a pattern that is
+// to directories, which are not followed; of another link only the link goes. A name that has no faithful
+// form here (ill-formed UTF-8, a backslash) is matched as it is shown, with U+FFFD. Goes on after a failure.
+// 1 if nothing failed, even if nothing matched; 0 also for a folder that is missing and for a pattern that is
 // empty or has a separator.
 QN_API BOOL QnDeleteFiles(const WCHAR* folder, const WCHAR* pattern, BOOL recurse);
 
 // Removes all files and directories below a directory, read-only ones too, and with `removeRoot` the
-// directory itself. Links go as such and are not followed. Goes on after a failure. 1 if nothing failed; 0
-// also for a missing directory, and for a root and a path that ends in "." or "..", which are refused.
+// directory itself. Links go as such and are not followed: a path that itself is a link, to whatever, only
+// loses the link with `removeRoot`, and is refused without. Goes on after a failure. 1 if nothing failed; 0
+// also for a missing directory, and for a root and a path whose file name is empty ("folder:"), "." or "..",
+// which are refused.
 QN_API BOOL QnDeleteDirectoryTree(const WCHAR* path, BOOL removeRoot);
 
 // Moves or renames a folder: `to` is its new path, in a folder that exists. Across file systems it is copied,
-// and removed when the copy is whole: if the copy fails nothing has changed, and if the removal fails the
-// copy stays beside what is left of the folder. A link to a folder moves as a link, within its file system.
+// with owners and the user's extended attributes as far as allowed, and removed when the copy is whole: if
+// the copy fails nothing has changed, and if the removal fails the copy stays beside what is left of the
+// folder. What others add to the folder or change in it while it is copied is not removed: then both remain,
+// and the status is 0x8004E16E. A link to a folder moves as a link, within its file system.
 //   0             moved
-//   E_INVALIDARG  a null or empty path, a root, or a path that ends in "." or ".."
+//   E_INVALIDARG  a null or empty path, a root, or a path whose file name is empty ("folder:"), "." or ".."
+//   0x80070005    this user may not take the folder out of its place, or something is mounted there
 //   0x8004E00A    there is no such folder
-//   0x8004E16E    a handle that does not share deletion is open on a file in it
+//   0x8004E16E    a handle that does not share deletion is open on a file in it, or it changed while copied
 //   0x8004E170    something is there by the new name
 //   0x8004E186    the new path lies below the folder itself
-//   others        the status of the system error, or E_FAIL
+//   others        the status of the system error (0x8004E002: no room for it), or E_FAIL
 // QnCanMoveFolder is the same in a test mode: 1 if the folder could leave its place. It makes and deletes a
 // temporary file beside the folder.
 QN_API HRESULT QnMoveFolder(const WCHAR* from, const WCHAR* to);
 QN_API BOOL QnCanMoveFolder(const WCHAR* path);
 
-// Makes the folder "<name>\<major>.<minor>\" or "<name>\", with all levels, below a special folder (CSIDL_*)
-// and writes its path, with `\` at the end, to `text`. 0; E_INVALIDARG for a null argument or a `size` below
-// 260; E_FAIL for a special folder that this system does not have; QN_E_BUFFER_TOO_SMALL (0x8004E03C) for a
-// path of 260 characters or more; else the status of the system error. `text` stays as it was on failure.
+// Makes the folder "<name>\<major>.<minor>\" or "<name>\", with all levels, below a special folder (CSIDL_*),
+// which the shell makes if it is missing, for the user alone, and writes its path, with `\` at the end, to
+// `text`. 0; E_INVALIDARG for a null argument or a `size` below 260; E_FAIL for a special folder that this
+// system does not have; QN_E_BUFFER_TOO_SMALL (0x8004E03C) for a path of 260 characters or more;
+// QN_E_FILE_NAME (0x8004E00D) for a name with a doubled `\`; else the status of the system error. `text`
+// stays as it was on failure.
 QN_API HRESULT QnGetSpecialFolderVer(WCHAR* text, int size, int folderId, const WCHAR* name, int major,
                                      int minor);
 QN_API HRESULT QnGetSpecialFolderNoVer(WCHAR* text, int size, int folderId, const WCHAR* name);

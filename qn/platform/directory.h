@@ -1,8 +1,9 @@
 // Directories: finding entries, making, removing, moving and copying, and what a path stands for.
 //
 // Symbolic links: an entry that is one carries FILE_ATTRIBUTE_REPARSE_POINT beside the attributes of what it
-// leads to. Removing and moving act on the link itself. Paths are those of file.h; all functions give the
-// last errors 123 or 3 for a null or empty one, 5 for denied access and 8 without memory.
+// leads to (FILE_ATTRIBUTE_NORMAL if that has none), and nothing beside it but hidden if it leads nowhere.
+// Removing and moving act on the link itself. Paths are those of file.h; all functions give the last errors
+// 123 or 3 for a null or empty one, 5 for denied access and 8 without memory.
 #pragma once
 
 #include "qn/platform/file.h"
@@ -60,13 +61,13 @@ QN_API BOOL RemoveDirectoryW(const WCHAR* path);
 // directory that would go into itself, 2 or 3 when something is missing.
 QN_API BOOL MoveFileW(const WCHAR* from, const WCHAR* to);
 
-// Copies a file: content, read-only and hidden, time of writing, and brings the copy to the disk. It takes
-// the target's place only when it is complete, so a failure leaves the target as it was, or missing. A target
-// that is a symbolic link stays one, and the file it leads to is replaced; a link that leads nowhere is
-// replaced itself.
-// Zero with last error 80 for a target that is there (with `failIfExists`), 5 for one that is read-only or no
-// file, and for a source that is no file, 32 when both are the same file or an open handle is in the way, 112
-// when the disk is full, 2 or 3 when something is missing.
+// Copies a file: content, whose holes stay holes, read-only and hidden, the user's extended attributes, time
+// of writing, and brings the copy to the disk. It takes the target's place only when it is complete, so a
+// failure leaves the target as it was, or missing. A target that is a symbolic link stays one, and the file
+// it leads to is replaced; a link that leads nowhere is replaced itself. Zero with last error 80 for a target
+// that is there (with `failIfExists`), 5 for one that is read-only or no file, and for a source that is no
+// file, 32 when both are the same file or an open handle is in the way, 112 when the disk is full, 2 or 3
+// when something is missing.
 QN_API BOOL CopyFileW(const WCHAR* from, const WCHAR* to, BOOL failIfExists);
 
 // These three give the length of the text, without terminator, when it fits in `size` characters with it;

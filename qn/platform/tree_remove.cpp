@@ -27,7 +27,9 @@ class Remover {
 
   // An entry that is gone already is what was wanted.
   void RemoveEntry(int folder, const std::string& name, int flags) {
-    if (unlinkat(folder, name.c_str(), flags) != 0 && errno != ENOENT) Fail(ErrorFromErrno(errno));
+    if (unlinkat(folder, name.c_str(), flags) == 0 || errno == ENOENT) return;
+    const bool isSpared = only_ && (errno == ENOTEMPTY || errno == EEXIST);
+    Fail(isSpared ? ERROR_SHARING_VIOLATION : ErrorFromErrno(errno));
   }
 
   // Empties a folder and what is below it.

@@ -59,11 +59,13 @@ TEST(PathFile, WhatIsThere) {
   const Scene is(
       "echo text > a; touch .h; mkdir -p e/e d/e t n l; mkfifo fifo; ln -s no dead; touch d/x t/Thumbs.DB "
       "t/z n/a"
-      " n/thumbs.db; ln -s ../../away l/link; ln -s ../away e2; cp a d/y; ln -s ../a d/z");
+      " n/thumbs.db; ln -s ../../away l/link; ln -s ../away e2; cp a d/y; ln -s ../a d/z; ln -s a la; "
+      "ln -s no .dead");
   const HANDLE held = Open(is["in/a"], 7);
   // A file, and one that is not hidden; an empty folder, with all below, but for thumbnails; writable ones.
   std::string all;
-  for (const char* name : {"a", ".h", "fifo", "dead", "no", "e2/kept.wav", "e/e/", "e", "d", "t", "n", "l"}) {
+  for (const char* name :
+       {"a", ".h", "fifo", "dead", "no", "la", ".dead", "e2/kept.wav", "e/e/", "e", "d", "t", "n", "l"}) {
     const WCHAR* const path = is[std::string("in/") + name];
     for (const BOOL answer : {QnDoesFileExist(path, 0), QnDoesFileExist(path, 7), QnIsDirectoryEmpty(path),
                               QnIsDirectoryEmptyRecursive(path, 0), QnIsDirectoryEmptyRecursive(path, 1),
@@ -73,14 +75,30 @@ TEST(PathFile, WhatIsThere) {
   }
   LONGLONG size = 7;
   is.Gives(
-      "110000 a 100000 .h 000000 fifo 000000 dead 000000 no 110000 e2/kept.wav 001111 e/e/ 000111 e 000001 d "
-      "000011 t 000001 n 000001 l  0 0 0 1 0 0 5 8004E007 0 0 A 8004E00A 0 80070057",
+      "110000 a 100000 .h 000000 fifo 000000 dead 000000 no 110000 la 000000 .dead 110000 e2/kept.wav 001111 "
+      "e/e/ 000111 e 000001 d 000011 t 000001 n 000001 l  0 0 0 1 0 0 5 8004E007 0 0 A 8004E00A 0 80070057 0 "
+      "0 0 8004E00B",
       {all, QnIsDirectoryWritable(W("\\proc\\self")),
        QnIsDirectoryEmpty(is["in/e/e" + std::string(260, '/')]), QnIsFileWritable(is["in/a"]),
        QnIsFileWritable(is["in/.h"]), QnIsFileWritable(is["no"]), QnGetFileSizeByName(is["in/a"], &size),
        size, QnGetFileSizeByName(is["no"], &size), size, QnGetDirectorySize(is["in"], &size), size,
-       QnGetDirectorySize(is["no"], &size), size, QnGetDirectorySize(is["in"], nullptr)});
+       QnGetDirectorySize(is["no"], &size), size, QnGetDirectorySize(is["in"], nullptr), size,
+       QnGetFileSizeByName(is["in/fifo"], &size), QnIsFileWritable(is["in/fifo"]),
+       QnGetFileExecutableInfo(is["in/fifo"], nullptr, nullptr)});
   CloseHandle(held);
+}
+
+TEST(PathFile, NamesThatCannotBeShownAndSumsThatAreTooLarge) {
+  const Scene is(
+      "mkdir \"$(printf 'd\\377')\" 'e\\f'; echo data > 'e\\f/x'; ln -s ../away d\uFFFD; "
+      "ln -s ../away e\uFFFDf; mkdir /dev/shm/qntestsum; cd /dev/shm/qntestsum; "
+      "truncate -s 9223372036854775807 a; ln a b");
+  LONGLONG size = 0, sum = 0;
+  QnGetDirectorySize(W("\\dev\\shm\\qntestsum"), &sum);
+  EXPECT_TRUE(sum == 0 || sum == 0x7FFFFFFFFFFFFFFF) << sum;
+  is.Gives("0 0 0 5 1 0 4", {QnIsDirectoryEmptyRecursive(is["in"], 0), QnIsDirectoryEmpty(is["in"]),
+                             QnGetDirectorySize(is["in"], &size), size, QnDeleteFiles(is["in"], W("*"), TRUE),
+                             is.Run("rm -rf /dev/shm/qntestsum; find in -type f | wc -l; ls in | wc -l")});
 }
 
 TEST(PathFile, TextsOfThePlatform) {

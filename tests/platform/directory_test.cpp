@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -21,6 +22,7 @@
 #include "qn/platform/shell.h"
 #include "qn/platform/text.h"
 #include "qn/platform/tree_internal.h"
+#include "qn/platform/tree_record_internal.h"
 #include "tests/support/support.h"
 
 namespace {
@@ -59,7 +61,8 @@ void In(const ScratchFolder& folder, const std::string& commands) {
 // All that a tree holds and a copy of it must have, as other programs see it.
 std::string Listing(const ScratchFolder& folder, const std::string& name) {
   std::string text;
-  RunCommand("cd '" + folder.Native(name) + "' && find . -printf '%P|%y|%m|%l|%T@\\n' | LC_ALL=C sort && " +
+  RunCommand("cd '" + folder.Native(name) +
+                 "' && find . -printf '%P|%y|%m|%U|%G|%l|%T@\\n' | LC_ALL=C sort && " +
                  "find . -type f -exec cksum '{}' + | LC_ALL=C sort",
              &text);
   return text;
@@ -117,7 +120,9 @@ void MakeTree(const ScratchFolder& folder) {
      "ln -s nowhere dangling && ln -s loop loop && mkfifo fifo && echo 1 > a/one && echo 22 > a/b/two && "
      "head -c 300000 /dev/urandom > big && ln -s ../../outside a/b/toFolder && echo 3 > ro/three && "
      "echo 4 > 'Ж中/ü' && touch -hd '2001-02-03 04:05:06.789012345' big fifo dangling a/b && "
-     "chmod 640 big && chmod 444 ro/three && chmod 555 ro");
+     "chmod 640 big && chmod 444 ro/three && chmod 555 ro && (chown -h 12:34 a big fifo dangling; true) && "
+     "truncate -s 5M sparse && ln big a/big");
+  setxattr(folder.Native("tree/big").c_str(), "user.k", "value", 5, 0);
   qntest::WriteFileBytes(folder.Native("tree/\xFF\xC3name\\x"), Bytes(3, 9));
 }
 
@@ -175,6 +180,22 @@ TEST(Tree, CopiesAll) {
   EXPECT_EQ(ErrorOf(qn::CopyTree(folder.Path("tree").c_str(), folder.Path("copy").c_str())), 0u);
   EXPECT_EQ(Listing(folder, "copy"), source);
   EXPECT_EQ(Listing(folder, "tree"), source);
+  char value[9] = {};
+  const bool hasValue = getxattr(folder.Native("tree/big").c_str(), "user.k", value, 8) == 5;
+  EXPECT_EQ(getxattr(folder.Native("copy/big").c_str(), "user.k", value, 8) == 5, hasValue);
+  In(folder, "test $(stat -c %b copy/sparse) -lt 100");
+}
+
+TEST(Tree, RemovesNoMoreThanWasCopied) {
+  const ScratchFolder folder;
+  In(folder, "mkdir -p t/a t/b && touch t/1 t/2 t/3 t/b/4 && ln t/1 t/a/1 && ln -s 1 t/link");
+  qn::TreeRecord record;
+  EXPECT_EQ(ErrorOf(qn::CopyTree(folder.Path("t").c_str(), folder.Path("copy").c_str(), &record)), 0u);
+  In(folder, "cd t && echo more >> 2 && mkdir empty && touch a/come && mv 3 b/3");
+  const auto remove = [&] { return ErrorOf(qn::RemoveTree(folder.Path("t").c_str(), true, &record)); };
+  EXPECT_EQ(remove(), ERROR_SHARING_VIOLATION);
+  In(folder, "cd t && test \"$(echo * */*)\" = '2 a b empty a/come b/3' && rm -r 2 empty a/come b/3");
+  EXPECT_EQ(remove(), 0u);
 }
 
 TEST(Tree, FailedCopyLeavesNothing) {
@@ -278,11 +299,12 @@ TEST(Directory, AttributesOfLinksAndDevices) {
   In(folder,
      "mkdir sub && echo 12345 > ro && chmod 444 ro && ln -s ro toFile && ln -s sub toFolder && touch .h && "
      "ln -s none dangling && ln -s loop loop && mkfifo fifo && ln -s fifo toFifo && touch -d @1000000000.5 "
-     "ro");
+     "ro && touch plain && ln -s plain toPlain && ln -s plain .toPlain && ln -s none .dead");
   // Name, attributes, the errors of SetFileAttributesW and DeleteFileW.
-  const char* const rows[] = {"sub 0x10 0 5",       "toFile 0x401 0 0", "toFolder 0x410 0 0",
-                              "dangling 0x400 0 0", "loop 0x400 0 0",   "toFifo 0x440 0 0",
-                              "fifo 0x40 0 0",      ".h 2 0 0",         "ro 1 0 32",
+  const char* const rows[] = {"sub 0x10 0 5",       "toFile 0x401 0 0",   "toFolder 0x410 0 0",
+                              "dangling 0x400 0 0", "loop 0x400 0 0",     "toFifo 0x440 0 0",
+                              "fifo 0x40 0 0",      ".h 2 0 0",           "ro 1 0 32",
+                              "toPlain 0x480 0 0",  ".toPlain 0x482 0 0", ".dead 0x402 0 0",
                               "none 0xFFFFFFFF 2 2"};
   const OpenHandle held(folder.Path("ro"), GENERIC_READ, 0);
   for (const char* row : rows) {

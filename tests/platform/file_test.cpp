@@ -191,6 +191,22 @@ TEST(File, Attributes) {
   EXPECT_EQ(GetFileAttributesW(folder.Path("gone").c_str()), INVALID_FILE_ATTRIBUTES);
 }
 
+TEST(File, FifosHoldNobodyUp) {
+  const ScratchFolder folder;
+  const auto path = folder.Path("fifo");
+  ASSERT_EQ(mkfifo(folder.Native("fifo").c_str(), 0666), 0);
+  EXPECT_EQ(OpenErrorOf(path, GENERIC_WRITE, kShareAll, OPEN_EXISTING), ERROR_GEN_FAILURE);
+  EXPECT_EQ(OpenErrorOf(path, kReadWrite, kShareAll, OPEN_EXISTING), ERROR_ACCESS_DENIED);
+  const HANDLE reader = Open(path, GENERIC_READ, kShareAll, OPEN_EXISTING);
+  const HANDLE writer = Open(path, GENERIC_WRITE, kShareAll, OPEN_EXISTING);
+  char bytes[4];
+  DWORD moved = 4;
+  EXPECT_TRUE(ReadFile(reader, bytes, 4, &moved, nullptr) && moved == 0);
+  EXPECT_TRUE(WriteFile(writer, "abc", 3, &moved, nullptr));
+  EXPECT_TRUE(ReadFile(reader, bytes, 4, &moved, nullptr) && moved == 3);
+  EXPECT_TRUE(CloseHandle(reader) && CloseHandle(writer));
+}
+
 TEST(File, AFullDiskTellsWhatWasWritten) {
   const ScratchFolder folder;
   // A limit on the file's size stands for the full disk: the second write comes up short.
