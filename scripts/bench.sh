@@ -49,6 +49,8 @@ END
   scripts/bench_table.py build/bench.json
   measure '^text/'
   scripts/bench_table.py build/bench.json
+  measure '^host/'
+  scripts/bench_table.py build/bench.json
   printf '\n## Whole commands\n\n'
   (cd "$scratch" && python3 "$OLDPWD/scripts/bench_commands.py" 11 'ten minutes, 16-bit stereo to 32-bit float' \
     "$qnwave convert --quiet --force --type f32 in.wav ours.wav" \
