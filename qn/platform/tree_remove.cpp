@@ -53,7 +53,7 @@ class Remover {
         continue;
       }
       // Somebody has moved a folder away with what is left in it. The others are still to go.
-      Fail(ErrorFromErrno(errno));
+      Fail(only_ ? ERROR_SHARING_VIOLATION : ErrorFromErrno(errno));
       levels.resize(place.Depth());
       if (levels.empty()) return;
     }
