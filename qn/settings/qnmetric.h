@@ -78,21 +78,25 @@ QN_API BOOL QnGetMetricBool(HQNMETRIC handle, LONG id, BOOL defaultValue);
 
 QN_API HRESULT QnSetMetric(HQNMETRIC handle, LONG id, LONG value);
 
-// Numbers whose value's name is given outright. The setter gives the registry's error as the opening
+// Numbers whose value's name is given outright; null is the name of the key's default value, here and in
+// QnDeleteMetricUsingName. The setter gives the registry's error as the opening
 // functions do, and E_FAIL without a handle or key.
 QN_API LONG QnGetMetricUsingName(HQNMETRIC handle, const WCHAR* name, LONG defaultValue);
 QN_API HRESULT QnSetMetricUsingName(HQNMETRIC handle, const WCHAR* name, LONG value);
 
-// Reads binary data into `size` bytes of room, of which the rest is zeroed. The count of bytes read, or 0.
+// Reads binary data into `size` bytes of room, of which the rest is zeroed, all of it without a
+// handle. The count of bytes read, or 0.
 QN_API DWORD QnGetMetricBinary(HQNMETRIC handle, LONG id, void* data, DWORD size);
 
 // The same with the size of the value in `*sizeOut`; null `data` asks for it alone.
 //   0            read
 //   1            there is no such value: `*sizeOut` is 0 and the room zeroed
-//   0x8004E03C   the room is too small for the value: it is zeroed
+//   0x8004E03C   the room is too small for the value, of whatever type: it is zeroed
 //   0x8004E00A   no handle or key: nothing is touched
 //   E_INVALIDARG null `sizeOut`
 QN_API HRESULT QnGetMetricBinaryEx(HQNMETRIC handle, LONG id, void* data, DWORD size, DWORD* sizeOut);
+
+// Stores binary data; `data` may be null for no bytes.
 QN_API HRESULT QnSetMetricBinary(HQNMETRIC handle, LONG id, const void* data, DWORD size);
 
 // Writes binary data to the beginning of a stream. E_POINTER for a null stream; E_UNEXPECTED without data,
@@ -107,15 +111,16 @@ QN_API HRESULT QnSetMetricStream(HQNMETRIC handle, LONG id, IStream* stream);
 
 // Reads text into a room of `size` characters; a multi-string is texts that each end in a terminator, with
 // one more behind the last. What is stored in more than 2 bytes gives its characters less one, for the
-// terminator. What is stored in 1 or 2 bytes is an empty text: with `emptyIsValue` it gives 0. Otherwise
-// `defaultText` is copied, cut to the room, and its length there returned; null is an empty text. The rest of
-// the room is zeroed, and its last character is always a terminator.
+// terminator, also if none was stored. What is stored in 1 or 2 bytes counts as an empty text: with
+// `emptyIsValue` it gives 0. Otherwise `defaultText`, or the record in its place, is copied, cut to the room,
+// and its length there returned; null is an empty text. It lies outside of the room, of which the rest is
+// zeroed and the last character is always a terminator.
 QN_API int QnGetMetricStringEx(HQNMETRIC handle, LONG id, WCHAR* text, DWORD size, const WCHAR* defaultText,
                                BOOL emptyIsValue);
 QN_API int QnGetMetricMultiStringEx(HQNMETRIC handle, LONG id, WCHAR* text, DWORD size,
                                     const WCHAR* defaultText, BOOL emptyIsValue);
 
-// Stores a text; null is an empty one.
+// Stores a text, or that of the record in its place; null is an empty one.
 QN_API HRESULT QnSetMetricString(HQNMETRIC handle, LONG id, const WCHAR* text);
 
 // Stores `characters` characters as they are, all terminators included.
@@ -124,9 +129,11 @@ QN_API HRESULT QnSetMetricMultiString(HQNMETRIC handle, LONG id, const WCHAR* te
 // Reads a value of any registry type, into `size` bytes of room, from the name of a number, and its size into
 // `*sizeOut`, if given; a missing value has the size 0. Null `data` asks for the size alone.
 //   0             read; text got a terminator behind it if there was room
-//   0x8004E00A    the value has just the type `type`, which names the one not asked for: hosts rely on that
+//   0x8004E00A    the value has just the type `type`, which names the one not asked for: hosts rely on that;
+//                 `*sizeOut` stays as it was
 //   0x8004E03C    the room is too small: for the value, and nothing is read; or for a terminator of a text
-//                 without one, which took its last character's place, with 2 more in `*sizeOut`
+//                 without one, which took its last character's place, with 2 more in `*sizeOut`. Who asks for
+//                 the size first gives 2 bytes more
 //   E_UNEXPECTED  no handle or key
 QN_API HRESULT QnGetMetricAny(HQNMETRIC handle, LONG id, DWORD type, void* data, DWORD size, DWORD* sizeOut);
 

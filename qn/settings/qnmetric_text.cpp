@@ -3,6 +3,7 @@
 
 #include "qn/settings/qnmetric.h"
 #include "qn/settings/qnmetric_internal.h"
+#include "qn/text/text_internal.h"
 
 namespace {
 
@@ -10,6 +11,7 @@ int ReadText(HQNMETRIC handle, LONG id, DWORD type, WCHAR* text, DWORD size, con
              BOOL emptyIsValue) {
   constexpr DWORD kEnd = sizeof(WCHAR);
   if (!text || size == 0) return 0;
+  defaultText = QnGetStringSmart(qn::KernelLanguage(), defaultText);
   size = std::min<DWORD>(size, UINT32_MAX / kEnd);
   const DWORD bytes = qn::ReadMetric(handle, id, type, text, size * kEnd);
   // What was stored without a terminator may fill the room.
@@ -29,7 +31,7 @@ int QnGetMetricStringEx(HQNMETRIC handle, LONG id, WCHAR* text, DWORD size, cons
 }
 
 HRESULT QnSetMetricString(HQNMETRIC handle, LONG id, const WCHAR* text) {
-  const std::u16string_view stored(text ? text : W(""));
+  const std::u16string_view stored(text ? QnGetStringSmart(qn::KernelLanguage(), text) : W(""));
   return qn::WriteMetric(handle, id, REG_SZ, stored.data(), (stored.size() + 1) * sizeof(WCHAR));
 }
 

@@ -77,12 +77,12 @@ QN_API int _QnMsgBoxSetAppData(HINSTANCE instance, HWND mainWindow, const WCHAR*
 // of _QnMsgBoxSetAppData.
 QN_API int QnMsgBoxSetHook(QNMSGBOXHOOK hook, ULONGLONG hookData);
 
-// Sets a hook of the library that shows nothing, in the place of any before it: it hands the text to `result`
-// and answers what the default button of the box would give. Numbers of no button set are answered 1. A
-// default button beyond its set needs the user: `result` is told so in a second text and the box is shown.
-// Null removes this hook; one of the application's stays. 1, or 0 with no change on any thread but that of
-// _QnMsgBoxSetAppData.
-QN_API int QnMsgBoxSetNoUIHook(QNMSGBOXTEXT result);
+// Sets a hook of the library that shows nothing, in the place of any before it: it hands the text to
+// `callback` and answers what the default button of the box would give. Numbers of no button set are
+// answered 1. A default button beyond its set needs the user: `callback` is told so in a second text and the
+// box is shown. Null removes this hook; one of the application's stays. 1, or 0 with no change on any thread
+// but that of _QnMsgBoxSetAppData.
+QN_API int QnMsgBoxSetNoUIHook(QNMSGBOXTEXT callback);
 
 // The system's box, with the results of MessageBoxW: 0 if it cannot be shown. It is centred by the library,
 // except with flags of exactly MB_SYSTEMMODAL | MB_ICONHAND and while another box is about to be. A null
