@@ -43,10 +43,16 @@ static_assert(sizeof(_qnerror_table_rcid) == sizeof(_qnerror_table));
 // may use the error handler meanwhile.
 QN_API int QnErrorHandler_AddErrorTable(const _qnerror_table* table, DWORD count);
 QN_API int QnErrorHandler_AddErrorTable(HQNLANG language, const _qnerror_table* table, DWORD count);
+inline int QnErrorHandler_AddErrorTable(HQNLANG language, const _qnerror_table_rcid* table, DWORD count) {
+  return QnErrorHandler_AddErrorTable(language, reinterpret_cast<const _qnerror_table*>(table), count);
+}
 
 // A sentence, or a record, in the place of a context's number.
 inline ULONG_PTR QnErrorContext(const WCHAR* sentence) {
   return reinterpret_cast<ULONG_PTR>(sentence);
+}
+inline ULONG_PTR QnErrorContext(const qnlang_t& record) {
+  return reinterpret_cast<ULONG_PTR>(&record);
 }
 
 extern "C" {
@@ -80,15 +86,18 @@ QN_API int QnErrorHandler_MsgBox(HWND window, UINT flags, ULONG_PTR context, HRE
 // Shows a text, or the text of a record, in a custom box, with the details log, if there is one, behind its
 // Details button and the log's hyperlink on its link line. Both are cleared before the box opens.
 //   window  the owner; null: the last popup of the main window, -1: none
-//   flags   those of qnmsgbox.h; the bits of QNMB_DETAILS are the log's to set
+//   flags   those of qnmsgbox.h; the bits of QNMB_DETAILS are the log's to set. Not QNMB_CHECK, which is
+//           MB_SYSTEMMODAL too: such a box needs a value that there is none for, so nothing is shown
 //   titled  nonzero puts "Warning: " in front
-// The box's result; -1 when it cannot be made.
+// The box's result; -1 when it cannot be made. Takes up to 96 KiB of the thread's stack, composing and adding
+// details up to 48 KiB.
 QN_API int QnErrorHandler_MsgBoxText(HWND window, UINT flags, const WCHAR* text, BOOL titled);
 
 // Clears the log, its hyperlink, the last error and the message. 0.
 QN_API HRESULT QnErrorHandler_DetailsInit();
 
-// Adds a line to the log of a failure, printed as by QnPrintF if it holds "%" or "$", and makes `status` the
+// Adds a line to the log of a failure, printed as by QnPrintF if it holds "%" or "$" (at
+// most 1024 characters of each text in it), and makes `status` the
 // last error. The first thread that comes here owns the log, even if its call fails; from others only lines
 // with the last error's status are taken, so that two failures do not mix. 0; E_FAIL for a line that is not
 // taken or for which the log, of 8191 characters with all line ends, has no room; E_POINTER for a null
@@ -130,7 +139,8 @@ QN_API int QnErrorHandler_DumpExceptionRecord(char* text, int size, const char* 
 // An exception filter that shows the exception in a message box, its description and the application's name
 // in the details; bytes of `threadName` that are not UTF-8 stand for the characters of their numbers. 1,
 // execute the handler; 0, continue the search, for an EXCEPTION_DATATYPE_MISALIGNMENT, with a debugger
-// attached, and without a record. Allocates nothing and takes no lock before the box opens, unless a table of
-// the application has for QN_E_EXCEPTION a text with tokens or a string id.
+// attached, and without a record. Threads that fail at once may mix their reports. Allocates nothing and
+// takes no lock before the box opens, unless a table of the application has for QN_E_EXCEPTION a text with
+// tokens or a string id.
 QN_API LONG QnErrorHandler_ExceptionFilter(EXCEPTION_POINTERS* pointers, const char* threadName);
 }
