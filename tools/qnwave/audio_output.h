@@ -1,13 +1,11 @@
 // A new file of samples that appears under its name only when it is whole.
-//
-// It is written beside its target under another name and moved there at the end, so that an interrupted run
-// leaves nothing under the target's name and an existing target stays whole until then.
 #pragma once
 
 #include <cstdint>
 #include <string>
 
 #include "qn/platform/types.h"
+#include "tools/common/output_file.h"
 #include "tools/qnwave/container.h"
 #include "tools/qnwave/sample_types.h"
 
@@ -15,11 +13,6 @@ namespace qnwave {
 
 class AudioOutput {
  public:
-  AudioOutput() = default;
-  ~AudioOutput();
-  AudioOutput(const AudioOutput&) = delete;
-  AudioOutput& operator=(const AudioOutput&) = delete;
-
   // Starts a file of exactly `frames` frames and reports a failure. A target that exists is refused without
   // `overwrite`. kUnknown is a file without a header.
   bool Create(const std::string& target, Container container, const AudioFormat& format, uint64_t frames,
@@ -32,18 +25,12 @@ class AudioOutput {
   HRESULT Write(uint64_t first, const void* frames, uint32_t count);
 
   // Ends the file and moves it to its target; reports a failure.
-  bool Commit();
+  bool Commit() { return file_.Commit(); }
 
  private:
-  bool Fail(HRESULT status);
-  bool CreateTemporary();
   bool WriteHeader(Container container, uint64_t frames);
-  bool Publish();
 
-  std::string target_;
-  std::string temporary_;  // empty when there is none
-  int descriptor_ = -1;
-  bool overwrite_ = false;
+  qntool::OutputFile file_;
   AudioFormat format_;
   uint64_t dataStart_ = 0;
   uint64_t fileBytes_ = 0;
