@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <cstring>
 
-#include "tools/common/failure.h"
 #include "tools/common/language.h"
 #include "tools/common/report.h"
 
@@ -127,21 +126,16 @@ std::vector<std::string_view> Arguments::Values(std::string_view name) const {
 }
 
 int RunCommand(const Command& command, std::span<char* const> words) {
-  BecomeHost();
   const auto arguments = Arguments::Parse(command, words);
   if (!arguments) return kExitUsage;
-  if (arguments->Has("help")) {
-    PrintHelp(command);
-    return kExitOk;
-  }
   const auto language = arguments->Value(kLanguage.name);
-  if (!language) {
-    UseLanguageOfUser();
-  } else if (!UseLanguage(*language)) {
+  if (language && !UseLanguage(*language)) {
     ReportUsage(command.name, "unknown language " + Quoted(*language));
     return kExitUsage;
   }
-  return command.run(*arguments);
+  if (!arguments->Has("help")) return command.run(*arguments);
+  PrintHelp(command);
+  return kExitOk;
 }
 
 std::vector<std::string_view> Split(std::string_view text, char separator) {

@@ -53,7 +53,7 @@ class Arguments {
   std::vector<std::string> operands_;
 };
 
-// Prints the help, or takes the user's language and runs the command; the exit code.
+// Takes the language of --lang and runs the command, or prints its help; the exit code.
 int RunCommand(const Command& command, std::span<char* const> words);
 
 // The number that a whole text spells, if it lies within the limits.

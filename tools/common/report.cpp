@@ -35,11 +35,11 @@ std::string Shown(std::string_view text) {
     const auto lead = static_cast<unsigned char>(text[i]);
     const size_t length = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
     const std::string_view character = text.substr(i, length);
-    // What does not survive the way through UTF-16 was ill-formed. U+0080 to U+009F are controls too.
+    // U+0080 to U+009F are controls too.
     const bool control =
         lead < 0x20 || lead == 0x7F ||
         (lead == 0xC2 && character.size() == 2 && static_cast<unsigned char>(character[1]) < 0xA0);
-    if (control || qn::ToUtf8(qn::FromUtf8(character)) != character) {
+    if (control || !IsUtf8(character)) {
       escape(lead);
       ++i;
     } else {
@@ -65,12 +65,6 @@ void ReportWarning(std::string_view subject, const Message& sentence) {
 void ReportUsage(std::string_view command, std::string_view mistake) {
   PrintLine("", command, mistake);
   std::fprintf(stderr, "Try '%s --help'.\n", ProgramAnd(command).c_str());
-}
-
-int FinishOutput(int exitCode) {
-  if (std::fflush(stdout) == 0 && !std::ferror(stdout)) return exitCode;
-  ReportError("", messages::OutputNotWritten);
-  return exitCode == kExitOk ? kExitFailed : exitCode;
 }
 
 }  // namespace qntool

@@ -28,8 +28,4 @@ void ReportWarning(std::string_view subject, const Message& sentence);
 // empty.
 void ReportUsage(std::string_view command, std::string_view mistake);
 
-// The exit code at the end of a run: what was printed must have arrived, a full disk behind the output is a
-// failure too.
-int FinishOutput(int exitCode);
-
 }  // namespace qntool

@@ -19,6 +19,11 @@ std::unique_ptr<tQNLANG, CloseLanguage> language;
 
 }  // namespace
 
+bool IsUtf8(std::string_view text) {
+  // What does not survive the way through UTF-16 is ill-formed.
+  return qn::ToUtf8(qn::FromUtf8(text)) == text;
+}
+
 void SetMessageLanguage(LCID lcid) {
   HQNLANG handle = nullptr;
   QnLang_Open(&handle, GetModuleHandleW(nullptr), lcid, 0);

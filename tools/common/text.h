@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <initializer_list>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "qn/platform/locale.h"
@@ -12,6 +13,9 @@
 #include "tools/messages.h"
 
 namespace qntool {
+
+// False for ill-formed bytes.
+bool IsUtf8(std::string_view text);
 
 // Sets the language of messages; until then they are English.
 void SetMessageLanguage(LCID lcid);

@@ -1,17 +1,17 @@
 // qnmetric: the settings that applications keep through the library, on the command line.
 #include <algorithm>
 #include <cstdio>
-#include <new>
 
-#include "qn/platform/locale.h"
 #include "qn/platform/text.h"
 #include "qn/settings/qnstatus.h"
-#include "qn/text/qnlang.h"
 #include "tools/common/failure.h"
 #include "tools/common/options.h"
 #include "tools/common/report.h"
-#include "tools/qnmetric/settings_file.h"
-#include "tools/qnmetric/store.h"
+#include "tools/common/tool.h"
+#include "tools/qnmetric/language.h"
+#include "tools/qnmetric/operands.h"
+#include "tools/qnmetric/settings_text.h"
+#include "tools/qnmetric/text_file.h"
 
 const char qntool::kProgram[] = "qnmetric";
 
@@ -20,9 +20,6 @@ namespace {
 
 using namespace qntool;
 
-constexpr const char* kCompanyName = "Marlow Creative Works";
-constexpr Option kCompany = {"company", "NAME", "whose application it is (default: Marlow Creative Works)"};
-constexpr Option kKey = {"key", "SUBKEY", "a key below the application's settings, such as Kernel"};
 constexpr Option kPlaceOptions[] = {kCompany, kKey};
 constexpr Option kLanguageOptions[] = {kCompany};
 constexpr Option kSetOptions[] = {
@@ -44,42 +41,17 @@ constexpr Option kImportOptions[] = {
     {"force", nullptr, "replace settings of another type"},
 };
 
-int Usage(const char* command, const std::string& mistake) {
-  ReportUsage(command, mistake);
-  return kExitUsage;
-}
-
-int Fail(const std::string& subject, LSTATUS error) {
-  ReportFailure(subject, kDuringOperation, QnErrorHandler_TranslateWin32Error(static_cast<DWORD>(error)));
+int Fail(const std::string& subject, LSTATUS error, const Message& details = {}) {
+  ReportFailure(subject, kDuringOperation, QnErrorHandler_TranslateWin32Error(static_cast<DWORD>(error)),
+                details);
   return kExitFailed;
 }
 
-std::string Name(const std::u16string& name) {
-  return qn::ToUtf8(name);
-}
-
-// APPLICATION and VERSION, the first two operands, of at least `least` and at most `most`.
-std::optional<Place> ReadPlace(const char* command, const Arguments& arguments, size_t least, size_t most) {
-  const auto& operands = arguments.Operands();
-  std::string mistake;
-  const auto company = std::string(arguments.Value("company").value_or(kCompanyName));
-  if (operands.size() < least) {
-    mistake = operands.size() < 2 ? "give an application and its version" : "an operand is missing";
-  } else if (operands.size() > most) {
-    mistake = "there is no use for " + Quoted(operands[most]);
-  } else if (operands[0].empty() || operands[0].find('\\') != std::string::npos) {
-    mistake = Quoted(operands[0]) + " is no name of an application";
-  } else if (company.empty() || company.find('\\') != std::string::npos) {
-    mistake = Quoted(company) + " is no name of a company";
-  } else if (!ReadVersion(operands[1])) {
-    mistake = Quoted(operands[1]) + " is no version: MAJOR.MINOR, such as 2026.0, or none";
-  }
-  if (!mistake.empty()) {
-    Usage(command, mistake);
-    return std::nullopt;
-  }
-  return Place{qn::FromUtf8(company), qn::FromUtf8(operands[0]), *ReadVersion(operands[1]),
-               qn::FromUtf8(arguments.Value("key").value_or(""))};
+// What a failure is about: the application and the setting with its key, if any.
+std::string Subject(const Place& place, const Arguments& arguments, const std::u16string& name = {}) {
+  const std::string application = arguments.Operands()[0] + " " + arguments.Operands()[1];
+  const std::string setting = qn::ToUtf8(Joined(place.subKey, name));
+  return setting.empty() ? application : application + ": " + setting;
 }
 
 void Print(const std::string& text) {
@@ -101,28 +73,42 @@ std::optional<DWORD> TypeOfName(const std::string& name) {
 }
 
 // True unless a setting of another type stands in the way, which is reported.
-bool MayReplace(const Place& place, const std::u16string& name, const Setting& setting, bool force) {
-  LSTATUS error;
-  const auto old = ReadOne(place, name, &error);
-  if (force || !old || old->type == setting.type) return true;
-  ReportError(Name(name),
-              {messages::TypeDiffers, {Message(TypeName(old->type)), Message(TypeName(setting.type))}});
+bool MayReplace(const std::string& subject, std::optional<DWORD> old, DWORD type, bool force) {
+  if (force || !old || *old == type) return true;
+  ReportError(subject, {messages::TypeDiffers, {Message(TypeName(*old)), Message(TypeName(type))}});
   return false;
 }
 
+// True for a key that holds settings of a version, or of none.
+bool HoldsSettings(const std::u16string& path, const std::u16string& version, LSTATUS* error) {
+  if (version == u"Metrics") return true;
+  if (version == u"none" || !ReadVersion(qn::ToUtf8(version))) return false;
+  const auto below = SubKeys(Joined(path, version), error).value_or(std::vector<std::u16string>());
+  return std::find(below.begin(), below.end(), u"Metrics") != below.end();
+}
+
 int ListApplications(const Arguments& arguments) {
-  const std::u16string root = u"Software\\" + qn::FromUtf8(arguments.Value("company").value_or(kCompanyName));
+  if (arguments.Has("key")) return Usage("list", "--key goes with an application and its version");
+  const auto company = ReadCompany("list", arguments);
+  if (!company) return kExitUsage;
+  const std::u16string root = RootOf(*company);
+  // What is not there, or not any more, is no failure.
+  const auto isFailure = [](LSTATUS error) {
+    return error != ERROR_SUCCESS && error != ERROR_FILE_NOT_FOUND && error != ERROR_KEY_DELETED;
+  };
   LSTATUS error;
-  const auto applications = SubKeys(root, &error);
-  if (!applications) return error == ERROR_FILE_NOT_FOUND ? kExitOk : Fail("", error);
-  for (const std::u16string& application : *applications) {
-    const std::u16string path = root + u"\\" + application;
-    for (const std::u16string& version : SubKeys(path, &error).value_or(std::vector<std::u16string>())) {
-      const std::string shown = version == u"Metrics" ? "none" : Name(version);
-      if (!ReadVersion(shown)) continue;
-      const auto below = version == u"Metrics" ? std::nullopt : SubKeys(path + u"\\" + version, &error);
-      if (below && std::find(below->begin(), below->end(), u"Metrics") == below->end()) continue;
-      Print(Quoted(Name(application)) + " " + shown + "\n");
+  const auto applications = SubKeys(root, &error).value_or(std::vector<std::u16string>());
+  if (isFailure(error)) return Fail("", error);
+  for (const std::u16string& application : applications) {
+    const std::u16string path = Joined(root, application);
+    const std::string name = qn::ToUtf8(application);
+    const auto versions = SubKeys(path, &error).value_or(std::vector<std::u16string>());
+    if (isFailure(error)) return Fail(name, error);
+    for (const std::u16string& version : versions) {
+      const bool holds = HoldsSettings(path, version, &error);
+      if (isFailure(error)) return Fail(name, error);
+      if (!holds) continue;
+      Print(Quoted(name) + " " + (version == u"Metrics" ? "none" : qn::ToUtf8(version)) + "\n");
     }
   }
   return kExitOk;
@@ -133,18 +119,19 @@ int List(const Arguments& arguments) {
   const auto place = ReadPlace("list", arguments, 2, 2);
   if (!place) return kExitUsage;
   LSTATUS error;
-  const auto tree = ReadTree(*place, &error);
-  if (!tree) return Fail(arguments.Operands()[0] + " " + arguments.Operands()[1], error);
-  Print(PrintTree(*tree));
+  const auto settings = ReadAll(*place, &error);
+  if (!settings) return Fail(Subject(*place, arguments), error);
+  Print(PrintSettings(*settings));
   return kExitOk;
 }
 
 int Get(const Arguments& arguments) {
   const auto place = ReadPlace("get", arguments, 3, 3);
   if (!place) return kExitUsage;
+  const std::u16string name = qn::FromUtf8(arguments.Operands()[2]);
   LSTATUS error;
-  const auto setting = ReadOne(*place, qn::FromUtf8(arguments.Operands()[2]), &error);
-  if (!setting) return Fail(arguments.Operands()[2], error);
+  const auto setting = ReadOne(*place, name, &error);
+  if (!setting) return Fail(Subject(*place, arguments, name), error);
   Print(PrintSetting(*setting) + "\n");
   return kExitOk;
 }
@@ -154,19 +141,22 @@ int Set(const Arguments& arguments) {
   if (!place) return kExitUsage;
   const auto& operands = arguments.Operands();
   const std::u16string name = qn::FromUtf8(operands[2]);
-  LSTATUS error;
-  const auto old = ReadOne(*place, name, &error);
-  std::optional<DWORD> type = old ? std::optional(old->type) : TypeOfName(operands[2]);
+  const std::string subject = Subject(*place, arguments, name);
+  std::optional<DWORD> old;
+  LSTATUS error = ReadType(*place, name, &old);
+  if (error != ERROR_SUCCESS) return Fail(subject, error);
+  std::optional<DWORD> type = old ? old : TypeOfName(operands[2]);
   if (const auto wanted = arguments.Value("type")) {
     type = FindType(*wanted);
     if (!type) return Usage("set", Quoted(*wanted) + " is no type: number, string, binary or multi-string");
   }
   if (!type) return Usage("set", "--type tells what " + Quoted(operands[2]) + " is");
-  const auto setting = MakeSetting(*type, {operands.begin() + 3, operands.end()});
-  if (!setting) return Usage("set", Quoted(operands[3]) + " is no " + TypeName(*type));
-  if (!MayReplace(*place, name, *setting, arguments.Has("force"))) return kExitFailed;
+  std::string mistake;
+  const auto setting = MakeSetting(*type, {operands.begin() + 3, operands.end()}, &mistake);
+  if (!setting) return Usage("set", mistake);
+  if (!MayReplace(subject, old, setting->type, arguments.Has("force"))) return kExitFailed;
   error = Write(*place, name, *setting);
-  return error == ERROR_SUCCESS ? kExitOk : Fail(operands[2], error);
+  return error == ERROR_SUCCESS ? kExitOk : Fail(subject, error);
 }
 
 int DeleteSettings(const Arguments& arguments) {
@@ -174,102 +164,94 @@ int DeleteSettings(const Arguments& arguments) {
   if (!place) return kExitUsage;
   int exitCode = kExitOk;
   for (size_t i = 2; i < arguments.Operands().size(); ++i) {
-    const std::string& name = arguments.Operands()[i];
-    const LSTATUS error = Delete(*place, qn::FromUtf8(name));
-    if (error != ERROR_SUCCESS) exitCode = Fail(name, error);
+    const std::u16string name = qn::FromUtf8(arguments.Operands()[i]);
+    const LSTATUS error = Delete(*place, name);
+    if (error != ERROR_SUCCESS) exitCode = Fail(Subject(*place, arguments, name), error);
   }
   return exitCode;
 }
 
+constexpr size_t kFileOperand = 2;
+
 int Export(const Arguments& arguments) {
-  const auto place = ReadPlace("export", arguments, 2, 3);
+  const auto place = ReadPlace("export", arguments, 2, 3, kFileOperand);
   if (!place) return kExitUsage;
   const auto& operands = arguments.Operands();
   LSTATUS error;
-  const auto tree = ReadTree(*place, &error);
-  if (!tree) return Fail(operands[0] + " " + operands[1], error);
+  const auto settings = ReadAll(*place, &error);
+  if (!settings) return Fail(Subject(*place, arguments), error);
   const std::string text =
-      "# Settings of " + Shown(operands[0]) + " " + operands[1] + "\n" + PrintTree(*tree);
-  if (operands.size() == 3 && operands[2] != "-")
-    return WriteWhole(operands[2], text, arguments.Has("force")) ? kExitOk : kExitFailed;
+      "# Settings of " + Shown(operands[0]) + " " + operands[1] + "\n" + PrintSettings(*settings);
+  if (operands.size() == 3 && operands[kFileOperand] != "-")
+    return WriteWhole(operands[kFileOperand], text, arguments.Has("force")) ? kExitOk : kExitFailed;
   Print(text);
   return kExitOk;
 }
 
-std::u16string Joined(const std::u16string& key, const std::u16string& below) {
-  return key.empty() || below.empty() ? key + below : key + u"\\" + below;
-}
-
 int Import(const Arguments& arguments) {
-  const auto place = ReadPlace("import", arguments, 2, 3);
+  const auto place = ReadPlace("import", arguments, 2, 3, kFileOperand);
   if (!place) return kExitUsage;
   const auto& operands = arguments.Operands();
-  const bool isStream = operands.size() < 3 || operands[2] == "-";
-  const std::string file = isStream ? Message(messages::StandardInput).Shown() : operands[2];
+  const bool isStream = operands.size() < 3 || operands[kFileOperand] == "-";
+  const std::string file = isStream ? Message(messages::StandardInput).Shown() : operands[kFileOperand];
   const auto text = isStream ? ReadStream(stdin, file) : ReadWhole(file);
   if (!text) return kExitFailed;
-  int line;
-  const auto tree = ReadTreeText(*text, &line);
-  if (!tree) {
-    ReportFailure(file, kOpeningFiles, QN_E_FILE_FORMAT,
-                  {messages::LineNoSetting, {Message(std::to_string(line))}});
+  Mistake mistake;
+  const auto settings = ReadSettings(*text, *place, &mistake);
+  if (!settings) {
+    ReportError(file, {messages::LineMistake,
+                       {Message::Number(static_cast<uint64_t>(mistake.line)), mistake.reason}});
     return kExitFailed;
   }
   // All is looked at before anything is written.
   bool mayReplace = true;
-  const auto visit = [&](auto action) {
-    for (const auto& [key, names] : *tree) {
-      Place below = *place;
-      below.subKey = Joined(place->subKey, key);
-      for (const auto& [name, setting] : names) {
-        if (!action(below, name, setting)) return;
-      }
-    }
-  };
-  visit([&](const Place& below, const std::u16string& name, const Setting& setting) {
-    mayReplace &= MayReplace(below, name, setting, arguments.Has("force"));
-    return true;
-  });
+  for (const auto& [key, name, setting] : *settings) {
+    const Place below = place->Below(key);
+    const std::string subject = Subject(below, arguments, name);
+    std::optional<DWORD> old;
+    const LSTATUS error = ReadType(below, name, &old);
+    if (error != ERROR_SUCCESS) return Fail(subject, error);
+    mayReplace &= MayReplace(subject, old, setting.type, arguments.Has("force"));
+  }
   if (!mayReplace) return kExitFailed;
-  int exitCode = kExitOk;
+  const Message total = Message::Number(settings->size());
   size_t count = 0;
-  visit([&](const Place& below, const std::u16string& name, const Setting& setting) {
+  for (const auto& [key, name, setting] : *settings) {
+    const Place below = place->Below(key);
     const LSTATUS error = Write(below, name, setting);
-    if (error != ERROR_SUCCESS) exitCode = Fail(Name(name), error);
-    count += error == ERROR_SUCCESS;
-    return error == ERROR_SUCCESS;
-  });
-  std::fprintf(stderr, "%zu settings imported.\n", count);
-  return exitCode;
+    if (error != ERROR_SUCCESS) {
+      return Fail(Subject(below, arguments, name), error,
+                  {messages::ImportStopped, {Message::Number(count), total}});
+    }
+    ++count;
+  }
+  Print(Message(messages::SettingsImported, {total}).Shown() + "\n");
+  return kExitOk;
 }
 
 int Language(const Arguments& arguments) {
   const auto place = ReadPlace("language", arguments, 2, 3);
   if (!place) return kExitUsage;
   const auto& operands = arguments.Operands();
-  const WCHAR* const application = place->application.c_str();
-  if (operands.size() == 3) {
-    const LCID lcid = LocaleNameToLCID(qn::FromUtf8(operands[2]).c_str(), 0);
+  LCID lcid = 0;
+  LSTATUS error;
+  if (operands.size() == 2) {
+    error = ReadLanguage(*place, &lcid);
+    if (error == ERROR_SUCCESS) Print(LanguageName(lcid) + "\n");
+  } else if (operands[2] == "none") {
+    error = RemoveLanguage(*place);
+  } else {
+    lcid = LocaleNameToLCID(qn::FromUtf8(operands[2]).c_str(), 0);
     if (lcid == 0) return Usage("language", "unknown language " + Quoted(operands[2]));
-    if (QnLang_SaveUserLCIDMetricAppReg(application, place->version, lcid, place->company.c_str()))
-      return kExitOk;
-    ReportFailure(operands[0], kDuringOperation, E_FAIL);
-    return kExitFailed;
+    error = StoreLanguage(*place, lcid);
   }
-  DWORD lcid;
-  if (!QnLang_LoadUserLCIDMetricAppReg(application, place->version, &lcid, place->company.c_str()))
-    return Fail(operands[0], ERROR_FILE_NOT_FOUND);
-  WCHAR name[64] = {};
-  GetLocaleInfoW(lcid, LOCALE_SENGLANGUAGE, name, 64);
-  Print(qn::ToUtf8(name) + "\n");
-  return kExitOk;
+  return error == ERROR_SUCCESS ? kExitOk : Fail(Subject(*place, arguments), error);
 }
 
 constexpr char kNameDetails[] =
     "VERSION is MAJOR.MINOR, such as 2026.0, or none. NAME is the name of the value: that of a metric is its "
     "number, for strings behind S, for binary data behind B, for multi-strings behind Z. 'man qnmetric' "
-    "tells "
-    "more.";
+    "tells more.";
 
 constexpr Command kCommands[] = {
     {"list", "[APPLICATION VERSION]", "Show the applications with settings, or the settings of one.",
@@ -283,7 +265,8 @@ constexpr Command kCommands[] = {
     {"import", "APPLICATION VERSION [FILE]", "Store the settings of a text file that was exported.",
      kNameDetails, kImportOptions, Import},
     {"language", "APPLICATION VERSION [LANG]", "Show or store the language that an application comes up in.",
-     "The tools of the library look at their own, without a version: qnmetric language qnwave none de.",
+     "LANG is a name such as de, pt-BR or zh_TW; none removes what is stored. The tools of the library look "
+     "at their own, without a version: qnmetric language qnwave none de.",
      kLanguageOptions, Language},
 };
 
@@ -308,9 +291,6 @@ int Main(std::span<char* const> words) {
 }  // namespace
 }  // namespace qnmetric
 
-int main(int count, char** words) try {
-  return qntool::FinishOutput(qnmetric::Main({words + 1, static_cast<size_t>(count > 0 ? count - 1 : 0)}));
-} catch (const std::bad_alloc&) {
-  qntool::ReportFailure("", qntool::kDuringOperation, E_OUTOFMEMORY);
-  return qntool::kExitFailed;
+int main(int count, char** words) {
+  return qntool::RunTool(count, words, qnmetric::Main);
 }

@@ -1,5 +1,6 @@
 #include "tools/qnmetric/setting.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstdio>
 #include <cstring>
@@ -7,6 +8,7 @@
 #include "qn/platform/registry.h"
 #include "qn/platform/text.h"
 #include "tools/common/options.h"
+#include "tools/common/report.h"
 
 namespace qnmetric {
 namespace {
@@ -67,7 +69,7 @@ Setting FromTexts(DWORD type, const std::vector<std::u16string>& texts) {
 // The texts of a string or multi-string, each up to its terminator.
 std::vector<std::u16string> TextsOf(const Setting& setting) {
   std::u16string all(setting.data.size() / 2, u'\0');
-  std::memcpy(all.data(), setting.data.data(), 2 * all.size());
+  if (!all.empty()) std::memcpy(all.data(), setting.data.data(), 2 * all.size());
   std::vector<std::u16string> texts;
   for (size_t start = 0; start < all.size();) {
     const size_t end = std::min(all.find(u'\0', start), all.size());
@@ -103,6 +105,8 @@ std::optional<Setting> ReadTexts(DWORD type, std::string_view text) {
   while (!text.empty()) {
     const auto taken = TakeText(&text);
     if (!taken) return std::nullopt;
+    // An empty text would end the row.
+    if (type == REG_MULTI_SZ && taken->empty()) return std::nullopt;
     texts.push_back(*taken);
     if (text.substr(0, 1) == " ") text.remove_prefix(1);
   }
@@ -144,7 +148,8 @@ std::string PrintSetting(const Setting& setting) {
   }
   if (setting.type == REG_SZ || setting.type == REG_MULTI_SZ) {
     const auto texts = TextsOf(setting);
-    if (FromTexts(setting.type, texts) == setting) {
+    const bool isOne = setting.type == REG_MULTI_SZ || texts.size() == 1;
+    if (isOne && FromTexts(setting.type, texts) == setting) {
       std::string text;
       for (const std::u16string& part : texts) text += (text.empty() ? "" : " ") + PrintText(part);
       return name + text;
@@ -167,19 +172,36 @@ std::optional<Setting> ReadSetting(std::string_view text) {
   return Setting{REG_BINARY, *bytes};
 }
 
-std::optional<Setting> MakeSetting(DWORD type, const std::vector<std::string>& operands) {
-  if (type == REG_MULTI_SZ) {
-    std::vector<std::u16string> texts;
-    for (const std::string& operand : operands) {
-      // An empty text would end the row.
-      if (operand.empty()) return std::nullopt;
-      texts.push_back(qn::FromUtf8(operand));
-    }
-    return FromTexts(type, texts);
+std::optional<Setting> MakeSetting(DWORD type, const std::vector<std::string>& operands,
+                                   std::string* mistake) {
+  std::vector<std::u16string> texts;
+  std::string joined;
+  for (const std::string& operand : operands) {
+    texts.push_back(qn::FromUtf8(operand));
+    joined += (joined.empty() ? "" : " ") + operand;
   }
-  if (operands.size() != 1) return std::nullopt;
-  if (type == REG_SZ) return FromTexts(type, {qn::FromUtf8(operands[0])});
-  return ReadSetting(TypeName(type) + " " + operands[0]);
+  switch (type) {
+    case REG_MULTI_SZ:
+      if (std::find(operands.begin(), operands.end(), "") == operands.end()) return FromTexts(type, texts);
+      *mistake = "texts of a multi-string cannot be empty";
+      return std::nullopt;
+    case REG_SZ:
+    case REG_DWORD:
+      if (operands.size() != 1) {
+        *mistake = "a " + TypeName(type) + " takes one VALUE";
+        return std::nullopt;
+      }
+      if (type == REG_SZ) return FromTexts(type, texts);
+      break;
+    case REG_BINARY:
+      break;
+    default:
+      *mistake = "the setting is of " + TypeName(type) + ", which only import stores";
+      return std::nullopt;
+  }
+  auto setting = ReadSetting(TypeName(type) + " " + joined);
+  if (!setting) *mistake = qntool::Quoted(joined) + " is no " + TypeName(type);
+  return setting;
 }
 
 std::string PrintText(std::u16string_view text) {
@@ -231,6 +253,8 @@ std::optional<std::u16string> TakeText(std::string_view* text) {
       uint16_t code = 0;
       const char* const digits = text->data() + i + 1;
       if (i + 4 >= text->size() || std::from_chars(digits, digits + 4, code, 16).ptr != digits + 4) break;
+      // It would end the text where it is stored.
+      if (code == 0) break;
       flush();
       result += static_cast<WCHAR>(code);
       i += 4;

@@ -36,11 +36,13 @@ std::string PrintSetting(const Setting& setting);
 // Reads what PrintSetting wrote. Nothing for another text.
 std::optional<Setting> ReadSetting(std::string_view text);
 
-// A setting from the operands of a command: one number, text or row of hexadecimal digits, or the texts of a
-// multi-string. Nothing for operands that are none.
-std::optional<Setting> MakeSetting(DWORD type, const std::vector<std::string>& operands);
+// A setting from the operands of a command: one number or text, hexadecimal digits, or the texts of a
+// multi-string. Nothing, with what is wrong, for operands that are none.
+std::optional<Setting> MakeSetting(DWORD type, const std::vector<std::string>& operands,
+                                   std::string* mistake);
 
-// A text between quotes; and back, from the front of `text`, which loses it. Nothing without one.
+// A text between quotes; and back, from the front of `text`, which loses it. Nothing without one; a text
+// holds no null character.
 std::string PrintText(std::u16string_view text);
 std::optional<std::u16string> TakeText(std::string_view* text);
 

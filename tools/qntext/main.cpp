@@ -1,16 +1,15 @@
 // qntext: tries a text of the library on the command line, as a translator or the author of a plug-in needs
 // it.
 #include <cstdio>
-#include <new>
 #include <string>
 
 #include "qn/platform/text.h"
 #include "qn/text/qnprint.h"
 #include "qn/text/qntimetext.h"
-#include "tools/common/failure.h"
 #include "tools/common/options.h"
 #include "tools/common/report.h"
 #include "tools/common/time_format.h"
+#include "tools/common/tool.h"
 #include "tools/qntext/format.h"
 
 const char qntool::kProgram[] = "qntext";
@@ -171,11 +170,8 @@ int Run(const Arguments& arguments) {
 int Main(std::span<char* const> words) {
   const std::string details =
       "A FORMAT is what the library's formatter takes: $d prints a number in the dress of the language, %d "
-      "as C "
-      "does. A time format is a number from 0 to 19 or one of " +
-      TimeFormatNames() +
-      ". Options stand in front "
-      "of the operands. 'man qntext' tells more.";
+      "as C does. A time format is a number from 0 to 19 or one of " +
+      TimeFormatNames() + ". Options stand in front of the operands. 'man qntext' tells more.";
   const Command command = {
       "",
       "FORMAT [ARGUMENT...]",
@@ -185,15 +181,12 @@ int Main(std::span<char* const> words) {
       Run,
       true,
   };
-  return FinishOutput(RunCommand(command, words));
+  return RunCommand(command, words);
 }
 
 }  // namespace
 }  // namespace qntext
 
-int main(int count, char** words) try {
-  return qntext::Main({words + 1, static_cast<size_t>(count > 0 ? count - 1 : 0)});
-} catch (const std::bad_alloc&) {
-  qntool::ReportFailure("", qntool::kDuringOperation, E_OUTOFMEMORY);
-  return qntool::kExitFailed;
+int main(int count, char** words) {
+  return qntool::RunTool(count, words, qntext::Main);
 }

@@ -45,7 +45,7 @@ bool LibraryPath(const std::string& name, std::u16string* path) {
     ReportOpenError(name, QN_E_FILE_NAME, messages::NameBackslash);
     return false;
   }
-  if (qn::ToUtf8(qn::FromUtf8(name)) != name) {
+  if (!qntool::IsUtf8(name)) {
     ReportOpenError(name, QN_E_FILE_NAME, messages::NameNotUtf8);
     return false;
   }

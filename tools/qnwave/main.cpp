@@ -1,13 +1,11 @@
 // qnwave: wave files on the command line. Finds the sub-command and runs it.
-#include <signal.h>
-
 #include <cstdio>
 #include <cstring>
-#include <new>
 #include <span>
 #include <string_view>
 
 #include "tools/common/options.h"
+#include "tools/common/tool.h"
 #include "tools/qnwave/command.h"
 #include "tools/qnwave/report.h"
 
@@ -48,11 +46,6 @@ int Run(std::span<char* const> words) {
 
 const char qntool::kProgram[] = "qnwave";
 
-int main(int count, char** words) try {
-  // A limit on the size of files shows as a failed write, which is reported and tidied up after.
-  signal(SIGXFSZ, SIG_IGN);
-  return qntool::FinishOutput(qnwave::Run({words + 1, static_cast<size_t>(count > 0 ? count - 1 : 0)}));
-} catch (const std::bad_alloc&) {
-  qnwave::ReportError("", E_OUTOFMEMORY);
-  return qnwave::kExitFailed;
+int main(int count, char** words) {
+  return qntool::RunTool(count, words, qnwave::Run);
 }
