@@ -1,8 +1,12 @@
 // qnmetric: what goes in comes out, nothing is replaced unasked; and the language that is saved for a tool.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstring>
+#include <filesystem>
+#include <map>
 
+#include "qn/platform/registry.h"
 #include "tests/tools/tool.h"
 
 namespace qntest {
@@ -27,7 +31,8 @@ TEST_F(MetricTool, StoresWhatItShowsAndReadsBack) {
        {Row({"100"}, "5", "number 100"), Row({"0xFFFFFFFF"}, "6", "number -1"),
         Row({"-2147483648"}, "7", "number -2147483648"),
         Row({"\"Käse\"\t\\"}, "S5", "string \"\\\"Käse\\\"\\t\\\\\""), Row({""}, "S6", "string \"\""),
-        Row({"00 ff1A"}, "B5", "binary 00 ff 1a"), Row({"a", "b c"}, "Z5", "multi-string \"a\" \"b c\"")}) {
+        Row({"00", "ff1A"}, "B5", "binary 00 ff 1a"),
+        Row({"a", "b c"}, "Z5", "multi-string \"a\" \"b c\"")}) {
     std::vector<std::string> words = {"set", "Studio", "2026.0", "--key", "Kernel", name, "--"};
     words.insert(words.end(), values.begin(), values.end());
     Out(words);
@@ -46,12 +51,51 @@ TEST_F(MetricTool, StoresWhatItShowsAndReadsBack) {
   EXPECT_EQ(Run({"get", "Copy", "1.15", "--key", "Kernel", "5"}).exit, 1);
 }
 
+// Values of all kinds, well-formed or not, are the same bytes behind an export, through a link to a file with
+// a long name and permissions of its own, and an import.
+TEST_F(MetricTool, KeepsEveryValueByteByByte) {
+  SetRegistryFile(HKEY_CURRENT_USER, folder_.Path("user.sqlite").c_str());
+  HKEY from, to;
+  RegCreateKeyW(HKEY_CURRENT_USER, W("Software\\Marlow Creative Works\\A\\Metrics\\\"\xD800"), &from);
+  RegCreateKeyW(HKEY_CURRENT_USER, W("Software\\Marlow Creative Works\\B\\Metrics\\\"\xD800"), &to);
+  std::map<std::u16string, std::pair<DWORD, Bytes>> values;
+  for (int i = 0; i < 300; ++i) {
+    constexpr uint8_t kBytes[] = {0, 0, 0, 0, 'a', 'a', '"', '\\', '\n', 0xD8, 0xDC, 0xFF};
+    auto& [type, bytes] = values[u"\" =\\\xD800" + std::u16string(1, static_cast<WCHAR>(0x4E00 + i))];
+    type = std::array{REG_SZ, REG_BINARY, REG_DWORD, REG_MULTI_SZ, REG_QWORD}[Random()() % 5];
+    bytes.resize(Random()() % 10);
+    for (uint8_t& byte : bytes) byte = kBytes[Random()() % sizeof(kBytes)];
+  }
+  for (const auto& [name, value] : values)
+    RegSetValueExW(from, name.c_str(), 0, value.first, value.second.data(), DWORD(value.second.size()));
+  const std::string file = folder_.Native(std::string(255, 'n')), link = folder_.Native("link");
+  WriteFileBytes(file, {});
+  std::filesystem::permissions(file, std::filesystem::perms(0640));
+  std::filesystem::create_symlink(file, link);
+  Out({"export", "A", "none", link, "--force"});
+  EXPECT_TRUE(std::filesystem::is_symlink(link));
+  EXPECT_EQ(std::filesystem::status(file).permissions(), std::filesystem::perms(0640));
+  EXPECT_EQ(Out({"import", "B", "none", file, "--lang", "de"}), "Importierte Einstellungen: 300.\n");
+  for (const auto& [name, value] : values) {
+    BYTE data[16];
+    DWORD type = 0, size = sizeof(data);
+    EXPECT_EQ(RegQueryValueExW(to, name.c_str(), nullptr, &type, data, &size), LSTATUS{});
+    EXPECT_EQ(std::pair(type, Bytes(data, data + size)), value);
+  }
+  RegCloseKey(from);
+  RegCloseKey(to);
+  SetRegistryFile(HKEY_CURRENT_USER, nullptr);
+}
+
 TEST_F(MetricTool, ReplacesNothingOfAnotherTypeUnasked) {
   Out({"set", "Studio", "1.0", "5", "100"});
   EXPECT_NE(Run({"set", "Studio", "1.0", "5", "x", "--type", "string"}).err.find("it is number; --force"),
             std::string::npos);
   const std::string file = folder_.Native("settings.txt");
-  for (const char* text : {"4 = number 1\n5 = string \"x\"\n", "4 = number 1\n5 = number x\n"}) {
+  for (const char* text :
+       {"4 = number 1\n5 = string \"x\"\n", "4 = number 1\n5 = number x\n", "4 = number 1\n[\"\\\\\"]\n",
+        "4 = number 1\nS5 = string \"\\u0000\"\n", "4 = number 1\nS5 = string \"\xFF\"\n",
+        "[\"a\"]\n4 = number 1\n[\"\"]\n4 = number 1\n[\"A\\\\\"]\n4 = number 2\n"}) {
     WriteFileBytes(file, Bytes(text, text + std::strlen(text)));
     EXPECT_EQ(Run({"import", "Studio", "1.0", file}).exit, 1) << text;
     EXPECT_EQ(Out({"list", "Studio", "1.0"}), "5 = number 100\n");
@@ -68,7 +112,11 @@ TEST_F(MetricTool, RefusesMistakes) {
         Row({"set", "a", "1.0", "x", "5"}, "--type tells"),
         Row({"set", "a", "1.0", "5", "x"}, "'x' is no number"),
         Row({"set", "a", "1.0", "B5", "0"}, "'0' is no binary"),
-        Row({"set", "a", "1.0", "5", "1", "2"}, "is no number"),
+        Row({"set", "a", "1.0", "5", "1", "2"}, "a number takes one VALUE"),
+        Row({"set", "a", "1.0", "Z5", ""}, "cannot be empty"), Row({"get", "a", "01.0", "5"}, "no version"),
+        Row({"get", "a", "1.0", "\xFF"}, "not valid UTF-8"),
+        Row({"list", "a", "1.0", "--key", "\\"}, "no name of a key"),
+        Row({"list", "a", "1.0", "--key", std::string(250, 'x')}, "too long"),
         Row({"set", "a", "1.0", "5", "5", "--type", "text"}, "'text' is no type")}) {
     const ToolRun run = Run(words);
     EXPECT_EQ(run.exit, 2) << message;
@@ -77,16 +125,20 @@ TEST_F(MetricTool, RefusesMistakes) {
   EXPECT_EQ(List(folder_.Native("")), std::vector<std::string>());  // a look makes no file
 }
 
-TEST_F(MetricTool, SavesTheLanguageOfATool) {
+TEST_F(MetricTool, GivesToolsTheirLanguageAndTellsOfDamage) {
   const auto failure = [&](const std::vector<std::string>& words) { return Qnwave(words, registry_).err; };
   const std::vector<std::string> words = {"info", folder_.Native("nothing.wav")};
   EXPECT_NE(failure(words).find("The file could not be opened."), std::string::npos);
   Out({"language", "qnwave", "none", "de"});
-  EXPECT_EQ(Out({"language", "qnwave", "none"}), "German\n");
+  EXPECT_EQ(Out({"language", "qnwave", "none"}), "de\n");
   const std::string german = failure(words);
   EXPECT_NE(german.find("Datei"), std::string::npos) << german;
   EXPECT_NE(german.find("(0x8004E007)"), std::string::npos) << german;
   EXPECT_NE(failure({"info", "--lang", "en", words[1]}).find("The file could not"), std::string::npos);
+  Out({"language", "qnwave", "none", "none"});
+  EXPECT_NE(failure(words).find("The file could not"), std::string::npos);
+  WriteFileBytes(folder_.Native("user.sqlite"), Noise(5000));
+  EXPECT_NE(Qnwave({"--version"}, registry_).err.find("user.sqlite.damaged-1'"), std::string::npos);
 }
 
 }  // namespace
