@@ -188,6 +188,29 @@ std::u16string LogicalKey(std::u16string_view name) {
   return key;
 }
 
+std::u16string_view TakeNumber(const WCHAR* text) {
+  while (*text == u'0') ++text;
+  const WCHAR* end = text;
+  while (IsDigit(*end)) ++end;
+  return {text, end};
+}
+
+// Most names in a folder are the same up to a number: that decides, if the texts in front of it are alike
+// without a look at how they collate. 0 where it takes more than that.
+int CompareByFirstNumber(const WCHAR* a, const WCHAR* b) {
+  const auto isAlike = [](WCHAR x, WCHAR y) {
+    const auto lower = [](WCHAR c) { return c >= u'A' && c <= u'Z' ? c + (u'a' - u'A') : c; };
+    return x > u' ' && x < 0x7F && lower(x) == lower(y);
+  };
+  size_t i = 0;
+  while (isAlike(a[i], b[i])) ++i;
+  while (i > 0 && IsDigit(a[i - 1])) --i;
+  if (!IsDigit(a[i]) || !IsDigit(b[i])) return 0;
+  const std::u16string_view left = TakeNumber(a + i), right = TakeNumber(b + i);
+  if (left.size() != right.size()) return left.size() < right.size() ? -1 : 1;
+  return left.compare(right);
+}
+
 }  // namespace
 
 inline namespace qnplatform {
@@ -216,9 +239,11 @@ BOOL SHGetSpecialFolderPathW(HWND, WCHAR* text, int folder, BOOL create) try {
 }
 
 int StrCmpLogicalW(const WCHAR* a, const WCHAR* b) try {
-  const int byValue = a && b ? lstrcmpiW(LogicalKey(a).c_str(), LogicalKey(b).c_str()) : 0;
+  if (!a || !b) return lstrcmpiW(a, b);
+  int order = CompareByFirstNumber(a, b);
+  if (order == 0) order = lstrcmpiW(LogicalKey(a).c_str(), LogicalKey(b).c_str());
   // Names that differ in leading zeros alone.
-  return byValue != 0 ? byValue : lstrcmpiW(a, b);
+  return order != 0 ? order : lstrcmpiW(a, b);
 } catch (const std::bad_alloc&) {
   return lstrcmpiW(a, b);
 }
