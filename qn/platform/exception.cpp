@@ -19,6 +19,7 @@
 #include <utility>
 
 #include "qn/platform/mapping_internal.h"
+#include "qn/platform/memory.h"
 #include "qn/platform/unload_internal.h"
 
 namespace {
@@ -52,7 +53,8 @@ struct Inquiry {
 // a signal handler must not.
 struct ThreadState {
   Frame* innermost;
-  Inquiry* inquiry;  // while the filters are asked
+  Inquiry* inquiry;         // while the filters are asked
+  const siginfo_t* signal;  // what the filters are asked about, or the process ends by
 };
 __attribute__((tls_model("initial-exec"))) constinit thread_local ThreadState thread = {};
 
@@ -185,12 +187,13 @@ EXCEPTION_RECORD Describe(const siginfo_t& info, const ucontext_t& context) {
   record.ExceptionAddress = reinterpret_cast<void*>(Instruction(context, info));
   if (info.si_signo != SIGSEGV && info.si_signo != SIGBUS) return record;
   record.NumberParameters = 2;
-  // The processor tells no address with a protection fault.
-  if (info.si_code == SI_KERNEL) {
+  const auto address = reinterpret_cast<uintptr_t>(info.si_addr);
+  // The processor tells no address with a protection fault, and some tell none with an alignment fault.
+  const bool isMisaligned = record.ExceptionCode == EXCEPTION_DATATYPE_MISALIGNMENT;
+  if (info.si_code == SI_KERNEL || (isMisaligned && address == 0)) {
     record.ExceptionInformation[1] = UINTPTR_MAX;
     return record;
   }
-  const auto address = reinterpret_cast<uintptr_t>(info.si_addr);
   record.ExceptionInformation[0] = IsWrite(context) ? 1 : 0;
   record.ExceptionInformation[1] = address;
   if (info.si_signo == SIGSEGV && IsStackOverflow(address, StackPointer(context))) {
@@ -203,27 +206,31 @@ EXCEPTION_RECORD Describe(const siginfo_t& info, const ucontext_t& context) {
 
 // Ends the process by the signal. It is sent again to arrive when the handler returns, so that a core shows
 // the instruction and the cause.
-void TakeDefault(siginfo_t* info) {
-  struct sigaction action = {};
-  action.sa_handler = SIG_DFL;
-  sigaction(info->si_signo, &action, nullptr);
+void TakeDefault(const siginfo_t* info, ucontext_t* context) {
+  thread.signal = info;
+  // An exception whose signal is blocked ends the process at once: nothing gets here a second time.
   sigset_t set;
   sigemptyset(&set);
-  sigaddset(&set, info->si_signo);
+  for (const Handler& handler : handlers) sigaddset(&set, handler.signal);
   pthread_sigmask(SIG_BLOCK, &set, nullptr);
+  struct sigaction action = {};
+  action.sa_handler = SIG_DFL;
+  for (const Handler& handler : handlers) sigaction(handler.signal, &action, nullptr);
+  // A filter that failed may have blocked it.
+  sigdelset(&context->uc_sigmask, info->si_signo);
   const auto threadId = syscall(SYS_gettid);
   if (syscall(SYS_rt_tgsigqueueinfo, getpid(), threadId, info->si_signo, info) != 0) raise(info->si_signo);
 }
 
 // Does what the signal would have done without this handler.
-void PassOn(siginfo_t* info, void* context) {
+void PassOn(siginfo_t* info, ucontext_t* context) {
   const struct sigaction& before =
       std::find_if(std::begin(handlers), std::end(handlers), [&](const Handler& h) {
         return h.signal == info->si_signo;
       })->before;
   const bool isSent = info->si_code <= 0;
   if (isSent && before.sa_handler == SIG_IGN) return;
-  if (before.sa_handler == SIG_DFL || before.sa_handler == SIG_IGN) return TakeDefault(info);
+  if (before.sa_handler == SIG_DFL || before.sa_handler == SIG_IGN) return TakeDefault(info, context);
   if (before.sa_flags & SA_RESETHAND) {
     struct sigaction action = {};
     action.sa_handler = SIG_DFL;
@@ -246,6 +253,9 @@ size_t StackRoom() {
   stack_t alternate;
   sigaltstack(nullptr, &alternate);
   if (alternate.ss_flags & SS_ONSTACK) return here - reinterpret_cast<uintptr_t>(alternate.ss_sp);
+  // To read the mappings needs some of it.
+  constexpr uintptr_t kReading = 12 << 10;
+  if (IsBadReadPtr(reinterpret_cast<const void*>(here - kReading), kReading)) return 0;
   MEMORY_BASIC_INFORMATION own;
   if (!VirtualQuery(reinterpret_cast<const void*>(here), &own, sizeof(own))) return 0;
   return here - reinterpret_cast<uintptr_t>(own.BaseAddress);
@@ -288,13 +298,15 @@ void SwitchAndAskFilters() {
 
 // It takes no lock, so threads that fail at once each ask their own filters. Its own needs are small: it may
 // find itself on a stack of a few kilobytes.
-void OnSignal(int, siginfo_t* info, void* context) noexcept {
-  const int error = errno;
-  const bool isException = info->si_code > 0;
-  if (isException && thread.inquiry) return TakeDefault(info);
-  LONG answer = EXCEPTION_CONTINUE_SEARCH;
-  if (isException && (thread.innermost || processFilter.load())) {
-    Inquiry inquiry = {*info, *static_cast<ucontext_t*>(context)};
+__attribute__((noinline)) void HandleSignal(siginfo_t* info, ucontext_t* context) {
+  const bool isSent = info->si_code <= 0;
+  if (isSent) return PassOn(info, context);
+  if (thread.signal) return TakeDefault(thread.signal, context);
+  thread.signal = info;
+  Inquiry inquiry = {*info, *context};
+  if (thread.innermost || processFilter.load()) {
+    const int error = errno;
+    const DWORD lastError = GetLastError();
     thread.inquiry = &inquiry;
     if (StackRoom() >= kFilterRoom) {
       AskFilters();
@@ -302,12 +314,23 @@ void OnSignal(int, siginfo_t* info, void* context) noexcept {
       SwitchAndAskFilters();
     }
     thread.inquiry = nullptr;
-    if (inquiry.handling) siglongjmp(inquiry.handling->jump, 1);
-    answer = inquiry.answer;
+    errno = error;
+    SetLastError(lastError);
   }
-  if (answer > 0) TakeDefault(info);
-  if (answer == EXCEPTION_CONTINUE_SEARCH) PassOn(info, context);
-  errno = error;
+  if (!inquiry.handling && inquiry.answer > 0) return TakeDefault(info, context);
+  thread.signal = nullptr;
+  if (inquiry.handling) siglongjmp(inquiry.handling->jump, 1);
+  if (inquiry.answer == EXCEPTION_CONTINUE_SEARCH) PassOn(info, context);
+}
+
+// The kernel leaves the alignment check of what failed on. Code of ours and of others would fail by it in
+// turn, so it goes before anything else is done; going on from the context brings it back.
+void OnSignal(int, siginfo_t* info, void* context) noexcept {
+#if defined(__x86_64__)
+  constexpr auto kAlignmentCheck = 1ULL << 18;
+  __builtin_ia32_writeeflags_u64(__builtin_ia32_readeflags_u64() & ~kAlignmentCheck);
+#endif
+  HandleSignal(info, static_cast<ucontext_t*>(context));
 }
 
 // Installation, under the lock.
@@ -351,6 +374,7 @@ void UpdateHandlers() {
     sigaction(handler.signal, &ours, nullptr);
   }
   UpdateFilterStack();
+  qn::KeepMappings(users > 0);
 }
 
 // An alternate stack for signals, without which an overflow of the thread's own ends the process at once.

@@ -4,13 +4,18 @@
 // thread, then the one of SetUnhandledExceptionFilter. They run on the thread that failed, inside the signal,
 // so they may use only what is safe there: the functions of this header but for the two that install filters,
 // and GetModuleFileNameA, allocate nothing and take no lock. Threads that fail at once each ask their own
-// filters. A filter that fails itself ends the process at once.
+// filters. A filter that fails itself ends the process at once, by the signal of what it was asked about.
+// They leave errno and the last error as they were. In them x86 checks no alignment (EFLAGS.AC); what goes on
+// has its check again.
 //
 // Filters find 128 KiB of stack at least. They run on the stack that the signal came on - the thread's
 // alternate one, or its own if it has no other - where that has the room. Where it has not, as the small one
 // of a language runtime, they run on one that the library keeps for the whole process. While another thread
 // has that, no filter is asked: the signal goes to the handler that was there before, or has its default
 // effect.
+//
+// A filter may describe an exception that came because the process has no descriptor left: as long as any
+// filter is there, the library keeps one of its own for VirtualQuery and GetModuleFileNameA.
 //
 // The signals are SIGSEGV, SIGBUS, SIGILL, SIGFPE and SIGTRAP. The library installs handlers for them only
 // while a filter is there: from SetUnhandledExceptionFilter until it is called with null, and as long as any
@@ -22,7 +27,9 @@
 // SetUnhandledExceptionFilter, until it ends or takes the filter off, and while it is in
 // CallWithExceptionFilter; one of the host's that is as large is left in its place. A thread that did neither
 // and has no alternate stack of the host's has none to tell its overflow on, which ends the process without a
-// filter; other exceptions there need 16 KiB of what is left of its own.
+// filter. Other exceptions there need a little of what is left of its own: what the kernel writes there
+// (sysconf(_SC_MINSIGSTKSZ), 4 to 12 KiB) and 2 KiB. With less they ask no filter either, and the process
+// ends by SIGSEGV whatever their own signal is.
 #pragma once
 
 #include "qn/platform/types.h"

@@ -1,8 +1,10 @@
 #include "qn/platform/mapping_internal.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <charconv>
 #include <climits>
@@ -27,13 +29,37 @@ struct Mapping {
   }
 };
 
-// Walks the mappings in the order of their addresses. It runs inside signals: open, read and close are all
-// that it calls, and it holds its buffer itself.
+int OpenList() {
+  return open("/proc/self/maps", O_RDONLY | O_CLOEXEC);
+}
+
+// The list that is kept open. What hosts do with descriptors that they do not know may have made its number
+// that of another file; and it shows the process that opened it, not a fork of that.
+struct KeptList {
+  bool IsThere() const {
+    struct stat info;
+    return fstat(file, &info) == 0 && info.st_dev == device && info.st_ino == inode;
+  }
+
+  std::atomic<int> file = -1;
+  std::atomic<dev_t> device = 0;
+  std::atomic<ino_t> inode = 0;
+  std::atomic<pid_t> process = 0;
+};
+constinit KeptList kept;
+
+// Walks the mappings in the order of their addresses. It runs inside signals: it calls nothing but what is
+// safe there, and holds its buffer itself.
 class MappingWalk {
  public:
-  MappingWalk() : file_(open("/proc/self/maps", O_RDONLY | O_CLOEXEC)) {}
+  MappingWalk() : file_(OpenList()) {
+    if (file_ >= 0 || !kept.IsThere()) return;
+    isKept_ = kept.process == getpid();
+    if (!isKept_) close(kept.file);
+    file_ = isKept_ ? kept.file.load() : OpenList();
+  }
   ~MappingWalk() {
-    if (file_ >= 0) close(file_);
+    if (file_ >= 0 && !isKept_) close(file_);
   }
   MappingWalk(const MappingWalk&) = delete;
   MappingWalk& operator=(const MappingWalk&) = delete;
@@ -94,25 +120,24 @@ class MappingWalk {
       end_ = rest.size();
       ssize_t got;
       do {
-        got = read(file_, buffer_ + end_, sizeof(buffer_) - end_);
+        got = pread(file_, buffer_ + end_, sizeof(buffer_) - end_, place_);
       } while (got < 0 && errno == EINTR);
       if (got <= 0) return false;
       end_ += static_cast<size_t>(got);
+      place_ += got;
     }
   }
 
   int file_;
+  bool isKept_ = false;
+  off_t place_ = 0;  // its own, for several threads may read the kept list at once
   size_t begin_ = 0, end_ = 0;
   Mapping last_ = {};
   char buffer_[2 * PATH_MAX];
 };
 
-bool FindMapping(uintptr_t address, Mapping* mapping) {
-  MappingWalk walk;
-  while (walk.Next(mapping)) {
-    if (address - mapping->start < mapping->end - mapping->start) return true;
-  }
-  return false;
+bool IsIn(const Mapping& mapping, uintptr_t address) {
+  return address - mapping.start < mapping.end - mapping.start;
 }
 
 // Writes a native path in the library's form, cut to the room; its whole length. The kernel's list has a line
@@ -132,9 +157,27 @@ size_t CopyPath(std::string_view native, char* path, size_t size) {
 
 namespace qn {
 
+void KeepMappings(bool isKept) {
+  if (kept.IsThere()) {
+    if (isKept && kept.process == getpid()) return;
+    close(kept.file);
+  }
+  kept.file = isKept ? OpenList() : -1;
+  struct stat info;
+  if (fstat(kept.file, &info) != 0) return;
+  kept.device = info.st_dev;
+  kept.inode = info.st_ino;
+  kept.process = getpid();
+}
+
 bool IsUsable(uintptr_t address) {
+  MappingWalk walk;
   Mapping mapping;
-  return FindMapping(address, &mapping) && mapping.isUsable;
+  bool isListed = false;
+  for (; walk.Next(&mapping); isListed = true) {
+    if (IsIn(mapping, address)) return mapping.isUsable;
+  }
+  return !isListed;
 }
 
 bool IsReadable(uintptr_t first, uintptr_t last) {
@@ -155,9 +198,12 @@ bool IsReadable(uintptr_t first, uintptr_t last) {
 inline namespace qnplatform {
 
 SIZE_T VirtualQuery(const void* address, MEMORY_BASIC_INFORMATION* information, SIZE_T size) {
-  Mapping mapping;
   if (!information || size < sizeof(*information)) return 0;
-  if (!FindMapping(reinterpret_cast<uintptr_t>(address), &mapping)) return 0;
+  MappingWalk walk;
+  Mapping mapping;
+  do {
+    if (!walk.Next(&mapping)) return 0;
+  } while (!IsIn(mapping, reinterpret_cast<uintptr_t>(address)));
   information->BaseAddress = reinterpret_cast<void*>(mapping.start);
   information->AllocationBase = reinterpret_cast<void*>(mapping.base);
   information->RegionSize = mapping.end - mapping.start;

@@ -42,6 +42,12 @@ __attribute__((noinline)) int Overflow(volatile int* outer) {
   room[0] = outer ? *outer + 1 : 0;
   return room[0] < 0 ? 0 : Overflow(room) + room[0];
 }
+#if defined(__x86_64__)
+void FailMisaligned(void*) {
+  asm volatile("pushfq; orl $0x40000, (%%rsp); popfq; movl (%0), %%eax" ::"r"(readOnly + 1)
+               : "eax", "memory");
+}
+#endif
 template <int kException>
 void FailInFloat(void*) {
   feenableexcept(kException);
@@ -66,6 +72,7 @@ TEST(Exception, IsDescribedAndHandledWhereItFails) {
     {EXCEPTION_STACK_OVERFLOW, 1, kAny, [](void*) { Overflow(nullptr); }},
 #if defined(__x86_64__)
     {EXCEPTION_ACCESS_VIOLATION, 0, UINTPTR_MAX, [](void*) { asm("hlt"); }},
+    {EXCEPTION_DATATYPE_MISALIGNMENT, 0, UINTPTR_MAX, FailMisaligned},
     {EXCEPTION_ILLEGAL_INSTRUCTION, 0, 0, [](void*) { asm("ud2"); }},
     {EXCEPTION_BREAKPOINT, 0, 0, [](void*) { asm("int3"); }},
     {EXCEPTION_SINGLE_STEP, 0, 0, [](void*) { asm("pushfq; orl $256, (%rsp); popfq; nop"); }},
@@ -115,6 +122,7 @@ void Tell(char letter) {
 LONG Answer(EXCEPTION_POINTERS*, void* data) {
   const char letter = *static_cast<const char*>(data);
   Tell(letter);
+  errno = EBUSY, SetLastError(ERROR_BUSY);
   if (letter == 'f') Fail();
   if (letter == 'c') mprotect(const_cast<uint8_t*>(readOnly), 4096, PROT_READ | PROT_WRITE);
   return letter == 'e' ? EXCEPTION_EXECUTE_HANDLER : letter == 'c' ? EXCEPTION_CONTINUE_EXECUTION : 0;
@@ -165,6 +173,28 @@ void FailWithoutFilter(void*) {
   Fail();
 }
 
+LONG Locate(EXCEPTION_POINTERS* pointers, void* page) {
+  MEMORY_BASIC_INFORMATION own, code;
+  char path[4096];
+  const EXCEPTION_RECORD& record = *pointers->ExceptionRecord;
+  const bool isFound = VirtualQuery(page, &own, sizeof(own)) &&
+                       VirtualQuery(record.ExceptionAddress, &code, sizeof(code)) &&
+                       GetModuleFileNameA(static_cast<HMODULE>(code.AllocationBase), path, sizeof(path));
+  close(toParent);  // a sanitizer needs a descriptor to end
+  _exit(isFound ? static_cast<uint8_t>(record.ExceptionCode) : 0);
+}
+
+// Without a descriptor, in a fork and then here, each with memory that the other has not.
+void FailWithoutDescriptors(void*) {
+  const rlimit few = {64, 64};
+  setrlimit(RLIMIT_NOFILE, &few);
+  while (dup(toParent) >= 0) continue;
+  int status = 5 << 8;
+  if (const pid_t child = fork(); child != 0) waitpid(child, &status, 0);
+  void* const page = const_cast<uint8_t*>(Map(PROT_READ, MAP_SHARED | MAP_ANONYMOUS));
+  if (status == 5 << 8) CallWithExceptionFilter(Fail, nullptr, Locate, page);
+}
+
 void BeTraced(void*) {
   if (!IsDebuggerPresent() && ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) == 0)
     _exit(3 + IsDebuggerPresent());
@@ -187,7 +217,7 @@ void FailInSmallThread(void*) {
   pthread_attr_t small;
   pthread_t thread;
   pthread_attr_init(&small);
-  pthread_attr_setstacksize(&small, 64 << 10);
+  pthread_attr_setstacksize(&small, 24 << 10);
   pthread_create(
       &thread, &small, [](void*) -> void* { return Fail(), nullptr; }, nullptr);
   pthread_join(thread, nullptr);
@@ -228,8 +258,12 @@ TEST(Exception, GoesOutwardsAndThenToWhatWasThereBefore) {
     {0, "ees", OnSmallStack<Fail>, 0, "se."},
     {0, "E", FailInSmallThread, -SIGSEGV, "E"},
     {0, "", ReadInSandbox, 5, ""},
+    {0, "ec", [](void*) { errno = 1, SetLastError(4), Fail(), _exit(errno + (int)GetLastError()); }, 5, "c"},
+    {0, "E", FailWithoutDescriptors, 5, ""},
 #if defined(__x86_64__)
     {0, "S", [](void*) { asm("int3"); }, -SIGTRAP, "S"},
+    {0, "E", FailMisaligned, -SIGBUS, "E"},
+    {0, "f", FailMisaligned, -SIGBUS, "f"},
 #endif
   };
   for (const Scenario& row : kRows) {
