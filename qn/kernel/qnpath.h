@@ -45,7 +45,8 @@ QN_API int QnRemoveSlashFromPathNameEnd(WCHAR* path, int size);
 
 // Adds `name` to a path, without one leading `\` of its own and with a `\` in front of it if the path has
 // none there (an empty path gets none). Then the extension is put on by QnReplaceExtensionOnPathName, if it
-// is not null. A null `name` is an empty one; it may be a part of `path`. Returns the new length; 0 with
+// is not null. A null `name` is an empty one; it may be a part of `path`, the extension may
+// not. Returns the new length; 0 with
 // the path as it was if the whole does not fit.
 QN_API int QnAppendToPathName(WCHAR* path, int size, const WCHAR* name, const WCHAR* extension);
 
@@ -243,7 +244,8 @@ QN_API BOOL QnDeleteDirectoryTree(const WCHAR* path, BOOL removeRoot);
 // and the status is 0x8004E16E. A link to a folder moves as a link, within its file system.
 //   0             moved
 //   E_INVALIDARG  a null or empty path, a root, or a path whose file name is empty ("folder:"), "." or ".."
-//   0x80070005    this user may not take the folder out of its place, or something is mounted there
+//   0x80070005    this user may not take the folder out of its place, or something is mounted there, or,
+//                 where it has to be copied, within it
 //   0x8004E00A    there is no such folder
 //   0x8004E16E    a handle that does not share deletion is open on a file in it, or it changed while copied
 //   0x8004E170    something is there by the new name
@@ -267,7 +269,8 @@ QN_API HRESULT QnGetSpecialFolderNoVer(WCHAR* text, int size, int folderId, cons
 // The folder of an application's presets, the text value "VSTPresetPath" of the registry key
 // Software\Marlow Creative Works\<application>\<major>.<minor>\Metrics of the user; `version` has the major
 // version from bit 20 up and the minor one in bits 16 to 19. Reading changes nothing: without such a value it
-// gives the user's documents (CSIDL_PERSONAL). 0; E_INVALIDARG for a null text or no application;
+// gives the user's documents (CSIDL_PERSONAL). 0; E_INVALIDARG for a null text, no application, and a text of
+// 4096 characters or more;
 // QN_E_BUFFER_TOO_SMALL, with `text` as it was, if the path does not fit in `size`; the status of the system
 // error if the value cannot be written.
 QN_API HRESULT QnGetPresetFolder(WCHAR* text, int size, DWORD version, const WCHAR* application);

@@ -12,6 +12,7 @@ using namespace qn;
 namespace {
 
 constexpr WCHAR kPresetValue[] = W("VSTPresetPath");
+constexpr DWORD kLongestPath = 4096;  // of the system, with its terminator
 
 // Makes a folder below a special one. `below` ends with a separator, and so does the result.
 HRESULT MakeSpecialFolder(WCHAR* text, int folderId, std::u16string_view below) {
@@ -70,7 +71,6 @@ HRESULT QnGetSpecialFolderNoVer(WCHAR* text, int size, int folderId, const WCHAR
 }
 
 HRESULT QnGetPresetFolder(WCHAR* text, int size, DWORD version, const WCHAR* application) {
-  constexpr DWORD kLongestPath = 4096;
   WCHAR key[MAX_PATH];
   WCHAR folder[kLongestPath];
   if (!text || size <= 0 || !MakeMetricsPath(version, application, key)) return E_INVALIDARG;
@@ -84,7 +84,10 @@ HRESULT QnGetPresetFolder(WCHAR* text, int size, DWORD version, const WCHAR* app
 HRESULT QnSetPresetFolder(const WCHAR* text, DWORD version, const WCHAR* application) {
   WCHAR path[MAX_PATH];
   HKEY key;
-  if (!text || !MakeMetricsPath(version, application, path)) return E_INVALIDARG;
+  if (!text || std::u16string_view(text).size() >= kLongestPath ||
+      !MakeMetricsPath(version, application, path)) {
+    return E_INVALIDARG;
+  }
   LSTATUS error = RegCreateKeyExW(HKEY_CURRENT_USER, path, 0, nullptr, 0, KEY_WRITE, nullptr, &key, nullptr);
   if (error == ERROR_SUCCESS) {
     const size_t bytes = (std::u16string_view(text).size() + 1) * sizeof(WCHAR);

@@ -32,6 +32,11 @@ std::u16string ModuleFile(HMODULE module) {
   });
 }
 
+// An empty text stands for a failure, which leaves the caller's as it was.
+int CopyFound(const std::u16string& found, WCHAR* text, int size) {
+  return found.empty() ? 0 : CopyWhole(found, text, size);
+}
+
 class OpenedFile {
  public:
   OpenedFile(const WCHAR* path, DWORD access, DWORD share)
@@ -103,13 +108,13 @@ DWORD DosDateTime(const WCHAR* path, bool local) {
 }  // namespace
 
 int QnGetLongPathName(const WCHAR* path, WCHAR* text, int size) try {
-  return path ? CopyWhole(LongPath(path), text, size) : 0;
+  return path ? CopyFound(LongPath(path), text, size) : 0;
 } catch (const std::exception&) {
   return 0;
 }
 
 int QnGetFullPathName(const WCHAR* path, int size, WCHAR* text, WCHAR** filePart) try {
-  const int length = path ? CopyWhole(FullPath(path), text, size) : 0;
+  const int length = path ? CopyFound(FullPath(path), text, size) : 0;
   if (!filePart) return length;
   *filePart = nullptr;
   if (!text || length == 0 || length >= size) return length;
@@ -123,7 +128,7 @@ int QnGetFullPathName(const WCHAR* path, int size, WCHAR* text, WCHAR** filePart
 int QnGetTempPath(int size, WCHAR* text) try {
   const std::u16string temporary = FetchText(GetTempPathW);
   const std::u16string whole = LongPath(temporary.c_str());
-  return CopyWhole(whole.empty() ? temporary : whole, text, size);
+  return CopyFound(whole.empty() ? temporary : whole, text, size);
 } catch (const std::exception&) {
   return 0;
 }
@@ -131,13 +136,13 @@ int QnGetTempPath(int size, WCHAR* text) try {
 int QnGetModulePath(HMODULE module, WCHAR* text, int size) try {
   std::u16string path = ModuleFile(module);
   path.resize(static_cast<size_t>(QnGetFileNamePtrW(path.c_str()) - path.c_str()));
-  return CopyWhole(path, text, size);
+  return CopyFound(path, text, size);
 } catch (const std::exception&) {
   return 0;
 }
 
 int QnGetModuleFileName(HMODULE module, WCHAR* text, int size) try {
-  return CopyWhole(ModuleFile(module), text, size);
+  return CopyFound(ModuleFile(module), text, size);
 } catch (const std::exception&) {
   return 0;
 }
@@ -146,7 +151,7 @@ int QnQualifyPath(const WCHAR* path, WCHAR* text, int size) try {
   if (!path) return 0;
   const std::u16string full = FullPath(path);
   const std::u16string whole = LongPath(full.c_str());
-  return CopyWhole(whole.empty() ? full : whole, text, size);
+  return CopyFound(whole.empty() ? full : whole, text, size);
 } catch (const std::exception&) {
   return 0;
 }

@@ -93,6 +93,10 @@ class Copier {
     if (fstat(from_.Get(), &level.info) != 0) return FailWithErrno();
     // The copy lies within its source, and would go on into itself.
     if (IdentityOf(level.info) == target_) return FailWith(ERROR_INVALID_PARAMETER);
+    // A file system that is mounted within would be emptied by a move and still be in its way.
+    if (record_ && !levels_.empty() && level.info.st_dev != levels_.front().info.st_dev) {
+      return FailWith(ERROR_ACCESS_DENIED);
+    }
     Record(level.info);
     if (!ReadNames(from_.Get(), &names)) return FailWithErrno();
     for (std::string& name : names) {

@@ -73,8 +73,8 @@ bool RemoveTree(const WCHAR* path, bool removeRoot, TreeRecord* only = nullptr);
 // succeeds, so that the source may go. The source is only read, and entered in the record, if given. On
 // failure removes what it made: false with the last error, 183 if the target is there, 267 if the source is
 // no directory, 32 for a file that an open handle does not let others read, 5 for a device or without access,
-// 87 if the target lies within the source, 112 when the disk is full, 223 for a file
-// that is too large for it.
+// 87 if the target lies within the source, 112 when the disk is full, 223 for a file that is too large for
+// it. With a record, for a move, a file system that is mounted within is refused with 5.
 bool CopyTree(const WCHAR* from, const WCHAR* to, TreeRecord* record = nullptr);
 
 // CopyTree and then RemoveTree of the source. What came to the source or changed in it meanwhile stays there,
