@@ -200,7 +200,7 @@ std::u16string_view TakeNumber(const WCHAR* text) {
 int CompareByFirstNumber(const WCHAR* a, const WCHAR* b) {
   const auto isAlike = [](WCHAR x, WCHAR y) {
     const auto lower = [](WCHAR c) { return c >= u'A' && c <= u'Z' ? c + (u'a' - u'A') : c; };
-    return x > u' ' && x < 0x7F && lower(x) == lower(y);
+    return x >= u' ' && x < 0x7F && lower(x) == lower(y);
   };
   size_t i = 0;
   while (isAlike(a[i], b[i])) ++i;
