@@ -55,7 +55,7 @@ struct IQnAudioPeakProgress {
 };
 
 // A peak object, one for each media file. The order of the operations is public. Statuses are those of the
-// file functions; `type` is QNST_INT16 or 0, QNST_INT8 or QNST_FLOAT32.
+// file functions; `type` is QNST_PCM16 or 0, QNST_PCM8S or QNST_FLOAT32.
 struct IQnAudioPeak : IUnknown {
   virtual BOOL IsValid(DWORD flags) = 0;
   virtual HRESULT GetPeakFileName(WCHAR* name, LONG size) = 0;
