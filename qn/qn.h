@@ -11,6 +11,7 @@
 #include "qn/kernel/qntimer.h"
 #include "qn/media/aiff.h"
 #include "qn/media/peak.h"
+#include "qn/media/qnsummary.h"
 #include "qn/media/qnwav.h"
 #include "qn/media/riff.h"
 #include "qn/media/riff64.h"

@@ -1,0 +1,241 @@
+#include "qn/media/qnsummary.h"
+
+#include "qn/kernel/qnstream.h"
+#include "qn/platform/locale.h"
+#include "tests/media/media_file.h"
+
+namespace {
+
+using namespace qntest;
+
+using Items = std::vector<std::pair<uint32_t, const WCHAR*>>;
+
+struct Summary : _summarylisttag {
+  Summary() : _summarylisttag{} {}
+  explicit Summary(const Items& all) : Summary() {
+    for (const auto& [id, text] : all) EXPECT_EQ(QnSummary_SetItem(this, id, text), S_OK);
+  }
+  Summary(const Summary&) = delete;
+  ~Summary() { QnSummary_Free(this); }
+  // The items as "1=text 2 "; one without a text has no sign.
+  std::u16string Content() const {
+    std::u16string all;
+    for (uint32_t i = 0; i < count; ++i) {
+      all += static_cast<WCHAR>(u'0' + items[i].id % 256 % 10);
+      if (items[i].text) all += u'=' + std::u16string(items[i].text);
+      all += u' ';
+    }
+    return all;
+  }
+};
+
+TEST(Summary, SetMergeCopyCompare) {
+  Summary list({{1, u"a"}, {2, nullptr}, {3, u"c"}, {4, u""}});
+  EXPECT_EQ(list.Content(), u"1=a 2 3=c 4= ");
+  EXPECT_EQ(QnSummary_SetItem(&list, 0, u"x"), E_INVALIDARG);
+  for (const auto& [id, text, after] : {std::tuple(2, (const WCHAR*)nullptr, u"1=a 2 3=c 4= "),
+                                        {1, list.items[0].text, u"1=a 2 3=c 4= "},
+                                        {1, u"", u"2 3=c 4= "},
+                                        {2, u"b", u"2=b 3=c 4= "},
+                                        {4, nullptr, u"2=b 3=c "},
+                                        {3, nullptr, u"2=b "},
+                                        {2, nullptr, u""}}) {
+    EXPECT_EQ(QnSummary_SetItem(&list, id, text), S_OK);
+    EXPECT_EQ(list.Content(), after);
+  }
+  EXPECT_EQ(list.items, nullptr);
+  for (int way = 0; way < 8; ++way) {
+    const bool overwrite = way & 1, take = way & 2, empty = way & 4;
+    Summary to(empty ? Items() : Items{{1, u"a"}, {2, u"b"}}), from({{2, u"B"}, {3, nullptr}, {4, u"D"}});
+    EXPECT_EQ(QnSummary_Merge(&to, &from, overwrite, take), S_OK);
+    EXPECT_EQ(to.Content(), empty ? u"2=B 3 4=D " : overwrite ? u"1=a 2=B 3 4=D " : u"1=a 2=b 3 4=D ") << way;
+    EXPECT_EQ(from.count, take ? 0 : 3) << way;
+    Summary copy;
+    EXPECT_EQ(QnSummary_Copy(&copy, &to), S_OK);
+    EXPECT_EQ(copy.Content(), to.Content());
+    copy.items[0].id = 9;
+    EXPECT_EQ(QnSummary_Compare(&copy, &to), 1);
+    QnSummary_SetItem(&copy, 4, u"E");
+    EXPECT_EQ(QnSummary_Compare(&copy, &to), 0);
+  }
+  EXPECT_EQ(std::tuple(QnSummary_Compare(&list, nullptr), QnSummary_GetItemIndex(&list, 1)),
+            std::tuple(0, kMissing));
+}
+
+struct SummaryFile : ::testing::Test, RiffShape {
+  SummaryFile() { SetAnsiCodePage(1252); }
+  ~SummaryFile() override { SetAnsiCodePage(0); }
+};
+
+const Bytes kInfo = Hex("'LIST' 18 00 00 00 'INFO' '1nam' 02 00 00 00 E9 00 '2cmt' 01 00 00 00 00 00");
+const Bytes kUnfo = Hex("'LIST' 1A 00 00 00 'UNFO' '1nam' 04 00 00 00 E9 00 00 00 '2cmt' 02 00 00 00 00 00");
+
+TEST_F(SummaryFile, SavesAndLoads) {
+  const uint32_t name = RiffId("1nam"), comment = RiffId("2cmt");
+  for (bool wide : {false, true}) {
+    const auto save = wide ? QnSummary_SaveUNFO : QnSummary_Save;
+    const auto load = wide ? QnSummary_LoadUNFO : QnSummary_Load;
+    const Bytes& bytes = wide ? kUnfo : kInfo;
+    for (const auto& [items, expected] :
+         {std::pair(Items{{name, u"\u00E9"}, {9, nullptr}, {comment, u""}}, bytes),
+          {Items{{9, nullptr}}, List(wide ? "UNFO" : "INFO", {})},
+          {Items{}, {}}}) {
+      TestFile file;
+      uint32_t written = 1;
+      EXPECT_EQ(save(file, std::make_unique<Summary>(items).get(), &written), S_OK);
+      EXPECT_EQ(std::tuple(file.Content(), written), std::tuple(expected, expected.size()));
+    }
+    // Every budget and every cut of the file: all or nothing, and the place that goes with it.
+    for (size_t end = 12; end <= bytes.size(); ++end) {
+      for (size_t budget = 0; budget <= bytes.size() - 12; ++budget) {
+        TestFile file(Bytes(bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(end)));
+        file.Go(12);
+        Summary list;
+        auto remaining = static_cast<uint32_t>(budget);
+        const HRESULT status = load(file, &list, &remaining);
+        const size_t first = wide ? 12 : 10, second = first + (wide ? 10 : 9), have = end - 12;
+        const bool one = budget >= first && have >= first, two = budget >= second && have >= second;
+        const bool good = budget < 8 || two || (one && budget < first + 8);
+        EXPECT_EQ(status, good ? S_OK : kShort) << wide << ' ' << end << ' ' << budget;
+        EXPECT_EQ(list.Content(), !good || budget < 8 ? u"" : two ? u"9=\u00E9 0= " : u"9=\u00E9 ");
+        EXPECT_EQ(file.At(), 12 + (list.count == 0 ? 0 : two ? second + !wide : first));
+        EXPECT_EQ(remaining, budget - std::min<size_t>(budget, file.At() - 12));
+      }
+    }
+  }
+  // Odd wide texts have a pad byte.
+  TestFile odd(Chunk("1nam", Hex("'a' 00 'b'")) + Chunk("2cmt", Hex("'c' 00")));
+  uint32_t remaining = 22;
+  Summary list;
+  EXPECT_EQ(QnSummary_LoadUNFO(odd, &list, &remaining), S_OK);
+  EXPECT_EQ(list.Content(), u"9=a 0=c ");
+  EXPECT_EQ(QnSummary_Load(odd, nullptr, &remaining), E_INVALIDARG);
+}
+
+TEST_F(SummaryFile, FindsOneText) {
+  const Bytes before = Chunk("data", Bytes(3)) + List("UNFO", Chunk("1nam", Bytes(4)));
+  const Bytes info = List("INFO", Chunk("2cmt", Hex("'no' 00")) + Chunk("1nam", Hex("'text' 00")));
+  const Bytes all = before + info + List("INFO", Chunk("late", Hex("'x' 00")));
+  TestFile file(all), cut(Bytes(all.begin(), all.begin() + ptrdiff_t(before.size() + info.size() - 4)));
+  const auto whole = static_cast<uint32_t>(all.size());
+  for (const auto& [what, id, size, budget, status, text] :
+       {std::tuple(&file, "1nam", 9, -1, S_OK, u"text"),
+        {&file, "1nam", 3, int(whole), S_OK, u"te"},
+        {&file, "2cmt", 1, -1, S_OK, u""},
+        {&file, "late", 9, -1, kMissing, u"?"},
+        {&file, "1nam", 9, int(before.size() + info.size()) - 2, kShort, u"?"},
+        {&file, "1nam", 0, -1, E_INVALIDARG, u"?"},
+        {&cut, "1nam", 9, -1, kShort, u"?"},
+        {&cut, "late", 9, int(whole), kMissing, u"?"}}) {
+    WCHAR buffer[9] = u"?";
+    auto remaining = static_cast<uint32_t>(budget);
+    EXPECT_EQ(QnSummary_GetStringFromFile(*what, RiffId(id), buffer, size, budget < 0 ? nullptr : &remaining),
+              status);
+    EXPECT_EQ(std::tuple(std::u16string(buffer), what->At()), std::tuple(text, 0)) << id << budget;
+  }
+}
+
+TEST(SummaryStream, PersistsAndCreates) {
+  for (bool null : {false, true}) {
+    Summary list({{1, u"ab"}, {2, null ? nullptr : u""}});
+    const Bytes expected =
+        Hex("08 *3 02 *3 01 *3 06 *3 'a' 00 'b' *3 02 *3 ") + (null ? Bytes(8) : Hex("02 *5 "));
+    for (size_t size = 1; size <= expected.size(); ++size) {
+      Bytes bytes(size);
+      const Bytes start(expected.begin(), expected.begin() + ptrdiff_t(size));
+      IStream* stream;
+      ASSERT_EQ(QnCreateStreamFromMemory(bytes.data(), DWORD(size), DWORD(0), &stream, FALSE), S_OK);
+      EXPECT_EQ(list.Persist(stream, 0), size < expected.size() ? QN_E_FILE_WRITE : S_OK);
+      stream->Release();
+      EXPECT_EQ(bytes, start);
+      ASSERT_EQ(QnCreateStreamFromMemory(bytes.data(), DWORD(size), DWORD(size), &stream, FALSE), S_OK);
+      Summary back;
+      const bool good = size >= expected.size() - (null ? 4 : 0);
+      EXPECT_EQ(_summarylisttag::Create(stream, 0, &back), good ? S_OK : kShort) << size;
+      EXPECT_EQ(back.Content(), good ? list.Content() : u"");
+      stream->Release();
+    }
+  }
+}
+
+template <class Shape>
+struct Display : ::testing::Test, Shape {
+  static constexpr bool kWide = Shape::kAlign == 8;
+  static Bytes Disp(const Bytes& data) {
+    return kWide ? Shape::Chunk(Hex("25 CA 2C 61 BB 92 55 4C 84 08 7B DA 2F 15 BD 27"), data)
+                 : Shape::Chunk("DISP", data);
+  }
+  // The data of the items as text.
+  static std::string Content(const displist_List* list) {
+    std::string all;
+    for (uint32_t i = 0; i < list->count; ++i) {
+      all += std::string(static_cast<char*>(list->items[i].data), list->items[i].size) + "|";
+    }
+    return all;
+  }
+};
+using Shapes = ::testing::Types<RiffShape, Wave64Shape>;
+TYPED_TEST_SUITE(Display, Shapes);
+
+TYPED_TEST(Display, SavesAndLoads) {
+  const auto save = this->kWide ? displist64_Save : displist_Save;
+  const auto load = this->kWide ? displist64_Load : displist_Load;
+  displist_List* const list = displist_Create();
+  EXPECT_EQ(displist_SetItem(list, 8, 3, "dib"), 0);
+  EXPECT_EQ(displist_SetItem(list, 2, 3, "dib"), -1);
+  TestFile saved;
+  uint32_t written = 0;
+  EXPECT_EQ(save(saved, list, &written), S_OK);
+  const Bytes disp = this->Disp(Hex("08 *3 'dib'"));
+  EXPECT_EQ(std::tuple(saved.Content(), written), std::tuple(disp, disp.size()));
+  const Bytes other = this->Chunk("data", Bytes(5)) + this->Disp(Hex("07 *3 'x'"));
+  for (const auto& [bytes, status, content] :
+       {std::tuple(other + this->Disp(Hex("01 *3 'text'")) + disp, S_OK, "text|dib|"),
+        {this->Disp(Hex("08 *3 ")), S_OK, "|"},
+        {disp + this->Disp(Hex("01 00")), kShort, "|"},
+        {disp + Bytes(disp.begin(), disp.begin() + TypeParam::kHeader + 6), kShort, "|"}}) {
+    for (bool bounded : {false, true}) {
+      TestFile file(bytes);
+      auto remaining = static_cast<uint32_t>(bytes.size() + 7);
+      displist_SetItem(list, 8, 0, "x");
+      EXPECT_EQ(load(file, list, bounded ? &remaining : nullptr), status);
+      EXPECT_EQ(this->Content(list), std::string(content) + (*content == '|' ? "|" : ""));
+      EXPECT_EQ(file.At(), status == S_OK ? bytes.size() : 0);
+      EXPECT_EQ(remaining, status == S_OK && bounded ? 7 : bytes.size() + 7);
+      displist_Free(list);
+    }
+  }
+  for (Bytes bytes = Hex("02 *3 08 *3 01 *3 'd' 05 *3 02 *3 'xy'"); !bytes.empty(); bytes.pop_back()) {
+    IStream* stream;
+    const auto size = static_cast<DWORD>(bytes.size());
+    ASSERT_EQ(QnCreateStreamFromMemory(bytes.data(), size, size, &stream, FALSE), S_OK);
+    EXPECT_EQ(displist_LoadFromStream(list, stream), size == 23 ? S_OK : kShort);
+    EXPECT_EQ(this->Content(list), size == 23 ? "|d|xy|" : "|||");
+    stream->Release();
+  }
+  displist_Destroy(list);
+}
+
+TEST(BroadcastList, SetsAndDeletes) {
+  QnBWFList list = {}, copy = {};
+  QnBWFField field = {{1, 2, 3, 4}, 1, 7, 5, u"n", u"v", 6, u"e", 8, u"o"};
+  EXPECT_EQ(QnBWFList_SetItem(&list, &field), S_OK);
+  EXPECT_EQ(QnBWFList_DeleteItem(&list, 9), S_OK);  // adds an empty one
+  EXPECT_EQ(QnBWFList_Copy(&copy, &list), S_OK);
+  const QnBWFField& first = copy.fields[0];
+  EXPECT_EQ(std::tuple(copy.count, first.spare[3], first.spare3, std::u16string(first.note), first.extraKind),
+            std::tuple(2, 4, 8, u"o", 6));
+  field.value = u"new";
+  field.extraText = u"";
+  EXPECT_EQ(QnBWFList_SetItem(&copy, &field), S_OK);
+  EXPECT_EQ(std::tuple(std::u16string(first.value), first.valueLength, first.extraText, first.extraKind),
+            std::tuple(u"new", 3, nullptr, 0));
+  EXPECT_EQ(QnBWFList_DeleteItem(&copy, 9), S_OK);
+  EXPECT_EQ(QnBWFList_DeleteItem(&copy, 7), S_OK);
+  EXPECT_EQ(std::tuple(copy.count, QnBWFList_GetItemIndex(&copy, 7), QnBWFList_GetItemIndex(&copy, 9)),
+            std::tuple(1, -1, 0));
+  EXPECT_EQ(QnBWFList_DeleteItem(&copy, 0), E_INVALIDARG);
+  for (QnBWFList* each : {&list, &copy}) EXPECT_EQ(QnBWFList_Free(each), S_OK);
+}
+
+}  // namespace
