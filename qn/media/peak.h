@@ -88,3 +88,79 @@ struct IQnAudioPeak : IUnknown {
  protected:
   ~IQnAudioPeak() = default;
 };
+
+// The running state of a reduction: for each channel its minimum and its maximum, one pair behind the other
+// in the source's sample type, packed. One record has room for 32 channels of any type; for more channels an
+// array of records serves as one.
+struct tQNAUDIOPEAK_SAMPLESMINMAX {
+  alignas(8) BYTE values[32 * 2 * sizeof(double)];
+};
+
+// A kernel that reduces samples to pairs of one peak type, a block at a time. A block ends when the phase,
+// which each frame raises by 16,384, reaches `step`: the frames per block in fixed point with 14 fractional
+// bits.
+//   out       the pairs, packed; those of this block go to `index`, counted in values
+//   source    points to the next frame, `frames` to how many there are; both advance by what was taken
+//   phase     starts at 0 and is kept from call to call
+//   state     made by QnAudioPeak_InitMinMaxArray for the source type, kept from call to call
+// Returns 1 when the block is finished and stored, 0 when the frames ran out before; the next call goes on
+// with it. A finished block seeds the next with the values of its last frame, so the columns of a waveform
+// overlap by one sample and have no gaps.
+//
+// A NaN is no minimum and no maximum: it is passed over, and seeds nothing. A block of nothing else keeps
+// the empty pair, its minimum above its maximum.
+using QNAUDIOPEAKMINMAXFUNCTION = LONG (*)(void* out, DWORD index, DWORD step, const void** source,
+                                           DWORD* frames, DWORD* phase, DWORD channels,
+                                           tQNAUDIOPEAK_SAMPLESMINMAX* state);
+
+// A kernel that merges `blocks` stored pairs of `channels` channels into fewer, dstCount for each srcCount.
+// A counter starts at srcCount - phase, and each input pair takes dstCount from it. The output pair is stored
+// when the counter is negative, which adds srcCount to it, and at the end of the input. So no output pair is
+// empty. `out` may be `in`; it needs room for at most as many pairs.
+using QNAUDIOPEAKRESAMPLEFUNCTION = void (*)(void* out, LONG srcCount, LONG dstCount, DWORD phase,
+                                             const void* in, DWORD blocks, DWORD channels);
+
+extern "C" {
+
+// Empties the state: each minimum becomes the type's highest value and each maximum its lowest. QNST_PCM16BE,
+// QNST_PCM24BE and QNST_PCM32BE stand for the little-endian types, which their samples are converted to
+// before a reduction. E_INVALIDARG for QNST_PCM24IN32 and what is no sample type.
+QN_API HRESULT QnAudioPeak_InitMinMaxArray(QNSAMPLETYPE type, DWORD channels,
+                                           tQNAUDIOPEAK_SAMPLESMINMAX* state);
+
+// Fills the state with stored pairs, converted from `storedType` to `type`. Returns 1 when the types are the
+// same, 0 when the pairs were converted; E_INVALIDARG when `storedType` is not QNST_PCM8S, QNST_PCM16,
+// QNST_PCM32 or QNST_FLOAT32, E_FAIL when the types have no conversion.
+QN_API HRESULT QnAudioPeak_PrimeMinMaxArray(QNSAMPLETYPE type, DWORD channels,
+                                            tQNAUDIOPEAK_SAMPLESMINMAX* state, QNSAMPLETYPE storedType,
+                                            const void* stored);
+
+// The kernel for a peak type (QNST_PCM16 or 0, QNST_PCM8S, QNST_FLOAT32) and a source type (QNST_PCM8U,
+// QNST_PCM8S, QNST_PCM16, QNST_PCM24, QNST_PCM32, QNST_FLOAT32, QNST_FLOAT64), or null. Sources of 16 bits
+// and of floats are clipped and rounded to nearest, ties to even; those of 24 and 32 bits are cut.
+QN_API QNAUDIOPEAKMINMAXFUNCTION QnAudioPeak_GetMinMaxFunction(DWORD peakType, QNSAMPLETYPE sourceType);
+
+// Calls the kernel for the two types and returns its result; 1 when there is none.
+QN_API LONG QnAudioPeak_CalcMinMax(QNSAMPLETYPE sourceType, DWORD peakType, void* out, DWORD index,
+                                   DWORD step, const void** source, DWORD* frames, DWORD* phase,
+                                   DWORD channels, tQNAUDIOPEAK_SAMPLESMINMAX* state);
+
+// The resample kernel for pairs of QNST_PCM16 (or 0), QNST_PCM8S, QNST_PCM32 or QNST_FLOAT32; null for
+// another type and for a nonzero `reserved`.
+QN_API QNAUDIOPEAKRESAMPLEFUNCTION QnAudioPeak_GetPeakResampleFunction(DWORD type, LONG reserved);
+
+// Calls the resample kernel of a type. E_UNEXPECTED when there is none, and for a `srcCount` below
+// `dstCount`.
+QN_API HRESULT QnAudioPeak_Resample(DWORD type, void* out, LONG srcCount, LONG dstCount, DWORD phase,
+                                    const void* in, DWORD blocks, DWORD channels);
+
+// Makes a reader of a WAV, Wave64 or AIFF file. The file is looked at now and opened by Open. A reader is for
+// one thread at a time. Without a seek between them, reads go on where the file stands: the first one after
+// Open, at position 0, starts at the file's first byte, and those that follow on it stay as early. Hosts
+// rely on that.
+// QN_E_FILE_OPEN when the file has no readable format, E_OUTOFMEMORY; `*out` is null then.
+QN_API HRESULT QnAudio_CreateWaveFileStreamReader(CQnAudioPeakStreamReader** out, const WCHAR* name);
+
+// Deletes such a reader, which closes its file; 0. Null is allowed.
+QN_API HRESULT QnAudio_DestroyWaveFileStreamReader(CQnAudioPeakStreamReader* reader);
+}
