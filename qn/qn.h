@@ -11,6 +11,7 @@
 #include "qn/kernel/qntimer.h"
 #include "qn/media/aiff.h"
 #include "qn/media/peak.h"
+#include "qn/media/qnaudiostream.h"
 #include "qn/media/qnsummary.h"
 #include "qn/media/qnwav.h"
 #include "qn/media/riff.h"
