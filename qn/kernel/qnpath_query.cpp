@@ -6,6 +6,7 @@
 #include "qn/kernel/qnpath.h"
 #include "qn/kernel/qnpath_walk_internal.h"
 #include "qn/platform/locale.h"
+#include "qn/platform/open_file_internal.h"
 #include "qn/platform/tree_internal.h"
 #include "qn/settings/qnstatus.h"
 #include "qn/text/messages_internal.h"
@@ -36,23 +37,6 @@ std::u16string ModuleFile(HMODULE module) {
 int CopyFound(const std::u16string& found, WCHAR* text, int size) {
   return found.empty() ? 0 : CopyWhole(found, text, size);
 }
-
-class OpenedFile {
- public:
-  OpenedFile(const WCHAR* path, DWORD access, DWORD share)
-      : handle_(CreateFileW(path, access, share, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr)) {}
-  ~OpenedFile() {
-    if (*this) CloseHandle(handle_);
-  }
-  OpenedFile(const OpenedFile&) = delete;
-  OpenedFile& operator=(const OpenedFile&) = delete;
-
-  explicit operator bool() const { return handle_ != INVALID_HANDLE_VALUE; }
-  HANDLE Handle() const { return handle_; }
-
- private:
-  const HANDLE handle_;
-};
 
 // To ask about a file, whoever has it open.
 class ConsultedFile : public OpenedFile {
@@ -100,7 +84,7 @@ DWORD DosDateTime(const WCHAR* path, bool local) {
   const ConsultedFile file(path);
   FILETIME time;
   WORD date = 0, dayTime = 0;
-  if (!file || !GetFileTime(file.Handle(), nullptr, nullptr, &time)) return 0;
+  if (!file || !GetFileTime(file.Get(), nullptr, nullptr, &time)) return 0;
   if (local && !FileTimeToLocalFileTime(&time, &time)) return 0;
   return FileTimeToDosDateTime(&time, &date, &dayTime) ? DWORD{date} << 16 | dayTime : 0;
 }
@@ -227,7 +211,7 @@ HRESULT QnGetFileSizeByName(const WCHAR* path, LONGLONG* sizeOut) {
   if (!sizeOut) return E_INVALIDARG;
   const ConsultedFile file(path);
   LARGE_INTEGER size = {};
-  const bool known = file && GetFileSizeEx(file.Handle(), &size);
+  const bool known = file && GetFileSizeEx(file.Get(), &size);
   *sizeOut = size.QuadPart;
   return known ? S_OK : QN_E_FILE_OPEN;
 }
