@@ -54,6 +54,7 @@ BOOL Attach(HINSTANCE instance) {
 
 void Detach(HINSTANCE instance) {
   Run(g_steps.terminateControls, instance, DWORD{0});
+  Run(g_steps.releasePeakScratch);
   qn::CloseKernelMetrics();
   qn::CloseKernelLanguage();
   qn::ClosePrintTokens();
@@ -73,6 +74,7 @@ __attribute__((constructor)) void Load() {
 __attribute__((destructor)) void Unload() {
   if (qn::IsForkedCopy()) return;
   qn::DllMain(ModuleFromAddress(&g_steps), qn::DLL_PROCESS_DETACH, nullptr);
+  qn::ReleaseViews();
   qn::ReleaseHandles();
   qn::ReleaseRegistry();
   qn::ReleaseCollation();

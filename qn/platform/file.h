@@ -87,6 +87,23 @@ QN_API BOOL SetEndOfFile(HANDLE file);
 QN_API DWORD GetFileSize(HANDLE file, DWORD* high);
 QN_API BOOL GetFileSizeEx(HANDLE file, LARGE_INTEGER* size);
 
+constexpr DWORD PAGE_READONLY = 2;
+constexpr DWORD FILE_MAP_READ = 4;
+
+// Makes the whole file, as long as it is now, ready for views that are read: `protection` is PAGE_READONLY,
+// the sizes are 0 and `name` is null (else last error 87). Returns the handle, to be closed with CloseHandle,
+// or null with the last error: 6 a bad handle, 1006 an empty file.
+QN_API HANDLE CreateFileMappingW(HANDLE file, void* security, DWORD protection, DWORD sizeHigh, DWORD sizeLow,
+                                 const WCHAR* name);
+
+// The file's bytes in memory from its start on, all for 0 `bytes`: `access` is FILE_MAP_READ and the offset 0
+// (else last error 87). The view outlives both handles; give it back with UnmapViewOfFile. Null with the last
+// error on failure. Memory behind the end of a file that was cut meanwhile must not be touched.
+QN_API void* MapViewOfFile(HANDLE mapping, DWORD access, DWORD offsetHigh, DWORD offsetLow, SIZE_T bytes);
+
+// Zero with last error 487 for what is no view.
+QN_API BOOL UnmapViewOfFile(const void* view);
+
 // Brings what was written to the disk.
 QN_API BOOL FlushFileBuffers(HANDLE file);
 

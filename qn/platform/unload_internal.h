@@ -8,6 +8,8 @@ namespace qn {
 
 // Closes all handles that are still open, and with them their files, locks and mappings.
 void ReleaseHandles();
+// Ends the views of files that are still there.
+void ReleaseViews();
 // Closes the settings; a connection that another thread is working with stays open.
 void ReleaseRegistry();
 void ReleaseCollation();

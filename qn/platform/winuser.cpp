@@ -94,6 +94,14 @@ BOOL GetClientRect(HWND window, RECT* place) {
   return Call(&qn::WindowBackend::getClientRect, window, place);
 }
 
+HCURSOR LoadCursorW(HMODULE module, const WCHAR* name) {
+  return Call(&qn::WindowBackend::loadCursor, module, name);
+}
+
+HCURSOR SetCursor(HCURSOR cursor) {
+  return Call(&qn::WindowBackend::setCursor, cursor);
+}
+
 BOOL SetProcessDefaultLayout(DWORD layout) {
   if (layout > LAYOUT_RTL) return qn::FailWith(ERROR_INVALID_PARAMETER);
   processLayout.store(layout, std::memory_order_relaxed);

@@ -4,6 +4,7 @@
 // last error 1400, as for any handle that is no window.
 #pragma once
 
+#include "qn/platform/module.h"
 #include "qn/platform/wingdi.h"
 
 inline namespace qnplatform {
@@ -84,6 +85,17 @@ QN_API LRESULT SendMessageW(HWND window, UINT message, WPARAM wParam, LPARAM lPa
 
 // The place of a window's client area in pixels, from (0, 0) to its width and height; zero on failure.
 QN_API BOOL GetClientRect(HWND window, RECT* place);
+
+// The published cursors by their number, which MAKEINTRESOURCEW of module.h makes a name for LoadCursorW.
+using HCURSOR = struct HCURSOR__*;
+constexpr WORD IDC_ARROW = 32512;
+constexpr WORD IDC_WAIT = 32514;
+
+// A cursor of a module or, with a null module, a published one; it stays the system's. Null on failure.
+QN_API HCURSOR LoadCursorW(HMODULE module, const WCHAR* name);
+
+// Shows a cursor and returns the one before; null shows none.
+QN_API HCURSOR SetCursor(HCURSOR cursor);
 
 // The layout that new windows get: 0, or LAYOUT_RTL for languages written from the right.
 QN_API BOOL SetProcessDefaultLayout(DWORD layout);

@@ -31,6 +31,8 @@ struct WindowBackend {
   BOOL (*enumMonitors)(MONITORENUMPROC procedure, LPARAM data);
   BOOL (*getMonitorInfo)(HMONITOR monitor, MONITORINFOEXW* information);
   BOOL (*getClientRect)(HWND window, RECT* place);
+  HCURSOR (*loadCursor)(HMODULE module, const WCHAR* name);
+  HCURSOR (*setCursor)(HCURSOR cursor);
 };
 
 // Makes `backend` the supplier and returns the one before; null: there are no windows. The record must live

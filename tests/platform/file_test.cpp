@@ -191,6 +191,29 @@ TEST(File, Attributes) {
   EXPECT_EQ(GetFileAttributesW(folder.Path("gone").c_str()), INVALID_FILE_ATTRIBUTES);
 }
 
+TEST(File, ViewsOutliveTheirHandles) {
+  const ScratchFolder folder;
+  const auto path = folder.Path("view");
+  HANDLE file = Open(path, kReadWrite, 0, CREATE_NEW);
+  EXPECT_EQ(CreateFileMappingW(file, nullptr, PAGE_READONLY, 0, 0, nullptr), nullptr);
+  EXPECT_EQ(GetLastError(), ERROR_FILE_INVALID);
+  CloseHandle(file);
+
+  const Bytes bytes(10000, 7);
+  qntest::WriteFileBytes(folder.Native("view"), bytes);
+  file = Open(path, GENERIC_READ, 0, OPEN_EXISTING);
+  const HANDLE mapping = CreateFileMappingW(file, nullptr, PAGE_READONLY, 0, 0, nullptr);
+  CloseHandle(file);
+  EXPECT_EQ(MapViewOfFile(mapping, FILE_MAP_READ, 0, 0, bytes.size() + 1), nullptr);
+  const void* const view = MapViewOfFile(mapping, FILE_MAP_READ, 0, 0, 0);
+  CloseHandle(mapping);
+  ASSERT_TRUE(view);
+  EXPECT_EQ(std::memcmp(view, bytes.data(), bytes.size()), 0);
+  EXPECT_TRUE(UnmapViewOfFile(view));
+  EXPECT_FALSE(UnmapViewOfFile(view));
+  EXPECT_EQ(MapViewOfFile(mapping, FILE_MAP_READ, 0, 0, 0), nullptr);
+}
+
 TEST(File, FifosHoldNobodyUp) {
   const ScratchFolder folder;
   const auto path = folder.Path("fifo");
