@@ -25,6 +25,7 @@
 
 #include "qn/platform/com.h"
 #include "qn/platform/types.h"
+#include "qn/platform/wingdi.h"
 
 struct QnSummaryItem {
   uint32_t id;        // a FourCC
@@ -160,6 +161,12 @@ QN_API HRESULT displist64_Save(HANDLE file, const displist_List* list, uint32_t*
 // Reads items from the stream's position: those in the list take the data, others are added. On failure all
 // data is freed.
 QN_API HRESULT displist_LoadFromStream(displist_List* list, IStream* stream);
+
+// Finds the first "DISP" chunk with id 8 (CF_DIB) in the form of a RIFF file and makes a bitmap for the
+// screen of its DIB with CreateDIBitmap, which tells what is read and how to end it. Null on any failure: no
+// such file or chunk, a chunk that does not hold all of its header, colours and bits, a compressed DIB of
+// more than 2^24 pixels, and what CreateDIBitmap refuses.
+QN_API HBITMAP displist_CreateBitmapFromFile(const WCHAR* name);
 
 // --- Broadcast fields -------------------------------------------------------------------------------------
 

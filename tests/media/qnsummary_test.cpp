@@ -216,6 +216,48 @@ TYPED_TEST(Display, SavesAndLoads) {
   displist_Destroy(list);
 }
 
+// The pixels of a file's picture, 4 bytes each, the bottom row first; none without a picture.
+Bytes Picture(const Bytes& form) {
+  BITMAPINFO info = {};
+  info.bmiHeader.biSize = sizeof info.bmiHeader;
+  const HBITMAP bitmap = displist_CreateBitmapFromFile(TestFile(form).Path());
+  GetDIBits(nullptr, bitmap, 0, 0, nullptr, &info, DIB_RGB_COLORS);
+  Bytes pixels(info.bmiHeader.biSizeImage);
+  GetDIBits(nullptr, bitmap, 0, UINT32_MAX, pixels.data(), &info, DIB_RGB_COLORS);
+  EXPECT_EQ(DeleteObject(bitmap), !pixels.empty());
+  return pixels;
+}
+
+TEST(DisplayBitmap, IsTheFirstDibOfTheForm) {
+  const auto disp = [](const Bytes& dib) { return RiffShape::Chunk("DISP", Hex("08 *3 ") + dib); };
+  const auto form = [](const Bytes& chunks) { return RiffShape::Form(chunks); };
+  // 2 x 1 of 8 bits with 2 colours, and as 32 bits with masks behind the header.
+  const Bytes dib = Hex("28 *3 02 *3 01 *3 01 00 08 *17 02 *7 01 02 03 00 04 05 06 00 01 00 00 00");
+  const Bytes masked = Hex("28 *3 02 *3 01 *3 01 00 20 00 03 *23 FF *4 FF *4 FF 00 03 02 01 00 06 05 04 00");
+  const Bytes picture = Hex("04 05 06 00 01 02 03 00"), swapped = Hex("01 02 03 00 04 05 06 00");
+  const Bytes others = RiffShape::Chunk("data", Bytes(3)) + RiffShape::Chunk("DISP", Hex("01 *3 'text'")) +
+                       RiffShape::Chunk("DISP", Hex("08")) + RiffShape::List("LIST", disp(masked));
+  EXPECT_EQ(Picture(form(disp(masked))), swapped);
+  EXPECT_EQ(Picture(form(others + disp(dib) + disp(masked))), picture);
+  std::vector<Bytes> bad = {form(others),    form(disp({}) + disp(dib)), form({}) + disp(dib), disp(dib),
+                            form(disp(dib)), form(disp(masked))};
+  bad[4].pop_back();
+  bad[5][64] = 5;  // a mask with a hole
+  for (Bytes cut = dib; !cut.empty(); bad.push_back(form(disp(cut)))) cut.pop_back();
+  // Fields of the header that lie, each with its place. The one with more rows than allowed is RLE8.
+  const int lies[][2] = {{0, 39},       {0, 41},        {0, -1},  {4, 0},         {4, 5},        {4, -1},
+                         {8, 0},        {8, 2},         {8, -2},  {8, INT32_MIN}, {12, 0x80000}, {12, 1},
+                         {12, 0x20001}, {12, 0x180001}, {12, -1}, {16, 4},        {32, 0},       {32, 3},
+                         {32, -1},      {8, 0x1000001}, {16, 2},  {16, 3}};
+  for (const auto& [place, value] : lies) {
+    Bytes lying = dib;
+    lying[16] = value == 0x1000001;
+    std::memcpy(&lying[size_t(place)], &value, 4);
+    bad.push_back(form(disp(lying)));
+  }
+  for (size_t i = 0; i < bad.size(); ++i) EXPECT_EQ(Picture(bad[i]), Bytes()) << i;
+}
+
 TEST(BroadcastList, SetsAndDeletes) {
   QnBWFList list = {}, copy = {};
   QnBWFField field = {{1, 2, 3, 4}, 1, 7, 5, u"n", u"v", 6, u"e", 8, u"o"};
