@@ -1,4 +1,4 @@
-// How a run of `qnwave convert` treats its target: overwriting, failing, being interrupted.
+// How a run treats its target: overwriting, failing, being interrupted.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -10,6 +10,7 @@
 #include <chrono>
 #include <filesystem>
 #include <thread>
+#include <tuple>
 
 #include "tests/tools/tool.h"
 
@@ -66,11 +67,10 @@ TEST(Run, LeavesNothingBehindWhenItFails) {
 }
 
 // Starts the tool on hours of silence and sends a signal when it is at work.
-int Interrupt(const ScratchFolder& folder, int signal) {
-  const std::string in = folder.Native("in.raw");
+int Interrupt(const ScratchFolder& folder, const char* command, const char* option, int signal) {
+  const std::string in = folder.Native("in.wav");
   const std::string out = folder.Native("out.w64");
-  std::vector<std::string> words = {QNWAVE,       "convert", in,        out, "--raw-in=u8,48000,1",
-                                    "--type=s16", "--force", "--gain=1"};
+  std::vector<std::string> words = {QNWAVE, command, in, out, "--to-end", "--force", option};
   std::vector<char*> pointers;
   for (std::string& word : words) pointers.push_back(word.data());
   pointers.push_back(nullptr);
@@ -92,17 +92,21 @@ int Interrupt(const ScratchFolder& folder, int signal) {
 
 TEST(Run, KeepsTheTargetWhenItIsInterrupted) {
   const Bytes old = {'o', 'l', 'd'};
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGKILL}) {
+  using Row = std::tuple<const char*, const char*, int>;
+  for (const auto& [command, option, signal] :
+       {Row("convert", "--type=s16", SIGINT), Row("convert", "--type=s16", SIGTERM),
+        Row("convert", "--type=s16", SIGHUP), Row("convert", "--type=s16", SIGKILL),
+        Row("cut", "--start=7", SIGINT)}) {
     const ScratchFolder folder;
     WriteFileBytes(folder.Native("out.w64"), old);
-    MakeSparse(folder.Native("in.raw"), {}, 400 << 20);
-    const int status = Interrupt(folder, signal);
+    MakeSparse(folder.Native("in.wav"), WaveFile(Record(1, 1, 48'000, 8), {}), 800 << 20);
+    const int status = Interrupt(folder, command, option, signal);
     EXPECT_EQ(ReadFileBytes(folder.Native("out.w64")), old) << signal;
     if (signal == SIGKILL) {
       EXPECT_TRUE(WIFSIGNALED(status));
     } else {
       EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 128 + signal) << status;
-      EXPECT_EQ(List(folder.Native("")), (std::vector<std::string>{"in.raw", "out.w64"})) << signal;
+      EXPECT_EQ(List(folder.Native("")), (std::vector<std::string>{"in.wav", "out.w64"})) << signal;
     }
   }
 }

@@ -52,7 +52,7 @@ bool OutputFile::Create(const std::string& target, bool overwrite) {
 bool OutputFile::CreateTemporary() {
   std::string folder = fs::path(target_).parent_path().string();
   if (!folder.empty() && folder.back() != '/') folder += '/';
-  constexpr int kTries = 100;
+  constexpr int kTries = 1000;  // a tool may be at work on a file for each of many channels
   for (int i = 0; i < kTries; ++i) {
     const std::string name =
         folder + "." + kProgram + "-" + std::to_string(getpid()) + "-" + std::to_string(i) + ".tmp";

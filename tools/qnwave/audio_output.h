@@ -24,6 +24,9 @@ class AudioOutput {
   // Writes frames from `first` on. Several threads may write at once. The failure is not reported here.
   HRESULT Write(uint64_t first, const void* frames, uint32_t count);
 
+  // The name that the file has for now, for a stream to write frames from OffsetOf(0) on.
+  const std::string& Temporary() const { return file_.Temporary(); }
+
   // Ends the file and moves it to its target; reports a failure.
   bool Commit() { return file_.Commit(); }
 

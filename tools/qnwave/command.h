@@ -13,6 +13,9 @@ constexpr int kExitInterruptedBase = 128;  // plus the number of the signal
 
 extern const Command kInfoCommand;
 extern const Command kConvertCommand;
+extern const Command kCutCommand;
+extern const Command kJoinCommand;
+extern const Command kSplitCommand;
 extern const Command kRepairCommand;
 
 }  // namespace qnwave

@@ -2,7 +2,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
-#include <cstdio>
 #include <system_error>
 #include <thread>
 #include <vector>
@@ -17,13 +16,13 @@
 #include "tools/qnwave/interrupt.h"
 #include "tools/qnwave/progress.h"
 #include "tools/qnwave/report.h"
-#include "tools/qnwave/wave_header.h"
+#include "tools/qnwave/target.h"
 
 namespace qnwave {
 namespace {
 
 constexpr Option kOptions[] = {
-    {"container", "wav|w64", "container of OUT (default: by its extension)"},
+    kContainerOption,
     {"type", "TYPE",
      "sample type of OUT (default: that of IN): u8, s16, s24, s32, f32, f64, or s8, s24in32,"
      " s16be, s24be, s32be, which few other programs read from a wave file"},
@@ -35,15 +34,13 @@ constexpr Option kOptions[] = {
      "IN has no header: samples of this format from a byte offset on"},
     {"raw-out", nullptr, "write samples alone, without a header"},
     {"to-end", nullptr, "take all bytes from the first sample to the end of IN, whatever its header states"},
-    {"force", nullptr, "overwrite OUT; until the end it stays as it was"},
-    {"quiet", nullptr, "no progress bar and no last line"},
+    kForceOption,
+    kQuietOption,
 };
 
 struct Job {
   AudioSource source;
-  std::string target;
-  AudioFormat output;
-  Container container = Container::kUnknown;  // kUnknown: no header
+  Target target;
   ChannelMap map;
   float gain = 1.0f;
 };
@@ -75,8 +72,8 @@ class BlockRunner {
   BlockRunner(const Job& job, AudioOutput* output)
       : job_(job),
         output_(*output),
-        blockFrames_(
-            std::max(1u, kBlockBytes / std::max(job.source.format.FrameBytes(), job.output.FrameBytes()))) {}
+        blockFrames_(std::max(
+            1u, kBlockBytes / std::max(job.source.format.FrameBytes(), job.target.format.FrameBytes()))) {}
 
   // Returns when all is written, or after a failure or an interrupt.
   void Run(Progress* progress);
@@ -125,9 +122,9 @@ void BlockRunner::Fail(const std::string& file, HRESULT status) {
 void BlockRunner::WorkBlocks(Progress* progress) {
   AudioReader reader;
   if (!reader.Open(job_.source)) return Fail(job_.source.name, QN_E_FILE_OPEN);
-  SampleConverter converter(job_.source.format, job_.output.type, job_.map, job_.gain, blockFrames_);
+  SampleConverter converter(job_.source.format, job_.target.format.type, job_.map, job_.gain, blockFrames_);
   BlockBuffer in(size_t{blockFrames_} * job_.source.format.FrameBytes());
-  BlockBuffer out(converter.IsCopy() ? 0 : size_t{blockFrames_} * job_.output.FrameBytes());
+  BlockBuffer out(converter.IsCopy() ? 0 : size_t{blockFrames_} * job_.target.format.FrameBytes());
   const uint64_t total = job_.source.frames;
   while (failure_ == S_OK && InterruptSignal() == 0) {
     const uint64_t first = next_.fetch_add(blockFrames_);
@@ -141,41 +138,10 @@ void BlockRunner::WorkBlocks(Progress* progress) {
       block = converted;
     }
     const HRESULT status = output_.Write(first, block, count);
-    if (status != S_OK) return Fail(job_.target, status);
+    if (status != S_OK) return Fail(job_.target.name, status);
     done_ += count;
     if (progress) progress->Show(done_);
   }
-}
-
-bool EndsWith(const std::string& text, std::string_view ending) {
-  return text.size() >= ending.size() &&
-         text.compare(text.size() - ending.size(), ending.size(), ending) == 0;
-}
-
-// The container that is asked for; false with the mistake reported.
-bool ChooseContainer(const Arguments& arguments, const std::string& target, Container* container) {
-  const auto asked = arguments.Value("container");
-  if (arguments.Has("raw-out")) {
-    if (asked) ReportUsage("convert", "--raw-out writes no container");
-    *container = Container::kUnknown;
-    return !asked;
-  }
-  if (asked) {
-    *container = *asked == "wav"   ? Container::kWav
-                 : *asked == "w64" ? Container::kWave64
-                                   : Container::kUnknown;
-    if (*container == Container::kUnknown) ReportUsage("convert", "unknown container " + Quoted(*asked));
-  } else {
-    const bool isWav = EndsWith(target, ".wav") || EndsWith(target, ".WAV") || EndsWith(target, ".wave");
-    const bool isWave64 = EndsWith(target, ".w64") || EndsWith(target, ".W64");
-    *container = isWav ? Container::kWav : isWave64 ? Container::kWave64 : Container::kUnknown;
-    if (*container == Container::kUnknown) {
-      ReportUsage("convert",
-                  "the name " + Quoted(target) +
-                      " tells no container: end it in .wav or .w64, or give --container or --raw-out");
-    }
-  }
-  return *container != Container::kUnknown;
 }
 
 // What does not depend on the input: false with the mistake reported.
@@ -185,12 +151,8 @@ bool ReadOptions(const Arguments& arguments, Job* job) {
     return false;
   };
   std::string mistake;
-  if (!ChooseContainer(arguments, job->target, &job->container)) return false;
-  if (const auto type = arguments.Value("type")) {
-    const SampleTypeRow* const row = FindSampleType(*type);
-    if (!row) return mistaken("unknown sample type " + Quoted(*type) + " (one of " + SampleTypeNames() + ")");
-    job->output.type = row->type;
-  }
+  if (!ChooseContainer("convert", arguments, &job->target) || !ChooseType("convert", arguments, &job->target))
+    return false;
   if (const auto gain = arguments.Value("gain")) {
     constexpr double kMostDecibels = 200;
     const auto decibels = ParseNumber<double>(*gain, -kMostDecibels, kMostDecibels);
@@ -218,11 +180,11 @@ OpenResult OpenSource(const Arguments& arguments, const std::string& name, Audio
   return OpenResult::kFailed;
 }
 
-// The output's format from the input's; false with the reason reported.
+// The output's format and length from the input's; false with the reason reported.
 bool CompleteFormat(Job* job) {
   const AudioFormat& in = job->source.format;
-  AudioFormat& out = job->output;
-  const bool headerless = job->container == Container::kUnknown;
+  AudioFormat& out = job->target.format;
+  const bool headerless = job->target.container == Container::kUnknown;
   if (out.type == QNST_NONE) out.type = headerless ? in.type : FindSampleType(in.type)->common;
   out.rate = in.rate;
   out.mask = job->map.empty() ? in.mask : 0;
@@ -238,33 +200,22 @@ bool CompleteFormat(Job* job) {
                 {messages::FrameTooLarge, {Message::Bytes(kMostFrameBytes)}});
     return false;
   }
-  return true;
-}
-
-bool CheckSize(const Job& job) {
-  if (job.container == Container::kUnknown || CanHold(job.container, job.output, job.source.frames))
-    return true;
-  ReportError(
-      job.target, QN_E_FILE_TOO_LARGE,
-      {messages::WavTooLarge, {Message::Bytes(WaveFileBytes(job.container, job.output, job.source.frames))}},
-      qntool::kSavingFiles);
-  return false;
+  job->target.frames = job->source.frames;
+  return CheckSize(job->target);
 }
 
 // Carries a job out under a progress bar; returns an exit code.
 int Convert(const Job& job, bool overwrite, bool quiet) {
+  const auto& [name, container, format, frames] = job.target;
   WatchInterrupts();
   AudioOutput output;
-  if (!output.Create(job.target, job.container, job.output, job.source.frames, overwrite)) return kExitFailed;
+  if (!output.Create(name, container, format, frames, overwrite)) return kExitFailed;
   BlockRunner runner(job, &output);
-  if (job.source.frames != 0) {
-    Progress progress(job.target, job.source.frames, quiet);
+  if (frames != 0) {
+    Progress progress(name, frames, quiet);
     runner.Run(&progress);
   }
-  if (InterruptSignal() != 0) {
-    ReportError(job.target, QN_E_CANCELLED, messages::NothingWritten);
-    return kExitInterruptedBase + InterruptSignal();
-  }
+  if (InterruptSignal() != 0) return ReportInterrupt(job.target);
   if (runner.Status() != S_OK) {
     ReportError(runner.FailedFile(), runner.Status());
     return kExitFailed;
@@ -279,25 +230,15 @@ int Run(const Arguments& arguments) {
   }
   const bool quiet = arguments.Has("quiet");
   Job job;
-  job.target = arguments.Operands()[1];
+  job.target.name = arguments.Operands()[1];
   if (!ReadOptions(arguments, &job)) return kExitUsage;
   int exitCode = kExitFailed;
   const OpenResult opened = OpenSource(arguments, arguments.Operands()[0], &job.source, &exitCode);
   if (opened != OpenResult::kOk) return opened == OpenResult::kDamaged ? kExitDamaged : exitCode;
-  if (!CompleteFormat(&job) || !CheckSize(job)) return kExitFailed;
+  if (!CompleteFormat(&job)) return kExitFailed;
   exitCode = Convert(job, arguments.Has("force"), quiet);
-  if (exitCode != kExitOk) return exitCode;
-
-  const SampleTypeRow& row = *FindSampleType(job.output.type);
-  if (row.common != row.type && job.container != Container::kUnknown) {
-    ReportWarning(job.target, {messages::PrivateTag, {Message(row.name)}});
-  }
-  if (!quiet) {
-    std::printf("%s: %s frames, %s, %s, %u Hz\n", Shown(job.target).c_str(),
-                Grouped(job.source.frames).c_str(), row.words, DescribeChannels(job.output.channels).c_str(),
-                job.output.rate);
-  }
-  return kExitOk;
+  if (exitCode == kExitOk) TellWritten(job.target, quiet);
+  return exitCode;
 }
 
 }  // namespace

@@ -12,7 +12,8 @@
 namespace qnwave {
 namespace {
 
-constexpr const Command* kCommands[] = {&kInfoCommand, &kConvertCommand, &kRepairCommand};
+constexpr const Command* kCommands[] = {&kInfoCommand, &kConvertCommand, &kCutCommand,
+                                        &kJoinCommand, &kSplitCommand,   &kRepairCommand};
 
 void PrintOverview() {
   std::printf("Usage: qnwave COMMAND [OPTIONS] FILE...\n\nCommands:\n");

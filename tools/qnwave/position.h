@@ -1,0 +1,22 @@
+// Positions in a file on the command line.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+#include "tools/common/options.h"
+
+namespace qnwave {
+
+constexpr qntool::Option kFormatOption = {"format", "FORMAT",
+                                          "read POS in one of the time formats that the manual lists"};
+
+// The frame that an option of a command stands for, at a rate; nothing when it is not given. A length counts
+// from 0 in formats whose positions count from 1. False with the mistake reported.
+//
+// Without --format a whole number is a frame, and what has a colon or a point is a time,
+// "[[H:]M:]S[.DIGITS]", in every language; with it the text is read as the library reads what a user types.
+bool ReadPosition(const char* command, const qntool::Arguments& arguments, const char* option, bool isLength,
+                  uint32_t rate, std::optional<uint64_t>* frame);
+
+}  // namespace qnwave
