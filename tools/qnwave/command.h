@@ -17,5 +17,6 @@ extern const Command kCutCommand;
 extern const Command kJoinCommand;
 extern const Command kSplitCommand;
 extern const Command kRepairCommand;
+extern const Command kTagsCommand;
 
 }  // namespace qnwave

@@ -12,8 +12,8 @@
 namespace qnwave {
 namespace {
 
-constexpr const Command* kCommands[] = {&kInfoCommand, &kConvertCommand, &kCutCommand,
-                                        &kJoinCommand, &kSplitCommand,   &kRepairCommand};
+constexpr const Command* kCommands[] = {&kInfoCommand,  &kConvertCommand, &kCutCommand, &kJoinCommand,
+                                        &kSplitCommand, &kRepairCommand,  &kTagsCommand};
 
 void PrintOverview() {
   std::printf("Usage: qnwave COMMAND [OPTIONS] FILE...\n\nCommands:\n");
