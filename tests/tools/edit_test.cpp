@@ -74,7 +74,7 @@ TEST(Edit, ReadsPositions) {
   const Sound whole = ReadSound(folder.Native("in.wav"));
   using Row = std::tuple<const char*, size_t, size_t>;
   for (const auto& [words, first, frames] :
-       {Row("--end 7", 0, 7), Row("--start 0.5 --end 0:01.0", 22'050, 22'050),
+       {Row("--start 0.00015 --end 9", 7, 2), Row("--start 0.5 --end 0:01.0", 22'050, 22'050),
         Row("--start 0:0:10.25 --length 0:1 --lang de", 452'025, 44'100),
         Row("--start 40001 --length 3 --format samples", 40'001, 3),
         Row("--start 0:10 --length 5 --format smpte-25", 17'640, 8'820),
@@ -131,7 +131,8 @@ TEST(Edit, RefusesAndWarns) {
     EXPECT_EQ(run.exit, exit) << line;
     EXPECT_NE(run.err.find(text), std::string::npos) << run.err;
   }
-  for (const char* end : {"x", "-5", "nan", "1:2:3:4", "1.5:2", "x --format smpte-25", "1 --format beats"})
+  for (const char* end : {"x", "-5", "nan", "1:2:3:4", "1.5:2", "1x --format smpte-25", ": --format smpte-25",
+                          "1 --format beats"})
     EXPECT_EQ(Edit(folder, std::string("cut in.wav b.wav --end ") + end).exit, 2) << end;
   EXPECT_EQ(List(folder.Native("")),
             (std::vector<std::string>{"a.wav", "bad.wav", "in.wav", "rate.wav", "two.wav"}));
