@@ -9,6 +9,7 @@ set -euo pipefail
 packages=(
   g++ cmake ninja-build pkg-config git python3
   libicu-dev libsqlite3-dev libhwy-dev gettext locales
+  libcairo2-dev libpango1.0-dev fonts-dejavu-core
   libgtest-dev libsndfile1-dev
   clang-format
   sox ffmpeg alsa-utils jq dpkg-dev file
