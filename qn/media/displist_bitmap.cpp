@@ -60,7 +60,6 @@ uint32_t FindPicture(HANDLE file) {
   uint32_t left, size, id;
   HRESULT status = riff_ReadFileID(file, &left, nullptr);
   while (SUCCEEDED(status) && SUCCEEDED(status = riff_FindChunkHeader(file, kDisplay, &size, &left))) {
-    if (size > left) return 0;
     const uint32_t idSize = std::min(size, kIdSize);
     if (!qn::ReadExactly(file, &id, idSize)) return 0;
     if (idSize == kIdSize && id == kBitmap) return size - kIdSize;

@@ -76,12 +76,14 @@ TEST(Bitmap, ReadsEveryDepth) {
 // Pictures of 4 x 2, pixel by pixel from the top.
 TEST(Bitmap, RunsOfCompressedBits) {
   for (const auto& [bitCount, stream, picture] :
-       {std::tuple(8, "02 01 02 02 00 00 04 03 00 01 04 04", "33331122"),
+       {std::tuple(8, "02 01 02 02 00 00 03 03 00 01 01 04", "33301122"),
         {8, "00 03 01 02 03 00 01 04 00 00 09 05 01 06", "55551234"},  // an odd run; one beyond the row
         {8, "00 02 03 01 01 07 00 02 FF 00 01 01 00 02 00 FF 01 01", "00070000"},  // moves
         {8, "04 01 00 00 00 03 05 06", "00001111"},                                // cut within a run
+        {8, "04 01 00 00 04 02 00 00 04 03", "22221111"},                          // rows beyond
+        {8, "00 03 05 06 07", "00005670"},                                         // cut before the padding
         {4, "03 12 01 34 00 00 00 04 56 78", "56781213"},
-        {4, "00 03 12 30 01 40 00 00 00 05 12 34 50", "12341234"}}) {  // and before its padding
+        {4, "00 05 12 34 00 00 00 00 00 03 56 70 01 80", "56781234"}}) {
     const Bytes bits = Hex(stream);
     Dib dib(4, 2, bitCount, bitCount == 8 ? BI_RLE8 : BI_RLE4, bits.size());
     for (uint32_t i = 0; i < 10; ++i) dib.rest[i] = i;
@@ -94,8 +96,8 @@ TEST(Bitmap, RunsOfCompressedBits) {
 TEST(Bitmap, GivesRowsInTheFormAsked) {
   const HBITMAP bitmap = Dib(1, 3, 24).Create(Hex("01 02 03 00 04 05 06 00 07 08 09 00"));
   // Height, bits a pixel, the first row of two, and the first byte of each that must come.
-  const int forms[][5] = {{3, 32, 1, 4, 7}, {-3, 24, 1, 4, 1}, {3, 24, 2, 7, 0},      {3, 32, 3, 0, 0},
-                          {2, 32, 0, 0, 0}, {3, 16, 0, 0, 0},  {INT_MIN, 32, 0, 0, 0}};
+  const int forms[][5] = {{3, 32, 0, 1, 4}, {3, 32, 1, 4, 7}, {-3, 24, 1, 4, 1}, {3, 24, 2, 7, 0},
+                          {3, 32, 4, 0, 0}, {2, 32, 0, 0, 0}, {3, 16, 0, 0, 0},  {INT_MIN, 32, 0, 0, 0}};
   for (const auto& [height, bitCount, start, first, second] : forms) {
     Bytes got(12);
     GetDIBits(nullptr, bitmap, UINT(start), 2, got.data(), Dib(1, height, bitCount).Info(), 0);
