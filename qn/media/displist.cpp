@@ -1,4 +1,7 @@
 // Display lists.
+#include <map>
+#include <new>
+
 #include "qn/media/qnsummary_internal.h"
 #include "qn/media/riff.h"
 #include "qn/media/riff64.h"
@@ -50,25 +53,25 @@ void Replace(displist_Item* item, uint32_t size, void* data) {
   item->data = data;
 }
 
-// Reads a "DISP" chunk of a size that the budget holds, from its data to the next header.
+// Reads a "DISP" chunk from its data to the next header. Four bytes are taken for the id even of a chunk that
+// has fewer; it fails only when they are an id of the list, as the size of the data would be below 0.
 template <class Format>
 HRESULT ReadDisplay(HANDLE file, displist_List* list, uint64_t size) {
   uint32_t id;
-  if (size < kIdSize || !qn::ReadField(file, id)) return QN_E_FILE_READ;
-  const uint64_t dataSize = size - kIdSize;
+  if (!qn::ReadField(file, id)) return QN_E_FILE_READ;
   const uint64_t padded = Format::Padded(size);
   displist_Item* const item = displist_GetItem(list, id);
   if (!item) {
     qn::Skip(file, padded, kIdSize);
     return S_OK;
   }
-  if (size > Format::kMostData) return QN_E_FILE_READ;
+  if (size < kIdSize || size - kIdSize > UINT32_MAX) return QN_E_FILE_READ;
   void* data;
-  const auto size32 = static_cast<uint32_t>(dataSize);
-  const HRESULT status = qn::ReadNewBlock(file, size32, 0, &data);
+  const auto dataSize = static_cast<uint32_t>(size - kIdSize);
+  const HRESULT status = qn::ReadNewBlock(file, dataSize, 0, &data);
   if (FAILED(status)) return status;
   qn::Skip(file, padded - size);
-  Replace(item, size32, data);
+  Replace(item, dataSize, data);
   return S_OK;
 }
 
@@ -82,7 +85,6 @@ HRESULT ReadChunks(HANDLE file, displist_List* list, uint64_t* left) {
     if (id != Format::kDisplay) {
       qn::Skip(file, Format::Padded(size));
     } else {
-      if (size > *left) return QN_E_FILE_READ;
       const HRESULT status = ReadDisplay<Format>(file, list, size);
       if (FAILED(status)) return status;
     }
@@ -93,8 +95,9 @@ HRESULT ReadChunks(HANDLE file, displist_List* list, uint64_t* left) {
 
 template <class Format>
 HRESULT Load(HANDLE file, displist_List* list, uint32_t* remaining) {
-  if (!file || !list) return E_INVALIDARG;
+  if (!list) return E_INVALIDARG;
   if (list->count == 0) return S_OK;
+  if (!file) return E_INVALIDARG;
   const uint64_t start = qn::Tell(file);
   uint64_t left = qn::BytesLeft(file, remaining);
   const HRESULT status = ReadChunks<Format>(file, list, &left);
@@ -109,7 +112,6 @@ HRESULT Load(HANDLE file, displist_List* list, uint32_t* remaining) {
 
 template <class Format>
 HRESULT Save(HANDLE file, const displist_List* list, uint32_t* written) {
-  if (written) *written = 0;
   if (!file || !list) return E_INVALIDARG;
   uint64_t total = 0;
   for (uint32_t i = 0; i < list->count; ++i) {
@@ -130,19 +132,29 @@ HRESULT Save(HANDLE file, const displist_List* list, uint32_t* written) {
   return S_OK;
 }
 
-HRESULT ReadStreamItem(displist_List* list, IStream* stream) {
-  uint32_t fields[2];
-  if (!qn::ReadStream(stream, fields, sizeof fields)) return QN_E_FILE_READ;
-  const auto [id, size] = fields;
-  displist_Item* item = displist_GetItem(list, id);
-  if (!item) {
-    if (!qn::AppendItem(&list->items, &list->count, {id, 0, nullptr})) return E_OUTOFMEMORY;
-    item = &list->items[list->count - 1];
+// Ids are looked up in an ordered index: neither many of them nor chosen ones make it slow.
+HRESULT ReadStreamItems(displist_List* list, IStream* stream, uint32_t count) try {
+  std::map<uint32_t, uint32_t> index;
+  for (uint32_t i = 0; i < list->count; ++i) index.try_emplace(list->items[i].id, i);
+  uint64_t room = list->count;
+  const uint64_t most = room + count;
+  for (; count > 0; --count) {
+    uint32_t fields[2];
+    if (!qn::ReadStream(stream, fields, sizeof fields)) return QN_E_FILE_READ;
+    const auto [id, size] = fields;
+    const auto [place, isNew] = index.try_emplace(id, list->count);
+    if (isNew) {
+      if (!qn::MakeRoom(&list->items, list->count, &room, most)) return E_OUTOFMEMORY;
+      list->items[list->count++] = {id, 0, nullptr};
+    }
+    void* data = nullptr;
+    const HRESULT status = size > 0 ? qn::ReadStreamBlock(stream, size, 0, &data) : S_OK;
+    if (FAILED(status)) return status;
+    Replace(&list->items[place->second], size, data);
   }
-  void* data = nullptr;
-  const HRESULT status = size > 0 ? qn::ReadStreamBlock(stream, size, 0, &data) : S_OK;
-  if (SUCCEEDED(status)) Replace(item, size, data);
-  return status;
+  return S_OK;
+} catch (const std::bad_alloc&) {
+  return E_OUTOFMEMORY;
 }
 
 }  // namespace
@@ -210,8 +222,8 @@ HRESULT displist64_Save(HANDLE file, const displist_List* list, uint32_t* writte
 HRESULT displist_LoadFromStream(displist_List* list, IStream* stream) {
   if (!list || !stream) return E_INVALIDARG;
   uint32_t count;
-  HRESULT status = qn::ReadStream(stream, &count, sizeof count) ? S_OK : QN_E_FILE_READ;
-  for (; count > 0 && SUCCEEDED(status); --count) status = ReadStreamItem(list, stream);
+  const bool counted = qn::ReadStream(stream, &count, sizeof count);
+  const HRESULT status = counted ? ReadStreamItems(list, stream, count) : QN_E_FILE_READ;
   if (FAILED(status)) displist_Free(list);
   return status;
 }

@@ -38,13 +38,20 @@ HRESULT MergeCopies(_summarylisttag* destination, const _summarylisttag* source,
 // Room is made first, so that nothing has moved when there is none.
 HRESULT TakeItems(_summarylisttag* destination, _summarylisttag* source, bool overwrite) {
   const uint32_t oldCount = destination->count;
-  if (!qn::GrowBlock(&destination->items, uint64_t{oldCount} * sizeof(QnSummaryItem),
-                     (uint64_t{oldCount} + source->count) * sizeof(QnSummaryItem))) {
+  const auto indexOf = [=](const QnSummaryItem& item) {
+    return qn::FindItem(destination->items, oldCount, item.id);
+  };
+  const auto moves = [=](const QnSummaryItem& item) {
+    return (item.id != 0 || item.text) && indexOf(item) < 0;
+  };
+  const auto added = std::count_if(source->items, source->items + source->count, moves);
+  if (added > 0 && !qn::GrowBlock(&destination->items, uint64_t{oldCount} * sizeof(QnSummaryItem),
+                                  (oldCount + static_cast<uint64_t>(added)) * sizeof(QnSummaryItem))) {
     return E_OUTOFMEMORY;
   }
   for (uint32_t i = 0; i < source->count; ++i) {
     QnSummaryItem& item = source->items[i];
-    const int32_t index = qn::FindItem(destination->items, oldCount, item.id);
+    const int32_t index = indexOf(item);
     if (index < 0) {
       if (item.id == 0 && !item.text) continue;
       destination->items[destination->count++] = item;

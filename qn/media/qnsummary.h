@@ -15,12 +15,13 @@
 // copy, of Create) may hold anything before: nothing of it is freed. A list belongs to one thread at a time.
 //
 // The file functions work at the handle's position as those of riff.h do. `remaining` holds how many bytes
-// from the position on may be read, and after a success what is left of them. `written` is optional and
-// becomes the bytes written in all, headers and padding included, or 0 on failure.
+// from the position on the lists may take up, and after a success what is left of them. An item whose header
+// lies within them is read whole, also where it leads behind their end; 0 are left then. `written` is
+// optional and becomes the bytes written in all, headers and padding included; on failure it stays as it was.
 //
 // Statuses: 0, E_INVALIDARG for a null argument that is not said to be optional, QN_E_FILE_READ for a read
-// that fails or comes up short and for a size that leads out of the file or the budget, QN_E_FILE_WRITE,
-// E_OUTOFMEMORY, QN_E_NOT_FOUND.
+// that fails or comes up short and for the size of an item to be read that leads out of the file,
+// QN_E_FILE_WRITE, E_OUTOFMEMORY, QN_E_NOT_FOUND.
 #pragma once
 
 #include "qn/platform/com.h"
@@ -89,14 +90,15 @@ QN_API HRESULT QnSummary_Load(HANDLE file, _summarylisttag* list, uint32_t* rema
 QN_API HRESULT QnSummary_LoadUNFO(HANDLE file, _summarylisttag* list, uint32_t* remaining);
 
 // Writes an INFO or UNFO list at the position: nothing for an empty list, a header alone for one without
-// texts. Items whose text is null are left out.
+// texts. Items whose text is null are left out. With E_OUTOFMEMORY nothing has been written.
 QN_API HRESULT QnSummary_Save(HANDLE file, const _summarylisttag* list, uint32_t* written);
 QN_API HRESULT QnSummary_SaveUNFO(HANDLE file, const _summarylisttag* list, uint32_t* written);
 
 // Finds an item in the first INFO list from the position on, which is at a chunk's header, and copies its
-// text, cut to `size` characters with the terminator. Without `remaining` the search ends with the file; with
-// it, it becomes what the search left. The position stays, except with E_OUTOFMEMORY. QN_E_NOT_FOUND when
-// there is no list or it lacks the item; E_INVALIDARG for a `size` below 1.
+// text, cut to `size` characters with the terminator but not inside a surrogate pair. Without `remaining` the
+// search ends with the file; with it, it becomes what the search left. The position stays, except with
+// E_OUTOFMEMORY. QN_E_NOT_FOUND when there is no list or it lacks the item; E_INVALIDARG for a `size`
+// below 1.
 QN_API HRESULT QnSummary_GetStringFromFile(HANDLE file, uint32_t id, WCHAR* buffer, int32_t size,
                                            uint32_t* remaining);
 
@@ -147,8 +149,8 @@ QN_API displist_Item* displist_GetItem(const displist_List* list, uint32_t id);
 QN_API HRESULT displist_SetItem(displist_List* list, uint32_t id, uint32_t size, const void* data);
 
 // Reads the chunks from the position on, until `*remaining` (optional: then the file) has no more, and takes
-// the data of "DISP" chunks whose id is in the list; others are passed. A list without items reads nothing.
-// On failure all data is freed, and the position and `*remaining` are as they were.
+// the data of "DISP" chunks whose id is in the list; others are passed. A list without items reads nothing,
+// whatever the file. On failure all data is freed, and the position and `*remaining` are as they were.
 QN_API HRESULT displist_Load(HANDLE file, displist_List* list, uint32_t* remaining);
 
 // Writes a "DISP" chunk for each item that has data.

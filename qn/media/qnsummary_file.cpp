@@ -1,5 +1,7 @@
 // Summary lists in files.
 #include <limits>
+#include <new>
+#include <vector>
 
 #include "qn/media/qnsummary_internal.h"
 #include "qn/media/riff.h"
@@ -12,16 +14,24 @@ constexpr uint32_t kInfo = 0x4F464E49;  // "INFO"
 constexpr uint32_t kUnfo = 0x4F464E55;  // "UNFO"
 constexpr uint32_t kHeaderSize = 8;
 constexpr uint32_t kTypeSize = 4;
+constexpr uint32_t kMostBody = UINT32_MAX - kHeaderSize - kTypeSize;  // bytes of all items of a list
 
 uint64_t Padded(uint64_t size) {
   return size + (size & 1);
 }
 
-// Converts terminated text, cut to `room` characters with the terminator.
-void Decode(const char* bytes, WCHAR* text, uint32_t room) {
-  text[0] = 0;
-  MultiByteToWideChar(CP_ACP, MB_PRECOMPOSED, bytes, -1, text, static_cast<int>(room));
+bool IsHighSurrogate(WCHAR character) {
+  return (character & 0xFC00) == 0xD800;
+}
+
+// Converts terminated text, cut to `room` characters with the terminator, but not inside a surrogate pair;
+// false when there is no memory.
+bool Decode(const char* bytes, WCHAR* text, uint32_t room) {
+  if (MultiByteToWideChar(CP_ACP, MB_PRECOMPOSED, bytes, -1, text, static_cast<int>(room)) > 0) return true;
+  if (GetLastError() != ERROR_INSUFFICIENT_BUFFER) return false;
   text[room - 1] = 0;
+  if (room > 1 && IsHighSurrogate(text[room - 2])) text[room - 2] = 0;
+  return true;
 }
 
 // Reads `size` bytes into a new block, with two zero bytes behind them.
@@ -39,22 +49,20 @@ HRESULT ReadRaw(HANDLE file, uint32_t size, void** raw) {
 }
 
 // The two kinds of list:
-//   Size(text)               bytes of a text in the file with the terminator; 0 when there is no room for it
-//   Write(file, text, size)  writes them
-//   Text(raw, size)          makes an item's text of what ReadRaw gave, which it takes; null without memory
+//   Append(text, body)  adds the bytes of a text in the file with the terminator; false without memory
+//   Text(raw, size)     makes an item's text of what ReadRaw gave, which it takes; null without memory
 struct Info {
   static constexpr uint32_t kType = kInfo;
 
-  static uint64_t Size(const WCHAR* text) {
-    return static_cast<uint32_t>(WideCharToMultiByte(CP_ACP, 0, text, -1, nullptr, 0, nullptr, nullptr));
-  }
-  static HRESULT Write(HANDLE file, const WCHAR* text, uint32_t size) {
-    auto* const bytes = static_cast<char*>(qn::NewBlock(size));
-    if (!bytes) return E_OUTOFMEMORY;
-    WideCharToMultiByte(CP_ACP, 0, text, -1, bytes, static_cast<int>(size), nullptr, nullptr);
-    const bool done = qn::WriteExactly(file, bytes, size) && qn::WriteZeros(file, size & 1);
-    qn::FreeBlock(bytes);
-    return done ? S_OK : QN_E_FILE_WRITE;
+  static bool Append(const WCHAR* text, std::vector<char>* body) {
+    const size_t length = qn::TextLength(text) + 1;
+    if (length > std::numeric_limits<int>::max()) return false;
+    const auto units = static_cast<int>(length);
+    const int size = WideCharToMultiByte(CP_ACP, 0, text, units, nullptr, 0, nullptr, nullptr);
+    if (size <= 0) return false;
+    const size_t start = body->size();
+    body->resize(start + static_cast<size_t>(size));
+    return WideCharToMultiByte(CP_ACP, 0, text, units, &(*body)[start], size, nullptr, nullptr) == size;
   }
   static const WCHAR* Text(void* raw, uint32_t size) {
     const uint64_t room = uint64_t{size} + 1;
@@ -62,7 +70,10 @@ struct Info {
     if (room <= std::numeric_limits<int>::max()) {
       text = static_cast<WCHAR*>(qn::NewBlock(room * sizeof(WCHAR)));
     }
-    if (text) Decode(static_cast<const char*>(raw), text, static_cast<uint32_t>(room));
+    if (text && !Decode(static_cast<const char*>(raw), text, static_cast<uint32_t>(room))) {
+      qn::FreeBlock(text);
+      text = nullptr;
+    }
     qn::FreeBlock(raw);
     return text;
   }
@@ -71,9 +82,10 @@ struct Info {
 struct Unfo {
   static constexpr uint32_t kType = kUnfo;
 
-  static uint64_t Size(const WCHAR* text) { return (uint64_t{qn::TextLength(text)} + 1) * sizeof(WCHAR); }
-  static HRESULT Write(HANDLE file, const WCHAR* text, uint32_t size) {
-    return qn::WriteExactly(file, text, size) ? S_OK : QN_E_FILE_WRITE;
+  static bool Append(const WCHAR* text, std::vector<char>* body) {
+    const auto* const bytes = reinterpret_cast<const char*>(text);
+    body->insert(body->end(), bytes, bytes + (qn::TextLength(text) + 1) * sizeof(WCHAR));
+    return true;
   }
   static const WCHAR* Text(void* raw, uint32_t size) {
     auto* const text = static_cast<WCHAR*>(raw);
@@ -82,7 +94,7 @@ struct Unfo {
   }
 };
 
-// Counts the items that lie whole in the budget and in the file.
+// Counts the items whose headers lie in the budget; the file must have them whole.
 HRESULT CountItems(HANDLE file, uint64_t left, uint32_t* count) {
   const qn::KeepPosition keep(file);
   for (*count = 0; left >= kHeaderSize; ++*count) {
@@ -90,7 +102,7 @@ HRESULT CountItems(HANDLE file, uint64_t left, uint32_t* count) {
     const HRESULT status = riff_ReadChunkHeader(file, &id, &size);
     if (FAILED(status)) return status;
     left -= kHeaderSize;
-    if (size > left || !qn::HasBytes(file, size)) return QN_E_FILE_READ;
+    if (!qn::HasBytes(file, size)) return QN_E_FILE_READ;
     qn::Skip(file, Padded(size));
     qn::Spend(&left, Padded(size));
   }
@@ -131,30 +143,42 @@ HRESULT Load(HANDLE file, _summarylisttag* list, uint32_t* remaining) {
   return S_OK;
 }
 
+// Adds an item as it lies in the file to `body`, which holds those before it.
 template <class Form>
-HRESULT Save(HANDLE file, const _summarylisttag* list, uint32_t* written) {
-  if (written) *written = 0;
+HRESULT AppendChunk(const QnSummaryItem& item, std::vector<char>* body) {
+  const size_t start = body->size();
+  body->resize(start + kHeaderSize);
+  if (!Form::Append(item.text, body)) return E_OUTOFMEMORY;
+  const uint64_t size = body->size() - start - kHeaderSize;
+  if (start + kHeaderSize + Padded(size) > kMostBody) return QN_E_FILE_WRITE;
+  const uint32_t header[] = {item.id, static_cast<uint32_t>(size)};
+  std::memcpy(&(*body)[start], header, sizeof header);
+  body->resize(start + kHeaderSize + Padded(size));
+  return S_OK;
+}
+
+// Nothing is written before all texts are converted: without memory for one the file stays as it was.
+template <class Form>
+HRESULT Save(HANDLE file, const _summarylisttag* list, uint32_t* written) try {
   if (!file || !list) return E_INVALIDARG;
-  if (list->count == 0) return S_OK;
-  uint64_t listSize = kTypeSize;
-  for (uint32_t i = 0; i < list->count; ++i) {
-    const WCHAR* const text = list->items[i].text;
-    if (!text) continue;
-    const uint64_t size = Form::Size(text);
-    if (size == 0) return E_OUTOFMEMORY;
-    listSize += kHeaderSize + Padded(size);
+  uint32_t total = 0;
+  if (list->count > 0) {
+    std::vector<char> body;
+    for (uint32_t i = 0; i < list->count; ++i) {
+      if (!list->items[i].text) continue;
+      const HRESULT status = AppendChunk<Form>(list->items[i], &body);
+      if (FAILED(status)) return status;
+    }
+    const auto listSize = static_cast<uint32_t>(kTypeSize + body.size());
+    const HRESULT status = riff_WriteListHeader(file, Form::kType, listSize);
+    if (FAILED(status)) return status;
+    if (!qn::WriteExactly(file, body.data(), body.size())) return QN_E_FILE_WRITE;
+    total = kHeaderSize + listSize;
   }
-  if (listSize > UINT32_MAX - kHeaderSize) return QN_E_FILE_WRITE;
-  HRESULT status = riff_WriteListHeader(file, Form::kType, static_cast<uint32_t>(listSize));
-  for (uint32_t i = 0; i < list->count && SUCCEEDED(status); ++i) {
-    const auto& [id, text] = list->items[i];
-    if (!text) continue;
-    const auto size = static_cast<uint32_t>(Form::Size(text));
-    status = riff_WriteChunkHeader(file, id, size);
-    if (SUCCEEDED(status)) status = Form::Write(file, text, size);
-  }
-  if (SUCCEEDED(status) && written) *written = static_cast<uint32_t>(listSize) + kHeaderSize;
-  return status;
+  if (written) *written = total;
+  return S_OK;
+} catch (const std::bad_alloc&) {
+  return E_OUTOFMEMORY;
 }
 
 // Scans chunks from the position on; stops at the data of the one that `Wanted` tells, given id and size.
@@ -176,7 +200,7 @@ HRESULT Scan(HANDLE file, uint64_t* left, uint32_t* size, Wanted wanted) {
   return QN_E_NOT_FOUND;
 }
 
-// Finds the text of an item, whose size stays within the budget and the list; ends at the text.
+// Finds the text of an item, whose header lies within the budget and the list; ends at the text.
 HRESULT FindText(HANDLE file, uint32_t id, uint64_t* left, uint32_t* size) {
   HRESULT status = Scan(file, left, size, [&](uint32_t chunk) -> HRESULT {
     if (chunk != RIFF_ID_LIST || *size < kTypeSize || *left < kTypeSize) return S_FALSE;
@@ -190,7 +214,6 @@ HRESULT FindText(HANDLE file, uint32_t id, uint64_t* left, uint32_t* size) {
   uint64_t leftInList = inList;
   status = Scan(file, &leftInList, size, [id](uint32_t item) { return item == id ? S_OK : S_FALSE; });
   *left -= inList - leftInList;
-  if (SUCCEEDED(status) && *size > leftInList) return QN_E_FILE_READ;
   return status;
 }
 
@@ -221,14 +244,14 @@ HRESULT QnSummary_GetStringFromFile(HANDLE file, uint32_t id, WCHAR* buffer, int
   void* raw = nullptr;
   HRESULT status = FindText(file, id, &left, &bytes);
   if (SUCCEEDED(status)) status = ReadRaw(file, bytes, &raw);
-  // Hosts rely on the position telling where the memory ran out.
-  if (status == E_OUTOFMEMORY) return status;
-  qn::Seek(file, start);
   if (SUCCEEDED(status)) {
-    Decode(static_cast<const char*>(raw), buffer, static_cast<uint32_t>(size));
+    if (!Decode(static_cast<const char*>(raw), buffer, static_cast<uint32_t>(size))) status = E_OUTOFMEMORY;
     qn::FreeBlock(raw);
     qn::Spend(&left, Padded(bytes));
   }
+  // Hosts rely on the position telling where the memory ran out.
+  if (status == E_OUTOFMEMORY) return status;
+  qn::Seek(file, start);
   if (remaining) *remaining = static_cast<uint32_t>(left);
   return status;
 }

@@ -74,6 +74,18 @@ bool AppendItem(Item** items, uint32_t* count, const Item& item) {
   return true;
 }
 
+// Makes room for an item behind the `count` ones when `*room` is used up: for twice as many but no more than
+// `most`, as the number of items that a stream tells is only believed as far as they arrive.
+template <class Item>
+bool MakeRoom(Item** items, uint64_t count, uint64_t* room, uint64_t most) {
+  constexpr uint64_t kFirstItems = 256;
+  if (count < *room) return true;
+  const uint64_t grown = std::min(most, std::max(kFirstItems, *room * 2));
+  if (!GrowBlock(items, count * sizeof(Item), grown * sizeof(Item))) return false;
+  *room = grown;
+  return true;
+}
+
 // Closes the gap of an item, which the caller has freed; the array goes with the last one.
 template <class Item>
 void RemoveItem(Item** items, uint32_t* count, int32_t index) {

@@ -6,7 +6,6 @@ namespace {
 
 constexpr uint32_t kMark = 8;
 constexpr uint32_t kFirstRoom = 65536;
-constexpr uint32_t kFirstItems = 256;
 
 bool Write(IStream* stream, const void* data, uint32_t bytes) {
   ULONG put = 0;
@@ -40,14 +39,9 @@ HRESULT ReadItem(IStream* stream, QnSummaryItem* item) {
 }
 
 HRESULT ReadItems(IStream* stream, uint32_t count, _summarylisttag* list) {
-  // The count is only believed as far as items arrive.
   uint64_t room = 0;
   while (list->count < count) {
-    if (list->count == room) {
-      const uint64_t used = room * sizeof(QnSummaryItem);
-      room = std::min<uint64_t>(count, std::max<uint64_t>(kFirstItems, room * 2));
-      if (!qn::GrowBlock(&list->items, used, room * sizeof(QnSummaryItem))) return E_OUTOFMEMORY;
-    }
+    if (!qn::MakeRoom(&list->items, list->count, &room, count)) return E_OUTOFMEMORY;
     const HRESULT status = ReadItem(stream, &list->items[list->count]);
     if (FAILED(status)) return status;
     ++list->count;

@@ -58,6 +58,11 @@ TEST(Summary, SetMergeCopyCompare) {
     QnSummary_SetItem(&copy, 4, u"E");
     EXPECT_EQ(QnSummary_Compare(&copy, &to), 0);
   }
+  // Nothing moves: the array stays.
+  Summary to({{1, u"a"}}), from({{1, u"b"}});
+  const QnSummaryItem* const items = to.items;
+  EXPECT_EQ(QnSummary_Merge(&to, &from, true, true), S_OK);
+  EXPECT_EQ(std::tuple(to.Content(), to.items), std::tuple(u"1=b ", items));
   EXPECT_EQ(std::tuple(QnSummary_Compare(&list, nullptr), QnSummary_GetItemIndex(&list, 1)),
             std::tuple(0, kMissing));
 }
@@ -85,7 +90,8 @@ TEST_F(SummaryFile, SavesAndLoads) {
       EXPECT_EQ(save(file, std::make_unique<Summary>(items).get(), &written), S_OK);
       EXPECT_EQ(std::tuple(file.Content(), written), std::tuple(expected, expected.size()));
     }
-    // Every budget and every cut of the file: all or nothing, and the place that goes with it.
+    // Every budget and every cut of the file: all that begins in the budget or nothing, and the place that
+    // goes with it.
     for (size_t end = 12; end <= bytes.size(); ++end) {
       for (size_t budget = 0; budget <= bytes.size() - 12; ++budget) {
         TestFile file(Bytes(bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(end)));
@@ -94,8 +100,7 @@ TEST_F(SummaryFile, SavesAndLoads) {
         auto remaining = static_cast<uint32_t>(budget);
         const HRESULT status = load(file, &list, &remaining);
         const size_t first = wide ? 12 : 10, second = first + (wide ? 10 : 9), have = end - 12;
-        const bool one = budget >= first && have >= first, two = budget >= second && have >= second;
-        const bool good = budget < 8 || two || (one && budget < first + 8);
+        const bool two = budget >= first + 8, good = budget < 8 || have >= (two ? second : first);
         EXPECT_EQ(status, good ? S_OK : kShort) << wide << ' ' << end << ' ' << budget;
         EXPECT_EQ(list.Content(), !good || budget < 8 ? u"" : two ? u"9=\u00E9 0= " : u"9=\u00E9 ");
         EXPECT_EQ(file.At(), 12 + (list.count == 0 ? 0 : two ? second + !wide : first));
@@ -105,28 +110,34 @@ TEST_F(SummaryFile, SavesAndLoads) {
   }
   // Odd wide texts have a pad byte.
   TestFile odd(Chunk("1nam", Hex("'a' 00 'b'")) + Chunk("2cmt", Hex("'c' 00")));
-  uint32_t remaining = 22;
+  uint32_t remaining = 23;
   Summary list;
   EXPECT_EQ(QnSummary_LoadUNFO(odd, &list, &remaining), S_OK);
   EXPECT_EQ(list.Content(), u"9=a 0=c ");
   EXPECT_EQ(QnSummary_Load(odd, nullptr, &remaining), E_INVALIDARG);
+  EXPECT_EQ(QnSummary_Save(TestFile({}, GENERIC_READ), &list, &remaining), QN_E_FILE_WRITE);
+  EXPECT_EQ(remaining, 1);
 }
 
 TEST_F(SummaryFile, FindsOneText) {
+  SetAnsiCodePage(CP_UTF8);
   const Bytes before = Chunk("data", Bytes(3)) + List("UNFO", Chunk("1nam", Bytes(4)));
   const Bytes info = List("INFO", Chunk("2cmt", Hex("'no' 00")) + Chunk("1nam", Hex("'text' 00")));
   const Bytes all = before + info + List("INFO", Chunk("late", Hex("'x' 00")));
   TestFile file(all), cut(Bytes(all.begin(), all.begin() + ptrdiff_t(before.size() + info.size() - 4)));
+  TestFile pair(List("INFO", Chunk("1nam", Hex("'a' F0 9F 98 80 00"))));
   const auto whole = static_cast<uint32_t>(all.size());
   for (const auto& [what, id, size, budget, status, text] :
        {std::tuple(&file, "1nam", 9, -1, S_OK, u"text"),
         {&file, "1nam", 3, int(whole), S_OK, u"te"},
         {&file, "2cmt", 1, -1, S_OK, u""},
         {&file, "late", 9, -1, kMissing, u"?"},
-        {&file, "1nam", 9, int(before.size() + info.size()) - 2, kShort, u"?"},
+        {&file, "1nam", 9, int(before.size() + info.size()) - 2, S_OK, u"text"},
         {&file, "1nam", 0, -1, E_INVALIDARG, u"?"},
         {&cut, "1nam", 9, -1, kShort, u"?"},
-        {&cut, "late", 9, int(whole), kMissing, u"?"}}) {
+        {&cut, "late", 9, int(whole), kMissing, u"?"},
+        {&pair, "1nam", 3, -1, S_OK, u"a"},
+        {&pair, "1nam", 4, -1, S_OK, u"a\U0001F600"}}) {
     WCHAR buffer[9] = u"?";
     auto remaining = static_cast<uint32_t>(budget);
     EXPECT_EQ(QnSummary_GetStringFromFile(*what, RiffId(id), buffer, size, budget < 0 ? nullptr : &remaining),
@@ -188,11 +199,16 @@ TYPED_TEST(Display, SavesAndLoads) {
   EXPECT_EQ(save(saved, list, &written), S_OK);
   const Bytes disp = this->Disp(Hex("08 *3 'dib'"));
   EXPECT_EQ(std::tuple(saved.Content(), written), std::tuple(disp, disp.size()));
-  const Bytes other = this->Chunk("data", Bytes(5)) + this->Disp(Hex("07 *3 'x'"));
+  EXPECT_EQ(save(TestFile({}, GENERIC_READ), list, &written), QN_E_FILE_WRITE);
+  EXPECT_EQ(written, disp.size());
+  EXPECT_EQ(load(nullptr, std::make_unique<displist_List>().get(), nullptr), S_OK);
+  // The last chunk of the others is too small for its id.
+  const Bytes tail = this->Disp(Hex("07 *3 'x'"));
+  const Bytes other = this->Chunk("data", Bytes(5)) + tail + this->Disp(Hex("07 01"));
   for (const auto& [bytes, status, content] :
        {std::tuple(other + this->Disp(Hex("01 *3 'text'")) + disp, S_OK, "text|dib|"),
         {this->Disp(Hex("08 *3 ")), S_OK, "|"},
-        {disp + this->Disp(Hex("01 00")), kShort, "|"},
+        {disp + this->Disp(Hex("01 00")) + Bytes(2), kShort, "|"},
         {disp + Bytes(disp.begin(), disp.begin() + TypeParam::kHeader + 6), kShort, "|"}}) {
     for (bool bounded : {false, true}) {
       TestFile file(bytes);
@@ -205,14 +221,29 @@ TYPED_TEST(Display, SavesAndLoads) {
       displist_Free(list);
     }
   }
-  for (Bytes bytes = Hex("02 *3 08 *3 01 *3 'd' 05 *3 02 *3 'xy'"); !bytes.empty(); bytes.pop_back()) {
-    IStream* stream;
-    const auto size = static_cast<DWORD>(bytes.size());
-    ASSERT_EQ(QnCreateStreamFromMemory(bytes.data(), size, size, &stream, FALSE), S_OK);
-    EXPECT_EQ(displist_LoadFromStream(list, stream), size == 23 ? S_OK : kShort);
-    EXPECT_EQ(this->Content(list), size == 23 ? "|d|xy|" : "|||");
-    stream->Release();
+  // A budget that ends with the header: what the list has no use for need not be there.
+  for (const Bytes& bytes : {disp, Bytes(tail.begin(), tail.begin() + TypeParam::kHeader + 4)}) {
+    uint32_t budget = TypeParam::kHeader;
+    EXPECT_EQ(load(TestFile(bytes), list, &budget), S_OK);
+    EXPECT_EQ(std::tuple(this->Content(list), budget), std::tuple("|dib|", 0));
   }
+  const auto fromStream = [list](void* bytes, size_t size) {
+    IStream* stream;
+    QnCreateStreamFromMemory(bytes, DWORD(size), DWORD(size), &stream, FALSE);
+    const HRESULT status = displist_LoadFromStream(list, stream);
+    stream->Release();
+    return status;
+  };
+  for (Bytes bytes = Hex("02 *3 08 *3 01 *3 'd' 05 *3 02 *3 'xy'"); !bytes.empty(); bytes.pop_back()) {
+    const bool whole = bytes.size() == 23;
+    EXPECT_EQ(fromStream(bytes.data(), bytes.size()), whole ? S_OK : kShort);
+    EXPECT_EQ(this->Content(list), whole ? "|d|xy|" : "|||");
+  }
+  // Many items, the ids of the list among them.
+  std::vector<uint32_t> many = {600};
+  for (uint32_t i = 0; i < 600; ++i) many.insert(many.end(), {i, 0});
+  EXPECT_EQ(fromStream(many.data(), many.size() * 4), S_OK);
+  EXPECT_EQ(std::tuple(list->count, list->items[2].id, list->items[599].id), std::tuple(600, 5, 599));
   displist_Destroy(list);
 }
 
@@ -237,14 +268,10 @@ TEST(DisplayBitmap, IsTheFirstDibOfTheForm) {
   const Bytes picture = Hex("04 05 06 00 01 02 03 00"), swapped = Hex("01 02 03 00 04 05 06 00");
   const Bytes others = RiffShape::Chunk("data", Bytes(3)) + RiffShape::Chunk("DISP", Hex("01 *3 'text'")) +
                        RiffShape::Chunk("DISP", Hex("08")) + RiffShape::List("LIST", disp(masked));
-  EXPECT_EQ(Picture(RiffShape::Form(disp(masked), 12)), swapped);  // begins in the form
+  EXPECT_EQ(Picture(form(disp(masked))), swapped);
   EXPECT_EQ(Picture(form(others + disp(dib) + disp(masked))), picture);
-  std::vector<Bytes> bad = {form(others),
-                            form(disp({}) + disp(dib)),
-                            form(RiffShape::Chunk("DISP", Bytes(99))) + disp(dib),
-                            disp(dib),
-                            form(disp(dib)),
-                            form(disp(masked))};
+  std::vector<Bytes> bad = {form(others),    form(disp({}) + disp(dib)), form({}) + disp(dib), disp(dib),
+                            form(disp(dib)), form(disp(masked))};
   bad[4].pop_back();
   bad[5][64] = 5;  // a mask with a hole
   for (Bytes cut = dib; !cut.empty(); bad.push_back(form(disp(cut)))) cut.pop_back();
