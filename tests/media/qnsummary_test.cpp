@@ -268,10 +268,14 @@ TEST(DisplayBitmap, IsTheFirstDibOfTheForm) {
   const Bytes picture = Hex("04 05 06 00 01 02 03 00"), swapped = Hex("01 02 03 00 04 05 06 00");
   const Bytes others = RiffShape::Chunk("data", Bytes(3)) + RiffShape::Chunk("DISP", Hex("01 *3 'text'")) +
                        RiffShape::Chunk("DISP", Hex("08")) + RiffShape::List("LIST", disp(masked));
-  EXPECT_EQ(Picture(form(disp(masked))), swapped);
+  EXPECT_EQ(Picture(RiffShape::Form(disp(masked), 12)), swapped);  // begins in the form
   EXPECT_EQ(Picture(form(others + disp(dib) + disp(masked))), picture);
-  std::vector<Bytes> bad = {form(others),    form(disp({}) + disp(dib)), form({}) + disp(dib), disp(dib),
-                            form(disp(dib)), form(disp(masked))};
+  std::vector<Bytes> bad = {form(others),
+                            form(disp({}) + disp(dib)),
+                            form(RiffShape::Chunk("DISP", Bytes(99))) + disp(dib),
+                            disp(dib),
+                            form(disp(dib)),
+                            form(disp(masked))};
   bad[4].pop_back();
   bad[5][64] = 5;  // a mask with a hole
   for (Bytes cut = dib; !cut.empty(); bad.push_back(form(disp(cut)))) cut.pop_back();
