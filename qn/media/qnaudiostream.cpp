@@ -1,9 +1,9 @@
 // Opening and closing of audio streams, their position, formats and numbers.
 #include <algorithm>
 #include <cstdlib>
-#include <iterator>
 #include <limits>
 #include <memory>
+#include <type_traits>
 
 #include "qn/media/chunkio_internal.h"
 #include "qn/media/qnaudiostream_internal.h"
@@ -17,10 +17,18 @@ namespace {
 
 constexpr DWORD kHeaderBytes = 46;
 
+// False for a name that a record has no room for: cut, it would be that of another file.
+bool NameFits(const WCHAR* name) {
+  constexpr size_t kRoom = std::extent_v<decltype(QnAudioStreamRecord::path)>;
+  size_t length = 0;
+  while (length < kRoom && name[length] != 0) ++length;
+  return length < kRoom;
+}
+
+// Copies a name that fits, which may be the record's own.
 void CopyName(QnAudioStreamRecord* stream, const WCHAR* name) {
-  size_t i = 0;
-  for (; name[i] != 0 && i + 1 < std::size(stream->path); ++i) stream->path[i] = name[i];
-  stream->path[i] = 0;
+  for (WCHAR* to = stream->path; (*to++ = *name++) != 0;) {
+  }
 }
 
 bool FillStart(HANDLE file, uint64_t bytes) {
@@ -33,10 +41,9 @@ bool FillStart(HANDLE file, uint64_t bytes) {
   return true;
 }
 
-// The sample type of a format whose frames are what its type says; 0 for any other, since counts of frames
-// and of samples would not agree.
-QNSAMPLETYPE PlainType(const WAVEFORMATEX& format) {
-  const QNSAMPLETYPE type = QnAudio_GetSampleType(&format);
+// The sample type of a format if its frames are what the type says; else 0, since counts of frames and of
+// samples would not agree.
+QNSAMPLETYPE PlainType(const WAVEFORMATEX& format, QNSAMPLETYPE type) {
   const int frame = QnAudio_BytesFromSampleType(type) * format.nChannels;
   return frame != 0 && frame == format.nBlockAlign ? type : QNST_NONE;
 }
@@ -56,17 +63,17 @@ HRESULT OpenStreamFile(QnAudioStreamRecord* stream) {
   return S_OK;
 }
 
-// What follows when the file is open.
-HRESULT SetUp(QnAudioStreamRecord* stream, const WAVEFORMATEX& fileFormat, const WAVEFORMATEX& clientFormat,
-              const WAVEFORMATEX& thirdFormat) {
+// What follows when the file is open. The types are those of the formats, which may have been longer.
+HRESULT SetUp(QnAudioStreamRecord* stream, const WAVEFORMATEX& fileFormat, QNSAMPLETYPE fileType,
+              const WAVEFORMATEX& clientFormat, QNSAMPLETYPE clientType, const WAVEFORMATEX& thirdFormat) {
   if ((stream->flags & QNAUDIOSTREAM_CREATE) && !FillStart(stream->file, stream->dataOffset)) {
     return E_OUTOFMEMORY;
   }
   stream->fileFormat = fileFormat;
   stream->clientFormat = clientFormat;
   stream->thirdFormat = thirdFormat;
-  stream->fileType = PlainType(fileFormat);
-  stream->clientType = PlainType(clientFormat);
+  stream->fileType = PlainType(fileFormat, fileType);
+  stream->clientType = PlainType(clientFormat, clientType);
   stream->readCopy = QnAudio_GetCopyFunction2(stream->clientType, stream->fileType);
   stream->writeCopy = QnAudio_GetCopyFunction2(stream->fileType, stream->clientType);
   if (!stream->readCopy || !stream->writeCopy) return E_NOTIMPL;
@@ -132,6 +139,8 @@ HRESULT QnAudioStream_OpenFile(HQNAUDIOSTREAM* out, const WCHAR* name, DWORD dat
   if (!out) return E_INVALIDARG;
   *out = nullptr;
   if (!name || !fileFormat) return E_INVALIDARG;
+  if (!qn::NameFits(name)) return E_FAIL;
+  if (!clientFormat) clientFormat = fileFormat;
   HQNAUDIOSTREAM stream;
   HRESULT status = QnAudioStream_Allocate(&stream);
   if (status != S_OK) return status;
@@ -141,8 +150,8 @@ HRESULT QnAudioStream_OpenFile(HQNAUDIOSTREAM* out, const WCHAR* name, DWORD dat
   stream->length = length;
   status = qn::OpenStreamFile(stream);
   if (status == S_OK) {
-    status = qn::SetUp(stream, *fileFormat, clientFormat ? *clientFormat : *fileFormat,
-                       thirdFormat ? *thirdFormat : *fileFormat);
+    status = qn::SetUp(stream, *fileFormat, QnAudio_GetSampleType(fileFormat), *clientFormat,
+                       QnAudio_GetSampleType(clientFormat), thirdFormat ? *thirdFormat : *fileFormat);
   }
   if (status != S_OK) {
     QnAudioStream_Free(stream);
@@ -155,6 +164,7 @@ HRESULT QnAudioStream_OpenFile(HQNAUDIOSTREAM* out, const WCHAR* name, DWORD dat
 HRESULT QnAudioStream_Initialize(HQNAUDIOSTREAM stream, WAVEFORMATEX* format, const WCHAR* name,
                                  DWORD flags) {
   if (!stream || !format || !name) return E_INVALIDARG;
+  if (!qn::NameFits(name)) return E_FAIL;
   qn::CloseStreamFile(stream);
   uint64_t frames = 0;
   uint64_t dataOffset = qn::kHeaderBytes;
@@ -168,6 +178,8 @@ HRESULT QnAudioStream_Initialize(HQNAUDIOSTREAM stream, WAVEFORMATEX* format, co
   } else if (!(flags & QNAUDIOSTREAM_CREATE)) {
     return QN_E_FILE_OPEN;
   }
+  // Of 24 valid bits in 32 the caller's format says only 32: hosts rely on it, but the samples are not that.
+  const QNSAMPLETYPE type = QnAudio_GetSampleType(found ? found.get() : format);
   qn::CopyName(stream, name);
   stream->flags = flags;
   stream->dataOffset = dataOffset;
@@ -177,7 +189,7 @@ HRESULT QnAudioStream_Initialize(HQNAUDIOSTREAM stream, WAVEFORMATEX* format, co
   stream->conversionBuffer = nullptr;
   HRESULT status = qn::OpenStreamFile(stream);
   if (status != S_OK) return status;
-  status = qn::SetUp(stream, *format, *format, *format);
+  status = qn::SetUp(stream, *format, type, *format, type, *format);
   // The caller's record goes too; hosts rely on it and forget the stream.
   if (status != S_OK) QnAudioStream_Free(stream);
   return status;

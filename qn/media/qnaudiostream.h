@@ -36,7 +36,9 @@ QN_API HRESULT QnAudioStream_Allocate(HQNAUDIOSTREAM* out);
 
 // Opens an allocated stream on a file by its name. `*format` receives the file's format, which is also the
 // client's. With QNAUDIOSTREAM_CREATE and no file of that name `*format` is given, the length is 0 and the
-// first frame stands behind a header of 46 bytes. A file that the stream has open is closed first.
+// first frame stands behind a header of 46 bytes. The flag empties any file of that name, also one without a
+// format that can be read; on a wave file the stream keeps the old format, length and first frame, though the
+// frames are gone. A file that the stream has open is closed first.
 //   QN_E_FILE_UNSUPPORTED  the file is compressed
 //   QN_E_FILE_OPEN         there is no file with a format
 //   others                 as QnAudioStream_OpenFile. After a failure behind the opening of the file the
@@ -48,7 +50,7 @@ QN_API HRESULT QnAudioStream_Initialize(HQNAUDIOSTREAM stream, WAVEFORMATEX* for
 // A new stream in `*out`, null on failure. `dataOffset` is the byte offset of the first frame, `length` the
 // frames; null client and third formats are the file's. A file that is created gets `dataOffset` zero bytes.
 //   E_INVALIDARG   a file to be created with a low nibble of 1
-//   E_FAIL         the file could not be opened
+//   E_FAIL         the file could not be opened, or the name is longer than 259 characters
 //   E_NOTIMPL      no copy function leads between the formats, or a format's block align is not that of its
 //                  channels and sample type
 //   E_OUTOFMEMORY  no memory, or the zero bytes could not be written
@@ -63,7 +65,8 @@ QN_API HRESULT QnAudioStream_Free(HQNAUDIOSTREAM stream);
 // Closes the file (and deletes it, if that is its flag) but keeps the stream. E_FAIL for null.
 QN_API HRESULT QnAudioStream_CloseFiles(HQNAUDIOSTREAM stream);
 
-// QnAudioStream_Initialize with the stored name and flags.
+// QnAudioStream_Initialize with the stored name and flags. With QNAUDIOSTREAM_CREATE among them the file is
+// made anew, and what was in it is lost.
 QN_API HRESULT QnAudioStream_ReopenFiles(HQNAUDIOSTREAM stream);
 
 // Makes a temporary WAV file in the library's folder of `frames` frames of `source` from `start` on, of at
@@ -90,12 +93,15 @@ QN_API HRESULT QnAudioStream_GetLength(HQNAUDIOSTREAM stream, ULONGLONG* length)
 QN_API HRESULT QnAudioStream_SetLength(HQNAUDIOSTREAM stream, ULONGLONG length, ULONGLONG* result);
 
 // Appends silence up to `frames` frames, position kept; or shrinks the length, with the position at the new
-// end, and has the peak object cut its peaks and take the end of the audio again.
+// end, and has the peak object cut its peaks and take the end of the audio again, in the file's type. The
+// bytes in the file stay as they are. E_NOTIMPL when that end is due and the file has other channels than the
+// client.
 QN_API HRESULT QnAudioStream_SetSize(HQNAUDIOSTREAM stream, ULONGLONG frames);
 
 // Removes `count` frames from `start` on, or -count frames before `start`, and moves the rest down. The
 // length is one frame more than what is left; hosts rely on it. The position is not kept. 1 with nothing done
-// for a start beyond the length; a failure halfway leaves the length.
+// for a start beyond the length; E_NOTIMPL, also with nothing done, when the file has other channels than the
+// client; a failure halfway leaves the length.
 QN_API HRESULT QnAudioStream_Delete(HQNAUDIOSTREAM stream, LONGLONG start, LONGLONG count);
 
 // Reads up to `frames` frames at the position and moves it on. `*read` (may be null) becomes how many came.
@@ -116,7 +122,8 @@ QN_API HRESULT QnAudioStream_OpenWrite(HQNAUDIOSTREAM stream, LONGLONG start, LO
 QN_API HRESULT QnAudioStream_CloseWrite(HQNAUDIOSTREAM stream);
 
 // Read and write one channel, numbered from 0, with `buffer` holding the samples of that channel alone. The
-// other channels stay as they are, and are silent behind the length. `read` is needed, `written` may be null.
+// other channels stay as they are, and are silent behind the length. They are read and written in `type` too:
+// one narrower than the file's cuts them to its bits. `read` is needed, `written` may be null.
 // E_FAIL for a null stream, E_INVALIDARG for a channel that the client format has not.
 QN_API HRESULT QnAudioStream_ReadChannelEx(HQNAUDIOSTREAM stream, DWORD channel, void* buffer, DWORD frames,
                                            DWORD* read, QNSAMPLETYPE type);
@@ -152,7 +159,8 @@ QN_API HRESULT QnAudioStream_PrestoChangoChannels(HQNAUDIOSTREAM stream, DWORD c
 // Does nothing: E_NOTIMPL. Hosts rely on it.
 QN_API HRESULT QnAudioStream_Undo(HQNAUDIOSTREAM stream);
 
-// A locked block for `frames` frames of the client format, or null; Free releases it and gives null.
+// A locked block for `frames` frames of the client format, or null; Free releases it, also one from the pool,
+// and gives null.
 QN_API void* QnAudioStream_AllocBuffer(HQNAUDIOSTREAM stream, DWORD frames);
 QN_API void* QnAudioStream_FreeBuffer(HQNAUDIOSTREAM stream, void* buffer);
 

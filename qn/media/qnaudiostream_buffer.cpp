@@ -16,7 +16,10 @@ void* QnAudioStream_AllocBuffer(HQNAUDIOSTREAM stream, DWORD frames) {
   return buffer;
 }
 
-void* QnAudioStream_FreeBuffer(HQNAUDIOSTREAM, void* buffer) {
+void* QnAudioStream_FreeBuffer(HQNAUDIOSTREAM stream, void* buffer) {
+  // A block from the pool leaves it, or it would be freed again with the stream.
+  void* const none = nullptr;
+  if (stream) std::replace(std::begin(stream->buffers), std::end(stream->buffers), buffer, none);
   if (const HGLOBAL block = buffer ? GlobalHandle(buffer) : nullptr) {
     GlobalUnlock(block);
     GlobalFree(block);
@@ -33,7 +36,7 @@ void* QnAudioStream_GetBuffer(HQNAUDIOSTREAM stream, DWORD frames) {
 void* QnAudioStream_ReleaseBuffer(HQNAUDIOSTREAM stream, void* buffer) {
   if (!stream || !buffer) return buffer;
   void** const slot = std::find(std::begin(stream->buffers), std::end(stream->buffers), buffer);
-  return slot == std::end(stream->buffers) ? buffer : *slot = QnAudioStream_FreeBuffer(stream, buffer);
+  return slot == std::end(stream->buffers) ? buffer : QnAudioStream_FreeBuffer(stream, buffer);
 }
 
 HRESULT QnAudioStream_GetBuffers(HQNAUDIOSTREAM stream, void** out, DWORD count, DWORD frames, QNSAMPLETYPE) {

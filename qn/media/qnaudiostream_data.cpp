@@ -48,7 +48,7 @@ class Passes {
     if (!buffer_) return from;
     // A client of fewer channels does not fill the frames.
     if (stream_.clientFormat.nChannels < stream_.fileFormat.nChannels) {
-      std::memset(buffer_, 0, size_t{frames} * stream_.fileFormat.nBlockAlign);
+      std::memset(buffer_, SilenceByte(stream_.fileType), size_t{frames} * stream_.fileFormat.nBlockAlign);
     }
     copy_(buffer_, from, Samples(frames), 1.0f);
     return buffer_;
@@ -268,6 +268,8 @@ HRESULT CopyThrough(HQNAUDIOSTREAM source, HQNAUDIOSTREAM target, void* buffer, 
   HRESULT status = QnAudioStream_ReadEx(source, from, frames, read, QNST_NONE);
   if (status == S_OK) {
     const QNCOPYFUNCTION copy = QnAudio_GetCopyFunction2(target->clientType, source->clientType);
+    // The write goes on without a copy; hosts rely on it.
+    if (!copy) std::memset(buffer, 0, size_t{*read} * target->clientFormat.nBlockAlign);
     constexpr DWORD kStep = 0x4000;  // frames of which the samples can be counted
     for (DWORD done = 0; copy && done < *read; done += std::min(kStep, *read - done)) {
       copy(static_cast<uint8_t*>(buffer) + size_t{done} * target->clientFormat.nBlockAlign,

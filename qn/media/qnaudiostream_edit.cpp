@@ -21,25 +21,30 @@ Block NewBlock(uint64_t bytes) {
   return Block(new (std::nothrow) uint8_t[bytes]);
 }
 
+// False where a frame in the file's type is not as it stands in the file, so that none can be moved: the
+// client has other channels, or there are no formats.
+bool HasFileFrames(const QnAudioStreamRecord& stream) {
+  return stream.fileFormat.nChannels == stream.clientFormat.nChannels &&
+         FrameBytes(stream, stream.fileType) != 0;
+}
+
 HRESULT Grow(QnAudioStreamRecord* stream, uint64_t frames) {
-  constexpr uint64_t kEnd = std::numeric_limits<int64_t>::max();
-  const uint32_t frameBytes = FrameBytes(*stream, stream->writeType);
-  if (frameBytes == 0) return E_UNEXPECTED;
-  if (frames > (kEnd - stream->dataOffset) / stream->fileFormat.nBlockAlign) return kSeekFault;
   void* const buffer = QnAudioStream_GetBuffer(stream, stream->bufferFrames);
   if (!buffer) return E_OUTOFMEMORY;
   // Silence of the type that is written, of which a buffer may hold fewer frames.
   std::memset(buffer, SilenceByte(stream->writeType ? stream->writeType : stream->clientType),
               stream->bufferBytes);
-  const uint32_t most = std::min(stream->bufferFrames, stream->bufferBytes / frameBytes);
+  const uint32_t frameBytes = FrameBytes(*stream, stream->writeType);
+  const uint32_t most = frameBytes ? std::min(stream->bufferFrames, stream->bufferBytes / frameBytes) : 0;
+  // A length that no file can have is not to fill the disk first.
+  HRESULT status = !SeekFrame(*stream, frames) ? kSeekFault : most == 0 ? E_UNEXPECTED : S_OK;
 
   const ULONGLONG position = std::exchange(stream->position, stream->length);
-  HRESULT status = S_OK;
-  for (bool full = true; full && stream->position < frames;) {
+  for (bool full = status == S_OK; full && stream->position < frames;) {
     const auto count = static_cast<DWORD>(std::min<uint64_t>(most, frames - stream->position));
     DWORD written;
     status = QnAudioStream_Write(stream, buffer, count, &written);
-    full = status == S_OK && written == count && count > 0;
+    full = status == S_OK && written == count;
   }
   stream->position = position;
   QnAudioStream_ReleaseBuffer(stream, buffer);
@@ -58,15 +63,17 @@ HRESULT Shrink(QnAudioStreamRecord* stream, uint64_t frames) {
   constexpr size_t kFramesPerPeak = 6;  // its field in the header of a peak file
   const auto count = static_cast<DWORD>(std::min<uint64_t>(header[kFramesPerPeak], frames));
   if (count == 0) return S_OK;
-  // Writing the end once more builds the last block of the peaks anew, which covers fewer frames now.
-  const Block block = NewBlock(uint64_t{count} * stream->clientFormat.nBlockAlign);
+  // Writing the end once more builds the last block of the peaks anew, which covers fewer frames now. It goes
+  // in the file's type, which leaves the file as it is.
+  if (!HasFileFrames(*stream)) return E_NOTIMPL;
+  const Block block = NewBlock(uint64_t{count} * stream->fileFormat.nBlockAlign);
   if (!block) return E_OUTOFMEMORY;
   stream->position = frames - count;
   DWORD got;
-  HRESULT status = QnAudioStream_ReadEx(stream, block.get(), count, &got, QNST_NONE);
+  HRESULT status = QnAudioStream_ReadEx(stream, block.get(), count, &got, stream->fileType);
   if (status == S_OK) {
     stream->position = frames - count;
-    status = QnAudioStream_WriteEx(stream, block.get(), got, nullptr, QNST_NONE);
+    status = QnAudioStream_WriteEx(stream, block.get(), got, nullptr, stream->fileType);
   }
   stream->position = frames;
   return status;
@@ -151,13 +158,10 @@ HRESULT QnAudioStream_Delete(HQNAUDIOSTREAM stream, LONGLONG start, LONGLONG cou
     removed = 0 - removed;
   }
   if (to > stream->length) return S_FALSE;
-  // A caller's frame may be wider than the file's: the block must hold either.
-  const uint32_t frameBytes =
-      std::max<uint32_t>(stream->fileFormat.nBlockAlign, qn::FrameBytes(*stream, stream->fileType));
-  if (frameBytes == 0) return E_UNEXPECTED;
+  if (!qn::HasFileFrames(*stream)) return E_NOTIMPL;
   const qn::Block block = qn::NewBlock(qn::kStreamBufferBytes);
   if (!block) return E_OUTOFMEMORY;
-  const uint32_t most = qn::kStreamBufferBytes / frameBytes;
+  const uint32_t most = qn::kStreamBufferBytes / stream->fileFormat.nBlockAlign;
 
   for (uint64_t from = to + std::min(removed, stream->length - to); from < stream->length;) {
     DWORD got;
@@ -197,6 +201,8 @@ HRESULT QnAudioStream_Clone(HQNAUDIOSTREAM source, HQNAUDIOSTREAM target, WAVEFO
   if (!source || !target || !format || source == target) return E_INVALIDARG;
   *format = source->fileFormat;
   QnAudio_FixBadWfx(format);
+  // The format of a stream opened by name does not say this type, and the header has to.
+  if (source->fileType == QNST_PCM24IN32) format->wFormatTag = QNWAVETAG_UNPACKED;
   const uint32_t frameBytes = qn::FrameBytes(*source, source->fileType);
   if (frameBytes == 0 || format->nBlockAlign == 0) return E_INVALIDARG;
 
@@ -206,6 +212,16 @@ HRESULT QnAudioStream_Clone(HQNAUDIOSTREAM source, HQNAUDIOSTREAM target, WAVEFO
   target->flags = source->flags;
   target->dataOffset = 46;
   target->position = 0;
+  // What an earlier file has left does not fit this one, and must not be read with.
+  target->length = 0;
+  target->clientFormat = {};
+  target->thirdFormat = {};
+  target->fileType = QNST_NONE;
+  target->clientType = QNST_NONE;
+  target->readCopy = nullptr;
+  target->writeCopy = nullptr;
+  target->bufferBytes = 0;
+  target->bufferFrames = 0;
   target->conversionFrames = 0;
   target->conversionBuffer = nullptr;
   if (qn::ForbidsWrites(target->flags)) {

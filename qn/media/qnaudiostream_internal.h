@@ -27,7 +27,7 @@ struct QnAudioStreamRecord {
   DWORD conversionFrames;
   void* conversionBuffer;  // belongs to the open file: without one it is not to be looked at
   QNSAMPLETYPE writeType;
-  // Kept because 18 bytes do not tell the type of an extensible format.
+  // Kept because 18 bytes do not tell the type of an extensible format, of a file or of the caller's.
   QNSAMPLETYPE fileType;
   QNSAMPLETYPE clientType;
 };

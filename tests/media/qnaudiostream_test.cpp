@@ -53,7 +53,8 @@ LONGLONG At(HQNAUDIOSTREAM stream) {
 // kind.
 TEST(QnAudioStream, KeepsToAModel) {
   auto& random = Random();
-  for (const auto& [fileBits, clientBits] : {std::pair(16, 16), {16, 32}, {24, 16}, {32, 24}, {24, 24}}) {
+  for (const auto& [fileBits, clientBits] :
+       {std::pair(16, 16), {16, 8}, {16, 32}, {24, 16}, {32, 24}, {24, 24}}) {
     TestFile file(Bytes(100, 0xEE));
     WAVEFORMATEX inFile = MakeFormat(1, 2, 44100, fileBits), client = MakeFormat(1, 2, 44100, clientBits);
     HQNAUDIOSTREAM stream;
@@ -159,15 +160,25 @@ TEST(QnAudioStream, OddEndsThatHostsRelyOn) {
     EXPECT_EQ(length, left);
   }
   void* blocks[9];
+  EXPECT_EQ(QnAudioStream_FreeBuffer(stream, QnAudioStream_GetBuffer(stream, 5)), nullptr);
   EXPECT_EQ(QnAudioStream_GetBuffers(stream, blocks, 9, 5, QNST_NONE), E_OUTOFMEMORY);
+  EXPECT_NE(blocks[7], nullptr);
+  EXPECT_EQ(QnAudioStream_SetSize(stream, ~0ull), E_OUTOFMEMORY);
   EXPECT_EQ(QnAudioStream_ReleaseBuffers(stream, blocks, 9), 1);
+  EXPECT_EQ(QnAudioStream_SetSize(stream, ~0ull), kSeekFault);
   void* const own = QnAudioStream_AllocBuffer(stream, 5);
   EXPECT_EQ(QnAudioStream_ReleaseBuffer(stream, own), own);
   EXPECT_EQ(QnAudioStream_FreeBuffer(stream, own), nullptr);
 
+  // A stream that was open on other frames has nothing left of them to work with.
   HQNAUDIOSTREAM clone;
-  QnAudioStream_Allocate(&clone);
+  ASSERT_EQ(QnAudioStream_OpenFile(&clone, file.Path(), 0, 9, &format, nullptr, nullptr, 3), S_OK);
   EXPECT_EQ(QnAudioStream_Clone(stream, clone, &format, 1, 99), S_OK);
+  QnAudioStream_GetLength(clone, &length);
+  EXPECT_EQ(std::tuple(length, QnAudioStream_GetMetric(clone, 1), QnAudioStream_GetMetric(clone, 2)),
+            std::tuple(0, 0, 0));
+  QnAudioStream_SetLength(clone, 9, nullptr);
+  EXPECT_EQ(QnAudioStream_Read(clone, got.data(), 9, &count), E_UNEXPECTED);
   EXPECT_EQ(QnAudioStream_ReopenFiles(clone), S_OK);
   QnAudioStream_GetLength(clone, &length);
   EXPECT_EQ(length, 11u);
@@ -179,7 +190,28 @@ TEST(QnAudioStream, OddEndsThatHostsRelyOn) {
   EXPECT_EQ(QnAudioStream_Close(stream), S_OK);
   EXPECT_FALSE(std::filesystem::exists(file.Native()));
 
+  // Frames of other channels than the client's: none can be moved, and a write fills them with silence.
   TestFile other(samples);
+  WAVEFORMATEX inFile = MakeFormat(1, 2, 8000, 8), client = MakeFormat(1, 1, 8000, 16);
+  ASSERT_EQ(QnAudioStream_OpenFile(&stream, other.Path(), 0, 5, &inFile, &client, nullptr, 3), S_OK);
+  FakePeak peak;
+  QnAudioStream_SetPeak(stream, &peak);
+  EXPECT_EQ(QnAudioStream_SetSize(stream, 3), E_NOTIMPL);
+  EXPECT_EQ(QnAudioStream_Delete(stream, 0, 1), E_NOTIMPL);
+  EXPECT_EQ(other.Content(), samples);
+  EXPECT_EQ(QnAudioStream_Write(stream, Bytes(4).data(), 2, nullptr), S_OK);
+  EXPECT_EQ(other.Content(), Bytes(samples.begin(), samples.begin() + 6) + Bytes(4, 0x80));
+  QnAudioStream_Close(stream);
+
+  std::u16string name = other.Path();
+  for (const auto& [size, status] : {std::pair(259u, S_OK), {260u, E_FAIL}}) {
+    name.insert(name.rfind(u'\\'), size - name.size(), u'\\');
+    EXPECT_EQ(QnAudioStream_OpenFile(&stream, name.c_str(), 0, 9, &format, nullptr, nullptr, 3), status);
+    QnAudioStream_Close(stream);
+    QnAudioStream_Allocate(&stream);
+    EXPECT_EQ(QnAudioStream_Initialize(stream, &format, name.c_str(), 0x10003), status);
+    EXPECT_EQ(QnAudioStream_Close(stream), S_OK);
+  }
   ASSERT_EQ(QnAudioStream_OpenFile(&stream, other.Path(), 0, 10, &format, nullptr, nullptr, 1), S_OK);
   EXPECT_EQ(QnAudioStream_SetSize(stream, 3), kDenied);
   EXPECT_EQ(QnAudioStream_CloseFiles(stream), S_OK);
@@ -189,7 +221,7 @@ TEST(QnAudioStream, OddEndsThatHostsRelyOn) {
   EXPECT_EQ(QnAudioStream_Free(stream), S_OK);
 
   // A closed stream that converts: its buffer is gone with the file.
-  WAVEFORMATEX client = MakeFormat(3, 1, 8000, 32);
+  client = MakeFormat(3, 1, 8000, 32);
   ASSERT_EQ(QnAudioStream_OpenFile(&stream, other.Path(), 0, 46, &format, &client, nullptr, 0x40000), S_OK);
   std::vector<float> floats(50);
   EXPECT_EQ(QnAudioStream_Read(stream, floats.data(), 50, &count), S_OK);
@@ -201,6 +233,37 @@ TEST(QnAudioStream, OddEndsThatHostsRelyOn) {
   EXPECT_EQ(QnAudioStream_CloseFiles(stream), S_OK);
   EXPECT_EQ(QnAudioStream_Read(stream, floats.data(), 50, &count, 0, QNST_NONE), kSeekFault);
   EXPECT_EQ(QnAudioStream_Free(stream), S_OK);
+}
+
+TEST(QnAudioStream, KnowsTypesThatAPlainFormatDoesNotSay) {
+  WAVEFORMATEXTENSIBLE record{MakeFormat(0xFFFE, 1, 8000, 32), {24}, 0, KSDATAFORMAT_SUBTYPE_PCM};
+  record.Format.cbSize = 22;
+  TestFile file(RiffShape::Form(RiffShape::Chunk("fmt ", BytesOf(record)) +
+                                RiffShape::Chunk("data", Le(0x400000, 4) + Bytes(400, 0xFF))));
+  WAVEFORMATEX format, other = MakeFormat(QNWAVETAG_BIGENDIAN, 1, 8000, 16);
+  HQNAUDIOSTREAM named, given, clone;
+  QnAudioStream_Allocate(&named);
+  ASSERT_EQ(QnAudioStream_Initialize(named, &format, file.Path(), 0x20003), S_OK);
+  EXPECT_EQ(BytesOf(format), BytesOf(MakeFormat(1, 1, 8000, 32)));
+  ASSERT_EQ(QnAudioStream_OpenFile(&given, file.Path(), 68, 101, &record.Format, nullptr, nullptr, 3), S_OK);
+  QnAudioStream_Allocate(&clone);
+  ASSERT_EQ(QnAudioStream_Clone(named, clone, &format, 0, 9), S_OK);
+  float sample = 0;
+  DWORD count;
+  EXPECT_EQ(QnAudioStream_ReopenFiles(clone), S_OK);
+  for (const auto stream : {named, given, clone}) {
+    EXPECT_EQ(QnAudioStream_Read(stream, &sample, 1, &count, 0, QNST_FLOAT32), S_OK);
+    EXPECT_EQ(sample, 0.5f);
+  }
+  EXPECT_EQ(QnAudioStream_Close(clone), S_OK);
+
+  // No copy leads to the other type: nothing is written, not what lies in memory.
+  TestFile target;
+  ASSERT_EQ(QnAudioStream_OpenFile(&clone, target.Path(), 0, 0, &other, nullptr, nullptr, 0x10000), S_OK);
+  QnAudioStream_FreeBuffer(clone, std::memset(QnAudioStream_GetBuffer(clone, 99), 0xEE, 198));
+  EXPECT_EQ(QnAudioStream_CopyTo(given, clone, 99, &count, nullptr), S_OK);
+  EXPECT_EQ(target.Content(), Bytes(198));
+  for (const auto stream : {named, given, clone}) QnAudioStream_Close(stream);
 }
 
 }  // namespace
