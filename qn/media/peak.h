@@ -62,9 +62,10 @@ struct IQnAudioPeak : IUnknown {
   virtual HRESULT Build(DWORD flags, IQnAudioPeakProgress* progress) = 0;
 
   // Audio has been written to the media: `frames` frames of `type` (0: the source's type) from `start` on.
+  // Brings the blocks of the peak file up to date. It may read from the media. QN_E_FILE_WRITE.
   virtual HRESULT WriteAudio(const void* buffer, LONGLONG start, DWORD frames, QNSAMPLETYPE type) = 0;
 
-  // The media was cut to `frames` frames.
+  // The media was cut to `frames` frames. E_FAIL for a peak file that is not to be changed.
   virtual HRESULT Truncate(LONGLONG frames) = 0;
 
   virtual HRESULT Sync(DWORD reserved) = 0;
@@ -76,11 +77,26 @@ struct IQnAudioPeak : IUnknown {
   virtual HRESULT SetKeepOpen(DWORD keepOpen, LONG openNow) = 0;
   virtual HRESULT GetInfo(DWORD* sourceType, DWORD* framesPerPeak, DWORD* peakType, DWORD* memFramesPerPeak,
                           DWORD* memPeakType) = 0;
+
+  // Requests: for each of `pixels` equal parts of the `frames` frames from `start` on, the minimum and the
+  // maximum of each channel of the source, as `type`, packed in `out`; `*got` becomes the pixels that were
+  // stored. They come from the table in memory, the peak file or the audio, whichever is the coarsest that is
+  // fine enough. With no more frames than pixels each sample is a pixel. Fewer pixels come where the peaks
+  // end. E_FAIL when there is no peak file, or no block where the request begins, E_UNEXPECTED for another
+  // `type`, E_INVALIDARG for audio of no sample type, or what the reader failed with; 1 when the peak file
+  // has nothing yet. GetPeaks is GetPeaksEx for QNST_PCM16.
   virtual HRESULT GetPeaks(LONGLONG start, LONGLONG frames, void* out, LONG pixels, DWORD* got) = 0;
   virtual HRESULT GetPeaksEx(LONGLONG start, LONGLONG frames, QNSAMPLETYPE type, void* out, LONG pixels,
                              DWORD* got) = 0;
+
+  // The same with `framesPerPixel` frames for each pixel and `start` rounded down to a multiple of them: the
+  // columns of a display that scrolls stay on one grid. E_INVALIDARG for less than a frame or a pixel count
+  // below 0.
   virtual HRESULT GetPeaksAligned(LONGLONG start, LONGLONG framesPerPixel, QNSAMPLETYPE type, void* out,
                                   LONG pixels, DWORD* got) = 0;
+
+  // Up to `frames` frames from `start` on, converted to `type` (0: the source's); `*got` becomes how many
+  // came. E_INVALIDARG when the types have no conversion.
   virtual HRESULT ReadSamples(LONGLONG start, DWORD type, void* out, DWORD frames, DWORD* got) = 0;
   virtual HRESULT NotImplemented() = 0;
   virtual HRESULT UpdateHeader() = 0;
@@ -153,6 +169,52 @@ QN_API QNAUDIOPEAKRESAMPLEFUNCTION QnAudioPeak_GetPeakResampleFunction(DWORD typ
 // `dstCount`.
 QN_API HRESULT QnAudioPeak_Resample(DWORD type, void* out, LONG srcCount, LONG dstCount, DWORD phase,
                                     const void* in, DWORD blocks, DWORD channels);
+
+// What a peak object is created with.
+constexpr LONG QNAUDIOPEAK_READONLY = 0x01;    // the peak file is not to be changed
+constexpr LONG QNAUDIOPEAK_ALWAYSTEMP = 0x02;  // a temporary peak file, deleted with the object
+constexpr LONG QNAUDIOPEAK_TEMPFALLBACK =
+    0x04;                                      // without ALWAYSTEMP: the file beside the media if it is there
+constexpr LONG QNAUDIOPEAK_SHAREWRITE = 0x10;  // with READONLY: others may write the peak file meanwhile
+constexpr LONG QNAUDIOPEAK_HIDDEN = 0x20;      // a new peak file is hidden
+constexpr LONG QNAUDIOPEAK_THREADSAFE = 0x40;  // GetPeaksEx may run beside a writer
+constexpr LONG QNAUDIOPEAK_MEMORYONLY = INT32_MIN;  // no peak file at all
+
+// For Build.
+constexpr DWORD QNAUDIOPEAK_BUILD_16BIT = 0x00000001;           // 16-bit peaks, else 8-bit ones
+constexpr DWORD QNAUDIOPEAK_BUILD_PROGRESSFRAMES = 0x00000002;  // progress in frames, else in ten-thousandths
+constexpr DWORD QNAUDIOPEAK_BUILD_KEEPCANCELLED = 0x00000004;  // a cancelled file is kept, which is a success
+constexpr DWORD QNAUDIOPEAK_BUILD_REFINE = 0x20000000;         // with 16BIT: an 8-bit file is rebuilt
+constexpr DWORD QNAUDIOPEAK_BUILD_DISCARD = 0x40000000;        // a cancelled file is useless
+constexpr DWORD QNAUDIOPEAK_BUILD_FORCE = 0x80000000;          // whatever there is, rebuild
+
+// What Build gives for a file that was valid: a success.
+constexpr HRESULT QN_S_PEAKS_VALID = MakeStatus(0x0004E00F);
+
+// Makes a peak object for a media file.
+//   reader          the audio, which stays the caller's and has to live as long as the object; null: a wave
+//                   file reader for `mediaName`, which is the object's own
+//   tempFolder      where temporary peak files go; null: the system's folder for them
+//   framesPerPeak   the resolution of a new peak file, 64 to 0x1000000; anything else: 256
+//   memFramesPerPeak  the resolution of the table in memory; below 64 or too large: 2048, negative: no table
+//   flags           QNAUDIOPEAK_*
+// Returns 0 for a valid peak file, which stays open, and 1 when the caller has to call Build. On failure
+// `*out` is null: QN_E_FILE_OPEN when there is no readable audio, E_OUTOFMEMORY.
+QN_API HRESULT QnAudioPeak_CreateInstance(IQnAudioPeak** out, CQnAudioPeakStreamReader* reader,
+                                          const WCHAR* mediaName, const WCHAR* tempFolder,
+                                          DWORD framesPerPeak, DWORD memFramesPerPeak, LONG flags);
+
+// The same for audio in memory, `frames` frames of `format` at `data`, which stay the caller's and have to
+// live as long as the object; they are not used with a `reader`. There is no peak file; `framesPerPeak` is
+// the resolution of the table in memory, which Build makes.
+QN_API HRESULT QnAudioPeak_CreateMemoryInstance(IQnAudioPeak** out, CQnAudioPeakStreamReader* reader,
+                                                const WAVEFORMATEX* format, const void* data, LONGLONG frames,
+                                                DWORD framesPerPeak, LONG flags);
+
+// The media has got a new name: tells the reader, and moves the peak file to the name that goes with it. The
+// readers of wave files and memory do not take new names (E_NOTIMPL), so this needs a reader of the host's
+// own. QN_E_FILE_WRITE when the file cannot be moved; the old name stays then.
+QN_API HRESULT QnAudioPeak_HandleMediaRename(IQnAudioPeak* peak, const WCHAR* newName);
 
 // Makes a reader of a WAV, Wave64 or AIFF file. The file is looked at now and opened by Open. A reader is for
 // one thread at a time. Without a seek between them, reads go on where the file stands: the first one after
