@@ -48,10 +48,11 @@ else
   exit 1
 fi
 
-say "A picture"
-ffmpeg -v error -y -i demo/damaged.wav -filter_complex '
-  color=white:s=1000x240[paper];
-  [0:a]showwavespic=s=1000x240:scale=sqrt:draw=full:colors=0x2060A0,format=rgba[wave];
-  [paper][wave]overlay=shortest=1,format=rgb24' -frames:v 1 demo/waveform.png
-echo "demo/waveform.png  the repaired recording's waveform"
+say "Its peaks, for editors to draw from, and its picture"
+mv demo/damaged.wav demo/repaired.wav
+step peaks demo/repaired.wav
+step draw --force --rms demo/repaired.wav demo/waveform.png
+
+say "All that was made"
 ls -l demo | awk 'NR > 1 {printf "%-30s %10d bytes\n", "demo/" $NF, $5}'
+echo "The waveform of the recording: $PWD/demo/waveform.png"

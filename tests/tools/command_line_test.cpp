@@ -12,7 +12,7 @@ namespace {
 TEST(CommandLine, HelpTellsEveryCommandAndItsOptions) {
   const ToolRun overview = Qnwave({"--help"});
   EXPECT_EQ(overview.exit, 0);
-  for (const char* command : {"info", "convert", "cut", "join", "split", "repair", "tags"}) {
+  for (const char* command : {"info", "convert", "cut", "join", "split", "repair", "tags", "peaks", "draw"}) {
     EXPECT_NE(overview.out.find(command), std::string::npos) << command;
     const ToolRun help = Qnwave({command, "--help"});
     EXPECT_EQ(help.exit, 0);

@@ -18,5 +18,7 @@ extern const Command kJoinCommand;
 extern const Command kSplitCommand;
 extern const Command kRepairCommand;
 extern const Command kTagsCommand;
+extern const Command kPeaksCommand;
+extern const Command kDrawCommand;
 
 }  // namespace qnwave

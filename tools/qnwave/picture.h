@@ -1,0 +1,39 @@
+// The picture of a waveform: title, one lane a channel, levels beside them, the time ruler below.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "qn/text/qntimetext.h"
+#include "tools/qnwave/canvas.h"
+#include "tools/qnwave/theme.h"
+#include "tools/qnwave/waveform.h"
+
+namespace qnwave {
+
+struct PictureStyle {
+  const Theme* theme = nullptr;
+  bool inDecibels = false;
+  _qnposfmt format = {};  // of the ruler, at the audio's rate
+};
+
+// What stands in the title.
+struct PictureText {
+  std::string title;
+  std::string details;
+  std::vector<std::string> laneNames;  // may be empty texts
+};
+
+// The units of a picture that the lanes do not get, and what a lane needs at least.
+constexpr double kMarginLeft = 54;
+constexpr double kMarginRight = 18;
+constexpr double kMarginTop = 56;
+constexpr double kMarginBottom = 36;
+constexpr double kLaneGap = 8;
+constexpr double kLeastLaneHeight = 16;
+constexpr double kLeastLaneWidth = 120;
+
+void DrawPicture(Canvas* canvas, const Waveform& waveform, const WaveformRequest& request,
+                 const PictureStyle& style, const PictureText& text);
+
+}  // namespace qnwave
