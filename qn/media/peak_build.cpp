@@ -132,9 +132,9 @@ HRESULT CQnAudioPeak::Build(DWORD flags, IQnAudioPeakProgress* progress) {
     if (FAILED(status)) return status;
   }
   if (memFramesPerPeak_ >= 0) {
-    // A file that is good is not spoilt by a table that would be too long, as for some hours of audio.
+    // A table that would be too long is a failure although the file is good: hosts rely on it.
     const HRESULT tableStatus = BuildMemoryTable(isForced);
-    if (memoryOnly_ && FAILED(tableStatus)) status = tableStatus;
+    if (FAILED(tableStatus)) status = tableStatus;
   }
   CloseUnlessKept();
   return status;

@@ -53,17 +53,16 @@ struct FrameRanges final : PixelRanges {
 };
 
 // Pixels on a fixed grid of frames, as the resample kernel cuts them: again a pixel takes the block that its
-// end lies in. A block that the first pixel begins within belongs to the one before, which the kernel would
-// make a pixel of its own.
+// end lies in. Where the first block begins in front of the request, what it has of the column before comes
+// first, and the columns stand one place later; hosts rely on that.
 struct GridRanges final : PixelRanges {
   uint64_t Start(uint64_t pixel) const {
-    const uint64_t frame = start + pixel * framesPerPixel;
-    return pixel == 0 && frame % framesPerPeak == 0 ? frame / framesPerPeak : frame / framesPerPeak + 1;
+    return first + (pixel ? (pixel * framesPerPixel - phase) / framesPerPeak + 1 : 0);
   }
   BlockRange At(uint64_t pixel) const override {
     return {std::min(Start(pixel), lastBlock), std::min(Start(pixel + 1), lastBlock + 1)};
   }
-  uint64_t start, framesPerPixel, framesPerPeak, lastBlock;
+  uint64_t first, phase, framesPerPixel, framesPerPeak, lastBlock;
 };
 
 // A request on the grid; its end was checked to be a number of 64 bits.
@@ -92,11 +91,12 @@ struct GridRequest {
       end = blocks.Count();
       count = static_cast<LONG>((framesPerPeak * end - from - 1) / each + 1);
     }
-    if (end - first == static_cast<uint64_t>(count) && from % framesPerPeak == 0) {
+    if (end - first == static_cast<uint64_t>(count)) {
       return MergePixels(blocks, EqualRanges(first), count, type, true, out, got);
     }
     GridRanges ranges;
-    ranges.start = from;
+    ranges.first = first;
+    ranges.phase = first * framesPerPeak % each;
     ranges.framesPerPixel = each;
     ranges.framesPerPeak = framesPerPeak;
     ranges.lastBlock = end - 1;
