@@ -47,6 +47,10 @@ END
   scripts/bench_table.py build/bench.json --against 0.5:1.0 --summary
   measure '^wavread/'
   scripts/bench_table.py build/bench.json
+  measure '^stream/'
+  scripts/bench_table.py build/bench.json
+  measure '^peaks/'
+  scripts/bench_table.py build/bench.json
   measure '^text/'
   scripts/bench_table.py build/bench.json
   measure '^host/'

@@ -2,70 +2,34 @@
 // copy kernel) beside libsndfile. The file lies in the page cache.
 #include <benchmark/benchmark.h>
 #include <sndfile.h>
-#include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <string>
 #include <vector>
 
+#include "benchmarks/media/audio_file.h"
 #include "qn/audio/qncopy.h"
 #include "qn/media/qnwav.h"
 #include "qn/platform/file.h"
-#include "qn/platform/text.h"
 
 namespace {
 
-constexpr int kChannels = 2;
-constexpr int kRate = 44'100;
-constexpr int64_t kFrames = int64_t{kRate} * 600;
+using qnbench::kChannels;
 
-// The file, made once for all benchmarks of the group and removed at the end.
-class TenMinutes {
- public:
-  TenMinutes()
-      : path_(std::filesystem::temp_directory_path() / ("qnbench-" + std::to_string(getpid()) + ".wav")) {
-    WAVEFORMATEX format;
-    QnAudio_InitWfx(&format, kRate, QNST_PCM16, kChannels);
-    const std::u16string name = qn::PathFromNative(path_.string());
-    QnInitializeWav(name.c_str(), &format, CREATE_ALWAYS);
-    const HANDLE file =
-        CreateFileW(name.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
-    SetFilePointer(file, 0, nullptr, FILE_END);
-    std::vector<int16_t> block(kRate * kChannels);
-    uint32_t state = 1;
-    for (int64_t at = 0; at < kFrames; at += kRate) {
-      for (int16_t& sample : block)
-        sample = static_cast<int16_t>((state = state * 1664525 + 1013904223) >> 16);
-      DWORD put = 0;
-      WriteFile(file, block.data(), static_cast<DWORD>(block.size() * sizeof(int16_t)), &put, nullptr);
-    }
-    QnInsertWavHeader(file, &format, static_cast<DWORD>(kFrames * kChannels * 2), 46);
-    CloseHandle(file);
-  }
-  ~TenMinutes() { std::filesystem::remove(path_); }
-
-  std::string Native() const { return path_.string(); }
-
- private:
-  std::filesystem::path path_;
-};
-
-const TenMinutes& Input() {
-  static const TenMinutes input;
-  return input;
+const qnbench::AudioFile& Input() {
+  return qnbench::TenMinutes(QNST_PCM16);
 }
 
 void ReadByLibrary(benchmark::State& state, DWORD blockFrames) {
-  const std::u16string name = qn::PathFromNative(Input().Native());
-  std::vector<uint8_t> bytes(blockFrames * kChannels * 2);
-  std::vector<float> samples(blockFrames * kChannels);
+  const std::u16string name = Input().Name();
+  std::vector<uint8_t> bytes(blocInput().Frames() * kChannels * 2);
+  std::vector<float> samples(blocInput().Frames() * kChannels);
   for (auto _ : state) {
     uint64_t frames = 0;
     uint64_t dataStart = 0;
     WAVEFORMATEX* const format = QnGetFileWfx(name.c_str(), &frames, &dataStart);
-    if (!format || frames != static_cast<uint64_t>(kFrames)) return state.SkipWithError("not readable");
+    if (!format || frames != static_cast<uint64_t>(Input().Frames()))
+      return state.SkipWithError("not readable");
     const auto kernel = QnAudio_GetCopyFunction2(QNST_FLOAT32, QnAudio_GetSampleType(format));
     const HANDLE file =
         CreateFileW(name.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
@@ -78,7 +42,7 @@ void ReadByLibrary(benchmark::State& state, DWORD blockFrames) {
     CloseHandle(file);
     std::free(format);
   }
-  state.SetItemsProcessed(state.iterations() * kFrames * kChannels);
+  state.SetItemsProcessed(state.iterations() * Input().Frames() * kChannels);
 }
 
 void ReadBySndfile(benchmark::State& state, sf_count_t blockFrames) {
@@ -86,11 +50,11 @@ void ReadBySndfile(benchmark::State& state, sf_count_t blockFrames) {
   for (auto _ : state) {
     SF_INFO info = {};
     SNDFILE* const file = sf_open(Input().Native().c_str(), SFM_READ, &info);
-    if (!file || info.frames != kFrames) return state.SkipWithError("not readable");
+    if (!file || info.frames != Input().Frames()) return state.SkipWithError("not readable");
     while (sf_readf_float(file, samples.data(), blockFrames) > 0) benchmark::DoNotOptimize(samples.data());
     sf_close(file);
   }
-  state.SetItemsProcessed(state.iterations() * kFrames * kChannels);
+  state.SetItemsProcessed(state.iterations() * Input().Frames() * kChannels);
 }
 
 const int registered = [] {
