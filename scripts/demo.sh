@@ -51,7 +51,7 @@ fi
 say "Its peaks, for editors to draw from, and its picture"
 mv demo/damaged.wav demo/repaired.wav
 step peaks demo/repaired.wav
-step draw --force --rms demo/repaired.wav demo/waveform.png
+step draw --force demo/repaired.wav demo/waveform.png
 
 say "All that was made"
 ls -l demo | awk 'NR > 1 {printf "%-30s %10d bytes\n", "demo/" $NF, $5}'

@@ -238,10 +238,10 @@ void Painter::PaintColumns(const Box& box, const Lane& lane) {
   });
   if (!lane.rms.empty()) {
     paint(theme_.rms, [&](size_t column, const Pair& pair) {
-      // Inside the peaks, also where the signal has an offset.
+      // Inside the peaks, also where the signal has an offset; in silence it would only hide them.
       const float low = std::max(pair.low, -lane.rms[column]);
       const float high = std::min(pair.high, lane.rms[column]);
-      if (low < high) add(column, low, high);
+      if (YOf(box, low) - YOf(box, high) >= 2 * pixel_) add(column, low, high);
     });
   }
   paint(theme_.clip, [&](size_t column, const Pair& pair) {
