@@ -22,8 +22,8 @@ const qnbench::AudioFile& Input() {
 
 void ReadByLibrary(benchmark::State& state, DWORD blockFrames) {
   const std::u16string name = Input().Name();
-  std::vector<uint8_t> bytes(blocInput().Frames() * kChannels * 2);
-  std::vector<float> samples(blocInput().Frames() * kChannels);
+  std::vector<uint8_t> bytes(blockFrames * kChannels * 2);
+  std::vector<float> samples(blockFrames * kChannels);
   for (auto _ : state) {
     uint64_t frames = 0;
     uint64_t dataStart = 0;
