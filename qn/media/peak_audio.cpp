@@ -60,8 +60,7 @@ HRESULT PeakAudio::Read(int64_t position, int64_t limit, void* buffer, DWORD fra
 }
 
 PeakReducer::PeakReducer(DWORD peakType, QNSAMPLETYPE type, DWORD channels)
-    : type_(type),
-      kernel_(peakType, type),
+    : kernel_(peakType, type),
       channels_(channels),
       frameBytes_(SampleBytes(type) * channels),
       state_((channels + 31) / 32) {

@@ -68,7 +68,6 @@ class PeakReducer {
   void Continue(DWORD peakType, const void* pairs);
 
  private:
-  const QNSAMPLETYPE type_;
   const PeakKernel kernel_;
   const DWORD channels_;
   size_t frameBytes_;
