@@ -60,7 +60,6 @@ HRESULT OpenStreamFile(QnAudioStreamRecord* stream) {
                                   create ? CREATE_ALWAYS : OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (file == INVALID_HANDLE_VALUE) return E_FAIL;
   stream->file = file;
-  stream->filePlace = 0;
   return S_OK;
 }
 
@@ -89,13 +88,11 @@ HRESULT SetUp(QnAudioStreamRecord* stream, const WAVEFORMATEX& fileFormat, QNSAM
 }
 
 // Moves the file by `bytes` in the way of an origin with 0x100; the place reached, or -1.
-int64_t MoveFile(QnAudioStreamRecord* stream, int64_t bytes, LONG origin) {
+int64_t MoveFile(const QnAudioStreamRecord& stream, int64_t bytes, LONG origin) {
   LARGE_INTEGER distance, landed;
   distance.QuadPart = bytes;
   const auto method = static_cast<DWORD>(origin) & ~0x100u;
-  const bool isMoved = SetFilePointerEx(stream->file, distance, &landed, method);
-  stream->filePlace = isMoved ? static_cast<ULONGLONG>(landed.QuadPart) + 1 : 0;
-  return isMoved ? landed.QuadPart : -1;
+  return SetFilePointerEx(stream.file, distance, &landed, method) ? landed.QuadPart : -1;
 }
 
 // Moves a cursor as far as that is arithmetic.
@@ -121,29 +118,11 @@ bool CloseStreamFile(QnAudioStreamRecord* stream) {
   return true;
 }
 
-bool SeekByte(QnAudioStreamRecord* stream, uint64_t offset) {
-  if (stream->filePlace == offset + 1) return true;
-  stream->filePlace = Seek(stream->file, offset) ? offset + 1 : 0;
-  return stream->filePlace != 0;
-}
-
-bool SeekFrame(QnAudioStreamRecord* stream, uint64_t frame) {
-  const uint64_t align = stream->fileFormat.nBlockAlign;
+bool SeekFrame(const QnAudioStreamRecord& stream, uint64_t frame) {
+  const uint64_t align = stream.fileFormat.nBlockAlign;
   constexpr uint64_t kEnd = std::numeric_limits<int64_t>::max();
-  if (align == 0 || stream->dataOffset > kEnd || frame > (kEnd - stream->dataOffset) / align) return false;
-  return SeekByte(stream, stream->dataOffset + frame * align);
-}
-
-BOOL ReadHere(QnAudioStreamRecord* stream, void* buffer, DWORD bytes, DWORD* got) {
-  const BOOL isRead = ReadFile(stream->file, buffer, bytes, got, nullptr);
-  stream->filePlace = isRead && stream->filePlace ? stream->filePlace + *got : 0;
-  return isRead;
-}
-
-BOOL WriteHere(QnAudioStreamRecord* stream, const void* buffer, DWORD bytes, DWORD* put) {
-  const BOOL isWritten = WriteFile(stream->file, buffer, bytes, put, nullptr);
-  stream->filePlace = isWritten && stream->filePlace ? stream->filePlace + *put : 0;
-  return isWritten;
+  if (align == 0 || stream.dataOffset > kEnd || frame > (kEnd - stream.dataOffset) / align) return false;
+  return Seek(stream.file, stream.dataOffset + frame * align);
 }
 
 }  // namespace qn
@@ -251,7 +230,7 @@ HRESULT QnAudioStream_Seek(HQNAUDIOSTREAM stream, LONGLONG offset, LONG origin, 
     // No file is longer than half of the signed range.
     constexpr int64_t kEnd = std::numeric_limits<int64_t>::max() / 2;
     const bool inRange = align > 0 && offset <= kEnd / align && offset >= -kEnd / align && start <= kEnd;
-    const int64_t landed = inRange ? qn::MoveFile(stream, offset * align + start, origin) : -1;
+    const int64_t landed = inRange ? qn::MoveFile(*stream, offset * align + start, origin) : -1;
     if (landed < 0) return qn::SeekResult(-1, newPosition, qn::kSeekFault);
     // Of the other origins the place is that in the whole file; hosts rely on it.
     stream->position = static_cast<ULONGLONG>((landed - start) / align);
@@ -264,7 +243,7 @@ HRESULT QnAudioStream_Seek(HQNAUDIOSTREAM stream, LONGLONG offset, LONG origin, 
 HRESULT QnAudioStream_AbsSeek(HQNAUDIOSTREAM stream, LONGLONG offset, LONG origin, LONGLONG* newPosition) {
   if (!stream) return E_INVALIDARG;
   if (origin & 0x100) {
-    const int64_t landed = qn::MoveFile(stream, offset, origin);
+    const int64_t landed = qn::MoveFile(*stream, offset, origin);
     if (landed < 0) return qn::SeekResult(-1, newPosition, qn::kSeekFault);
     stream->absPosition = static_cast<ULONGLONG>(landed);
   } else {

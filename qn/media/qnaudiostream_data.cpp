@@ -128,7 +128,7 @@ HRESULT QnAudioStream_ReadEx(HQNAUDIOSTREAM stream, void* buffer, DWORD frames, 
   if (!buffer) return E_INVALIDARG;
   const auto count = static_cast<DWORD>(std::min<uint64_t>(frames, stream->length - stream->position));
   if (type == QNST_NONE) type = stream->clientType;
-  if (!qn::SeekFrame(stream, stream->position)) return qn::kSeekFault;
+  if (!qn::SeekFrame(*stream, stream->position)) return qn::kSeekFault;
   qn::Passes passes(*stream, type, true);
   if (!passes.CanConvert()) return E_UNEXPECTED;
 
@@ -138,7 +138,7 @@ HRESULT QnAudioStream_ReadEx(HQNAUDIOSTREAM stream, void* buffer, DWORD frames, 
   for (bool full = true; full && done < count;) {
     const DWORD pass = std::min(passes.Frames(), count - done);
     DWORD got = 0;
-    if (!qn::ReadHere(stream, passes.Source(caller, done), pass * align, &got)) {
+    if (!ReadFile(stream->file, passes.Source(caller, done), pass * align, &got, nullptr)) {
       return STG_E_READFAULT;
     }
     passes.Deliver(caller, done, got / align);
@@ -158,7 +158,7 @@ HRESULT QnAudioStream_WriteEx(HQNAUDIOSTREAM stream, const void* buffer, DWORD f
   if (frames == 0) return S_OK;
   if (!buffer) return E_INVALIDARG;
   if (type == QNST_NONE) type = stream->clientType;
-  if (!qn::SeekFrame(stream, stream->position)) return qn::kSeekFault;
+  if (!qn::SeekFrame(*stream, stream->position)) return qn::kSeekFault;
   const ULONGLONG start = stream->position;
   qn::Passes passes(*stream, type, false);
   if (!passes.CanConvert()) return E_UNEXPECTED;
@@ -170,7 +170,7 @@ HRESULT QnAudioStream_WriteEx(HQNAUDIOSTREAM stream, const void* buffer, DWORD f
   for (bool full = true; full && done < frames;) {
     const DWORD pass = std::min(passes.Frames(), frames - done);
     DWORD put = 0;
-    if (!qn::WriteHere(stream, passes.Take(caller, done, pass), pass * align, &put)) {
+    if (!WriteFile(stream->file, passes.Take(caller, done, pass), pass * align, &put, nullptr)) {
       status = STG_E_WRITEFAULT;
     }
     done += put / align;
@@ -183,7 +183,7 @@ HRESULT QnAudioStream_WriteEx(HQNAUDIOSTREAM stream, const void* buffer, DWORD f
     stream->peak->WriteAudio(buffer, static_cast<LONGLONG>(start), done, type);
     if (stream->position != start + done) {
       stream->position = start + done;
-      qn::SeekFrame(stream, stream->position);
+      qn::SeekFrame(*stream, stream->position);
     }
   }
   if (written) *written = done;
@@ -305,9 +305,9 @@ HRESULT QnAudioStream_AbsRead(HQNAUDIOSTREAM stream, void* buffer, DWORD bytes, 
   if (!stream) return E_INVALIDARG;
   if (bytes == 0) return S_OK;
   if (!buffer) return E_INVALIDARG;
-  if (!qn::SeekByte(stream, stream->absPosition)) return qn::kSeekFault;
+  if (!qn::Seek(stream->file, stream->absPosition)) return qn::kSeekFault;
   DWORD got = 0;
-  if (!qn::ReadHere(stream, buffer, bytes, &got)) return qn::LastErrorStatus();
+  if (!ReadFile(stream->file, buffer, bytes, &got, nullptr)) return qn::LastErrorStatus();
   stream->absPosition += got;
   if (read) *read = got;
   return S_OK;
@@ -319,9 +319,9 @@ HRESULT QnAudioStream_AbsWrite(HQNAUDIOSTREAM stream, const void* buffer, DWORD 
   if (qn::ForbidsWrites(stream->flags)) return STG_E_ACCESSDENIED;
   if (bytes == 0) return S_OK;
   if (!buffer) return E_INVALIDARG;
-  if (!qn::SeekByte(stream, stream->absPosition)) return qn::kSeekFault;
+  if (!qn::Seek(stream->file, stream->absPosition)) return qn::kSeekFault;
   DWORD put = 0;
-  const HRESULT status = qn::WriteHere(stream, buffer, bytes, &put) ? S_OK : qn::LastErrorStatus();
+  const HRESULT status = WriteFile(stream->file, buffer, bytes, &put, nullptr) ? S_OK : qn::LastErrorStatus();
   stream->absPosition += put;
   const DWORD align = stream->fileFormat.nBlockAlign;
   if (put > 0 && align != 0 && stream->absPosition > stream->dataOffset) {

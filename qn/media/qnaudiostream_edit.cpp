@@ -37,7 +37,7 @@ HRESULT Grow(QnAudioStreamRecord* stream, uint64_t frames) {
   const uint32_t frameBytes = FrameBytes(*stream, stream->writeType);
   const uint32_t most = frameBytes ? std::min(stream->bufferFrames, stream->bufferBytes / frameBytes) : 0;
   // A length that no file can have is not to fill the disk first.
-  HRESULT status = !SeekFrame(stream, frames) ? kSeekFault : most == 0 ? E_UNEXPECTED : S_OK;
+  HRESULT status = !SeekFrame(*stream, frames) ? kSeekFault : most == 0 ? E_UNEXPECTED : S_OK;
 
   const ULONGLONG position = std::exchange(stream->position, stream->length);
   for (bool full = status == S_OK; full && stream->position < frames;) {

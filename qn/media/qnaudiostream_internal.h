@@ -30,8 +30,6 @@ struct QnAudioStreamRecord {
   // Kept because 18 bytes do not tell the type of an extensible format, of a file or of the caller's.
   QNSAMPLETYPE fileType;
   QNSAMPLETYPE clientType;
-  // Where the file stands, plus 1; 0: not known. Reads one behind the other need no seek.
-  ULONGLONG filePlace;
 };
 static_assert(
     offsetof(QnAudioStreamRecord, peak) == 8 && offsetof(QnAudioStreamRecord, path) == 16 &&
@@ -72,12 +70,7 @@ inline uint8_t SilenceByte(QNSAMPLETYPE type) {
 // Closes the file and frees what belongs to it; true if there was one.
 bool CloseStreamFile(QnAudioStreamRecord* stream);
 
-// Move the file to a byte or a frame; false when no file can be there.
-bool SeekByte(QnAudioStreamRecord* stream, uint64_t offset);
-bool SeekFrame(QnAudioStreamRecord* stream, uint64_t frame);
-
-// Read and write where the file stands.
-BOOL ReadHere(QnAudioStreamRecord* stream, void* buffer, DWORD bytes, DWORD* got);
-BOOL WriteHere(QnAudioStreamRecord* stream, const void* buffer, DWORD bytes, DWORD* put);
+// Moves the file to a frame; false when no file can be there.
+bool SeekFrame(const QnAudioStreamRecord& stream, uint64_t frame);
 
 }  // namespace qn
