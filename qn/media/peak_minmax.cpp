@@ -2,11 +2,10 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <limits>
 #include <utility>
 
-#include "qn/audio/qncopy_rule.h"
 #include "qn/media/peak.h"
+#include "qn/media/peak_scan_internal.h"
 
 namespace qn {
 namespace {
@@ -17,112 +16,12 @@ constexpr int kSourceTypes[] = {QNST_PCM8U,   QNST_PCM16,   QNST_PCM24, QNST_PCM
 
 constexpr uint64_t kPhasePerFrame = 16384;
 
-// What samples are compared as: narrow values make wide vectors.
-template <int kType>
-struct Comparable {
-  using Type = decltype(LoadSample<kType>(nullptr));
-};
-template <>
-struct Comparable<QNST_PCM8U> {
-  using Type = uint8_t;
-};
-template <>
-struct Comparable<QNST_PCM8S> {
-  using Type = int8_t;
-};
-template <>
-struct Comparable<QNST_PCM16> {
-  using Type = int16_t;
-};
-template <int kType>
-using Value = typename Comparable<kType>::Type;
-
-template <int kType>
-Value<kType> Load(const uint8_t* from) {
-  if constexpr (kType == QNST_PCM24) {
-    return LoadSample<kType>(from);
-  } else {
-    return LoadAs<Value<kType>>(from);
-  }
-}
-
-template <int kType>
-struct Pair {
-  static constexpr int kBytes = 2 * kForm<kType>.bytes;
-  static constexpr int kUnused = kType == QNST_PCM24 ? 256 : 1;
-  static constexpr auto kHighest =
-      static_cast<Value<kType>>(std::numeric_limits<Value<kType>>::max() / kUnused);
-  static constexpr auto kLowest =
-      static_cast<Value<kType>>(std::numeric_limits<Value<kType>>::lowest() / kUnused);
-
-  Value<kType> low = kHighest;
-  Value<kType> high = kLowest;
-
-  static Pair At(const uint8_t* from) { return {Load<kType>(from), Load<kType>(from + kForm<kType>.bytes)}; }
-  void Store(uint8_t* to) const {
-    std::memcpy(to, &low, kForm<kType>.bytes);
-    std::memcpy(to + kForm<kType>.bytes, &high, kForm<kType>.bytes);
-  }
-  void Widen(Value<kType> lower, Value<kType> higher) {
-    low = lower < low ? lower : low;
-    high = higher > high ? higher : high;
-  }
-};
-
-// Mono and stereo: a row of lanes, each of which sees only one channel, so that they fill vectors.
-template <int kType, unsigned kChannels>
-void ScanLanes(const uint8_t* source, size_t frames, uint8_t* state) {
-  constexpr size_t kBytes = kForm<kType>.bytes;
-  constexpr size_t kLanes = 32 / sizeof(Value<kType>);
-  static_assert(kLanes % kChannels == 0);
-  Value<kType> low[kLanes];
-  Value<kType> high[kLanes];
-  for (size_t lane = 0; lane < kLanes; ++lane) {
-    const auto pair = Pair<kType>::At(state + lane % kChannels * Pair<kType>::kBytes);
-    low[lane] = pair.low;
-    high[lane] = pair.high;
-  }
-  const size_t samples = frames * kChannels;
-  size_t i = 0;
-  for (; i + kLanes <= samples; i += kLanes) {
-    for (size_t lane = 0; lane < kLanes; ++lane) {
-      const auto value = Load<kType>(source + (i + lane) * kBytes);
-      low[lane] = value < low[lane] ? value : low[lane];
-      high[lane] = value > high[lane] ? value : high[lane];
-    }
-  }
-  for (unsigned channel = 0; channel < kChannels; ++channel) {
-    uint8_t* const place = state + channel * Pair<kType>::kBytes;
-    auto pair = Pair<kType>::At(place);
-    for (size_t lane = channel; lane < kLanes; lane += kChannels) pair.Widen(low[lane], high[lane]);
-    for (size_t at = i + channel; at < samples; at += kChannels) {
-      const auto value = Load<kType>(source + at * kBytes);
-      pair.Widen(value, value);
-    }
-    pair.Store(place);
-  }
-}
-
-template <int kType>
-void Scan(const uint8_t* source, size_t frames, size_t channels, uint8_t* state) {
-  if (channels == 1) return ScanLanes<kType, 1>(source, frames, state);
-  if (channels == 2) return ScanLanes<kType, 2>(source, frames, state);
-  for (size_t channel = 0; channel < channels; ++channel) {
-    uint8_t* const place = state + channel * Pair<kType>::kBytes;
-    auto pair = Pair<kType>::At(place);
-    for (size_t frame = 0; frame < frames; ++frame) {
-      const auto value = Load<kType>(source + (frame * channels + channel) * kForm<kType>.bytes);
-      pair.Widen(value, value);
-    }
-    pair.Store(place);
-  }
-}
-
 // One value of a pair. Samples of more than 16 bits are cut, not rounded: hosts compare with files made so.
 template <int kPeak, int kSource>
 void Convert(uint8_t* out, const uint8_t* value) {
   constexpr int kPeakBytes = kForm<kPeak>.bytes, kSourceBytes = kForm<kSource>.bytes;
-  if constexpr (kPeak != QNST_FLOAT32 && (kSource == QNST_PCM24 || kSource == QNST_PCM32)) {
+  constexpr bool kIsCut = kPeak != QNST_FLOAT32 && (kSource == QNST_PCM24 || kSource == QNST_PCM32);
+  if constexpr (kIsCut || kPeak == kSource) {
     std::memcpy(out, value + kSourceBytes - kPeakBytes, kPeakBytes);
   } else {
     ConvertSample<kPeak, kSource>(out, value, 1.0f, true);
@@ -144,7 +43,7 @@ LONG Reduce(void* out, DWORD index, DWORD step, const void** source, DWORD* fram
   const uint64_t missing =
       *phase < step ? (uint64_t{step} - *phase + kPhasePerFrame - 1) / kPhasePerFrame : 0;
   const DWORD taken = static_cast<DWORD>(std::min<uint64_t>(missing, *frames));
-  Scan<kSource>(from, taken, channels, pairs);
+  ScanFrames(kSource, from, taken, channels, pairs);
   from += taken * frameBytes;
   *source = from;
   *frames -= taken;

@@ -1,6 +1,8 @@
 #include <cmath>
 
+#include "hwy/targets.h"
 #include "qn/media/peak_reader_internal.h"
+#include "qn/media/peak_scan_internal.h"
 #include "tests/media/media_file.h"
 
 namespace {
@@ -30,12 +32,13 @@ double Convert(int peak, int source, double value) {
   return std::nearbyint(std::clamp(scaled, -to, to - 1));
 }
 
-// Random samples; those of floats go beyond full scale, and some are no numbers.
+// Random samples; those of floats go beyond full scale, and some are infinite or no numbers.
 Bytes MakeSamples(int type, size_t count) {
   Bytes samples(count * Width(type));
   for (auto& byte : samples) byte = static_cast<uint8_t>(Random()());
   for (size_t i = 0; type / 2 == 16 && i < count; ++i) {
-    const double wide = Random()() % 20 ? double(Random()() % 999) / 450 - 1.1 : NAN;
+    const double some = double(Random()() % 999) / 450 - 1.1;
+    const double wide = Random()() % 20 ? some : Random()() % 2 ? NAN : some * INFINITY;
     const auto single = static_cast<float>(wide);
     std::memcpy(&samples[i * Width(type)], type == 33 ? (const void*)&wide : &single, Width(type));
   }
@@ -54,6 +57,7 @@ Values ReduceSlowly(int peak, int source, const Bytes& samples, size_t channels,
       double low = Decode(source, empty.values), high = Decode(source, empty.values + Width(source));
       for (size_t frame = start ? start - 1 : 0; frame < end; ++frame) {
         const double value = Decode(source, &samples[(frame * channels + c) * Width(source)]);
+        if (frame + 1 == start && !std::isnan(value)) low = high = value;
         low = value < low ? value : low;
         high = value > high ? value : high;
       }
@@ -101,6 +105,42 @@ TEST(PeakKernel, ReducesLikeTheRule) {
   }
   EXPECT_EQ(QnAudioPeak_CalcMinMax(QNST_PCM24IN32, 17, {}, 0, 0, {}, {}, {}, 1, {}), 1);
   EXPECT_EQ(QnAudioPeak_GetMinMaxFunction(QNST_PCM8U, QNST_PCM16), nullptr);
+}
+
+// The scan of every instruction set, from odd addresses and up to the end of a buffer, one value at a time.
+TEST(PeakKernel, ScansLikeTheRule) {
+  const int64_t supported = hwy::SupportedTargets() | HWY_STATIC_TARGET;
+  for (const int64_t target : {HWY_AVX3_DL, HWY_AVX2, HWY_STATIC_TARGET}) {
+    if (!(supported & target)) continue;
+    hwy::SetSupportedTargetsForTest(target);
+    hwy::GetChosenTarget().Update(hwy::SupportedTargets());
+    for (int source : {16, 17, 18, 19, 32, 33, 49}) {
+      const size_t width = Width(source);
+      for (size_t channels = 0; channels < 70; channels += channels < 34 ? 1 : 9) {
+        for (size_t turn = 0; turn < 6; ++turn) {
+          const size_t frames = Random()() % (turn % 2 ? 600 : 20);
+          Bytes samples = Bytes(1) + MakeSamples(source, frames * channels);
+          samples.shrink_to_fit();
+          Bytes pairs = MakeSamples(source, channels * 2), expected = pairs;
+          // Turns 1 and 3: nothing but a bound of the first channel, an infinity now and then.
+          for (size_t i = 1; turn % 2 && turn < 5 && i < samples.size(); ++i) {
+            samples[i] = pairs[turn / 3 * width + (i - 1) % width];
+          }
+          for (size_t i = 0; i < frames * channels * 2; ++i) {
+            const uint8_t* const value = &samples[1 + i / 2 * width];
+            uint8_t* const bound = &expected[i % (channels * 2) * width];
+            const double found = Decode(source, value), kept = Decode(source, bound);
+            if (i % 2 ? found > kept : found < kept) std::copy_n(value, width, bound);
+          }
+          qn::ScanFrames(source, samples.data() + 1, frames, channels, pairs.data());
+          ASSERT_EQ(pairs, expected) << hwy::TargetName(target) << ": " << frames << " frames of " << source
+                                     << ", " << channels << " channels";
+        }
+      }
+    }
+  }
+  hwy::SetSupportedTargetsForTest(0);
+  hwy::GetChosenTarget().Update(hwy::SupportedTargets());
 }
 
 TEST(PeakKernel, State) {
