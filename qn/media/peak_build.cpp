@@ -262,6 +262,7 @@ HRESULT CQnAudioPeak::BuildMemoryTable(bool isForced) try {
     return S_OK;
   }
   FreeMemoryTable();
+  memoryValid_ = false;
   if (count == 0) return S_OK;
 
   // Detached, so that the request is not answered from it.
@@ -282,7 +283,6 @@ void CQnAudioPeak::FreeMemoryTable() {
   std::vector<int16_t>().swap(memTable_);
   memBlocks_ = 0;
   memBuiltFramesPerPeak_ = 0;
-  memoryValid_ = false;
 }
 
 }  // namespace qn

@@ -190,6 +190,7 @@ HRESULT CQnAudioPeak::Create(DWORD peakType) try {
   const WAVEFORMATEX* const format = reader_->GetFormat();
   if (!format) return QN_E_FILE_OPEN;
   dirty_ = true;
+  partial_ = {};
   // From here on the file goes with the object, even one that was found beside the media: hosts rely on it.
   alwaysTemp_ |= tempFallback_;
   header_ = {};

@@ -120,7 +120,7 @@ HRESULT CQnAudioPeak::WriteAudio(const void* buffer, LONGLONG start, DWORD frame
                     header_.channels,
                     header_.framesPerPeak,
                     static_cast<size_t>(BlockBytes()),
-                    std::min<int64_t>(reader_->GetLength(), known)};
+                    std::clamp<int64_t>(known, 0, std::max<int64_t>(reader_->GetLength(), 0))};
   const auto firstBlock = static_cast<uint64_t>(write.FirstBlock());
   const uint64_t bytes = write.Blocks() * BlockBytes();
   if (bytes > std::numeric_limits<DWORD>::max() ||
@@ -155,17 +155,11 @@ HRESULT CQnAudioPeak::Truncate(LONGLONG frames) {
     if (!HasUsableHeader()) return E_FAIL;
     UnmapView();
     const uint64_t blocks = CountPeakBlocks(frames, header_.framesPerPeak);
-    LARGE_INTEGER size;
+    if (blocks > (static_cast<uint64_t>(kMostFrames) - header_.headerSize) / BlockBytes())
+      return E_INVALIDARG;
     LARGE_INTEGER end;
-    if (!GetFileSizeEx(file_, &size)) return QN_E_FILE_WRITE;
-    // A file that is shorter already stays so.
-    if (blocks < static_cast<uint64_t>(size.QuadPart) / BlockBytes()) {
-      end.QuadPart = BlockOffset(blocks);
-      if (end.QuadPart < size.QuadPart &&
-          (!SetFilePointerEx(file_, end, nullptr, FILE_BEGIN) || !SetEndOfFile(file_))) {
-        return QN_E_FILE_WRITE;
-      }
-    }
+    end.QuadPart = BlockOffset(blocks);
+    if (!SetFilePointerEx(file_, end, nullptr, FILE_BEGIN) || !SetEndOfFile(file_)) return QN_E_FILE_WRITE;
   }
   FreeMemoryTable();
   header_.sourceLength = frames;

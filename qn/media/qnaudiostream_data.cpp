@@ -178,8 +178,9 @@ HRESULT QnAudioStream_WriteEx(HQNAUDIOSTREAM stream, const void* buffer, DWORD f
     stream->length = std::max(stream->length, stream->position);
     full = status == S_OK && put == pass * align;
   }
-  // What is in the file is told, also when a later pass failed.
-  if (stream->peak && done > 0) {
+  // What is in the file is told, also when a later pass failed. Peaks are of the file's channels: a buffer of
+  // others would be read as what it is not.
+  if (stream->peak && done > 0 && stream->clientFormat.nChannels == stream->fileFormat.nChannels) {
     stream->peak->WriteAudio(buffer, static_cast<LONGLONG>(start), done, type);
     if (stream->position != start + done) {
       stream->position = start + done;
