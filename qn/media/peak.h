@@ -198,7 +198,8 @@ constexpr HRESULT QN_S_PEAKS_VALID = MakeStatus(0x0004E00F);
 //                   file reader for `mediaName`, which is the object's own
 //   tempFolder      where temporary peak files go; null: the system's folder for them
 //   framesPerPeak   the resolution of a new peak file, 64 to 0x1000000; anything else: 256
-//   memFramesPerPeak  the resolution of the table in memory; below 64 or too large: 2048, negative: no table
+//   memFramesPerPeak  the resolution of the table in memory; below 64 or too large: 2048, or 256
+//                   for memory alone, and never finer than the peak file; negative: no table
 //   flags           QNAUDIOPEAK_*
 // Returns 0 for a valid peak file, which stays open, and 1 when the caller has to call Build. On failure
 // `*out` is null: QN_E_FILE_OPEN when there is no readable audio, E_OUTOFMEMORY.

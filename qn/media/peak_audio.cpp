@@ -29,18 +29,19 @@ PeakKernel::PeakKernel(DWORD peakType, QNSAMPLETYPE source)
   if (convert) reduce = QnAudioPeak_GetMinMaxFunction(peakType, type);
 }
 
-PeakAudio::PeakAudio(CQnAudioPeakStreamReader* reader) : reader_(reader), status_(QN_E_FILE_OPEN) {
+PeakAudio::PeakAudio(CQnAudioPeakStreamReader* reader) : reader_(reader), status_(reader->Open()) {
+  isOpen_ = SUCCEEDED(status_);
+  if (!isOpen_) return;
+  // Readers may know their format no sooner.
   const WAVEFORMATEX* const format = reader_->GetFormat();
-  if (!format) return;
+  if (!format) {
+    status_ = QN_E_FILE_OPEN;
+    return;
+  }
   type_ = QnAudio_GetSampleType(format);
   channels_ = format->nChannels;
   frameBytes_ = SampleBytes(type_) * channels_;
-  if (frameBytes_ == 0 || frameBytes_ != format->nBlockAlign) {
-    status_ = E_INVALIDARG;
-    return;
-  }
-  status_ = reader_->Open();
-  isOpen_ = SUCCEEDED(status_);
+  if (frameBytes_ == 0 || frameBytes_ != format->nBlockAlign) status_ = E_INVALIDARG;
 }
 
 PeakAudio::~PeakAudio() {
@@ -49,7 +50,6 @@ PeakAudio::~PeakAudio() {
 
 HRESULT PeakAudio::Read(int64_t position, int64_t limit, void* buffer, DWORD frames, DWORD* got) {
   *got = 0;
-  if (isEnd_) return S_OK;
   const HRESULT status =
       reader_->Read(position, std::min(limit, kMostLimit), buffer, static_cast<LONG>(frames), got);
   *got = std::min(*got, frames);

@@ -33,7 +33,7 @@ class PeakAudio {
   DWORD Channels() const { return channels_; }
   size_t FrameBytes() const { return frameBytes_; }
 
-  // Whether the reader has told that the data have ended.
+  // Whether the last read met the end of the data.
   bool IsEnd() const { return isEnd_; }
 
   // Reads up to `frames` frames; `*got` of 0 is the end, which is no failure. `limit` is what the caller

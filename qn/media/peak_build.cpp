@@ -144,12 +144,13 @@ HRESULT CQnAudioPeak::Rebuild(DWORD flags, IQnAudioPeakProgress* progress) {
   Close();
   const WaitCursor cursor(!progress && !memoryOnly_);
   HRESULT status = Create(flags & QNAUDIOPEAK_BUILD_16BIT ? QNST_PCM16 : QNST_PCM8S);
-  if (FAILED(status) || memoryOnly_) return status;
-  // A host may paint from its progress, and a request closes a file that is not kept open.
-  const bool wasKept = std::exchange(keepOpen_, true);
-  status = Scan(flags, progress);
-  keepOpen_ = wasKept;
-  if (FAILED(status)) {
+  if (memoryOnly_) return status;
+  if (SUCCEEDED(status)) {
+    isScanning_ = true;
+    status = Scan(flags, progress);
+    isScanning_ = false;
+  }
+  if (FAILED(status) && file_ != INVALID_HANDLE_VALUE) {
     Close();
     DeleteFileW(peakFileName_.c_str());
   }

@@ -9,6 +9,7 @@
 #include "qn/kernel/qnpath.h"
 #include "qn/media/peak_object_internal.h"
 #include "qn/platform/directory.h"
+#include "qn/platform/open_file_internal.h"
 #include "qn/settings/qnstatus.h"
 
 namespace qn {
@@ -138,7 +139,7 @@ void CQnAudioPeak::Close() {
 }
 
 void CQnAudioPeak::CloseUnlessKept() {
-  if (!keepOpen_) Close();
+  if (!keepOpen_ && !isScanning_) Close();
 }
 
 bool CQnAudioPeak::WriteAt(int64_t offset, const void* bytes, DWORD count) {
@@ -223,10 +224,7 @@ HRESULT CQnAudioPeak::Create(DWORD peakType) try {
     alwaysTemp_ = true;
     if (!open()) return QN_E_FILE_CREATE;
   }
-  if (WriteEmptyFile()) return S_OK;
-  Close();
-  DeleteFileW(peakFileName_.c_str());
-  return QN_E_FILE_WRITE;
+  return WriteEmptyFile() ? S_OK : QN_E_FILE_WRITE;
 } catch (const std::bad_alloc&) {
   return E_OUTOFMEMORY;
 }
@@ -244,7 +242,7 @@ bool CQnAudioPeak::WriteEmptyFile() {
   const uint64_t blocks = CountPeakBlocks(header_.sourceLength, header_.framesPerPeak);
   if (BlockBytes() && blocks > (INT64_MAX - header_.headerSize) / BlockBytes()) return false;
   const int64_t end = BlockOffset(blocks);
-  if (!SeekTo(file_, end) || !SetEndOfFile(file_)) return false;
+  if (!ReserveFile(file_, end)) return false;
   const std::vector<uint8_t> zeros(BlockBytes());
   const int64_t last = end - static_cast<int64_t>(zeros.size());
   // Without blocks this is within the header, which is written again at the end of a build.

@@ -55,7 +55,7 @@ class PeakBlocks;
 
 class CQnAudioPeak final : public IQnAudioPeak {
  public:
-  // `memFramesPerPeak` as given; see Create for the rest of the setting up.
+  // `memFramesPerPeak` as given; see Start for the rest of the setting up.
   CQnAudioPeak(LONG flags, DWORD framesPerPeak, LONG memFramesPerPeak);
   CQnAudioPeak(const CQnAudioPeak&) = delete;
   CQnAudioPeak& operator=(const CQnAudioPeak&) = delete;
@@ -180,6 +180,7 @@ class CQnAudioPeak final : public IQnAudioPeak {
   bool tempFallback_;
   bool hidden_;
   bool keepOpen_ = true;
+  bool isScanning_ = false;  // a host may paint from its progress, which closes no file that is being built
   bool singleThread_;
   bool ownsReader_ = false;
   CQnAudioPeakStreamReader* reader_ = nullptr;

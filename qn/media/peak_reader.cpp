@@ -90,7 +90,7 @@ HRESULT CQnAudioPeakWaveFileReader::GetName(WCHAR* buffer, LONG size, LONG) {
 
 CQnAudioPeakWaveMemReader::CQnAudioPeakWaveMemReader(const WAVEFORMATEX* format, const void* data,
                                                      int64_t frames)
-    : data_(static_cast<const uint8_t*>(data)), length_(frames) {
+    : data_(static_cast<const uint8_t*>(data)), length_(std::max<int64_t>(frames, 0)) {
   if (!format) return;
   // Records of the plain tags may end before cbSize.
   const bool plain = format->wFormatTag == WAVE_FORMAT_PCM || format->wFormatTag == WAVE_FORMAT_IEEE_FLOAT;
@@ -98,7 +98,7 @@ CQnAudioPeakWaveMemReader::CQnAudioPeakWaveMemReader(const WAVEFORMATEX* format,
 }
 
 HRESULT CQnAudioPeakWaveMemReader::Open() {
-  return format_.wFormatTag && data_ ? S_OK : QN_E_FILE_OPEN;
+  return format_.Format.wFormatTag && data_ ? S_OK : QN_E_FILE_OPEN;
 }
 
 HRESULT CQnAudioPeakWaveMemReader::Read(LONGLONG position, LONGLONG, void* buffer, LONG frames, DWORD* got) {
@@ -109,7 +109,7 @@ HRESULT CQnAudioPeakWaveMemReader::Read(LONGLONG position, LONGLONG, void* buffe
   // A read at the last frame delivers nothing; hosts rely on that.
   if (position >= length_ - 1) return S_OK;
   *got = static_cast<DWORD>(FramesToRead(frames, length_ - position));
-  const size_t align = format_.nBlockAlign;
+  const size_t align = format_.Format.nBlockAlign;
   std::memcpy(buffer, data_ + static_cast<size_t>(position) * align, *got * align);
   return S_OK;
 }

@@ -52,14 +52,15 @@ class CQnAudioPeakWaveMemReader final : public CQnAudioPeakStreamReader {
     return E_NOTIMPL;
   }
   HRESULT Close() override { return S_OK; }
-  const WAVEFORMATEX* GetFormat() override { return &format_; }
+  const WAVEFORMATEX* GetFormat() override { return &format_.Format; }
   LONG GetStreamNumber() override { return -1; }
   LONGLONG GetLength() override { return length_; }
   // Gives S_FALSE with a stand-in for the name.
   HRESULT GetName(WCHAR* buffer, LONG size, LONG full) override;
 
  private:
-  WAVEFORMATEX format_{};
+  // Of an extensible format only the first 18 bytes are taken; who reads on finds zeros.
+  WAVEFORMATEXTENSIBLE format_{};
   const uint8_t* data_;
   int64_t length_;
 };

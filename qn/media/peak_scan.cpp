@@ -258,7 +258,7 @@ namespace qn {
 HWY_EXPORT(ScanOfTarget);
 
 void ScanFrames(int type, const uint8_t* source, size_t frames, size_t channels, uint8_t* pairs) {
-  if (channels == 0) return;
+  if (frames == 0 || channels == 0) return;
   HWY_DYNAMIC_DISPATCH(ScanOfTarget)(type, source, frames, channels, pairs);
 }
 

@@ -181,6 +181,19 @@ int64_t Seek(HANDLE handle, int64_t distance, DWORD method) {
 
 }  // namespace
 
+namespace qn {
+
+bool ReserveFile(HANDLE handle, int64_t bytes) {
+  const auto file = FindFile(handle);
+  if (!file) return false;
+  const int descriptor = file->Descriptor();
+  int failed = bytes > 0 ? fallocate(descriptor, 0, 0, bytes) : 0;
+  if (failed != 0 && (errno == EOPNOTSUPP || errno == ENOSYS)) failed = 0;
+  return (failed == 0 && ftruncate(descriptor, bytes) == 0) || FailWithErrno();
+}
+
+}  // namespace qn
+
 inline namespace qnplatform {
 
 HANDLE CreateFileW(const WCHAR* name, DWORD access, DWORD share, void*, DWORD disposition, DWORD attributes,

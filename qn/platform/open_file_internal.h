@@ -5,6 +5,11 @@
 
 namespace qn {
 
+// Makes the file `bytes` bytes long, with room on the disk for all of them: what is written there later finds
+// it. A file system that keeps no room lengthens the file alone. False with the last error, 112 for a full
+// disk.
+bool ReserveFile(HANDLE file, int64_t bytes);
+
 class OpenedFile {
  public:
   OpenedFile(const WCHAR* name, DWORD access, DWORD share, DWORD disposition = OPEN_EXISTING)
