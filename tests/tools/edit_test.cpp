@@ -116,8 +116,9 @@ TEST(Edit, RefusesAndWarns) {
   using Row = std::tuple<const char*, int, const char*>;
   for (const auto& [line, exit, text] :
        {Row("cut in.wav a.wav --start 0.004 --length 1:00", 0, "warning: the file ends with 40 frames"),
-        Row("cut in.wav b.wav --start 40", 1, "nothing from frame 40 to frame 40; the file has 40"),
-        Row("cut in.wav b.wav --start 9 --end 8", 1, "nothing from frame 9 to frame 8"),
+        Row("cut in.wav b.wav --start 40", 1,
+            "from frame 40 to frame 40 is empty; the file ends at frame 40"),
+        Row("cut in.wav b.wav --start 9 --end 8", 1, "from frame 9 to frame 8 is empty"),
         Row("cut in.wav b.wav --end 1 --length 1", 2, "do not go together"),
         Row("cut in.wav b.wav", 2, "--start, --end"),
         Row("cut in.wav b.wav --end 1:60", 2, "bad value '1:60' for --end"),
@@ -131,11 +132,37 @@ TEST(Edit, RefusesAndWarns) {
     EXPECT_EQ(run.exit, exit) << line;
     EXPECT_NE(run.err.find(text), std::string::npos) << run.err;
   }
-  for (const char* end : {"x", "-5", "nan", "1:2:3:4", "1.5:2", "1x --format smpte-25", ": --format smpte-25",
-                          "1 --format beats"})
+  for (const char* end :
+       {"x", "-5", "nan", "1e2", "1:2:3:4", "1.5:2", "1x --format smpte-25", ": --format smpte-25",
+        "1 --format beats", "1:2:3:4:5 --format time", "1::2 --format time", "5% --format time",
+        "1/2 --format measures", "...5 --format time", "0.5.6.7 --format seconds",
+        "2.5 --format seconds --lang de", "1.5 --format samples", "1 --tempo 100"})
     EXPECT_EQ(Edit(folder, std::string("cut in.wav b.wav --end ") + end).exit, 2) << end;
   EXPECT_EQ(List(folder.Native("")),
             (std::vector<std::string>{"a.wav", "bad.wav", "in.wav", "rate.wav", "two.wav"}));
+}
+
+TEST(Edit, ReachesLongPathsAndManyFiles) {
+  const ScratchFolder folder;
+  const std::string deep = std::string(200, 'd') + "/" + std::string(200, 'e') + "/";
+  std::filesystem::create_directories(folder.Native(deep));
+  WriteFileBytes(folder.Native(deep + "in.wav"), WaveFile(Record(1, 64, 8000, 8), Noise(640)));
+  Succeed(folder, "cut " + deep + "in.wav " + deep + "part.wav --end 3");
+  EXPECT_EQ(Edit(folder, "split --channels " + deep + "part.wav", "ulimit -Sn 40;").exit, 0);
+  EXPECT_EQ(List(folder.Native(deep)).size(), 66u);
+  const ToolRun run = Edit(folder, "split --channels --force " + deep + "part.wav", "ulimit -n 40;");
+  EXPECT_NE(run.err.find("(0x8004E026)"), std::string::npos) << run.err;
+}
+
+TEST(Edit, WritesNoTwoChannelsToOneFile) {
+  const ScratchFolder folder;
+  WriteFileBytes(folder.Native("in.wav"), WaveFile(Record(1, 2, 8000, 16), Noise(80)));
+  std::filesystem::create_symlink("one.wav", folder.Native("in-1.wav"));
+  std::filesystem::create_symlink("./one.wav", folder.Native("in-2.wav"));
+  const ToolRun run = Edit(folder, "split --channels in.wav --force");
+  EXPECT_EQ(run.exit, 1);
+  EXPECT_NE(run.err.find("same file as 'in-1.wav'"), std::string::npos) << run.err;
+  EXPECT_EQ(List(folder.Native("")), (std::vector<std::string>{"in-1.wav", "in-2.wav", "in.wav"}));
 }
 
 TEST(Edit, LeavesNothingOnAFullDisk) {

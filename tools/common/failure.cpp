@@ -76,6 +76,9 @@ HRESULT StatusFromErrno(HRESULT fallback) {
       return E_ACCESSDENIED;
     case EEXIST:
       return QN_E_FILE_EXISTS;
+    case EMFILE:
+    case ENFILE:
+      return QN_E_TOO_MANY_FILES;
     case ENAMETOOLONG:
       return QN_E_FILE_NAME;
     default:

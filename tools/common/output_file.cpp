@@ -38,7 +38,7 @@ bool OutputFile::Create(const std::string& target, bool overwrite) {
   const fs::file_status status = fs::status(target_, error);
   if (status.type() == fs::file_type::none) {
     errno = error.value();
-    return Fail(StatusFromErrno(QN_E_FILE_CREATE));
+    return FailAtFolder();
   }
   if (fs::exists(status)) {
     if (!fs::is_regular_file(status)) return Fail(QN_E_FILE_CREATE, messages::TargetNoRegularFile);
@@ -58,16 +58,37 @@ bool OutputFile::CreateTemporary() {
         folder + "." + kProgram + "-" + std::to_string(getpid()) + "-" + std::to_string(i) + ".tmp";
     descriptor_ = open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
     if (descriptor_ < 0 && errno == EEXIST) continue;
-    if (descriptor_ < 0 && (errno == ENOENT || errno == ENOTDIR))
-      return Fail(QN_E_FILE_CREATE, messages::FolderMissing);
-    if (descriptor_ < 0) return Fail(StatusFromErrno(QN_E_FILE_CREATE));
+    if (descriptor_ < 0) return FailAtFolder();
     temporary_ = name;
-    // Where the old permissions are not allowed the new file has the usual ones.
-    struct stat old = {};
-    if (stat(target_.c_str(), &old) == 0 && fchmod(descriptor_, old.st_mode & 0777) != 0) errno = 0;
+    KeepOwnership();
     return true;
   }
   return Fail(QN_E_FILE_CREATE);
+}
+
+// For errno of a name that was to be made or looked up.
+bool OutputFile::FailAtFolder() const {
+  switch (errno) {
+    case ENOENT:
+    case ENOTDIR:
+      return Fail(QN_E_FILE_CREATE, messages::FolderMissing);
+    case EACCES:
+    case EPERM:
+    case EROFS:
+      return Fail(QN_E_FILE_CREATE, messages::FolderNotWritable);
+    default:
+      return Fail(StatusFromErrno(QN_E_FILE_CREATE));
+  }
+}
+
+// Where the old owner, group or permissions are not allowed the new file has the usual ones. The owner comes
+// first: a change of it takes permissions away.
+void OutputFile::KeepOwnership() const {
+  struct stat old = {};
+  if (stat(target_.c_str(), &old) != 0) return;
+  const bool isOwned = fchown(descriptor_, old.st_uid, old.st_gid) == 0 ||
+                       fchown(descriptor_, static_cast<uid_t>(-1), old.st_gid) == 0;
+  if (fchmod(descriptor_, old.st_mode & 0777) != 0 || !isOwned) errno = 0;
 }
 
 bool OutputFile::Commit() {

@@ -19,12 +19,14 @@ class OutputFile {
   OutputFile& operator=(const OutputFile&) = delete;
 
   // Starts an empty file and reports a failure. What a link leads to is replaced, not the link, and the new
-  // file has the permissions of the old one. A target that exists is refused without `overwrite`, and always
-  // when it is no regular file or may not be written.
+  // file has the permissions of the old one, and its owner and group as far as the system allows. A target
+  // that exists is refused without `overwrite`, and always when it is no regular file or may not be written.
   bool Create(const std::string& target, bool overwrite);
 
   // For reading and writing.
   int Descriptor() const { return descriptor_; }
+  // What the target's name leads to, behind links.
+  const std::string& Resolved() const { return target_; }
   // The name that the file has for now.
   const std::string& Temporary() const { return temporary_; }
 
@@ -36,6 +38,8 @@ class OutputFile {
 
  private:
   bool CreateTemporary();
+  bool FailAtFolder() const;
+  void KeepOwnership() const;
   bool Publish();
 
   std::string name_;       // as the user gave it

@@ -24,8 +24,10 @@ class AudioOutput {
   // Writes frames from `first` on. Several threads may write at once. The failure is not reported here.
   HRESULT Write(uint64_t first, const void* frames, uint32_t count);
 
-  // The name that the file has for now, for a stream to write frames from OffsetOf(0) on.
-  const std::string& Temporary() const { return file_.Temporary(); }
+  // The open file, for a stream to write frames from OffsetOf(0) on.
+  int Descriptor() const { return file_.Descriptor(); }
+  // What the target's name leads to, behind links.
+  const std::string& Resolved() const { return file_.Resolved(); }
 
   // Ends the file and moves it to its target; reports a failure.
   bool Commit() { return file_.Commit(); }

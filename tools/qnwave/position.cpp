@@ -6,6 +6,7 @@
 #include <string>
 
 #include "qn/platform/text.h"
+#include "qn/text/qnprint.h"
 #include "tools/common/time_format.h"
 #include "tools/qnwave/report.h"
 
@@ -18,7 +19,16 @@ using namespace qntool;
 constexpr LONGLONG kMostSeconds = 1'000'000'000;
 constexpr LONGLONG kUnits = 10'000'000;  // of a second, in the library's times
 
+bool IsDigit(char16_t c) {
+  return c >= '0' && c <= '9';
+}
+
+bool HasLetter(std::string_view text) {
+  return std::any_of(text.begin(), text.end(), [](unsigned char c) { return std::isalpha(c) != 0; });
+}
+
 std::optional<uint64_t> FrameOfPlain(std::string_view text, uint32_t rate) {
+  if (HasLetter(text)) return std::nullopt;  // exponents
   if (const auto frame = ParseNumber<uint64_t>(text, 0, INT64_MAX)) return frame;
   const std::vector<std::string_view> fields = Split(text, ':');
   if (fields.size() > 3) return std::nullopt;
@@ -33,13 +43,81 @@ std::optional<uint64_t> FrameOfPlain(std::string_view text, uint32_t rate) {
   return static_cast<uint64_t>(std::llround(seconds * rate));
 }
 
+// What the texts of a format are made of.
+struct Grammar {
+  size_t mostFields;  // 1: a number
+  bool hasDecimals;   // of a number
+  std::u16string_view separators;
+};
+
+Grammar GrammarOf(LONG format) {
+  switch (format) {
+    case QNPOSFMT_SAMPLES:
+    case QNPOSFMT_NANOTIME:
+    case QNPOSFMT_MICROSECONDS:
+      return {1, false, {}};
+    case QNPOSFMT_SECONDS:
+    case QNPOSFMT_FRAMES:
+      return {1, true, {}};
+    case QNPOSFMT_MEASURES:
+    case QNPOSFMT_MEASURES_FROM_0:
+      return {3, false, u":;.,"};
+    case QNPOSFMT_FEET_40:
+    case QNPOSFMT_FEET_16:
+      return {2, false, u"+:"};
+    default:
+      return {4, false, u":;.,"};
+  }
+}
+
+// Digits, in groups of three or two where they are grouped, the last one of three.
+bool IsGrouped(std::u16string_view digits, std::u16string_view separator) {
+  for (bool isFirst = true;; isFirst = false) {
+    const size_t end = separator.empty() ? std::u16string_view::npos : digits.find(separator);
+    const std::u16string_view group = digits.substr(0, end);
+    const bool isLast = end == std::u16string_view::npos;
+    if (group.empty() || !std::all_of(group.begin(), group.end(), IsDigit)) return false;
+    if (!isFirst && group.size() != 3 && (isLast || group.size() != 2)) return false;
+    if (isLast) return true;
+    digits.remove_prefix(end + separator.size());
+  }
+}
+
+// A number in the dress of the user's language.
+bool IsNumber(std::u16string_view text, bool hasDecimals) {
+  QNINTERNATIONALS dress;
+  QnLang_GetInternationals(&dress, sizeof(dress));
+  const std::u16string_view decimal(dress.decimalSeparator, dress.decimalSeparatorLength);
+  const size_t point = hasDecimals && !decimal.empty() ? text.find(decimal) : std::u16string_view::npos;
+  if (point != std::u16string_view::npos) {
+    const std::u16string_view decimals = text.substr(point + decimal.size());
+    if (decimals.empty() || !std::all_of(decimals.begin(), decimals.end(), IsDigit)) return false;
+  }
+  return IsGrouped(text.substr(0, point), {dress.thousandsSeparator, dress.thousandsSeparatorLength});
+}
+
+// Fields with one separator between two of them. The first or the last one may be left out: it is 0.
+bool AreFields(std::u16string_view text, const Grammar& grammar) {
+  size_t fields = 1;
+  for (size_t i = 0; i < text.size(); ++i) {
+    if (IsDigit(text[i])) continue;
+    const bool isDoubled = i > 0 && !IsDigit(text[i - 1]);
+    if (isDoubled || grammar.separators.find(text[i]) == std::u16string_view::npos) return false;
+    ++fields;
+  }
+  return fields <= grammar.mostFields && std::any_of(text.begin(), text.end(), IsDigit);
+}
+
+// The library reads on past anything between digits: what no one means as a position stops here.
+bool IsPosition(std::u16string_view text, LONG format) {
+  const Grammar grammar = GrammarOf(format);
+  if (text.starts_with(u'-')) text.remove_prefix(1);
+  return grammar.mostFields == 1 ? IsNumber(text, grammar.hasDecimals) : AreFields(text, grammar);
+}
+
 std::optional<uint64_t> FrameOfTime(std::string_view text, const _qnposfmt& format, bool isLength) {
-  // The library takes a text without a digit for 0, and reads some formats past anything.
-  const auto isLetter = [](unsigned char c) { return std::isalpha(c) != 0; };
-  const auto isDigit = [](unsigned char c) { return std::isdigit(c) != 0; };
-  if (std::any_of(text.begin(), text.end(), isLetter) || std::none_of(text.begin(), text.end(), isDigit))
-    return std::nullopt;
   const std::u16string wide = qn::FromUtf8(std::string(text));
+  if (!IsPosition(wide, format.format)) return std::nullopt;
   const WCHAR* end = wide.c_str();
   const DWORD flags = QNTIMETEXT_CLAMP | (isLength ? QNTIMETEXT_ABSOLUTE : 0);
   const LONGLONG time =

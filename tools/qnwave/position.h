@@ -15,7 +15,8 @@ constexpr qntool::Option kFormatOption = {"format", "FORMAT",
 // from 0 in formats whose positions count from 1. False with the mistake reported.
 //
 // Without --format a whole number is a frame, and what has a colon or a point is a time,
-// "[[H:]M:]S[.DIGITS]", in every language; with it the text is read as the library reads what a user types.
+// "[[H:]M:]S[.DIGITS]", in every language; with it the text is read as the library reads what a user types,
+// and refused where it holds what the format has not.
 bool ReadPosition(const char* command, const qntool::Arguments& arguments, const char* option, bool isLength,
                   uint32_t rate, std::optional<uint64_t>* frame);
 

@@ -127,7 +127,7 @@ int RepairFile(const std::string& name, const Layout& layout, const RepairPlan& 
     std::printf("%s of data.", Bytes(after.dataBytes).c_str());
   } else {
     const uint64_t frames = after.dataBytes / format.nBlockAlign;
-    std::printf("%s frames, %s.", Grouped(frames).c_str(),
+    std::printf("%s %s, %s.", Grouped(frames).c_str(), frames == 1 ? "frame" : "frames",
                 DescribeDuration(frames, format.nSamplesPerSec).c_str());
   }
   std::printf(" No sample has moved.\n");

@@ -1,11 +1,18 @@
 #include "tools/qnwave/stream_copy.h"
 
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <filesystem>
+#include <map>
 #include <memory>
 #include <optional>
 
 #include "qn/audio/qncopy.h"
 #include "qn/media/qnaudiostream.h"
+#include "qn/platform/text.h"
 #include "qn/settings/qnstatus.h"
 #include "tools/qnwave/audio_output.h"
 #include "tools/qnwave/command.h"
@@ -24,17 +31,11 @@ struct CloseStream {
 };
 using Stream = std::unique_ptr<QnAudioStreamRecord, CloseStream>;
 
-// Opens a stream on an existing file; null with the failure reported, about `subject`.
-Stream OpenStream(const std::string& file, const std::string& subject, const AudioFormat& format,
-                  uint64_t dataStart, uint64_t frames, DWORD flags) {
-  std::u16string path;
-  if (!LibraryPath(file, &path)) return nullptr;
-  // A stream keeps its file's name, and cuts a longer one.
-  constexpr size_t kMostCharacters = 259;
-  if (path.size() > kMostCharacters) {
-    ReportOpenError(subject, QN_E_FILE_NAME, {messages::PathTooLong, {Message::Number(kMostCharacters)}});
-    return nullptr;
-  }
+// Opens a stream on an open file; null with the failure reported, about `subject`.
+Stream OpenStream(int descriptor, const std::string& subject, const AudioFormat& format, uint64_t dataStart,
+                  uint64_t frames, DWORD flags) {
+  // A stream keeps its file's name and refuses one of 260 characters, which this one has in no folder.
+  const std::u16string path = qn::PathFromNative("/proc/self/fd/" + std::to_string(descriptor));
   WAVEFORMATEX record{};
   QnAudio_InitWfx(&record, format.rate, format.type, format.channels);
   HQNAUDIOSTREAM stream;
@@ -51,8 +52,14 @@ class StreamInput {
     // A stream's offset has 32 bits: whole frames in front of the samples count as frames.
     const uint32_t frameBytes = source.format.FrameBytes();
     before_ = source.dataStart / frameBytes;
-    stream_ = OpenStream(source.name, source.name, source.format, source.dataStart % frameBytes,
+    const int file = open(source.name.c_str(), O_RDONLY | O_CLOEXEC);
+    if (file < 0) {
+      ReportOpenError(source.name, qntool::StatusFromErrno(QN_E_FILE_OPEN));
+      return false;
+    }
+    stream_ = OpenStream(file, source.name, source.format, source.dataStart % frameBytes,
                          before_ + source.frames, QNAUDIOSTREAM_READ_ONLY);
+    close(file);
     return stream_ != nullptr;
   }
 
@@ -76,7 +83,7 @@ class StreamOutput {
     if (!file_.Create(target.name, target.container, target.format, target.frames, overwrite)) return false;
     // Open to nobody else meanwhile; all other flags would create it anew or forbid something.
     constexpr DWORD kFlags = 0;
-    stream_ = OpenStream(file_.Temporary(), target.name, target.format, file_.OffsetOf(0), 0, kFlags);
+    stream_ = OpenStream(file_.Descriptor(), target.name, target.format, file_.OffsetOf(0), 0, kFlags);
     return stream_ != nullptr;
   }
 
@@ -86,6 +93,9 @@ class StreamOutput {
     const HRESULT status = QnAudioStream_WriteEx(stream_.get(), buffer, frames, &put, type);
     return status == S_OK && put == frames ? S_OK : SystemStatus(QN_E_FILE_WRITE);
   }
+
+  // The file that the target's name leads to.
+  const std::string& Resolved() const { return file_.Resolved(); }
 
   bool Commit() {
     stream_.reset();
@@ -105,6 +115,8 @@ class PieceWriter {
   int Write(std::span<const Piece> pieces, bool overwrite);
 
  private:
+  bool CreateOutputs(bool overwrite);
+  int Publish();
   int WritePiece(const Piece& piece);
   HRESULT WriteBlock(const std::vector<uint8_t>& block, uint32_t frames, uint32_t channels,
                      QNSAMPLETYPE type);
@@ -170,21 +182,57 @@ int PieceWriter::WritePiece(const Piece& piece) {
   return kExitOk;
 }
 
-int PieceWriter::Write(std::span<const Piece> pieces, bool overwrite) {
+// False with the failure reported.
+bool PieceWriter::CreateOutputs(bool overwrite) {
+  std::map<std::filesystem::path, const Target*> resolved;
   for (size_t i = 0; i < targets_.size(); ++i) {
-    if (!outputs_[i].Create(targets_[i], overwrite)) return kExitFailed;
+    const Target& target = targets_[i];
+    if (!outputs_[i].Create(target, overwrite)) return false;
+    // Links may lead two names to one file, where the second would take the place of the first.
+    const std::filesystem::path file = outputs_[i].Resolved();
+    std::error_code ignored;
+    const auto folder = std::filesystem::canonical("." / file.parent_path(), ignored);
+    const auto [twin, isNew] = resolved.emplace(folder / file.filename(), &target);
+    if (!isNew) {
+      ReportError(target.name, QN_E_FILE_EXISTS,
+                  {messages::SameTarget, {Message(Quoted(twin->second->name))}}, qntool::kSavingFiles);
+      return false;
+    }
   }
+  return true;
+}
+
+int PieceWriter::Publish() {
+  for (size_t i = 0; i < targets_.size(); ++i) {
+    if (!outputs_[i].Commit()) {
+      if (targets_.size() > 1) {
+        ReportWarning(targets_[i].name,
+                      {messages::TargetsStand, {Message::Number(i), Message::Number(targets_.size())}});
+      }
+      return kExitFailed;
+    }
+    TellWritten(targets_[i], quiet_);
+  }
+  return kExitOk;
+}
+
+int PieceWriter::Write(std::span<const Piece> pieces, bool overwrite) {
+  if (!CreateOutputs(overwrite)) return kExitFailed;
   progress_.emplace(targets_[0].name, std::max<uint64_t>(1, targets_[0].frames), quiet_);
   for (const Piece& piece : pieces) {
     const int exitCode = WritePiece(piece);
     if (exitCode != kExitOk) return exitCode;
   }
   progress_.reset();
-  for (size_t i = 0; i < targets_.size(); ++i) {
-    if (!outputs_[i].Commit()) return kExitFailed;
-    TellWritten(targets_[i], quiet_);
-  }
-  return kExitOk;
+  return Publish();
+}
+
+// Lets the process open more files than it is given at first, where the system allows that.
+void RaiseFileLimit(rlim_t count) {
+  struct rlimit limit = {};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= count) return;
+  limit.rlim_cur = std::min(count, limit.rlim_max);
+  setrlimit(RLIMIT_NOFILE, &limit);
 }
 
 }  // namespace
@@ -203,6 +251,8 @@ AudioFormat KeptFormat(const AudioFormat& format) {
 int WritePieces(std::span<const Piece> pieces, std::span<const Target> targets, const Arguments& arguments) {
   if (!std::all_of(targets.begin(), targets.end(), CheckSize)) return kExitFailed;
   WatchInterrupts();
+  constexpr rlim_t kForOthers = 64;
+  RaiseFileLimit(2 * targets.size() + kForOthers);  // a file and its stream
   return PieceWriter(targets, arguments.Has("quiet")).Write(pieces, arguments.Has("force"));
 }
 

@@ -70,8 +70,9 @@ void TellWritten(const Target& target, bool quiet) {
     ReportWarning(target.name, {messages::PrivateTag, {Message(row.name)}});
   }
   if (quiet) return;
-  std::printf("%s: %s frames, %s, %s, %u Hz\n", Shown(target.name).c_str(), Grouped(target.frames).c_str(),
-              row.words, DescribeChannels(target.format.channels).c_str(), target.format.rate);
+  std::printf("%s: %s %s, %s, %s, %u Hz\n", Shown(target.name).c_str(), Grouped(target.frames).c_str(),
+              target.frames == 1 ? "frame" : "frames", row.words,
+              DescribeChannels(target.format.channels).c_str(), target.format.rate);
 }
 
 }  // namespace qnwave
