@@ -66,7 +66,8 @@ TEST(Run, LeavesNothingBehindWhenItFails) {
   EXPECT_EQ(Qnwave({"convert", kRecording, folder.Native("none/out.wav")}).exit, 1);
 }
 
-// Starts the tool on hours of silence and sends a signal when it is at work.
+// Starts the tool on hours of silence and sends signals from when it is at work to its end, as of a key that
+// is held down.
 int Interrupt(const ScratchFolder& folder, const char* command, const char* option, int signal) {
   const std::string in = folder.Native("in.wav");
   const std::string out = folder.Native("out.w64");
@@ -84,9 +85,11 @@ int Interrupt(const ScratchFolder& folder, const char* command, const char* opti
   while (List(folder.Native("")).size() < 3 && waitpid(process, nullptr, WNOHANG) == 0) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
-  kill(process, signal);
   int status = 0;
-  waitpid(process, &status, 0);
+  do {
+    kill(process, signal);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  } while (waitpid(process, &status, WNOHANG) == 0);
   return status;
 }
 

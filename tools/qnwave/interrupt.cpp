@@ -11,8 +11,10 @@ namespace {
 std::atomic<int> signalNumber = 0;
 static_assert(std::atomic<int>::is_always_lock_free);
 
+// The first signal counts: those that follow find a run that is tidying up.
 void Remember(int number) {
-  signalNumber = number;
+  int none = 0;
+  signalNumber.compare_exchange_strong(none, number);
 }
 
 }  // namespace
@@ -20,7 +22,7 @@ void Remember(int number) {
 void WatchInterrupts() {
   struct sigaction action = {};
   action.sa_handler = Remember;
-  action.sa_flags = static_cast<int>(SA_RESETHAND | SA_RESTART);
+  action.sa_flags = SA_RESTART;
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
     struct sigaction before = {};
     // A signal that the caller has switched off, as nohup does, stays off.
