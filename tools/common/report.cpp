@@ -18,6 +18,14 @@ void PrintLine(const std::string& kind, std::string_view subject, std::string_vi
   std::fwrite(line.data(), 1, line.size(), stderr);
 }
 
+// Controls beside those of ASCII, in UTF-8: U+0080 to U+009F, and those of the direction of writing, which
+// would show what follows them in another order.
+bool IsWideControl(std::string_view c) {
+  return (c >= "\xC2\x80" && c <= "\xC2\x9F") || c == "\xD8\x9C" || c == "\xE2\x80\x8E" ||
+         c == "\xE2\x80\x8F" || (c >= "\xE2\x80\xAA" && c <= "\xE2\x80\xAE") ||
+         (c >= "\xE2\x81\xA6" && c <= "\xE2\x81\xA9");
+}
+
 }  // namespace
 
 std::string ProgramAnd(std::string_view command) {
@@ -35,11 +43,7 @@ std::string Shown(std::string_view text) {
     const auto lead = static_cast<unsigned char>(text[i]);
     const size_t length = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
     const std::string_view character = text.substr(i, length);
-    // U+0080 to U+009F are controls too.
-    const bool control =
-        lead < 0x20 || lead == 0x7F ||
-        (lead == 0xC2 && character.size() == 2 && static_cast<unsigned char>(character[1]) < 0xA0);
-    if (control || !IsUtf8(character)) {
+    if (lead < 0x20 || lead == 0x7F || IsWideControl(character) || !IsUtf8(character)) {
       escape(lead);
       ++i;
     } else {

@@ -14,7 +14,8 @@ extern const char kProgram[];
 // "qnwave info", for usage lines; the tool alone for an empty command.
 std::string ProgramAnd(std::string_view command);
 
-// A text made fit for a terminal and a log: control characters and ill-formed UTF-8 become \xNN.
+// A text made fit for a terminal and a log: control characters, those of the direction
+// of writing too, and ill-formed UTF-8 become \xNN.
 std::string Shown(std::string_view text);
 
 // The same between single quotes.
