@@ -214,6 +214,47 @@ TEST(Tags, AreOldOrNewWhenTheDiskIsFull) {
   }
 }
 
+TEST(Tags, AreOldWhenTheDiskFailsAtTheEnd) {
+  const ScratchFolder folder;
+  const std::string wav = folder.Native("x.wav"), w64 = folder.Native("x.w64");
+  const Bytes list = Wav::List("INFO", Item("INAM", "Title")), junk = Wav::Chunk("JUNK", Bytes(40));
+  const Bytes summary = Wave64Shape::Chunk(Hex("BC 94 5F 92 5A 52 D2 11 86 DC 00 C0 4F 8E DB 8A"),
+                                           Hex("01 00 00 00 'IART' 04 00 00 00 41 00 00 00"));
+  for (const auto& [path, before] :
+       {std::pair(wav, Form<Wav>({}, {})), std::pair(wav, Form<Wav>({}, list)),
+        std::pair(wav, Form<Wav>({}, list + junk)), std::pair(w64, Form<Wave64Shape>({}, {}, 200)),
+        std::pair(w64, Form<Wave64Shape>({}, summary, 200))}) {
+    WriteFileBytes(path, before);
+    const ToolRun run = Change(path, {"--set", "title=" + std::string(99, 'x')},
+                               "ASAN_OPTIONS=verify_asan_link_order=0 LD_PRELOAD=" FAILING_FLUSH " ");
+    EXPECT_EQ(run.exit, 1);
+    EXPECT_NE(run.err.find("as they were"), std::string::npos) << run.err;
+    EXPECT_EQ(ReadFileBytes(path), before);
+  }
+}
+
+TEST(Tags, AreNotWrittenBeyondWhatIsRead) {
+  const ScratchFolder folder;
+  const std::string path = folder.Native("x.wav");
+  const Bytes list = Wav::List("INFO", Item("ICMT", std::string((4 << 20) - 60, 'x')));
+  Bytes lists;
+  const Bytes empty = Wav::List("INFO", {});
+  for (int i = 0; i < 4096; ++i) lists.insert(lists.end(), empty.begin(), empty.end());
+  for (const Bytes& before : {Form<Wav>({}, list), Form<Wav>({}, lists)}) {
+    WriteFileBytes(path, before);
+    EXPECT_EQ(
+        Change(path, {"--set=title=" + std::string(99, 'x'), "--set=album=日", "--code-page=1252"}).exit, 1);
+    EXPECT_TRUE(ReadFileBytes(path) == before);
+    EXPECT_EQ(Change(path, {"--set=title=x"}).exit, 0);
+    EXPECT_EQ(Qnwave({"tags", path}).exit, 0);
+  }
+  lists.insert(lists.end(), empty.begin(), empty.end());
+  WriteFileBytes(path, Form<Wav>({}, lists));
+  const ToolRun run = Change(path, {"--clear"});
+  EXPECT_EQ(run.exit, 3);
+  EXPECT_NE(run.err.find("qnwave convert"), std::string::npos) << run.err;
+}
+
 TEST(Tags, OfHugeFilesTakeNoMemoryAndEndAtFourGigabytes) {
   const ScratchFolder folder;
   const std::string wav = folder.Native("x.wav"), w64 = folder.Native("x.w64");
@@ -259,11 +300,21 @@ TEST(Tags, NamesAndIdsAreEitherForm) {
                                                 {"--set", "title"},
                                                 {"--set", "title=\xE9"},
                                                 {"--code-page", "7"},
+                                                {"--delete", "id:\xC3\x84xy"},
+                                                {"--clear", "--force"},
                                                 {"x", "--output", "y"}}) {
     EXPECT_EQ(Change(path, words).exit, 2);
   }
   EXPECT_EQ(Change(path, {"--delete", "genre", "--set", "title=a=b"}).exit, 0);
   EXPECT_EQ(ReadFileBytes(path), before);
+  // Ids that a name or a "=" hides.
+  const std::vector<std::string> ids = {"--clear", "--set=id:DATE=1", "--set=id:ti=e=x=y", "--set=part=3",
+                                        "--set=id:Part=2"};
+  EXPECT_EQ(Change(path, ids).exit, 0);
+  EXPECT_EQ(TagsOf(path), "DATE=1 ti=e=x=y part=3 Part=2");
+  EXPECT_NE(Change(path, ids).out.find("nothing to change"), std::string::npos);
+  EXPECT_EQ(Change(path, {"--delete", "id:ti=e", "--delete", "id:Part"}).exit, 0);
+  EXPECT_EQ(TagsOf(path), "DATE=1 part=3");
 }
 
 }  // namespace

@@ -14,7 +14,8 @@
 namespace qnwave {
 namespace {
 
-// What is read of the lists: a file that claims more is damaged or no one's idea of tags.
+// What is read of the lists, and so what is written of them: a file that claims more is damaged or no one's
+// idea of tags.
 constexpr uint64_t kMostListBytes = 4 << 20;
 constexpr size_t kMostLists = 4096;
 // The largest size that the header of a WAV file is given.
@@ -191,6 +192,18 @@ HRESULT CopyRange(int source, uint64_t from, uint64_t to, int target, uint64_t o
   return S_OK;
 }
 
+// True for lists that ListFinder reads to their end, whatever fills the room behind them.
+bool AreReadAgain(const std::vector<TagList>& lists, const ContainerRules& rules) {
+  uint64_t bytes = 0;
+  size_t count = 0;
+  for (const TagList& list : lists) {
+    if (list.isChanged && list.items.empty()) continue;
+    bytes += list.bytes.size() + rules.chunkHeaderBytes;
+    ++count;
+  }
+  return bytes <= kMostListBytes && count <= kMostLists;
+}
+
 }  // namespace
 
 TagFile ReadTagFile(const File& file, const std::string& name) {
@@ -219,7 +232,9 @@ TagWriter::TagWriter(const File& file, const TagFile& before, const std::vector<
   // A header that left chunks out counts them from now on.
   formEnd_ = oldFormEnd >= before.chunksEnd ? oldFormEnd + (end - before.chunksEnd) : end;
   const bool isWav = before.layout.container == Container::kWav;
-  if (isWav && formEnd_ > oldFormEnd && formEnd_ - 8 > kMostFormSize) {
+  if (!AreReadAgain(changed, rules_)) {
+    road_ = TagRoad::kTooMuch;
+  } else if (isWav && formEnd_ > oldFormEnd && formEnd_ - 8 > kMostFormSize) {
     road_ = TagRoad::kTooLarge;
   } else {
     road_ = isInPlace ? TagRoad::kInPlace : TagRoad::kAnew;
@@ -351,7 +366,7 @@ bool TagWriter::WriteMoment(Moment moment) const {
 
 bool TagWriter::WriteSteps() const {
   const auto count = static_cast<uint32_t>(switchBytes_.size());
-  const Splice form = FormSize();
+  const Splice form = FormSize(formEnd_);
   return WriteMoment(Moment::kBefore) && FlushFileBuffers(file_.Get()) &&
          (count == 0 || file_.WriteAt(switchAt_, switchBytes_.data(), count)) &&
          WriteMoment(Moment::kAfter) &&
@@ -360,28 +375,41 @@ bool TagWriter::WriteSteps() const {
          FlushFileBuffers(file_.Get());
 }
 
-void TagWriter::Undo() const {
-  for (const Patch& patch : patches_)
-    file_.WriteAt(patch.offset, patch.old.data(), static_cast<uint32_t>(patch.old.size()));
-  if (file_.Seek(fileBytes_)) SetEndOfFile(file_.Get());
+// Puts bytes back that may have changed. What is still there is not written: that could fail for what made
+// the change fail.
+bool TagWriter::Restore(uint64_t offset, const TagBytes& old) const {
+  TagBytes now(old.size());
+  const auto count = static_cast<uint32_t>(old.size());
+  if (count == 0 || (file_.ReadAt(offset, now.data(), count) && now == old)) return true;
+  return file_.WriteAt(offset, old.data(), count);
 }
 
-HRESULT TagWriter::WriteInPlace() const {
+// The steps backwards; false when the file may be neither what it was nor what it was to be.
+bool TagWriter::Undo() const {
+  const Splice form = FormSize(before_.layout.header.formSize);
+  bool isUndone = Restore(form.offset, form.bytes);
+  for (const Patch& patch : patches_) isUndone &= Restore(patch.offset, patch.old);
+  isUndone &= file_.Size() == fileBytes_ || (file_.Seek(fileBytes_) && SetEndOfFile(file_.Get()));
+  return FlushFileBuffers(file_.Get()) && isUndone;
+}
+
+HRESULT TagWriter::WriteInPlace(bool* isUndone) const {
   SetLastError(ERROR_SUCCESS);
+  *isUndone = false;
   if (WriteSteps()) return S_OK;
   const HRESULT status = SystemStatus(QN_E_FILE_WRITE);
-  Undo();
+  *isUndone = Undo();
   return status;
 }
 
-// The size in the file header, with no bytes where it stays.
-TagWriter::Splice TagWriter::FormSize() const {
+// A size in the file header, with no bytes where it stays.
+TagWriter::Splice TagWriter::FormSize(uint64_t end) const {
   const bool isWave64 = before_.layout.container == Container::kWave64;
   Splice splice;
   splice.offset = isWave64 ? 16 : 4;
   splice.end = splice.offset;
   if (formEnd_ == before_.layout.header.formSize) return splice;
-  const uint64_t size = isWave64 ? formEnd_ : formEnd_ - 8;
+  const uint64_t size = isWave64 ? end : end - 8;
   splice.bytes.resize(isWave64 ? 8 : 4);
   splice.end += splice.bytes.size();
   std::memcpy(splice.bytes.data(), &size, splice.bytes.size());
@@ -390,7 +418,7 @@ TagWriter::Splice TagWriter::FormSize() const {
 
 HRESULT TagWriter::WriteAnew(int source, int target, const std::function<void(uint64_t)>& progress) const {
   std::vector<Splice> splices = splices_;
-  splices.insert(splices.begin(), FormSize());
+  splices.insert(splices.begin(), FormSize(formEnd_));
   uint64_t from = 0;
   uint64_t offset = 0;
   for (Splice& splice : splices) {

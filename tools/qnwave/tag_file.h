@@ -39,7 +39,8 @@ struct TagFile {
 TagFile ReadTagFile(const File& file, const std::string& name);
 
 // How changed lists get into a file.
-enum class TagRoad { kNone, kInPlace, kAnew, kTooLarge };
+// kTooLarge: the file passes what its header counts. kTooMuch: the lists pass what ReadTagFile reads.
+enum class TagRoad { kNone, kInPlace, kAnew, kTooLarge, kTooMuch };
 
 class TagWriter {
  public:
@@ -49,11 +50,11 @@ class TagWriter {
   // What there is to do. kNone: nothing.
   TagRoad Road() const { return road_; }
 
-  // For kInPlace. On failure the file is as it was.
-  HRESULT WriteInPlace() const;
+  // For kInPlace. On failure `*isUndone` tells whether the file is as it was.
+  HRESULT WriteInPlace(bool* isUndone) const;
 
-  // For any road but kTooLarge: copies the file, which is open as `source` too, with the changes to an empty
-  // one. `progress` is told of the bytes done. QN_E_CANCELLED after an interrupt.
+  // For kNone, kInPlace and kAnew: copies the file, which is open as `source` too, with the changes to an
+  // empty one. `progress` is told of the bytes done. QN_E_CANCELLED after an interrupt.
   HRESULT WriteAnew(int source, int target, const std::function<void(uint64_t)>& progress) const;
 
  private:
@@ -86,8 +87,9 @@ class TagWriter {
   bool PlanSwitch();
   bool WriteMoment(Moment moment) const;
   bool WriteSteps() const;
-  void Undo() const;
-  Splice FormSize() const;
+  bool Restore(uint64_t offset, const TagBytes& old) const;
+  bool Undo() const;
+  Splice FormSize(uint64_t end) const;
 
   const File& file_;
   const TagFile& before_;

@@ -86,11 +86,10 @@ struct NewText {
   const std::optional<TagBytes>& In(TagForm form) const { return IsWide(form) ? wide : narrow; }
 };
 
-// True for an item that has the text already, with more terminators perhaps.
-bool Holds(const TagList& list, const TagItem& item, const TagBytes& text) {
-  const auto bytes = list.TextOf(item);
-  return bytes.size() >= text.size() && std::equal(text.begin(), text.end(), bytes.begin()) &&
-         std::all_of(bytes.begin() + static_cast<ptrdiff_t>(text.size()), bytes.end(),
+// True for bytes with zeros alone behind them.
+bool IsWithZeros(std::span<const uint8_t> longer, const TagBytes& bytes) {
+  return longer.size() >= bytes.size() && std::equal(bytes.begin(), bytes.end(), longer.begin()) &&
+         std::all_of(longer.begin() + static_cast<ptrdiff_t>(bytes.size()), longer.end(),
                      [](uint8_t b) { return b == 0; });
 }
 
@@ -183,6 +182,7 @@ void ChangeTags(std::vector<TagList>* lists, Container container, const TagChang
     if (isWave64) added.wide->resize(std::max(added.wide->size(), (text.size() + 2) / 2 * 2));
   }
 
+  const std::vector<TagList> before = changes.clear ? *lists : std::vector<TagList>();
   std::unordered_set<uint32_t> placed[2];
   for (TagList& list : *lists) {
     ListWriter writer(list.form);
@@ -197,7 +197,7 @@ void ChangeTags(std::vector<TagList>* lists, Container container, const TagChang
       const std::optional<TagBytes>& text = change->second.In(list.form);
       // Of items with the same id the first one takes the text.
       const bool takesText = text && placed[IsWide(list.form)].insert(item.id).second;
-      if (takesText && Holds(list, item, *text)) {
+      if (takesText && IsWithZeros(list.TextOf(item), *text)) {
         writer.Keep(list, item);
         continue;
       }
@@ -221,6 +221,13 @@ void ChangeTags(std::vector<TagList>* lists, Container container, const TagChang
       writer.Add(id, *text);
       *list = writer.List();
     }
+  }
+  // What is cleared and set to what it was needs no change.
+  for (size_t i = 0; i < before.size(); ++i) {
+    TagList& list = (*lists)[i];
+    const bool isSame =
+        list.items.size() == before[i].items.size() && IsWithZeros(before[i].bytes, list.bytes);
+    if (isSame && !before[i].isDamaged) list = before[i];
   }
 }
 

@@ -33,6 +33,13 @@ uint32_t IdOf(const char* characters) {
   return id;
 }
 
+// In front of an id that is to be taken as it stands.
+constexpr std::string_view kIdMark = "id:";
+
+bool IsIdWord(std::string_view word) {
+  return word.size() == kIdMark.size() + 4 && word.starts_with(kIdMark);
+}
+
 // The bytes in front of the terminator, which may be missing.
 std::string_view Narrow(std::span<const uint8_t> bytes) {
   const auto end = std::find(bytes.begin(), bytes.end(), 0);
@@ -70,6 +77,20 @@ std::optional<uint32_t> ParseTagId(std::string_view word) {
   }
   if (word.size() != 4 || !IsTagId(IdOf(word.data()))) return std::nullopt;
   return IdOf(word.data());
+}
+
+std::optional<uint32_t> ParseTagWord(std::string_view word) {
+  if (!IsIdWord(word)) return ParseTagId(word);
+  const uint32_t id = IdOf(word.data() + kIdMark.size());
+  return IsTagId(id) ? std::optional(id) : std::nullopt;
+}
+
+TagSetting SplitTagSetting(std::string_view word) {
+  constexpr size_t kIdWord = kIdMark.size() + 4;
+  const bool isId = word.size() > kIdWord && word[kIdWord] == '=' && IsIdWord(word.substr(0, kIdWord));
+  const size_t equals = isId ? kIdWord : word.find('=');
+  if (equals == std::string_view::npos) return {word, std::nullopt};
+  return {word.substr(0, equals), word.substr(equals + 1)};
 }
 
 std::string TagIdText(uint32_t id) {

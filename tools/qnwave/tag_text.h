@@ -18,6 +18,18 @@ using TagBytes = std::vector<uint8_t>;
 // The id of a name such as "title", whatever its case, or of an id itself, any four printable characters.
 std::optional<uint32_t> ParseTagId(std::string_view word);
 
+// The same for a word of the command line, where "id:" in front of four characters makes them an id as it
+// stands.
+std::optional<uint32_t> ParseTagWord(std::string_view word);
+
+// The id and the text of "NAME=TEXT"; an id behind "id:" may hold "=" too. The whole word is returned as the
+// name, and no text, where it is none.
+struct TagSetting {
+  std::string_view name;
+  std::optional<std::string_view> text;
+};
+TagSetting SplitTagSetting(std::string_view word);
+
 // Its four characters.
 std::string TagIdText(uint32_t id);
 

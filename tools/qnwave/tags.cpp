@@ -47,21 +47,22 @@ bool ReadOptions(const Arguments& arguments, Job* job) {
     return false;
   };
   const auto unknown = [&](std::string_view name) {
-    return mistaken("unknown name " + Quoted(name) + " (one such as title, or an id of four characters)");
+    return mistaken("unknown name " + Quoted(name) +
+                    " (one such as title, an id of four characters, or id: and an id)");
   };
   TagChanges& changes = job->changes;
   changes.clear = arguments.Has("clear");
   for (const std::string_view name : arguments.Values("delete")) {
-    const auto id = ParseTagId(name);
+    const auto id = ParseTagWord(name);
     if (!id) return unknown(name);
     changes.deleted.push_back(*id);
   }
   for (const std::string_view word : arguments.Values("set")) {
-    const size_t equals = word.find('=');
-    if (equals == std::string_view::npos) return mistaken(Quoted(word) + " is not NAME=TEXT");
-    const auto id = ParseTagId(word.substr(0, equals));
-    if (!id) return unknown(word.substr(0, equals));
-    const std::string text(word.substr(equals + 1));
+    const TagSetting setting = SplitTagSetting(word);
+    if (!setting.text) return mistaken(Quoted(word) + " is not NAME=TEXT");
+    const auto id = ParseTagWord(setting.name);
+    if (!id) return unknown(setting.name);
+    const std::string text(*setting.text);
     if (!qntool::IsUtf8(text)) return mistaken("the text of " + Quoted(word) + " is not valid UTF-8");
     std::erase_if(changes.set, [&](const auto& other) { return other.first == *id; });
     if (text.empty()) {
@@ -79,6 +80,7 @@ bool ReadOptions(const Arguments& arguments, Job* job) {
   job->asJson = arguments.Has("json");
   job->quiet = arguments.Has("quiet");
   if (job->output && arguments.Operands().size() != 1) return mistaken("--output goes with one FILE");
+  if (job->force && !job->output) return mistaken("--force goes with --output");
   return true;
 }
 
@@ -163,7 +165,7 @@ int JudgeChange(const std::string& name, const TagFile& file, const Job& job) {
   if (file.damage.empty() || (job.changes.clear && !file.hasMoreLists)) return kExitOk;
   for (const Message& problem : file.damage) ReportWarning(name, problem);
   if (file.hasMoreLists) {
-    ReportError(name, QN_E_FILE_FORMAT);
+    ReportError(name, QN_E_FILE_FORMAT, messages::TagsTooManyToChange);
   } else {
     ReportError(name, QN_E_FILE_FORMAT, messages::TagsTryClear);
   }
@@ -205,6 +207,10 @@ int Change(const std::string& name, const File& open, const TagFile& file, const
     ReportError(name, QN_E_FILE_TOO_LARGE, messages::TagsTooLong);
     return kExitFailed;
   }
+  if (road == TagRoad::kTooMuch) {
+    ReportError(name, E_INVALIDARG, messages::TagsTooMuch);
+    return kExitFailed;
+  }
   const char* done = "nothing to change";
   if (job.output || road == TagRoad::kAnew) {
     const std::string& target = job.output ? *job.output : name;
@@ -214,9 +220,10 @@ int Change(const std::string& name, const File& open, const TagFile& file, const
     done = job.output ? "written" : "changed, written anew";
   } else if (road == TagRoad::kInPlace) {
     WatchInterrupts();
-    const HRESULT status = writer.WriteInPlace();
+    bool isUndone;
+    const HRESULT status = writer.WriteInPlace(&isUndone);
     if (status != S_OK) {
-      ReportError(name, status, messages::TagsKept);
+      ReportError(name, status, isUndone ? messages::TagsKept : messages::TagsLost);
       return kExitFailed;
     }
     done = "changed in place";
@@ -284,7 +291,9 @@ const Command kTagsCommand = {
     "FILE...",
     "List, set and delete the texts of wave files: title, artist and so on.",
     "NAME is title, artist, album, track, date, genre, comment, copyright, engineer, software or another name"
-    " of the manual, or the four characters of an id such as INAM. No sample changes, and no text or chunk "
+    " of the manual, or the four characters of an id such as INAM; id: in front of an id, as in id:Part, "
+    "tells it "
+    "from a name, and it may hold = then. No sample changes, and no text or chunk "
     "that"
     " is not named. A file is changed in place where the texts fit, else a new one takes its place when it is"
     " whole.",
