@@ -34,6 +34,14 @@ struct FftColumn {
   FftTable<T> twiddles;
 };
 
+// The order of blocks: when pairs fill two vectors, and these are interleaved within each block of `within`
+// lanes, which element lane i has.
+constexpr size_t ElementOfLane(size_t i, size_t lanes, size_t within) {
+  if (within < 2) return i;
+  const size_t half = within / 2, place = i % within;
+  return place / half * (lanes / 2) + i / within * half + place % half;
+}
+
 template <typename T>
 struct FftPlan;
 
@@ -44,15 +52,14 @@ using FftRun = void (*)(const FftPlan<T>& plan, const T* in, T* out, T scale, T 
 
 // Turns the spectrum of pairs (x[2n], x[2n + 1]) into that of x, both doubled, for `sign` 1; for -1 turns the
 // spectrum of x into that of the pairs. All but the first pair of elements.
-template <typename T>
-using FftSplit = void (*)(const FftPlan<T>& plan, T* data, T sign);
+using FftSplit = void (*)(const FftPlan<double>& plan, double* data, double sign);
 
 template <typename T>
 struct FftKernels {
   size_t lanes;
   FftRun<T> whole;
   FftRun<T> fourStep;
-  FftSplit<T> split;
+  FftSplit split;  // of doubles
 };
 
 template <typename T>
@@ -60,26 +67,27 @@ struct FftPlan {
   size_t points = 0;  // complex ones
   size_t workCount = 0;
   FftRun<T> run = nullptr;
-  FftSplit<T> split = nullptr;
+  FftSplit split = nullptr;
   FftColumn<T> column;
   FftColumn<T> second;        // of four steps only
   FftTable<T> laneTwiddles;   // for each row of `column`, factors of all lanes
   FftTable<T> blockTwiddles;  // of four steps: for each block of columns and each row, a factor
   FftTable<T> crossTwiddles;  // within the transform across the lanes
-  FftTable<T> splitTwiddles;  // one vector, then a factor for each vector of half the spectrum
+  // One vector, its lanes in the order of blocks, then a factor for each vector of half the
+  // spectrum.
+  FftTable<T> splitTwiddles;
 };
 
 // Sizes that leave the nearest cache gain from four steps.
 template <typename T>
-constexpr size_t kLargestWhole = 32768 / sizeof(T);
+constexpr size_t kLargestWhole = 131072 / sizeof(T);
 
 // The kernels for so many points on this processor: those with the most lanes whose square is no larger.
 template <typename T>
 const FftKernels<T>& FindFftKernels(size_t points);
 
-// Prepares transforms of 2 to the power of `order` pairs; `real` adds what the split needs. False when there
-// is no memory.
+// Prepares transforms of 2 to the power of `order` pairs. False when there is no memory.
 template <typename T>
-bool MakeFftPlan(FftPlan<T>& plan, int order, bool real);
+bool MakeFftPlan(FftPlan<T>& plan, int order);
 
 }  // namespace qn

@@ -77,6 +77,55 @@ HWY_INLINE Complex<D> LoadPairs(D d, const hn::TFromD<D>* from) {
   hn::LoadInterleaved2(d, from, x.re, x.im);
   return x;
 }
+// Pairs in the order of blocks: their two vectors are interleaved within each block of 16 bytes, which costs
+// less than to bring the lanes in order. Element of lane i: see ElementOfLane. kReversed takes pairs of
+// doubles from the last to the first.
+#if HWY_TARGET == HWY_SCALAR
+
+template <bool kReversed, class D>
+HWY_INLINE Complex<D> LoadBlocks(D d, const hn::TFromD<D>* from) {
+  return LoadPairs(d, from);
+}
+template <bool kReversed, class D>
+HWY_INLINE void StoreBlocks(const Complex<D>& x, hn::TFromD<D>* to) {
+  hn::StoreInterleaved2(x.re, x.im, D(), to);
+}
+
+#else
+
+template <bool kReversed, class D>
+HWY_INLINE Complex<D> LoadBlocks(D d, const hn::TFromD<D>* from) {
+  if constexpr (kLanes<D> == 1) {
+    return LoadPairs(d, from);
+  } else {
+    auto a = hn::LoadU(d, from), b = hn::LoadU(d, from + kLanes<D>);
+    if constexpr (kReversed) {
+      const auto first = hn::ReverseBlocks(d, b);
+      b = hn::ReverseBlocks(d, a);
+      a = first;
+    }
+    return {hn::InterleaveLower(d, a, b), hn::InterleaveUpper(d, a, b)};
+  }
+}
+template <bool kReversed, class D>
+HWY_INLINE void StoreBlocks(const Complex<D>& x, hn::TFromD<D>* to) {
+  const D d;
+  if constexpr (kLanes<D> == 1) {
+    hn::StoreInterleaved2(x.re, x.im, d, to);
+  } else {
+    auto a = hn::InterleaveLower(d, x.re, x.im), b = hn::InterleaveUpper(d, x.re, x.im);
+    if constexpr (kReversed) {
+      const auto first = hn::ReverseBlocks(d, b);
+      b = hn::ReverseBlocks(d, a);
+      a = first;
+    }
+    hn::StoreU(a, d, to);
+    hn::StoreU(b, d, to + kLanes<D>);
+  }
+}
+
+#endif
+
 template <class D>
 HWY_INLINE Complex<D> SetBoth(D d, const hn::TFromD<D>* factor) {
   return {hn::Set(d, factor[0]), hn::Set(d, factor[1])};
@@ -97,8 +146,24 @@ struct Rows {
   }
 };
 
-// Rows of pairs in the caller's memory, `stride` pairs apart. The conjugates of a transform's input and
-// output make it the inverse, so the factors of the imaginary parts are the direction.
+// Rows of a column, each multiplied by a row of factors, and in four steps by one factor for all lanes too.
+template <typename T, bool kFourStep>
+struct TwiddledRows {
+  const T* base;
+  const T* twiddles;
+  const T* rowTwiddles;
+
+  template <class D>
+  HWY_INLINE Complex<D> Load(D d, size_t row) const {
+    Complex<D> twiddle = LoadRow(d, twiddles + row * 2 * kLanes<D>);
+    if (kFourStep) twiddle = Multiply(twiddle, SetBoth(d, rowTwiddles + 2 * row));
+    return Multiply(LoadRow(d, base + row * 2 * kLanes<D>), twiddle);
+  }
+};
+
+// Rows of pairs in the caller's memory, `stride` pairs apart. They are read in order and stored from the
+// order of blocks. The conjugates of a transform's input and output make it the inverse, so the factors of
+// the imaginary parts are the direction.
 template <typename T>
 struct Pairs {
   T* base;
@@ -114,8 +179,7 @@ struct Pairs {
   }
   template <class D>
   HWY_INLINE void Store(const Complex<D>& x, size_t row) const {
-    const D d;
-    hn::StoreInterleaved2(x.re, hn::Mul(x.im, hn::Set(d, im)), d, base + row * 2 * stride);
+    StoreBlocks<false>(Complex<D>{x.re, hn::Mul(x.im, hn::Set(D(), im))}, base + row * 2 * stride);
   }
 };
 
@@ -272,69 +336,57 @@ HWY_INLINE void TransposeBlocks(D d, hn::Vec<D> (&x)[kCount]) {
 
 #endif
 
-// A square of as many rows as lanes, which are exchanged in two steps: blocks of 16 bytes, and within them.
-// With kTransform each step does its share of the transform across the lanes, radix 4 or 2.
-template <class D, bool kTransform>
-class CrossBlock {
- public:
-  static constexpr size_t kV = kLanes<D>;
-  static constexpr size_t kWithin = std::min(kV, 16 / sizeof(hn::TFromD<D>));
-  static constexpr size_t kBlocks = kV / kWithin;
+template <bool kBlocks, class D, size_t kCount>
+HWY_INLINE void Transpose(D d, Complex<D> (&x)[kCount]) {
+  hn::Vec<D> re[kCount], im[kCount];
+  QN_FFT_UNROLL
+  for (size_t i = 0; i < kCount; ++i) {
+    re[i] = x[i].re;
+    im[i] = x[i].im;
+  }
+  if constexpr (kBlocks) {
+    TransposeBlocks(d, re);
+    TransposeBlocks(d, im);
+  } else {
+    TransposeWithin(d, re);
+    TransposeWithin(d, im);
+  }
+  QN_FFT_UNROLL
+  for (size_t i = 0; i < kCount; ++i) x[i] = {re[i], im[i]};
+}
 
-  HWY_INLINE void Put(size_t row, const Complex<D>& x) { StoreRow(x, rows_ + row * 2 * kV); }
-
-  template <class Out>
-  HWY_INLINE void Finish(const hn::TFromD<D>* twiddles, Out out) {
-    const D d;
+// Exchanges rows and lanes of a square in two steps: blocks of 16 bytes, and within them. The rows are taken
+// in the order of blocks, so that is the order of the lanes then. With kTransform
+// each step does its share of the transform across the lanes, radix 4 or 2.
+template <bool kTransform, class D, class In, class Out>
+HWY_INLINE void Cross(D d, In in, const hn::TFromD<D>* twiddles, Out out) {
+  constexpr size_t kV = kLanes<D>;
+  constexpr size_t kWithin = std::min(kV, 16 / sizeof(hn::TFromD<D>));
+  constexpr size_t kBlocks = kV / kWithin;
+  Complex<D> square[kBlocks][kWithin];
+  QN_FFT_UNROLL
+  for (size_t within = 0; within < kWithin; ++within) {
+    Complex<D> x[kBlocks];
     QN_FFT_UNROLL
-    for (size_t within = 0; within < kWithin; ++within) {
-      Complex<D> x[kBlocks];
-      QN_FFT_UNROLL
-      for (size_t i = 0; i < kBlocks; ++i) x[i] = LoadRow(d, rows_ + (within + i * kWithin) * 2 * kV);
-      Transpose<kBlocks>(x, true);
-      if (kTransform) Butterfly(x);
-      QN_FFT_UNROLL
-      for (size_t i = 0; i < kBlocks; ++i) {
-        if (kTransform && i > 0) x[i] = Multiply(x[i], LoadRow(d, twiddles + i * 2 * kV));
-        Put(within + i * kWithin, x[i]);
-      }
-    }
+    for (size_t i = 0; i < kBlocks; ++i) x[i] = in.Load(d, ElementOfLane(within + i * kWithin, kV, kWithin));
+    Transpose<true>(d, x);
+    if (kTransform) Butterfly(x);
     QN_FFT_UNROLL
-    for (size_t block = 0; block < kBlocks; ++block) {
-      Complex<D> x[kWithin];
-      QN_FFT_UNROLL
-      for (size_t i = 0; i < kWithin; ++i) x[i] = LoadRow(d, rows_ + (i + block * kWithin) * 2 * kV);
-      Transpose<kWithin>(x, false);
-      if (kTransform) Butterfly(x);
-      QN_FFT_UNROLL
-      for (size_t i = 0; i < kWithin; ++i)
-        out.Store(x[i], kTransform ? block + i * kBlocks : block * kWithin + i);
+    for (size_t i = 0; i < kBlocks; ++i) {
+      const bool turns = kTransform && i > 0;
+      square[i][within] = turns ? Multiply(x[i], LoadRow(d, twiddles + i * 2 * kV)) : x[i];
     }
   }
-
- private:
-  template <size_t kCount>
-  static HWY_INLINE void Transpose(Complex<D> (&x)[kCount], bool blocks) {
-    const D d;
-    hn::Vec<D> re[kCount], im[kCount];
+  QN_FFT_UNROLL
+  for (size_t block = 0; block < kBlocks; ++block) {
+    auto& x = square[block];
+    Transpose<false>(d, x);
+    if (kTransform) Butterfly(x);
     QN_FFT_UNROLL
-    for (size_t i = 0; i < kCount; ++i) {
-      re[i] = x[i].re;
-      im[i] = x[i].im;
-    }
-    if (blocks) {
-      TransposeBlocks(d, re);
-      TransposeBlocks(d, im);
-    } else {
-      TransposeWithin(d, re);
-      TransposeWithin(d, im);
-    }
-    QN_FFT_UNROLL
-    for (size_t i = 0; i < kCount; ++i) x[i] = {re[i], im[i]};
+    for (size_t i = 0; i < kWithin; ++i)
+      out.Store(x[i], kTransform ? block + i * kBlocks : block * kWithin + i);
   }
-
-  alignas(64) hn::TFromD<D> rows_[kV * 2 * kV];
-};
+}
 
 }  // namespace HWY_NAMESPACE
 }  // namespace qn

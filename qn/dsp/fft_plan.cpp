@@ -3,6 +3,7 @@
 #include <cmath>
 #include <complex>
 #include <numbers>
+#include <type_traits>
 
 #include "qn/dsp/fft_internal.h"
 
@@ -152,14 +153,17 @@ bool MakeFourStep(FftPlan<T>& plan, int order, size_t lanes) {
   return true;
 }
 
-template <typename T>
-bool MakeSplit(FftPlan<T>& plan, size_t lanes) {
+// Two vectors of pairs become one of real and one of imaginary parts by the interleaving of their blocks of
+// 16 bytes, so the lanes take turns between the halves.
+bool MakeSplit(FftPlan<double>& plan, size_t lanes) {
   const size_t vectors = plan.points / 2 / lanes;
   const Roots roots(2 * plan.points);
-  Writer<T> writer(plan.splitTwiddles, lanes + vectors);
+  Writer<double> writer(plan.splitTwiddles, lanes + vectors);
   if (!roots.IsMade() || !writer.IsMade()) return false;
-  for (size_t lane = 0; lane < lanes; ++lane)
-    writer.PutLane(roots.At(lane + 1, 2 * plan.points), lane, lanes);
+  for (size_t lane = 0; lane < lanes; ++lane) {
+    const size_t element = ElementOfLane(lane, lanes, lanes < 2 ? 1 : 2);
+    writer.PutLane(roots.At(element + 1, 2 * plan.points), lane, lanes);
+  }
   for (size_t i = 0; i < vectors; ++i) writer.Put(roots.At(i * lanes, 2 * plan.points));
   return true;
 }
@@ -167,17 +171,19 @@ bool MakeSplit(FftPlan<T>& plan, size_t lanes) {
 }  // namespace
 
 template <typename T>
-bool MakeFftPlan(FftPlan<T>& plan, int order, bool real) {
+bool MakeFftPlan(FftPlan<T>& plan, int order) {
   plan.points = size_t{1} << order;
   const FftKernels<T>& kernels = FindFftKernels<T>(plan.points);
   const bool whole = plan.points <= kLargestWhole<T>;
   plan.run = whole ? kernels.whole : kernels.fourStep;
   plan.split = kernels.split;
-  return (whole ? MakeWhole(plan, kernels.lanes) : MakeFourStep(plan, order, kernels.lanes)) &&
-         (!real || MakeSplit(plan, kernels.lanes));
+  if constexpr (std::is_same_v<T, double>) {
+    if (!MakeSplit(plan, kernels.lanes)) return false;
+  }
+  return whole ? MakeWhole(plan, kernels.lanes) : MakeFourStep(plan, order, kernels.lanes);
 }
 
-template bool MakeFftPlan(FftPlan<float>&, int, bool);
-template bool MakeFftPlan(FftPlan<double>&, int, bool);
+template bool MakeFftPlan(FftPlan<float>&, int);
+template bool MakeFftPlan(FftPlan<double>&, int);
 
 }  // namespace qn

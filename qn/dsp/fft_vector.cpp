@@ -6,6 +6,7 @@
 #include "hwy/foreach_target.h"
 //
 #include <algorithm>
+#include <type_traits>
 #include <utility>
 
 #include "hwy/highway.h"
@@ -31,12 +32,9 @@ void RunWhole(const FftPlan<hn::TFromD<D>>& plan, const hn::TFromD<D>* in, hn::T
   const size_t rows = plan.column.rows;
   const Pairs<T> to{out, rows, 1, sign};
   for (size_t row = 0; row < rows; row += kV) {
-    CrossBlock<D, true> block;
-    for (size_t i = 0; i < kV; ++i) {
-      const size_t at = (row + i) * 2 * kV;
-      block.Put(i, Multiply(LoadRow(d, work + at), LoadRow(d, plan.laneTwiddles.get() + at)));
-    }
-    block.Finish(plan.crossTwiddles.get(), to.Moved(row));
+    const size_t at = row * 2 * kV;
+    const TwiddledRows<T, false> from{work + at, plan.laneTwiddles.get() + at, nullptr};
+    Cross<true>(d, from, plan.crossTwiddles.get(), to.Moved(row));
   }
 }
 
@@ -54,14 +52,10 @@ void RunFourStep(const FftPlan<hn::TFromD<D>>& plan, const hn::TFromD<D>* in, hn
   for (size_t column = 0; column < columns; column += kV) {
     RunColumn(d, plan.column, Pairs<const T>{in + 2 * column, columns, scale, scale * sign}, Rows<T>{local},
               first, first == local ? other : local);
-    for (size_t row = 0; row < rows; row += kV) {
-      CrossBlock<D, false> block;
-      for (size_t i = 0; i < kV; ++i, blockTwiddle += 2) {
-        const size_t at = (row + i) * 2 * kV;
-        const auto twiddle = Multiply(LoadRow(d, plan.laneTwiddles.get() + at), SetBoth(d, blockTwiddle));
-        block.Put(i, Multiply(LoadRow(d, local + at), twiddle));
-      }
-      block.Finish(nullptr, Rows<T>{work + 2 * (row * columns + column * kV)});
+    for (size_t row = 0; row < rows; row += kV, blockTwiddle += 2 * kV) {
+      const size_t at = row * 2 * kV;
+      const TwiddledRows<T, true> from{local + at, plan.laneTwiddles.get() + at, blockTwiddle};
+      Cross<false>(d, from, nullptr, Rows<T>{work + 2 * (row * columns + column * kV)});
     }
   }
   for (size_t row = 0; row < rows; row += kV) {
@@ -73,28 +67,24 @@ void RunFourStep(const FftPlan<hn::TFromD<D>>& plan, const hn::TFromD<D>* in, hn
 // X[k] = E - i w^k O and X[n - k] = conj(E + i w^k O), with E and O the sum and the difference of Z[k] and
 // conj(Z[n - k]); the way back has -conj(w^k). The middle one is its own partner.
 template <class D>
-void Split(const FftPlan<hn::TFromD<D>>& plan, hn::TFromD<D>* data, hn::TFromD<D> sign) {
-  using T = hn::TFromD<D>;
+void Split(const FftPlan<double>& plan, double* data, double sign) {
   const D d;
   constexpr size_t kV = kLanes<D>;
-  const T* const twiddles = plan.splitTwiddles.get();
+  const double* const twiddles = plan.splitTwiddles.get();
   const auto lanes = LoadRow(d, twiddles);
   const auto realSign = hn::Set(d, sign);
   const size_t vectors = plan.points / 2 / kV;
   for (size_t i = 0; i < vectors; ++i) {
-    T* const low = data + 2 * (1 + i * kV);
-    T* const high = data + 2 * (plan.points - (i + 1) * kV);
+    double* const low = data + 2 * (1 + i * kV);
+    double* const high = data + 2 * (plan.points - (i + 1) * kV);
     auto w = Multiply(lanes, SetBoth(d, twiddles + 2 * (kV + i)));
     w.re = hn::Mul(w.re, realSign);
-    const auto a = LoadPairs(d, low);
-    auto b = LoadPairs(d, high);
-    b.re = hn::Reverse(d, b.re);
-    b.im = hn::Reverse(d, b.im);
+    const auto a = LoadBlocks<false>(d, low), b = LoadBlocks<true>(d, high);
     const Complex<D> even{hn::Add(a.re, b.re), hn::Sub(a.im, b.im)};
     const Complex<D> odd = Multiply(Complex<D>{hn::Sub(a.re, b.re), hn::Add(a.im, b.im)}, w);
-    hn::StoreInterleaved2(hn::Add(even.re, odd.im), hn::Sub(even.im, odd.re), d, low);
-    hn::StoreInterleaved2(hn::Reverse(d, hn::Sub(even.re, odd.im)),
-                          hn::Reverse(d, hn::Neg(hn::Add(even.im, odd.re))), d, high);
+    StoreBlocks<false>(MinusTurned(even, odd), low);
+    const Complex<D> mirrored = PlusTurned(even, odd);
+    StoreBlocks<true>(Complex<D>{mirrored.re, hn::Neg(mirrored.im)}, high);
   }
 }
 
@@ -102,7 +92,11 @@ template <typename T, size_t kMost>
 const FftKernels<T>& KernelsUpTo(size_t points) {
   using D = hn::CappedTag<T, kMost>;
   constexpr size_t kV = kLanes<D>;
-  static constexpr FftKernels<T> kKernels = {kV, RunWhole<D>, RunFourStep<D>, Split<D>};
+  static constexpr FftKernels<T> kKernels = [] {
+    FftKernels<T> kernels{kV, RunWhole<D>, RunFourStep<D>, nullptr};
+    if constexpr (std::is_same_v<T, double>) kernels.split = Split<D>;
+    return kernels;
+  }();
   if constexpr (kV > 1) {
     if (kV * kV > points) return KernelsUpTo<T, kV / 2>(points);
   }

@@ -50,7 +50,7 @@ LONG InitAlloc(void** spec, LONG order, LONG flag) {
   made->inverseScale = static_cast<T>(flag == QNPERF_FFT_DIV_INV_BY_N ? part : root);
   made->order = order;
   const bool halved = Spec<T>::kReal && order > 0;
-  if (!qn::MakeFftPlan(made->plan, halved ? order - 1 : order, halved)) return QNPERF_STATUS_MEMORY;
+  if (!qn::MakeFftPlan(made->plan, halved ? order - 1 : order)) return QNPERF_STATUS_MEMORY;
   *spec = made.release();
   return QNPERF_STATUS_OK;
 }
