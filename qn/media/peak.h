@@ -63,7 +63,7 @@ struct IQnAudioPeak : IUnknown {
 
   // Audio has been written to the media: `frames` frames of `type` (0: the source's type) from `start` on.
   // Brings the blocks of the peak file up to date. It may read from the media. 1 when there is no peak file,
-  // QN_E_FILE_WRITE, E_INVALIDARG for a type without a kernel or a place that no file has, E_FAIL for a peak
+  // QN_E_FILE_WRITE, E_INVALIDARG for what is no sample type or a place that no file has, E_FAIL for a peak
   // file that is none.
   virtual HRESULT WriteAudio(const void* buffer, LONGLONG start, DWORD frames, QNSAMPLETYPE type) = 0;
 

@@ -4,6 +4,7 @@
 #include <memory>
 #include <new>
 
+#include "qn/media/mediafile_internal.h"
 #include "qn/media/peak_blocks_internal.h"
 #include "qn/media/peak_object_internal.h"
 #include "qn/media/peak_scratch_internal.h"
@@ -137,7 +138,9 @@ class CQnAudioPeak::FileBlocks final : public PeakBlocks {
 
 bool CQnAudioPeak::HasUsableHeader() const {
   const WAVEFORMATEX* const format = reader_ ? reader_->GetFormat() : nullptr;
-  return format && header_.magic == kPeakMagic && (header_.bits == 8 || header_.bits == 16) &&
+  // Blocks behind the file's end would make it giant with the first write.
+  const bool isInFile = file_ == INVALID_HANDLE_VALUE || FileLength(file_) >= header_.headerSize;
+  return format && isInFile && header_.magic == kPeakMagic && (header_.bits == 8 || header_.bits == 16) &&
          header_.channels > 0 && header_.channels == format->nChannels && header_.framesPerPeak > 0 &&
          header_.headerSize >= sizeof header_;
 }

@@ -76,7 +76,8 @@ HRESULT ReduceFrames(const PixelRequest& request, uint8_t* buffer, DWORD step) {
   };
 
   HRESULT status = S_OK;
-  for (int64_t done = 0; done < request.frames && *request.got < pixels;) {
+  int64_t done = 0;
+  while (done < request.frames && *request.got < pixels) {
     const int64_t left = request.frames - done;
     status =
         audio.Read(request.start + done, left, buffer, static_cast<DWORD>(std::min(left, most)), &frames);
@@ -85,8 +86,10 @@ HRESULT ReduceFrames(const PixelRequest& request, uint8_t* buffer, DWORD step) {
     if (kernel.convert) kernel.convert(buffer, buffer, static_cast<LONG>(frames * channels), 1.0f);
     for (from = buffer; frames > 0 && *request.got < pixels;) reduce();
   }
-  // The step was rounded, and the audio may end early: what has begun is a pixel too.
-  if (isBegun && *request.got < pixels) {
+  // The audio may end early: what has begun is a pixel too. And the step was rounded, so that all frames can
+  // have gone into fewer pixels: those left show the last frame again.
+  const bool isWhole = done == request.frames;
+  while ((isBegun || isWhole) && *request.got < pixels) {
     phase = step;
     frames = 0;
     reduce();

@@ -149,10 +149,12 @@ struct Expected {
   void AddFromAudio(const Values& samples, int64_t start, int64_t frames, int64_t pixels) {
     const int64_t end = std::min(start + frames, std::ssize(samples) / channels);
     const auto step = int64_t((double(pixels / 2) + double(frames) * 16384.0) / double(pixels));
-    for (int64_t i = 0, at = start; i < pixels && at < end; ++i) {
+    // With all of its frames a request has all of its pixels: the step is rounded.
+    const bool isWhole = frames > pixels && end == start + frames;
+    for (int64_t i = 0, at = start; i < pixels && (at < end || isWhole); ++i) {
       const int64_t next = frames > pixels ? start + ((i + 1) * step + 16383) / 16384 : at + 1;
       AddWidest(samples, frames > pixels && i > 0 ? at - 1 : at, std::min(next, end), 1);
-      at = next;
+      at = std::min(next, end);
     }
   }
 };
