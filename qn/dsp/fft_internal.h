@@ -8,8 +8,8 @@
 // the last step multiplies by the twiddle factors, transposes blocks of lanes x lanes elements and transforms
 // across the lanes (Cooley-Tukey with the second factor in the registers). More points are done in four
 // steps (Gentleman and Sande; Bailey): the columns of a nearly square matrix, as many at a time as there are
-// lanes, twiddle factors, transposition, and the columns of the transposed matrix. So memory is passed over
-// twice, whatever the number of points.
+// lanes in a few vectors, twiddle factors, transposition, and the columns of the transposed matrix. So memory
+// is passed over twice, whatever the number of points.
 #pragma once
 
 #include <array>
@@ -66,6 +66,7 @@ template <typename T>
 struct FftPlan {
   size_t points = 0;  // complex ones
   size_t workCount = 0;
+  size_t wide = 1;  // vectors in a row of four steps
   FftRun<T> run = nullptr;
   FftSplit split = nullptr;
   FftColumn<T> column;

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <type_traits>
+#include <utility>
 
 #include "hwy/highway.h"
 #include "qn/dsp/fft_internal.h"
@@ -131,25 +132,30 @@ HWY_INLINE Complex<D> SetBoth(D d, const hn::TFromD<D>* factor) {
   return {hn::Set(d, factor[0]), hn::Set(d, factor[1])};
 }
 
-// Rows of a column.
-template <typename T>
+// The vectors in a row: a number, or one, which the compiler knows.
+using One = std::integral_constant<size_t, 1>;
+
+// Rows of a column of `wide` vectors a row; `part` is one of them.
+template <typename T, class Wide>
 struct Rows {
   T* base;
+  Wide wide;
 
   template <class D>
-  HWY_INLINE Complex<D> Load(D d, size_t row) const {
-    return LoadRow(d, base + row * 2 * kLanes<D>);
+  HWY_INLINE Complex<D> Load(D d, size_t row, size_t part) const {
+    return LoadRow(d, base + (row * wide + part) * 2 * kLanes<D>);
   }
   template <class D>
-  HWY_INLINE void Store(const Complex<D>& x, size_t row) const {
-    StoreRow(x, base + row * 2 * kLanes<D>);
+  HWY_INLINE void Store(const Complex<D>& x, size_t row, size_t part) const {
+    StoreRow(x, base + (row * wide + part) * 2 * kLanes<D>);
   }
 };
 
 // Rows of a column, each multiplied by a row of factors, and in four steps by one factor for all lanes too.
-template <typename T, bool kFourStep>
+template <typename T, class Wide>
 struct TwiddledRows {
-  const T* base;
+  static constexpr bool kFourStep = !std::is_same_v<Wide, One>;
+  Rows<const T, Wide> rows;
   const T* twiddles;
   const T* rowTwiddles;
 
@@ -157,7 +163,7 @@ struct TwiddledRows {
   HWY_INLINE Complex<D> Load(D d, size_t row) const {
     Complex<D> twiddle = LoadRow(d, twiddles + row * 2 * kLanes<D>);
     if (kFourStep) twiddle = Multiply(twiddle, SetBoth(d, rowTwiddles + 2 * row));
-    return Multiply(LoadRow(d, base + row * 2 * kLanes<D>), twiddle);
+    return Multiply(rows.Load(d, row, 0), twiddle);
   }
 };
 
@@ -170,16 +176,15 @@ struct Pairs {
   size_t stride;
   std::remove_const_t<T> re, im;
 
-  HWY_INLINE Pairs Moved(size_t pairs) const { return {base + 2 * pairs, stride, re, im}; }
-
   template <class D>
-  HWY_INLINE Complex<D> Load(D d, size_t row) const {
-    const Complex<D> x = LoadPairs(d, base + row * 2 * stride);
+  HWY_INLINE Complex<D> Load(D d, size_t row, size_t part) const {
+    const Complex<D> x = LoadPairs(d, base + 2 * (row * stride + part * kLanes<D>));
     return {hn::Mul(x.re, hn::Set(d, re)), hn::Mul(x.im, hn::Set(d, im))};
   }
   template <class D>
-  HWY_INLINE void Store(const Complex<D>& x, size_t row) const {
-    StoreBlocks<false>(Complex<D>{x.re, hn::Mul(x.im, hn::Set(D(), im))}, base + row * 2 * stride);
+  HWY_INLINE void Store(const Complex<D>& x, size_t row, size_t part) const {
+    const Complex<D> directed{x.re, hn::Mul(x.im, hn::Set(D(), im))};
+    StoreBlocks<false>(directed, base + 2 * (row * stride + part * kLanes<D>));
   }
 };
 
@@ -227,55 +232,69 @@ HWY_INLINE void Butterfly(Complex<D> (&x)[8]) {
 
 // One pass of Stockham's autosort form, decimation in time: `kRadix` transforms of `joined` rows each become
 // one, for all places of the column.
-template <size_t kRadix, bool kTwiddles, class D, class In, class Out>
-HWY_NOINLINE void Pass(D d, size_t rows, size_t joined, const hn::TFromD<D>* twiddles, In in, Out out) {
+template <size_t kRadix, bool kTwiddles, class D, class Wide, class In, class Out>
+HWY_NOINLINE void Pass(D d, size_t rows, Wide wide, size_t joined, const hn::TFromD<D>* twiddles, In in,
+                       Out out) {
   const size_t apart = rows / kRadix;
   for (size_t at = 0, to = 0; at < apart; at += joined, to += kRadix * joined) {
     const hn::TFromD<D>* w = twiddles;
     for (size_t row = 0; row < joined; ++row) {
-      Complex<D> x[kRadix];
-      QN_FFT_UNROLL
-      for (size_t i = 0; i < kRadix; ++i) {
-        x[i] = in.Load(d, at + row + i * apart);
-        if (kTwiddles && i > 0) x[i] = Multiply(x[i], SetBoth(d, w + 2 * (i - 1)));
+      for (size_t part = 0; part < wide; ++part) {
+        Complex<D> x[kRadix];
+        QN_FFT_UNROLL
+        for (size_t i = 0; i < kRadix; ++i) {
+          x[i] = in.Load(d, at + row + i * apart, part);
+          if (kTwiddles && i > 0) x[i] = Multiply(x[i], SetBoth(d, w + 2 * (i - 1)));
+        }
+        Butterfly(x);
+        QN_FFT_UNROLL
+        for (size_t i = 0; i < kRadix; ++i) out.Store(x[i], to + row + i * joined, part);
       }
-      Butterfly(x);
-      QN_FFT_UNROLL
-      for (size_t i = 0; i < kRadix; ++i) out.Store(x[i], to + row + i * joined);
       w += 2 * (kRadix - 1);
     }
   }
 }
 
-template <bool kTwiddles, class D, class In, class Out>
-HWY_INLINE void PassOf(D d, const FftColumn<hn::TFromD<D>>& column, size_t radix, size_t joined,
-                       const hn::TFromD<D>* twiddles, In in, Out out) {
-  const auto pass = radix == 8   ? Pass<8, kTwiddles, D, In, Out>
-                    : radix == 4 ? Pass<4, kTwiddles, D, In, Out>
-                    : radix == 2 ? Pass<2, kTwiddles, D, In, Out>
-                                 : Pass<1, kTwiddles, D, In, Out>;
-  pass(d, column.rows, joined, twiddles, in, out);
-}
-
 // All passes; those between the first and the last go from `first` to `second` and back.
-template <class D, class In, class Out>
-void RunColumn(D d, const FftColumn<hn::TFromD<D>>& column, In in, Out out, hn::TFromD<D>* first,
-               hn::TFromD<D>* second) {
+template <class D, class Wide>
+class ColumnRunner {
+ public:
   using T = hn::TFromD<D>;
-  if (column.passes < 2) return PassOf<false>(d, column, column.rows, 1, nullptr, in, out);
-  PassOf<false>(d, column, column.radix[0], 1, nullptr, in, Rows<T>{first});
-  const T* twiddles = column.twiddles.get();
-  size_t joined = column.radix[0];
-  for (size_t pass = 1;; ++pass) {
-    const size_t radix = column.radix[pass];
-    if (pass + 1 == column.passes)
-      return PassOf<true>(d, column, radix, joined, twiddles, Rows<const T>{first}, out);
-    PassOf<true>(d, column, radix, joined, twiddles, Rows<const T>{first}, Rows<T>{second});
-    twiddles += 2 * joined * (radix - 1);
-    joined *= radix;
-    std::swap(first, second);
+  ColumnRunner(const FftColumn<T>& column, Wide wide, T* first, T* second)
+      : column_(column), wide_(wide), first_(first), second_(second) {}
+
+  template <class In, class Out>
+  void Run(In in, Out out) {
+    if (column_.passes < 2) return PassOf<false>(column_.rows, 1, nullptr, in, out);
+    PassOf<false>(column_.radix[0], 1, nullptr, in, Rows<T, Wide>{first_, wide_});
+    const T* twiddles = column_.twiddles.get();
+    size_t joined = column_.radix[0];
+    T *from = first_, *to = second_;
+    for (size_t pass = 1;; ++pass) {
+      const size_t radix = column_.radix[pass];
+      const Rows<const T, Wide> rows{from, wide_};
+      if (pass + 1 == column_.passes) return PassOf<true>(radix, joined, twiddles, rows, out);
+      PassOf<true>(radix, joined, twiddles, rows, Rows<T, Wide>{to, wide_});
+      twiddles += 2 * joined * (radix - 1);
+      joined *= radix;
+      std::swap(from, to);
+    }
   }
-}
+
+ private:
+  template <bool kTwiddles, class In, class Out>
+  HWY_INLINE void PassOf(size_t radix, size_t joined, const T* twiddles, In in, Out out) {
+    const auto pass = radix == 8   ? Pass<8, kTwiddles, D, Wide, In, Out>
+                      : radix == 4 ? Pass<4, kTwiddles, D, Wide, In, Out>
+                      : radix == 2 ? Pass<2, kTwiddles, D, Wide, In, Out>
+                                   : Pass<1, kTwiddles, D, Wide, In, Out>;
+    pass(D(), column_.rows, wide_, joined, twiddles, in, out);
+  }
+
+  const FftColumn<T>& column_;
+  Wide wide_;
+  T *first_, *second_;
+};
 
 // ---------------------------------------------------------------- rows and lanes
 
@@ -384,7 +403,7 @@ HWY_INLINE void Cross(D d, In in, const hn::TFromD<D>* twiddles, Out out) {
     if (kTransform) Butterfly(x);
     QN_FFT_UNROLL
     for (size_t i = 0; i < kWithin; ++i)
-      out.Store(x[i], kTransform ? block + i * kBlocks : block * kWithin + i);
+      out.Store(x[i], kTransform ? block + i * kBlocks : block * kWithin + i, 0);
   }
 }
 

@@ -139,7 +139,12 @@ template <typename T>
 bool MakeFourStep(FftPlan<T>& plan, int order, size_t lanes) {
   const size_t rows = size_t{1} << (order + 1) / 2, columns = plan.points / rows;
   const size_t blocks = columns / lanes;
-  plan.workCount = 2 * (plan.points + 2 * rows * lanes);
+  // More columns at a time use more of each page of memory, while all their rows stay in the second cache.
+  constexpr size_t kMostWide = 4, kLocalBytes = 512 << 10;
+  for (plan.wide = kMostWide; plan.wide > 1; plan.wide /= 2) {
+    if (4 * rows * lanes * plan.wide * sizeof(T) <= kLocalBytes) break;
+  }
+  plan.workCount = 2 * (plan.points + 2 * rows * lanes * plan.wide);
   const Roots roots(plan.points);
   if (!roots.IsMade() || !MakeColumn(plan.column, rows, roots) || !MakeColumn(plan.second, columns, roots) ||
       !MakeLaneTwiddles(plan, lanes, roots, plan.points)) {

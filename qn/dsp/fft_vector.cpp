@@ -17,50 +17,54 @@ HWY_BEFORE_NAMESPACE();
 namespace qn {
 namespace HWY_NAMESPACE {
 
-// Transforms columns whose last step is the transform across the lanes.
+// Transforms a column whose last step is the transform across the lanes.
 template <class D>
 void RunWhole(const FftPlan<hn::TFromD<D>>& plan, const hn::TFromD<D>* in, hn::TFromD<D>* out,
               hn::TFromD<D> scale, hn::TFromD<D> sign, hn::TFromD<D>* work) {
   using T = hn::TFromD<D>;
-  const D d;
   constexpr size_t kV = kLanes<D>;
+  const size_t rows = plan.column.rows;
   T* const other = work + 2 * plan.points;
   // The last pass ends in `work`.
-  T* const first = plan.column.passes % 2 ? work : other;
-  RunColumn(d, plan.column, Pairs<const T>{in, kV, scale, scale * sign}, Rows<T>{work}, first,
-            first == work ? other : work);
-  const size_t rows = plan.column.rows;
-  const Pairs<T> to{out, rows, 1, sign};
+  const bool odd = plan.column.passes % 2;
+  ColumnRunner<D, One>(plan.column, One(), odd ? work : other, odd ? other : work)
+      .Run(Pairs<const T>{in, kV, scale, scale * sign}, Rows<T, One>{work, {}});
   for (size_t row = 0; row < rows; row += kV) {
     const size_t at = row * 2 * kV;
-    const TwiddledRows<T, false> from{work + at, plan.laneTwiddles.get() + at, nullptr};
-    Cross<true>(d, from, plan.crossTwiddles.get(), to.Moved(row));
+    const TwiddledRows<T, One> from{{work + at, {}}, plan.laneTwiddles.get() + at, nullptr};
+    Cross<true>(D(), from, plan.crossTwiddles.get(), Pairs<T>{out + 2 * row, rows, 1, sign});
   }
 }
 
+// The matrix between the two columns lies in `work` as the rows of the second ones.
 template <class D>
 void RunFourStep(const FftPlan<hn::TFromD<D>>& plan, const hn::TFromD<D>* in, hn::TFromD<D>* out,
                  hn::TFromD<D> scale, hn::TFromD<D> sign, hn::TFromD<D>* work) {
   using T = hn::TFromD<D>;
-  const D d;
   constexpr size_t kV = kLanes<D>;
-  const size_t rows = plan.column.rows, columns = plan.second.rows;
+  const size_t rows = plan.column.rows, columns = plan.second.rows, wide = plan.wide;
   T* const local = work + 2 * plan.points;
-  T* const other = local + 2 * kV * rows;
-  T* const first = plan.column.passes % 2 ? local : other;
+  T* const other = local + 2 * rows * wide * kV;
+  const bool odd = plan.column.passes % 2;
+  ColumnRunner<D, size_t> first(plan.column, wide, odd ? local : other, odd ? other : local);
   const T* blockTwiddle = plan.blockTwiddles.get();
-  for (size_t column = 0; column < columns; column += kV) {
-    RunColumn(d, plan.column, Pairs<const T>{in + 2 * column, columns, scale, scale * sign}, Rows<T>{local},
-              first, first == local ? other : local);
-    for (size_t row = 0; row < rows; row += kV, blockTwiddle += 2 * kV) {
-      const size_t at = row * 2 * kV;
-      const TwiddledRows<T, true> from{local + at, plan.laneTwiddles.get() + at, blockTwiddle};
-      Cross<false>(d, from, nullptr, Rows<T>{work + 2 * (row * columns + column * kV)});
+  for (size_t column = 0; column < columns; column += wide * kV) {
+    first.Run(Pairs<const T>{in + 2 * column, columns, scale, scale * sign}, Rows<T, size_t>{local, wide});
+    for (size_t part = 0; part < wide; ++part) {
+      for (size_t row = 0; row < rows; row += kV, blockTwiddle += 2 * kV) {
+        const Rows<const T, size_t> from{local + (row * wide + part) * 2 * kV, wide};
+        const T* const laneTwiddles = plan.laneTwiddles.get() + row * 2 * kV;
+        // Where the rows of the second columns begin, the row there, and the part of that.
+        const size_t group = row / (wide * kV), toRow = column + part * kV, toPart = row / kV % wide;
+        T* const to = work + ((group * columns + toRow) * wide + toPart) * 2 * kV;
+        Cross<false>(D(), TwiddledRows<T, size_t>{from, laneTwiddles, blockTwiddle}, nullptr,
+                     Rows<T, size_t>{to, wide});
+      }
     }
   }
-  for (size_t row = 0; row < rows; row += kV) {
-    RunColumn(d, plan.second, Rows<const T>{work + 2 * row * columns}, Pairs<T>{out + 2 * row, rows, 1, sign},
-              local, other);
+  ColumnRunner<D, size_t> second(plan.second, wide, local, other);
+  for (size_t row = 0; row < rows; row += wide * kV) {
+    second.Run(Rows<const T, size_t>{work + 2 * row * columns, wide}, Pairs<T>{out + 2 * row, rows, 1, sign});
   }
 }
 
