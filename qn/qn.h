@@ -2,6 +2,7 @@
 #pragma once
 
 #include "qn/audio/qncopy.h"
+#include "qn/audio/qnmix.h"
 #include "qn/audio/qnwaveformat.h"
 #include "qn/kernel/qncpu.h"
 #include "qn/kernel/qnkernel.h"
