@@ -21,12 +21,13 @@ constexpr size_t kMostPeriods = 64;  // channels whose gains are laid out once f
 // could matter.
 double Loudest(const double* gains, size_t count) {
   double loudest = 0;
+  bool moderate = true;
   for (size_t i = 0; i < count; ++i) {
     const double size = std::fabs(gains[i]);
-    if (size != 0 && !(size >= 0x1p-900 && size <= 0x1p900)) return std::numeric_limits<double>::infinity();
-    loudest = std::max(loudest, size);
+    moderate &= size == 0 || (size >= 0x1p-900 && size <= 0x1p900);
+    loudest = loudest < size ? size : loudest;
   }
-  return loudest;
+  return moderate ? loudest : std::numeric_limits<double>::infinity();
 }
 
 // The one gain of all channels, if a float holds it; else a NaN.
@@ -199,6 +200,15 @@ void MixSamples(const MixPair& pair, void* dstBuffer, const void* srcBuffer, siz
     MixBlocks(pair, mix, dst + done * pair.dstBytes, src + done * pair.srcBytes,
               std::min(samples - done, kConvertBlock), pattern, kConvertBlock);
   }
+}
+
+void MixLaidOut(const MixPair& pair, uint8_t* dst, const uint8_t* src, size_t samples, double* gains) {
+  const MixFunction mix = FindMixer(pair.dst, pair.src).wide;
+  if (mix != nullptr && samples > kFewSamples && !Overlap(pair, dst, src, samples)) {
+    return MixBlocks(pair, mix, dst, src, samples, gains, samples);
+  }
+  for (size_t i = 0; i < samples; ++i) gains[i] /= pair.factor;  // a power of two
+  pair.inOrder(dst, src, samples, gains, samples);
 }
 
 void MixAtUnity(QNMIXFUNCTION kernel, QNSAMPLETYPE dstType, void* dst, QNSAMPLETYPE srcType, const void* src,

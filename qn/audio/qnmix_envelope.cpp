@@ -1,5 +1,6 @@
 // Mixing under an attack-sustain-release envelope.
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <limits>
 #include <utility>
@@ -93,7 +94,16 @@ class Gains {
       : gain_(envelope.gain), step_(envelope.gainStep), step2_(envelope.gainStep2) {}
 
   bool AreConstant() const { return step_ == 0 && step2_ == 0; }
-  const double& Present() const { return gain_; }
+  double Present() const { return gain_; }
+
+  // True if all gains of a chunk stay far from overflow and underflow: their sums have no bits below those of
+  // the terms.
+  bool AreModerate() const {
+    for (const double x : {gain_, step_, step2_}) {
+      if (x != 0 && !(std::fabs(x) >= 0x1p-800 && std::fabs(x) <= 0x1p800)) return false;
+    }
+    return true;
+  }
   void Advance() {
     gain_ += step_;
     step_ += step2_;
@@ -103,22 +113,34 @@ class Gains {
   double gain_, step_, step2_;
 };
 
+// Lays out the gains of `count` samples, times `factor`. `channel` goes round with them.
+void LayOut(double* to, size_t count, double factor, size_t channels, size_t& channel, Gains& gains) {
+  Gains running = gains;  // a copy, so that it stays in registers
+  size_t place = channel;
+  for (size_t i = 0; i < count; ++i) {
+    to[i] = running.Present() * factor;
+    if (++place < channels) continue;
+    place = 0;
+    running.Advance();
+  }
+  channel = place;
+  gains = running;
+}
+
 void MixFrames(const MixPair& pair, void* dst, const void* src, size_t frames, size_t channels,
                Gains& gains) {
   const size_t samples = frames * channels;
-  if (gains.AreConstant()) return MixSamples(pair, dst, src, samples, &gains.Present(), 1);
-  double chunk[kChunk];
+  const double constant = gains.Present();
+  if (gains.AreConstant()) return MixSamples(pair, dst, src, samples, &constant, 1);
+  double chunk[kChunk + kConvertBlock] = {};
   size_t channel = 0;
   for (size_t done = 0; done < samples;) {
     const size_t count = std::min(samples - done, kChunk);
-    for (size_t i = 0; i < count; ++i) {
-      chunk[i] = gains.Present();
-      if (++channel < channels) continue;
-      channel = 0;
-      gains.Advance();
-    }
-    MixSamples(pair, static_cast<uint8_t*>(dst) + done * pair.dstBytes,
-               static_cast<const uint8_t*>(src) + done * pair.srcBytes, count, chunk, count);
+    uint8_t* const to = static_cast<uint8_t*>(dst) + done * pair.dstBytes;
+    const uint8_t* const from = static_cast<const uint8_t*>(src) + done * pair.srcBytes;
+    const bool moderate = gains.AreModerate();
+    LayOut(chunk, count, moderate ? pair.factor : 1.0, channels, channel, gains);
+    moderate ? MixLaidOut(pair, to, from, count, chunk) : MixSamples(pair, to, from, count, chunk, count);
     done += count;
   }
 }

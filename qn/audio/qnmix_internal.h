@@ -54,6 +54,10 @@ constexpr Product ProductOf(int dst, int src) {
 void MixSamples(const MixPair& pair, void* dst, const void* src, size_t samples, const double* gains,
                 size_t channels);
 
+// Mixes each sample with its own gain, already multiplied by the pair's factor and moderate in size. `gains`
+// has kConvertBlock entries more than samples, and is used up.
+void MixLaidOut(const MixPair& pair, uint8_t* dst, const uint8_t* src, size_t samples, double* gains);
+
 // Mixes at a gain of 1.0. `samples` may be more than a LONG holds.
 void MixAtUnity(QNMIXFUNCTION kernel, QNSAMPLETYPE dstType, void* dst, QNSAMPLETYPE srcType, const void* src,
                 int64_t samples);
