@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <chrono>
@@ -101,34 +102,61 @@ TEST(Peaks, AreExactAndBuiltOnlyWhenTheyAreNotValid) {
 
 TEST(Peaks, SayWhatCannotBeBuiltAndLeaveOtherFilesAlone) {
   const ScratchFolder folder;
-  Bytes damaged = Stereo(500, Ramp, Click);
-  WriteFileBytes(folder.Native("good.wav"), damaged);
-  WriteFileBytes(folder.Native("other.wav"), damaged);
-  WriteFileBytes(folder.Native("taken.wav"), damaged);
+  const auto path = [&](const std::string& name) { return folder.Native(name); };
+  const Bytes whole = Stereo(500, Ramp, Click);
+  Bytes damaged = whole;
   Put(&damaged, 40, 0, 4);
-  WriteFileBytes(folder.Native("damaged.wav"), damaged);
+  WriteFileBytes(path("damaged.wav"), damaged);
+  // The name of its peak file is longer than names may be; the temporary file in its stead is no use.
+  std::string longest;
+  while (longest.size() < 252) longest += "\u00E4";
+  for (const char* name : {"good.wav", "other.wav", "pipe.wav", "dir.wav", "far.wav", "self.wav", "gone.wav"})
+    WriteFileBytes(path(name), whole);
+  WriteFileBytes(path(longest), whole);
   const Bytes notes = {'m', 'i', 'n', 'e'};
-  WriteFileBytes(folder.Native("other.qnk"), notes);
-  // A folder of the name keeps the peak file from its place; the temporary file in its stead is no use.
-  fs::create_directory(folder.Native("taken.qnk"));
-  fs::create_directory(folder.Native("tmp"));
+  for (const char* name : {"other.qnk", "notes"}) WriteFileBytes(path(name), notes);
+  ASSERT_EQ(mkfifo(path("pipe.qnk").c_str(), 0600), 0);
+  fs::create_directory(path("dir.qnk"));
+  fs::create_symlink("notes", path("far.qnk"));
+  fs::create_symlink("nothing", path("gone.qnk"));
+  fs::create_hard_link(path("self.wav"), path("self.qnk"));
+  fs::create_directory(path("tmp"));
   struct Row {
-    const char* name;
+    std::string name;
     int exit;
     const char* said;
+    bool withForce = true;
   };
-  for (const Row& row : {Row{"damaged.wav", 3, "qnwave repair '"}, Row{"none.wav", 1, "0x8004E007"},
-                         Row{"other.wav", 1, "--force replaces it"}, Row{"taken.wav", 1, "0x8004E006"}}) {
-    const ToolRun run = Qnwave({"peaks", folder.Native(row.name), folder.Native("good.wav")},
-                               "TMPDIR=" + folder.Native("tmp"));
+  const Row kRows[] = {
+      {"damaged.wav", 3, "qnwave repair '"},
+      {"none.wav", 1, "0x8004E007"},
+      {"other.wav", 1, "--force replaces it", false},
+      {longest, 1, "beside the audio file"},
+      {"pipe.wav", 1, "no regular file"},
+      {"dir.wav", 1, "no regular file"},
+      {"far.wav", 1, "not to a peak file"},
+      {"gone.wav", 1, "not to a peak file"},
+      {"self.wav", 1, "not to a peak file"},
+  };
+  for (const Row& row : kRows) {
+    std::vector<std::string> words = {"peaks", path(row.name), path("good.wav")};
+    if (row.withForce) words.push_back("--force");
+    const ToolRun run = Qnwave(words, "TMPDIR=" + path("tmp") + " timeout 20");
     EXPECT_EQ(run.exit, row.exit) << row.name;
     EXPECT_NE(run.err.find(row.said), std::string::npos) << run.err;
     EXPECT_NE(run.out.find("good.wav: peaks "), std::string::npos) << "the others are built";
   }
-  EXPECT_EQ(ReadFileBytes(folder.Native("other.qnk")), notes);
-  EXPECT_EQ(List(folder.Native("tmp")), std::vector<std::string>());
-  EXPECT_EQ(Qnwave({"peaks", folder.Native("other.wav"), "--force"}).exit, 0);
-  EXPECT_EQ(Qnwave({"peaks", folder.Native("good.wav"), "--bits=12"}).exit, 2);
+  for (const char* name : {"other.qnk", "notes"}) EXPECT_EQ(ReadFileBytes(path(name)), notes);
+  EXPECT_EQ(ReadFileBytes(path("self.wav")), whole);
+  EXPECT_FALSE(fs::exists(path("nothing")));
+  EXPECT_EQ(List(path("tmp")), std::vector<std::string>());
+  EXPECT_EQ(Qnwave({"draw", path("pipe.wav"), path("pipe.png")}, "timeout 20").exit, 0);
+  EXPECT_EQ(Qnwave({"peaks", path("other.wav"), "--force"}).exit, 0);
+  for (const char* mistake : {"--bits=12", "--frames-per-peak=131072"})
+    EXPECT_EQ(Qnwave({"peaks", path("good.wav"), mistake}).exit, 2);
+  // A scan of coarser blocks would fail; a length of whole blocks makes its step the largest.
+  MakeHours(path("long.wav"), Record(1, 1, 48'000, 8), 131'071 * 50);
+  EXPECT_EQ(Qnwave({"peaks", path("long.wav"), "--frames-per-peak=131071"}).exit, 0);
 }
 
 // Runs the tool on hours of silence and stops it as soon as there is another file than that.
@@ -321,7 +349,10 @@ TEST(Draw, WritesSvgAndScalesForScreensOfHighDensity) {
 
 TEST(Draw, RefusesWhatItCannotDraw) {
   const ScratchFolder folder;
-  WriteFileBytes(folder.Native("in.wav"), Stereo(4'800, Ramp, Click));
+  const Bytes recording = Stereo(4'800, Ramp, Click);
+  WriteFileBytes(folder.Native("in.wav"), recording);
+  fs::create_symlink("in.wav", folder.Native("symbolic"));
+  fs::create_hard_link(folder.Native("in.wav"), folder.Native("hard.svg"));
   WriteFileBytes(folder.Native("empty.wav"), Stereo(0, Ramp, Click));
   WriteFileBytes(folder.Native("many.wav"), WaveFile(Record(1, 33, 48'000, 8), Bytes(3'300)));
   WriteFileBytes(folder.Native("there.png"), {});
@@ -337,13 +368,16 @@ TEST(Draw, RefusesWhatItCannotDraw) {
       {{"in.wav", "out.png", "--size=20000x100@3x"}, 2, "bad size"},
       {{"in.wav", "out.png", "--size=1200x100"}, 2, "2 lanes need 192x132"},
       {{"in.wav", "out.png", "--start=0.1"}, 1, "ends after frame 4,800"},
-      {{"in.wav", "out.png", "--length=0"}, 1, "holds no samples"},
+      {{"in.wav", "out.png", "--length=0"}, 1, "in.wav: The range holds no samples"},
       {{"in.wav", "out.png", "--start=-1"}, 2, "bad value"},
       {{"in.wav", "out.png", "--start=1", "--format=later"}, 2, "unknown time format"},
       {{"in.wav", "out.png", "--length=1x"}, 2, "bad value"},
       {{"in.wav", "out.png", "--format=beats", "--start=1"}, 2, "for display alone"},
       {{"in.wav", "out.png", "--channels=2"}, 1, "no channel 2"},
-      {{"in.wav", "out.png", "--channels=-"}, 2, "silence is not drawn"},
+      {{"in.wav", "out.png", "--channels=-"}, 2, "0, L or R)"},
+      {{"in.wav", "in.wav", "--svg", "--force"}, 1, "the audio file itself"},
+      {{"in.wav", "symbolic", "--svg", "--force"}, 1, "the audio file itself"},
+      {{"symbolic", "hard.svg", "--force"}, 1, "the audio file itself"},
       {{"in.wav", "out.png", "--theme=pink"}, 2, "light, dark, contrast"},
       {{"in.wav", "out.png", "--scale=log"}, 2, "linear or db"},
       {{"empty.wav", "out.png"}, 1, "after frame 0"},
@@ -357,10 +391,11 @@ TEST(Draw, RefusesWhatItCannotDraw) {
     EXPECT_EQ(run.exit, row.exit) << row.said << run.out;
     EXPECT_NE(run.err.find(row.said), std::string::npos) << row.said << ": " << run.err;
   }
-  EXPECT_EQ(List(folder.Native("")).size(), 4u);
+  EXPECT_EQ(List(folder.Native("")).size(), 6u);
+  EXPECT_EQ(ReadFileBytes(folder.Native("in.wav")), recording);
   // A full disk.
   EXPECT_EQ(Qnwave({"draw", folder.Native("in.wav"), folder.Native("out.png")}, "ulimit -f 1;").exit, 1);
-  EXPECT_EQ(List(folder.Native("")).size(), 4u);
+  EXPECT_EQ(List(folder.Native("")).size(), 6u);
 }
 
 TEST(Draw, TakesLittleMemoryForHours) {

@@ -160,7 +160,7 @@ bool ReadOptions(const Arguments& arguments, Job* job) {
     job->gain = static_cast<float>(std::pow(10.0, *decibels / 20));
   }
   if (const auto channels = arguments.Value("channels")) {
-    const auto map = ParseChannelMap(*channels, &mistake);
+    const auto map = ParseChannelMap(*channels, true, &mistake);
     if (!map) return mistaken(mistake);
     job->map = *map;
   }

@@ -19,10 +19,10 @@ bool IsSwap(QNSAMPLETYPE a, QNSAMPLETYPE b) {
 
 }  // namespace
 
-std::optional<ChannelMap> ParseChannelMap(std::string_view text, std::string* mistake) {
+std::optional<ChannelMap> ParseChannelMap(std::string_view text, bool withSilence, std::string* mistake) {
   ChannelMap map;
   for (const std::string_view piece : Split(text, ',')) {
-    if (piece == "-") {
+    if (withSilence && piece == "-") {
       map.push_back(kSilence);
     } else if (piece == "L" || piece == "l") {
       map.push_back(0);
@@ -31,7 +31,8 @@ std::optional<ChannelMap> ParseChannelMap(std::string_view text, std::string* mi
     } else if (const auto channel = ParseNumber<int>(piece, 0, 0xFFFF)) {
       map.push_back(*channel);
     } else {
-      *mistake = "bad channel " + Quoted(piece) + " (a number from 0, L, R, or - for silence)";
+      *mistake = "bad channel " + Quoted(piece) +
+                 (withSilence ? " (a number from 0, L, R, or - for silence)" : " (a number from 0, L or R)");
       return std::nullopt;
     }
   }

@@ -16,9 +16,9 @@ namespace qnwave {
 using ChannelMap = std::vector<int>;
 constexpr int kSilence = -1;
 
-// "1,0": the input channels, counted from 0, that make up the output; L and R are 0 and 1, - is silence.
-// Nothing, with the reason in `*mistake`, for a text that is none.
-std::optional<ChannelMap> ParseChannelMap(std::string_view text, std::string* mistake);
+// "1,0": the input channels, counted from 0, that make up the output; L and R are 0 and 1, - is silence
+// where that makes sense. Nothing, with the reason in `*mistake`, for a text that is none.
+std::optional<ChannelMap> ParseChannelMap(std::string_view text, bool withSilence, std::string* mistake);
 
 class SampleConverter {
  public:

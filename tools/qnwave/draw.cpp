@@ -3,6 +3,7 @@
 #include <cctype>
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
 #include <numeric>
 #include <optional>
 
@@ -45,7 +46,7 @@ constexpr Option kOptions[] = {
      "take all bytes from the first sample to the end of FILE, whatever its header states"},
     {"svg", nullptr,
      "make an SVG picture whatever the name of OUT (default: by its extension, .png or .svg)"},
-    kForceOption,
+    {"force", nullptr, "overwrite OUT, unless it is FILE itself; until the end it stays as it was"},
     kQuietOption,
 };
 
@@ -109,9 +110,8 @@ bool ReadOptions(const Arguments& arguments, Job* job) {
   job->style.inDecibels = scale == "db";
   if (scale != "db" && scale != "linear") return Mistaken("the scale is linear or db, not " + Quoted(scale));
   if (const auto channels = arguments.Value("channels")) {
-    const auto map = ParseChannelMap(*channels, &mistake);
+    const auto map = ParseChannelMap(*channels, false, &mistake);
     if (!map) return Mistaken(mistake);
-    if (std::count(map->begin(), map->end(), kSilence) != 0) return Mistaken("silence is not drawn");
     job->request.channels = *map;
   }
   const auto format = ReadTimeFormat(arguments, arguments.Value("format").value_or("time"), &mistake);
@@ -140,6 +140,12 @@ std::vector<std::string> LaneNames(const AudioFormat& format, const ChannelMap& 
 int Complete(const Arguments& arguments, Job* job) {
   const AudioSource& source = job->source;
   WaveformRequest& request = job->request;
+  // A recording cannot be made again, so --force does not count for it, whatever links lead there.
+  std::error_code notThere;
+  if (std::filesystem::equivalent(source.name, job->target, notThere)) {
+    ReportError(job->target, QN_E_FILE_CREATE, messages::TargetIsSource, qntool::kSavingFiles);
+    return kExitFailed;
+  }
   if (source.format.channels > kMostPictureChannels) {
     ReportError(source.name, QN_E_FILE_UNSUPPORTED,
                 {messages::TooManyChannels, {Message(std::to_string(kMostPictureChannels))}});
@@ -166,7 +172,7 @@ int Complete(const Arguments& arguments, Job* job) {
   request.start = start.value_or(0);
   request.frames = length.value_or(source.frames);
   if (request.start >= source.frames || request.frames == 0) {
-    ReportError(source.name, E_INVALIDARG, {messages::RangeEmpty, {Message::Number(source.frames)}});
+    ReportError(source.name, {messages::RangeEmpty, {Message::Number(source.frames)}});
     return kExitFailed;
   }
   request.frames = std::min(request.frames, source.frames - request.start);
@@ -276,7 +282,8 @@ const Command kDrawCommand = {
     "draw",
     "FILE OUT",
     "Draw the waveform of a file as a PNG or SVG picture.",
-    "The peaks come from a valid peak file ('qnwave peaks' builds it), which takes no time however long the"
+    "Files of up to 32 channels are drawn. The peaks come from a valid peak file ('qnwave peaks' builds it), "
+    "which takes no time however long the"
     " file is, else from the samples of the range; no other file than OUT is written. Columns with clipped"
     " samples are marked: integers that reach full scale, floats above it. A peak file holds no floats above"
     " full scale, so it counts those that reach it, and one of 8 bits those within 0.1 dB of it. 'man qnwave'"

@@ -1,5 +1,6 @@
 // qnwave peaks: the peak files that waveform displays draw from, built or found valid.
 #include <cstdio>
+#include <filesystem>
 #include <string>
 
 #include "qn/settings/qnstatus.h"
@@ -14,11 +15,16 @@
 namespace qnwave {
 namespace {
 
+namespace fs = std::filesystem;
+
+// A scan counts the frames of a block in 17 bits: the library builds no file of coarser ones.
+constexpr DWORD kMostFramesPerPeak = 0x1FFFF;
+
 constexpr Option kOptions[] = {
     {"force", nullptr, "build again what is valid, and replace a file of the name that is no peak file"},
     {"bits", "8|16", "bits of a value (default 16; a valid file of either is kept unless this is given)"},
     {"frames-per-peak", "N",
-     "the resolution, 64 to 16777216 frames a peak (default 256; a valid file of any is kept unless this is"
+     "the resolution, 64 to 131071 frames a peak (default 256; a valid file of any is kept unless this is"
      " given)"},
     {"hidden", nullptr, "give new peak files the hidden attribute"},
     {"to-end", nullptr,
@@ -49,9 +55,10 @@ bool ReadOptions(const Arguments& arguments, Wish* wish) {
     }
   }
   if (const auto text = arguments.Value("frames-per-peak")) {
-    const auto frames = ParseNumber<DWORD>(*text, 64, 0x1000000);
+    const auto frames = ParseNumber<DWORD>(*text, 64, kMostFramesPerPeak);
     if (!frames) {
-      ReportUsage("peaks", "bad resolution " + Quoted(*text) + " (64 to 16777216 frames a peak)");
+      ReportUsage("peaks", "bad resolution " + Quoted(*text) + " (64 to " +
+                               std::to_string(kMostFramesPerPeak) + " frames a peak)");
       return false;
     }
     wish->framesPerPeak = *frames;
@@ -102,10 +109,10 @@ class BuildProgress final : public IQnAudioPeakProgress {
   bool wentElsewhere_ = false;
 };
 
-enum class Found { kNothing, kPeaks, kOther };
+enum class Found { kNothing, kPeaks, kOther, kLink, kNoFile };
 
-// What stands under the name of a peak file.
-Found Look(const std::string& peakFile) {
+// The same of what is no pipe or device.
+Found LookInside(const std::string& peakFile) {
   std::FILE* const file = std::fopen(peakFile.c_str(), "rb");
   if (!file) return Found::kNothing;
   char magic[4] = {};
@@ -113,6 +120,19 @@ Found Look(const std::string& peakFile) {
   std::fclose(file);
   if (got == 0) return Found::kNothing;
   return std::string_view(magic, got) == "QNPK" ? Found::kPeaks : Found::kOther;
+}
+
+// What stands under the name of a peak file. kLink: a link to what is no peak file, which is not to be
+// written to under this name; a file with several names counts as one.
+Found Look(const std::string& peakFile) {
+  std::error_code error;
+  const fs::file_status status = fs::status(peakFile, error);
+  // To open a pipe is to wait for its other end.
+  if (fs::exists(status) && !fs::is_regular_file(status)) return Found::kNoFile;
+  const bool isLink = fs::is_symlink(fs::symlink_status(peakFile, error)) ||
+                      (fs::exists(status) && fs::hard_link_count(peakFile, error) > 1);
+  const Found content = LookInside(peakFile);
+  return isLink && content != Found::kPeaks ? Found::kLink : content;
 }
 
 int BuildPeaks(const std::string& name, const Wish& wish) {
@@ -135,8 +155,14 @@ int BuildPeaks(const std::string& name, const Wish& wish) {
                        (wish.framesPerPeak == 0 || wish.framesPerPeak == old.framesPerPeak);
   const Found found = Look(peakFile);
   if (!isValid) {
-    if (found == Found::kOther && !wish.force) {
-      ReportError(peakFile, QN_E_FILE_EXISTS, messages::NoPeakFile, qntool::kSavingFiles);
+    if (found == Found::kNoFile || found == Found::kLink || (found == Found::kOther && !wish.force)) {
+      if (found == Found::kNoFile) {
+        ReportError(peakFile, QN_E_FILE_CREATE, messages::NoRegularFile, qntool::kSavingFiles);
+      } else {
+        ReportError(peakFile, QN_E_FILE_EXISTS,
+                    found == Found::kLink ? messages::LinkNoPeakFile : messages::NoPeakFile,
+                    qntool::kSavingFiles);
+      }
       return kExitFailed;
     }
     peaks.reset();  // its file is closed before another opens it
@@ -195,8 +221,8 @@ const Command kPeaksCommand = {
     "Build the peak files that waveforms are drawn from, where they are not valid.",
     "The peaks of take.wav are in take.qnk beside it. A peak file is valid when it knows the date, the "
     "channels"
-    " and the length of its file. A damaged file is refused with exit code 3. Nothing is kept of a run that "
-    "is"
+    " and the length of its file. A file that states more samples than it holds is read to its end with a"
+    " warning; one that is damaged otherwise is refused with exit code 3. Nothing is kept of a run that is"
     " interrupted.",
     kOptions,
     Run,
