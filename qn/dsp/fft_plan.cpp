@@ -81,7 +81,8 @@ class Writer {
   T* to_;
 };
 
-// Radix 8 while it goes, and what remains as 4, 4 x 4 or 2 x ... at the start, where there are no factors.
+// Radix 8, and radix 4 in the last one or two passes so that it comes out even: radix 2 would do too little
+// for its way through memory, so only a column of two rows has it.
 template <typename T>
 bool MakeColumn(FftColumn<T>& column, size_t rows, const Roots& roots) {
   column.rows = rows;
@@ -105,11 +106,12 @@ bool MakeColumn(FftColumn<T>& column, size_t rows, const Roots& roots) {
 }
 
 template <typename T>
-bool MakeLaneTwiddles(FftPlan<T>& plan, size_t lanes, const Roots& roots, size_t circle) {
+bool MakeLaneTwiddles(FftPlan<T>& plan, size_t lanes, const Roots& roots) {
   Writer<T> writer(plan.laneTwiddles, plan.column.rows * lanes);
   if (!writer.IsMade()) return false;
   for (size_t row = 0; row < plan.column.rows; ++row) {
-    for (size_t lane = 0; lane < lanes; ++lane) writer.PutLane(roots.At(row * lane, circle), lane, lanes);
+    for (size_t lane = 0; lane < lanes; ++lane)
+      writer.PutLane(roots.At(row * lane, plan.points), lane, lanes);
   }
   return true;
 }
@@ -128,15 +130,14 @@ bool MakeCrossTwiddles(FftPlan<T>& plan, size_t lanes, const Roots& roots) {
 }
 
 template <typename T>
-bool MakeWhole(FftPlan<T>& plan, size_t lanes) {
-  const Roots roots(plan.points);
+bool MakeWhole(FftPlan<T>& plan, size_t lanes, const Roots& roots) {
   plan.workCount = 4 * plan.points;
-  return roots.IsMade() && MakeColumn(plan.column, plan.points / lanes, roots) &&
-         MakeLaneTwiddles(plan, lanes, roots, plan.points) && MakeCrossTwiddles(plan, lanes, roots);
+  return MakeColumn(plan.column, plan.points / lanes, roots) && MakeLaneTwiddles(plan, lanes, roots) &&
+         MakeCrossTwiddles(plan, lanes, roots);
 }
 
 template <typename T>
-bool MakeFourStep(FftPlan<T>& plan, int order, size_t lanes) {
+bool MakeFourStep(FftPlan<T>& plan, int order, size_t lanes, const Roots& roots) {
   const size_t rows = size_t{1} << (order + 1) / 2, columns = plan.points / rows;
   const size_t blocks = columns / lanes;
   // More columns at a time use more of each page of memory, while all their rows stay in the second cache.
@@ -145,9 +146,8 @@ bool MakeFourStep(FftPlan<T>& plan, int order, size_t lanes) {
     if (4 * rows * lanes * plan.wide * sizeof(T) <= kLocalBytes) break;
   }
   plan.workCount = 2 * (plan.points + 2 * rows * lanes * plan.wide);
-  const Roots roots(plan.points);
-  if (!roots.IsMade() || !MakeColumn(plan.column, rows, roots) || !MakeColumn(plan.second, columns, roots) ||
-      !MakeLaneTwiddles(plan, lanes, roots, plan.points)) {
+  if (!MakeColumn(plan.column, rows, roots) || !MakeColumn(plan.second, columns, roots) ||
+      !MakeLaneTwiddles(plan, lanes, roots)) {
     return false;
   }
   Writer<T> writer(plan.blockTwiddles, blocks * rows);
@@ -158,13 +158,11 @@ bool MakeFourStep(FftPlan<T>& plan, int order, size_t lanes) {
   return true;
 }
 
-// Two vectors of pairs become one of real and one of imaginary parts by the interleaving of their blocks of
-// 16 bytes, so the lanes take turns between the halves.
-bool MakeSplit(FftPlan<double>& plan, size_t lanes) {
+// The split has its lanes in the order of blocks.
+bool MakeSplit(FftPlan<double>& plan, size_t lanes, const Roots& roots) {
   const size_t vectors = plan.points / 2 / lanes;
-  const Roots roots(2 * plan.points);
   Writer<double> writer(plan.splitTwiddles, lanes + vectors);
-  if (!roots.IsMade() || !writer.IsMade()) return false;
+  if (!writer.IsMade()) return false;
   for (size_t lane = 0; lane < lanes; ++lane) {
     const size_t element = ElementOfLane(lane, lanes, lanes < 2 ? 1 : 2);
     writer.PutLane(roots.At(element + 1, 2 * plan.points), lane, lanes);
@@ -182,10 +180,13 @@ bool MakeFftPlan(FftPlan<T>& plan, int order) {
   const bool whole = plan.points <= kLargestWhole<T>;
   plan.run = whole ? kernels.whole : kernels.fourStep;
   plan.split = kernels.split;
-  if constexpr (std::is_same_v<T, double>) {
-    if (!MakeSplit(plan, kernels.lanes)) return false;
+  constexpr bool kSplits = std::is_same_v<T, double>;
+  const Roots roots(kSplits ? 2 * plan.points : plan.points);
+  if (!roots.IsMade()) return false;
+  if constexpr (kSplits) {
+    if (!MakeSplit(plan, kernels.lanes, roots)) return false;
   }
-  return whole ? MakeWhole(plan, kernels.lanes) : MakeFourStep(plan, order, kernels.lanes);
+  return whole ? MakeWhole(plan, kernels.lanes, roots) : MakeFourStep(plan, order, kernels.lanes, roots);
 }
 
 template bool MakeFftPlan(FftPlan<float>&, int);

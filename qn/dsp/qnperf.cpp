@@ -16,7 +16,7 @@ namespace {
 // Runs `body` unless a pointer is null or the length is below 1.
 template <typename F, typename... P>
 HRESULT Checked(LONG count, F body, P*... pointers) {
-  if ((... || (pointers == nullptr))) return QnPerfMapStatus(QNPERF_STATUS_NULL);
+  if ((... || !pointers)) return QnPerfMapStatus(QNPERF_STATUS_NULL);
   if (count < 1) return QnPerfMapStatus(QNPERF_STATUS_SIZE);
   body(static_cast<size_t>(count));
   return QnPerfMapStatus(QNPERF_STATUS_OK);

@@ -11,15 +11,13 @@ namespace {
 // A work buffer's size is a LONG, which 2 to the power of 28 points would exceed.
 constexpr LONG kMostOrder = 27;
 
-// What a caller's `spec` points to. The mark tells the two kinds apart, and from freed memory.
+// What a caller's `spec` points to. The mark tells the two kinds apart.
 template <typename T>
 struct Spec {
   static constexpr bool kReal = sizeof(T) == sizeof(double);
   static constexpr uint32_t kMark = kReal ? 0x36345246 : 0x32334346;
 
-  ~Spec() { mark = 0; }
-
-  volatile uint32_t mark = kMark;
+  uint32_t mark = kMark;
   T forwardScale = 1, inverseScale = 1;
   LONG order = 0;
   qn::FftPlan<T> plan;
