@@ -15,7 +15,7 @@ packages=(
   sox ffmpeg alsa-utils jq dpkg-dev file
 )
 if [ "${1:-}" = --bench ]; then
-  packages+=(libbenchmark-dev libswresample-dev libavutil-dev libfmt-dev)
+  packages+=(libbenchmark-dev libswresample-dev libavutil-dev libfmt-dev libfftw3-dev libkissfft-dev)
 elif [ $# -gt 0 ]; then
   sed -n '2,6s/^# \{0,1\}//p' "$0"
   exit 2
