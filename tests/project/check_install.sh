@@ -14,6 +14,9 @@ for file in bin/{qnmetric,qntext,qnwave} share/man/man1/{qnmetric,qntext,qnwave}
 done
 ! find "$prefix" -name '*_internal.h' | grep . || { echo "an internal header is installed"; exit 1; }
 "$prefix/bin/qnwave" --version
+# The tool finds the module that draws.
+sox -n "$scratch/tone.wav" synth 1 sine 440
+"$prefix/bin/qnwave" draw "$scratch/tone.wav" "$scratch/tone.png"
 
 libdir=$(dirname "$(find "$prefix" -name 'libqnkernel.so.1')")
 export LD_LIBRARY_PATH=$libdir
@@ -33,6 +36,6 @@ export PKG_CONFIG_PATH=$libdir/pkgconfig
 (cd "$scratch" && cpack --config "$build/CPackConfig.cmake" -B "$scratch/deb" >"$scratch/cpack.log") ||
   { cat "$scratch/cpack.log"; exit 1; }
 contents=$(dpkg-deb --contents "$scratch"/deb/*.deb)
-for file in libqnkernel.so.1 qnkernel.pc qnkernelConfig.cmake qn/qn.h bin/qntext bin/qnwave qnwave.1; do
+for file in libqnkernel.so.1 qnkernel.pc qnkernelConfig.cmake qn/qn.h bin/qntext bin/qnwave qnkernel/qnwave-draw.so qnwave.1; do
   grep -q "$file" <<<"$contents" || { echo "the package lacks $file"; exit 1; }
 done

@@ -6,7 +6,6 @@
 #include <string>
 
 #include "qn/platform/types.h"
-#include "tools/common/output_file.h"
 
 namespace qnwave {
 
@@ -23,52 +22,61 @@ struct TextStyle {
 
 enum class Align { kLeft, kCentre, kRight };
 
-class Canvas {
+// Takes the bytes of a picture.
+class [[gnu::visibility("default")]] PictureWriter {
  public:
-  // The output file is there until Finish. A picture that cannot be made shows in Status.
-  Canvas(PictureKind kind, double width, double height, double factor, qntool::OutputFile* output);
-  ~Canvas();
+  virtual HRESULT Write(const uint8_t* bytes, size_t count) = 0;
 
-  HRESULT Status() const;
+ protected:
+  ~PictureWriter() = default;
+};
 
-  double Width() const { return width_; }
-  double Height() const { return height_; }
-  double Factor() const { return factor_; }
+class [[gnu::visibility("default")]] Canvas {
+ public:
+  virtual ~Canvas() = default;
+
+  // Tells of a picture that cannot be made.
+  virtual HRESULT Status() const = 0;
+
+  virtual double Width() const = 0;
+  virtual double Height() const = 0;
+  virtual double Factor() const = 0;
 
   // The nearest edge between two pixels.
-  double Snap(double at) const;
+  virtual double Snap(double at) const = 0;
 
   // Rectangles are filled together: Add any number, then Fill.
-  void AddRectangle(double x, double y, double width, double height);
-  void AddDot(double x, double y, double radius);
-  void Fill(uint32_t colour, double opacity = 1);
+  virtual void AddRectangle(double x, double y, double width, double height) = 0;
+  virtual void AddDot(double x, double y, double radius) = 0;
+  virtual void Fill(uint32_t colour, double opacity = 1) = 0;
 
-  void MoveTo(double x, double y);
-  void LineTo(double x, double y);
-  void Stroke(uint32_t colour, double width);
+  virtual void MoveTo(double x, double y) = 0;
+  virtual void LineTo(double x, double y) = 0;
+  virtual void Stroke(uint32_t colour, double width) = 0;
 
   // From here to Unclip nothing is drawn outside of a rectangle.
-  void Clip(double x, double y, double width, double height);
-  void Unclip();
+  virtual void Clip(double x, double y, double width, double height) = 0;
+  virtual void Unclip() = 0;
 
-  double TextWidth(const std::string& text, const TextStyle& style);
+  virtual double TextWidth(const std::string& text, const TextStyle& style) = 0;
   // A line of text whose middle stands at `y`; one wider than `mostWidth` loses its middle. Its width.
-  double Text(double x, double y, const std::string& text, const TextStyle& style, Align align = Align::kLeft,
-              double mostWidth = 1e9);
+  virtual double Text(double x, double y, const std::string& text, const TextStyle& style,
+                      Align align = Align::kLeft, double mostWidth = 1e9) = 0;
 
-  // Writes the picture; the output is still to be committed.
-  HRESULT Finish();
-
- private:
-  struct Backend;
-
-  void SetColour(uint32_t colour, double opacity);
-  void SetText(const std::string& text, const TextStyle& style, double mostWidth);
-
-  double width_;
-  double height_;
-  double factor_;
-  std::unique_ptr<Backend> backend_;
+  // Writes the picture.
+  virtual HRESULT Finish() = 0;
 };
+
+// Makes a canvas; the writer is there until Finish.
+using MakeCanvasFunction = Canvas*(PictureKind kind, double width, double height, double factor,
+                                   PictureWriter* writer);
+
+// The name of that function in the module that draws. The libraries of pictures and fonts take longer to load
+// than most commands run, so the module has them to itself, and `draw` alone loads it.
+constexpr char kMakeCanvasName[] = "QnwaveMakeCanvas";
+
+// The module's canvas; null, and that is reported, when there is no module.
+std::unique_ptr<Canvas> MakeCanvas(PictureKind kind, double width, double height, double factor,
+                                   PictureWriter* writer);
 
 }  // namespace qnwave

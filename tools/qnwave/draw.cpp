@@ -1,6 +1,9 @@
 // qnwave draw: the waveform of a file as a picture.
+#include <unistd.h>
+
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
@@ -227,14 +230,36 @@ PictureText TextOf(const Job& job) {
   return text;
 }
 
+class FileWriter final : public PictureWriter {
+ public:
+  explicit FileWriter(int descriptor) : descriptor_(descriptor) {}
+
+  HRESULT Write(const uint8_t* bytes, size_t count) override {
+    while (count > 0) {
+      const ssize_t written = write(descriptor_, bytes, count);
+      if (written < 0 && errno == EINTR) continue;
+      if (written <= 0) return qntool::StatusFromErrno(QN_E_FILE_WRITE);
+      bytes += written;
+      count -= static_cast<size_t>(written);
+    }
+    return S_OK;
+  }
+
+ private:
+  const int descriptor_;
+};
+
 int Draw(const Job& job, bool overwrite, bool quiet) {
   WatchInterrupts();
   OutputFile output;
   if (!output.Create(job.target, overwrite)) return kExitFailed;
-  Canvas canvas(job.kind, job.size.width, job.size.height, job.size.factor, &output);
+  FileWriter writer(output.Descriptor());
+  const std::unique_ptr<Canvas> canvas =
+      MakeCanvas(job.kind, job.size.width, job.size.height, job.size.factor, &writer);
+  if (!canvas) return kExitFailed;
   // The room for the picture is asked for before the work.
-  if (canvas.Status() != S_OK) {
-    output.Fail(canvas.Status());
+  if (canvas->Status() != S_OK) {
+    output.Fail(canvas->Status());
     return kExitFailed;
   }
   Waveform waveform;
@@ -244,8 +269,8 @@ int Draw(const Job& job, bool overwrite, bool quiet) {
     return kExitInterruptedBase + InterruptSignal();
   }
   if (!isRead) return kExitFailed;
-  DrawPicture(&canvas, waveform, job.request, job.style, TextOf(job));
-  const HRESULT status = canvas.Finish();
+  DrawPicture(canvas.get(), waveform, job.request, job.style, TextOf(job));
+  const HRESULT status = canvas->Finish();
   if (status != S_OK) {
     output.Fail(status);
     return kExitFailed;
