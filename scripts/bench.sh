@@ -51,6 +51,10 @@ END
   scripts/bench_table.py build/bench.json
   measure '^peaks/'
   scripts/bench_table.py build/bench.json
+  for group in mix level fft fir iir dither; do
+    measure "^$group/"
+    scripts/bench_table.py build/bench.json
+  done
   measure '^text/'
   scripts/bench_table.py build/bench.json
   measure '^host/'
