@@ -94,7 +94,8 @@ HRESULT QnMakeBiquad(const tQNBIQUAD_PARAMETERS* parameters, double* coefficient
   if (!parameters || !coefficients) return E_POINTER;
   Coefficients k{1, 0, 0, 1, 0, 0};
   const bool known = FindCoefficients(*parameters, k);
-  const double values[] = {k.b0 / k.a0, k.b1 / k.a0, k.b2 / k.a0, -k.a1 / k.a0, -k.a2 / k.a0};
+  // Taken from 0, so that no coefficient is a negative zero.
+  const double values[] = {k.b0 / k.a0, k.b1 / k.a0, k.b2 / k.a0, 0 - k.a1 / k.a0, 0 - k.a2 / k.a0};
   std::ranges::copy(values, coefficients);
   return known ? S_OK : E_NOTIMPL;
 }

@@ -161,7 +161,9 @@ std::optional<double> FindResonance(double w, double radius, double q) {
   double high = std::min(w + 1 / q, kPi);
   double angle = w;
   for (int i = 0; i < kRounds; ++i) {
-    const Complex response = (z * z - 1.0) / ((z - 2 * radius * std::cos(angle)) * z + radius * radius);
+    const Complex pole = std::polar(radius, angle);
+    const double sum = (pole + std::conj(pole)).real(), product = (pole * std::conj(pole)).real();
+    const Complex response = (z * z - 1.0) / ((z - sum) * z + product);
     const double ratio = response.imag() / response.real();
     if (std::abs(ratio) < 1e-10) return angle;
     (ratio > 0 ? high : low) = angle;

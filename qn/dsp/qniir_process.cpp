@@ -30,8 +30,15 @@ HWY_INLINE void StoreSamples(D d, hn::Vec<D> v, double* p) {
 }
 template <class D>
 HWY_INLINE void StoreSamples(D, hn::Vec<D> v, float* p) {
+#if HWY_TARGET == HWY_SCALAR || HWY_TARGET == HWY_EMU128
+  // Without vectors Highway limits what is beyond a float.
+  double lanes[hn::MaxLanes(D())];
+  hn::StoreU(v, D(), lanes);
+  std::ranges::transform(lanes, p, [](double lane) { return static_cast<float>(lane); });
+#else
   const hn::Rebind<float, D> f;
   hn::StoreU(hn::DemoteTo(f, v), f, p);
+#endif
 }
 
 // v = in * gain, and out = in * dry + v, of `count` samples that lie `stride` apart in the audio.
