@@ -51,7 +51,9 @@ tStatus compute_fft(COMPLEX* data, LONG points, LONG direction) {
     const size_t step = count / 2 / span;
     for (size_t group = 0; group < count; group += 2 * span) {
       COMPLEX* const at = data + group;
-      Join(at[0], at[span], 1, 0);
+      const COMPLEX first = at[0], second = at[span];
+      at[0] = {first.re + second.re, first.im + second.im};
+      at[span] = {first.re - second.re, first.im - second.im};
       for (size_t i = 1; i < span; ++i) {
         const Twiddle w = twiddles[i * step - 1];
         Join(at[i], at[i + span], w.re, sign * w.im);

@@ -76,9 +76,9 @@ QN_API HRESULT QnPerfsConj_64fc_I(void* inOut, LONG count);
 QN_API HRESULT QnPerfsDeinterleave_32f(const float* in, LONG channels, LONG frames, float** out);
 
 // Prepares a complex transform of 2 to the power of `order` points, 0 to 27, in `*spec`, which is freed with
-// QnPerfsFFTFree_C_32fc; null on failure. `flag` is one of QNPERF_FFT_*: where it divides. A `spec` does not
-// change, so several threads may transform with it at a time, each with its own buffer. Errors stay below
-// (2 + order) units in the last place of the result's root mean square.
+// QnPerfsFFTFree_C_32fc; on failure it stays as it was. `flag` is one of QNPERF_FFT_*: where it divides. A
+// `spec` does not change, so several threads may transform with it at a time, each with its own buffer.
+// Errors stay below (2 + order) units in the last place of the result's root mean square.
 QN_API HRESULT QnPerfsFFTInitAlloc_C_32fc(void** spec, LONG order, LONG flag, QnPerfHintAlgorithm hint);
 
 // The bytes of the work buffer that the transform takes.

@@ -34,7 +34,6 @@ LONG Check(const void* spec) {
 template <typename T>
 LONG InitAlloc(void** spec, LONG order, LONG flag) {
   if (!spec) return QNPERF_STATUS_NULL;
-  *spec = nullptr;
   if (order < 0 || order > kMostOrder) return QNPERF_STATUS_FFT_ORDER;
   if (flag != QNPERF_FFT_DIV_FWD_BY_N && flag != QNPERF_FFT_DIV_INV_BY_N && flag != QNPERF_FFT_DIV_BY_SQRTN &&
       flag != QNPERF_FFT_NODIV_BY_ANY) {

@@ -52,9 +52,9 @@ void PrepareFast(HQNFFT fft, DWORD size, bool reports) {
   fft->fast = fft->buffer != nullptr;
 }
 
-// A handle transforms the one size that it was prepared for.
+// The passes take any power of 2; they need nothing that is prepared for a size.
 bool CanTransform(HQNFFT fft, const void* data, DWORD size) {
-  return fft && data && size == fft->size && std::has_single_bit(size);
+  return fft && data && std::has_single_bit(size);
 }
 
 BOOL TransformBySpec(HQNFFT fft, double* data, DWORD size, Direction direction) {
@@ -72,7 +72,7 @@ BOOL TransformBySpec(HQNFFT fft, double* data, DWORD size, Direction direction) 
 BOOL Transform(HQNFFT fft, double* data, DWORD size, double scale, Direction direction) {
   if (!CanTransform(fft, data, size)) return 0;
   // The prepared transform takes no notice of the scale: hosts rely on it.
-  if (fft->spec) return TransformBySpec(fft, data, size, direction);
+  if (fft->spec) return size == fft->size && TransformBySpec(fft, data, size, direction);
   return qn::TransformReal(fft, data, size, scale, direction);
 }
 
@@ -83,7 +83,7 @@ BOOL TransformFloat(HQNFFT fft, float* data, DWORD size, float scale, LONG chann
 }
 
 BOOL TransformComplexFloat(HQNFFT fft, float* data, DWORD points, float scale, Direction direction) {
-  if (!fft || !data || !std::has_single_bit(points)) return 0;
+  if (!CanTransform(fft, data, points)) return 0;
   return qn::TransformComplex(fft, data, points, scale, direction);
 }
 

@@ -43,8 +43,9 @@ QN_API HQNFFT QnSig_ReprepareFFT(HQNFFT fft, ULONGLONG user, DWORD size, QNFFTPR
 // 1, or 0 for null.
 QN_API BOOL QnSig_UnprepareFFT(HQNFFT fft);
 
-// Transform `size` values, as many as were prepared, in place. 1, or 0 when the callback stopped it, with the
-// data in no useful state; 0 with the data as they were for a null pointer and for another size.
+// Transform `size` values, a power of 2, in place. 1, or 0 when the callback stopped it, with the data in no
+// useful state; 0 with the data as they were for a null pointer, for a size that is no power of 2, and for
+// another size than the prepared one where the faster transform is in use.
 QN_API BOOL QnSig_FFT(HQNFFT fft, double* data, DWORD size, double scale);
 QN_API BOOL QnSig_InverseFFT(HQNFFT fft, double* data, DWORD size, double scale);
 QN_API BOOL QnSig_FFT_Float(HQNFFT fft, float* data, DWORD size, float scale);

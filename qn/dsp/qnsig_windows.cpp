@@ -15,12 +15,13 @@ double Sinc(double x, double width) {
 
 template <class Sample>
 void MakeWindows(Sample* first, Sample* second, LONG length, LONG fftSize, LONG hop) {
-  if (!first || !second || hop < 1) return;
+  if (!first || !second) return;
   for (LONG i = 0; i < length; ++i)
     first[i] = second[i] = static_cast<Sample>(0.54 - 0.46 * std::cos(2 * pi * i / (length - 1.0)));
 
   if (length <= fftSize) {
-    // The synthesis window alone is normalised.
+    // The synthesis window alone is normalised; steps that lead nowhere have no sum.
+    if (hop < 1) return;
     double sum = 0;
     for (LONGLONG i = 0; i < length; i += hop) sum += static_cast<double>(second[i]) * second[i];
     const double factor = 1 / sum;

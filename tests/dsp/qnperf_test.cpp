@@ -155,7 +155,7 @@ void CheckArguments() {
                                               {4, 0, QNPERF_STATUS_FFT_FLAG},
                                               {4, 3, QNPERF_STATUS_FFT_FLAG}}) {
     EXPECT_EQ(Code(Kind::Init(&spec, order, flag, QNPERF_HINT_NONE)), status(expected));
-    EXPECT_EQ(spec, nullptr);
+    EXPECT_EQ(spec, &spec);
   }
   EXPECT_EQ(Code(Kind::Init(nullptr, 4, 1, QNPERF_HINT_NONE)), status(QNPERF_STATUS_NULL));
   uint64_t other[8] = {};
