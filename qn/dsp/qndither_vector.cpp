@@ -282,6 +282,7 @@ void ShapeTwo(CQnDither& dither, T* samples, size_t channel, size_t frames, size
 
 template <class T>
 void DitherAll(CQnDither& dither, T* samples, size_t frames, size_t channels) {
+  if (frames == 0) return;
   // Gaussian noise takes too long to be made twice.
   const bool pairs = dither.random && dither.ditherType != eQNDITHER_GAUSSIAN;
   for (size_t channel = 0; channel < channels; ++channel) {

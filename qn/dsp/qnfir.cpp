@@ -199,7 +199,7 @@ void CQnFIR::SetDelayElementsFrom(const CQnFIR* other) {
 
 template <class T>
 void CQnFIR::process(T* out, const T* in, DWORD frames, DWORD channelMask) {
-  if (!fft || !out || !in) return;
+  if (!fft || (frames > 0 && (!out || !in))) return;
   if (channelMask == 0) channelMask = kInitialMask;
   Reset(channelMask & ~lastChannelMask);
   lastChannelMask = channelMask;
