@@ -72,43 +72,41 @@ void Register(const std::string& name, Case of, Run run) {
   });
 }
 
-void RegisterCase(const std::string& name, Case of) {
+// Each way of dithering beside the peer's that comes nearest, if there is one.
+void RegisterCase(const std::string& layout, Case of) {
   const struct {
-    const char* who;
+    const char* way;
     eQNDITHER_DITHERTYPE type;
     eQNDITHER_NOISESHAPE shape;
     bool convert;
-  } kOurs[] = {
-      {"ours_none", eQNDITHER_NONE, eQNDITHER_SHAPE_NONE, false},
-      {"ours_rect", eQNDITHER_RECTANGULAR, eQNDITHER_SHAPE_NONE, false},
-      {"ours_tpdf", eQNDITHER_TRIANGULAR, eQNDITHER_SHAPE_NONE, false},
-      {"ours_tpdf_to_s16", eQNDITHER_TRIANGULAR, eQNDITHER_SHAPE_NONE, true},
-      {"ours_hp", eQNDITHER_HIGHPASS, eQNDITHER_SHAPE_NONE, false},
-      {"ours_gaussian", eQNDITHER_GAUSSIAN, eQNDITHER_SHAPE_NONE, false},
-      {"ours_tpdf_first", eQNDITHER_TRIANGULAR, eQNDITHER_SHAPE_FIRST, false},
-      {"ours_tpdf_second", eQNDITHER_TRIANGULAR, eQNDITHER_SHAPE_SECOND_HIGH, false},
+    const char* peer;
+  } kWays[] = {
+      {"none", eQNDITHER_NONE, eQNDITHER_SHAPE_NONE, false, nullptr},
+      {"rectangular", eQNDITHER_RECTANGULAR, eQNDITHER_SHAPE_NONE, false, "rectangular"},
+      {"triangular", eQNDITHER_TRIANGULAR, eQNDITHER_SHAPE_NONE, false, "triangular"},
+      {"triangular_to_s16", eQNDITHER_TRIANGULAR, eQNDITHER_SHAPE_NONE, true, "triangular"},
+      {"highpass", eQNDITHER_HIGHPASS, eQNDITHER_SHAPE_NONE, false, "triangular_hp"},
+      {"gaussian", eQNDITHER_GAUSSIAN, eQNDITHER_SHAPE_NONE, false, nullptr},
+      {"first_order", eQNDITHER_TRIANGULAR, eQNDITHER_SHAPE_FIRST, false, "shibata"},
+      {"second_order", eQNDITHER_TRIANGULAR, eQNDITHER_SHAPE_SECOND_HIGH, false, "shibata"},
   };
-  for (const auto& [who, type, shape, convert] : kOurs) {
-    Register(name + who, of,
+  for (const auto& [way, type, shape, convert, peer] : kWays) {
+    const std::string name = std::string("dither/") + way + "/" + layout + "/";
+    Register(name + "ours", of,
              [type = type, shape = shape, convert = convert](benchmark::State& state, Case each) {
                Ours(state, each, type, shape, convert);
              });
-  }
-  const std::pair<const char*, const char*> kPeers[] = {{"swresample_rect", "rectangular"},
-                                                        {"swresample_tpdf", "triangular"},
-                                                        {"swresample_tpdf_hp", "triangular_hp"},
-                                                        {"swresample_shibata", "shibata"}};
-  for (const auto& [who, method] : kPeers) {
-    Register(name + who, of,
-             [method = method](benchmark::State& state, Case each) { Swresample(state, each, method); });
+    if (!peer) continue;
+    Register(name + "swresample", of,
+             [peer = peer](benchmark::State& state, Case each) { Swresample(state, each, peer); });
   }
 }
 
 const bool registered = [] {
   for (const int channels : {1, 2}) {
     const std::string layout = channels == 1 ? "mono" : "stereo";
-    RegisterCase("dither/flt_s16/" + layout + "/4K/", {4096, channels});
-    RegisterCase("dither/flt_s16/" + layout + "/16M/", {size_t{1} << 24, channels});
+    RegisterCase(layout + "/4K", {4096, channels});
+    RegisterCase(layout + "/16M", {size_t{1} << 24, channels});
   }
   return true;
 }();

@@ -97,14 +97,17 @@ void Ours(benchmark::State& state, size_t samples) {
 
 const bool registered = [] {
   const std::pair<const char*, size_t> kSizes[] = {{"4K", 4096}, {"8M", 8388608}};
-  const std::pair<const char*, void (*)(benchmark::State&, size_t)> kRuns[] = {
-      {"ours", Ours<float>},
-      {"ours_f64", Ours<double>},
-      {"loop_frame_f32", LoopFrame<float>},
-      {"loop_frame_f64", LoopFrame<double>}};
+  const struct {
+    const char* type;
+    const char* who;
+    void (*run)(benchmark::State&, size_t);
+  } kRuns[] = {{"flt", "ours", Ours<float>},
+               {"flt", "loop", LoopFrame<float>},
+               {"dbl", "ours", Ours<double>},
+               {"dbl", "loop", LoopFrame<double>}};
   for (const auto& [size, samples] : kSizes) {
-    for (const auto& [who, run] : kRuns) {
-      const std::string name = std::string("iir/4biquads_stereo/") + size + "/" + who;
+    for (const auto& [type, who, run] : kRuns) {
+      const std::string name = std::string("iir/4biquads_stereo_") + type + "/" + size + "/" + who;
       benchmark::RegisterBenchmark(name.c_str(), [=, run = run, samples = samples](benchmark::State& state) {
         run(state, samples);
         state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(samples));
