@@ -99,7 +99,7 @@ TEST(Run, KeepsTheTargetWhenItIsInterrupted) {
   for (const auto& [command, option, signal] :
        {Row("convert", "--type=s16", SIGINT), Row("convert", "--type=s16", SIGTERM),
         Row("convert", "--type=s16", SIGHUP), Row("convert", "--type=s16", SIGKILL),
-        Row("cut", "--start=7", SIGINT)}) {
+        Row("cut", "--start=7", SIGINT), Row("mix", "--gain=1", SIGINT)}) {
     const ScratchFolder folder;
     WriteFileBytes(folder.Native("out.w64"), old);
     MakeSparse(folder.Native("in.wav"), WaveFile(Record(1, 1, 48'000, 8), {}), 800 << 20);

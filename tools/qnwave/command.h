@@ -16,6 +16,8 @@ extern const Command kConvertCommand;
 extern const Command kCutCommand;
 extern const Command kJoinCommand;
 extern const Command kSplitCommand;
+extern const Command kLevelsCommand;
+extern const Command kMixCommand;
 extern const Command kRepairCommand;
 extern const Command kTagsCommand;
 extern const Command kPeaksCommand;

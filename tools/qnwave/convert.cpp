@@ -27,6 +27,8 @@ constexpr Option kOptions[] = {
      "sample type of OUT (default: that of IN): u8, s16, s24, s32, f32, f64, or s8, s24in32,"
      " s16be, s24be, s32be, which few other programs read from a wave file"},
     {"gain", "DB", "multiply by a gain in dB; integer samples clip"},
+    kDitherOption,
+    kShapeOption,
     {"channels", "LIST",
      "the channels of IN, from 0, that make up OUT: 1,0 swaps a stereo file, 0,0 doubles the"
      " first; L and R stand for 0 and 1, - for silence"},
@@ -43,6 +45,7 @@ struct Job {
   Target target;
   ChannelMap map;
   float gain = 1.0f;
+  DitherSettings dither;
 };
 
 // Bytes of the larger side of a block: small enough for the processor's second-level cache, large enough that
@@ -99,7 +102,8 @@ class BlockRunner {
 void BlockRunner::Run(Progress* progress) {
   std::thread helper;
   const bool isLong = job_.source.frames > 4 * uint64_t{blockFrames_};
-  if (isLong && std::thread::hardware_concurrency() > 1) {
+  // Dither goes on from block to block.
+  if (isLong && job_.dither.IsNone() && std::thread::hardware_concurrency() > 1) {
     try {
       helper = std::thread([this] { Work(nullptr); });
     } catch (const std::system_error&) {
@@ -122,7 +126,8 @@ void BlockRunner::Fail(const std::string& file, HRESULT status) {
 void BlockRunner::WorkBlocks(Progress* progress) {
   AudioReader reader;
   if (!reader.Open(job_.source)) return Fail(job_.source.name, QN_E_FILE_OPEN);
-  SampleConverter converter(job_.source.format, job_.target.format.type, job_.map, job_.gain, blockFrames_);
+  SampleConverter converter(job_.source.format, job_.target.format.type, job_.map, job_.gain, blockFrames_,
+                            job_.dither);
   BlockBuffer in(size_t{blockFrames_} * job_.source.format.FrameBytes());
   BlockBuffer out(converter.IsCopy() ? 0 : size_t{blockFrames_} * job_.target.format.FrameBytes());
   const uint64_t total = job_.source.frames;
@@ -151,7 +156,8 @@ bool ReadOptions(const Arguments& arguments, Job* job) {
     return false;
   };
   std::string mistake;
-  if (!ChooseContainer("convert", arguments, &job->target) || !ChooseType("convert", arguments, &job->target))
+  if (!ChooseContainer("convert", arguments, &job->target) ||
+      !ChooseType("convert", arguments, &job->target) || !ChooseDither("convert", arguments, &job->dither))
     return false;
   if (const auto gain = arguments.Value("gain")) {
     constexpr double kMostDecibels = 200;
@@ -236,6 +242,8 @@ int Run(const Arguments& arguments) {
   const OpenResult opened = OpenSource(arguments, arguments.Operands()[0], &job.source, &exitCode);
   if (opened != OpenResult::kOk) return opened == OpenResult::kDamaged ? kExitDamaged : exitCode;
   if (!CompleteFormat(&job)) return kExitFailed;
+  exitCode = CheckDither("convert", arguments, job.dither, job.target);
+  if (exitCode != kExitOk) return exitCode;
   exitCode = Convert(job, arguments.Has("force"), quiet);
   if (exitCode == kExitOk) TellWritten(job.target, quiet);
   return exitCode;

@@ -1,6 +1,7 @@
 #include "tools/qnwave/converter.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "tools/common/options.h"
 #include "tools/qnwave/report.h"
@@ -40,14 +41,15 @@ std::optional<ChannelMap> ParseChannelMap(std::string_view text, bool withSilenc
 }
 
 SampleConverter::SampleConverter(const AudioFormat& source, QNSAMPLETYPE type, const ChannelMap& map,
-                                 float gain, uint32_t mostFrames)
+                                 float gain, uint32_t mostFrames, const DitherSettings& dither)
     : source_(source),
       map_(map),
       gain_(gain),
       channels_(map.empty() ? source.channels : static_cast<uint32_t>(map.size())),
-      isCopy_(map.empty() && gain == 1.0f && type == source.type) {
+      isCopy_(map.empty() && gain == 1.0f && type == source.type && dither.IsNone()) {
   first_ = QnAudio_GetCopyFunction2(type, source.type);
-  if (!first_ || (gain != 1.0f && IsSwap(type, source.type))) {
+  if (!dither.IsNone()) dither_ = std::make_unique<CQnDither>(type, dither.type, dither.shape);
+  if (!first_ || dither_ || (gain != 1.0f && IsSwap(type, source.type))) {
     // In double every integer sample is exact, so two steps give what one would.
     first_ = QnAudio_GetCopyFunction2(QNST_FLOAT64, source.type);
     second_ = QnAudio_GetCopyFunction2(type, QNST_FLOAT64);
@@ -59,6 +61,15 @@ SampleConverter::SampleConverter(const AudioFormat& source, QNSAMPLETYPE type, c
     const uint8_t silence = source.type == QNST_PCM8U ? 0x80 : 0;
     mapped_.assign(size_t{mostFrames} * channels_ * source.SampleBytes(), silence);
   }
+}
+
+void SampleConverter::Dither(uint32_t frames) {
+  // What is louder would be clipped anyway, but comes out of the dither with the other sign where it passes
+  // 32 bits, noise and error of the rounding included; what is no number would stay in the error.
+  constexpr double kMost = 1 - 0x1p-25;
+  for (size_t i = 0; i < size_t{frames} * channels_; ++i)
+    between_[i] = std::isnan(between_[i]) ? 0 : std::clamp(between_[i], -kMost, kMost);
+  dither_->ProcessDouble(between_.data(), frames, channels_);
 }
 
 void SampleConverter::Convert(void* destination, const void* source, uint32_t frames) {
@@ -73,6 +84,7 @@ void SampleConverter::Convert(void* destination, const void* source, uint32_t fr
   const auto samples = static_cast<LONG>(frames * channels_);
   if (second_) {
     first_(between_.data(), source, samples, gain_);
+    if (dither_) Dither(frames);
     second_(destination, between_.data(), samples, 1.0f);
   } else {
     first_(destination, source, samples, gain_);

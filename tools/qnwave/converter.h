@@ -2,12 +2,14 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "qn/audio/qncopy.h"
+#include "tools/qnwave/dither.h"
 #include "tools/qnwave/sample_types.h"
 
 namespace qnwave {
@@ -23,9 +25,10 @@ std::optional<ChannelMap> ParseChannelMap(std::string_view text, bool withSilenc
 class SampleConverter {
  public:
   // An empty map leaves the channels as they are. `mostFrames` is the longest block. The entries of the map
-  // are below the source's channels.
+  // are below the source's channels. With dither the type is one of integers, and the blocks have to come in
+  // their order.
   SampleConverter(const AudioFormat& source, QNSAMPLETYPE type, const ChannelMap& map, float gain,
-                  uint32_t mostFrames);
+                  uint32_t mostFrames, const DitherSettings& dither = {});
 
   // The channels that come out.
   uint32_t Channels() const { return channels_; }
@@ -37,6 +40,8 @@ class SampleConverter {
   void Convert(void* destination, const void* source, uint32_t frames);
 
  private:
+  void Dither(uint32_t frames);
+
   AudioFormat source_;
   ChannelMap map_;
   float gain_;
@@ -47,6 +52,7 @@ class SampleConverter {
   QNCOPYFUNCTION second_ = nullptr;
   std::vector<uint8_t> mapped_;
   std::vector<double> between_;
+  std::unique_ptr<CQnDither> dither_;
 };
 
 }  // namespace qnwave

@@ -61,12 +61,7 @@ int Run(const Arguments& arguments) {
   if (arguments.Has("end") && arguments.Has("length")) return Usage("--end and --length do not go together");
   if (!arguments.Has("start") && !arguments.Has("end") && !arguments.Has("length"))
     return Usage("what to cut is told by --start, --end or --length");
-  for (const Option& option : {kFrameRateOption, kTempoOption, kBeatsOption, kTicksOption}) {
-    if (arguments.Has(option.name) && !arguments.Has(kFormatOption.name)) {
-      const std::string name = option.name;
-      return Usage(("--" + name + " goes with --format").c_str());
-    }
-  }
+  if (!HasFormatForItsOptions("cut", arguments)) return kExitUsage;
   Target target;
   target.name = arguments.Operands()[1];
   if (!ChooseContainer("cut", arguments, &target)) return kExitUsage;

@@ -12,9 +12,9 @@
 namespace qnwave {
 namespace {
 
-constexpr const Command* kCommands[] = {&kInfoCommand, &kConvertCommand, &kCutCommand,
-                                        &kJoinCommand, &kSplitCommand,   &kRepairCommand,
-                                        &kTagsCommand, &kPeaksCommand,   &kDrawCommand};
+constexpr const Command* kCommands[] = {&kInfoCommand,  &kConvertCommand, &kCutCommand,    &kJoinCommand,
+                                        &kSplitCommand, &kMixCommand,     &kLevelsCommand, &kRepairCommand,
+                                        &kTagsCommand,  &kPeaksCommand,   &kDrawCommand};
 
 void PrintOverview() {
   std::printf("Usage: qnwave COMMAND [OPTIONS] FILE...\n\nCommands:\n");

@@ -134,10 +134,14 @@ std::optional<uint64_t> FrameOfTime(std::string_view text, const _qnposfmt& form
 bool ReadPosition(const char* command, const Arguments& arguments, const char* option, bool isLength,
                   uint32_t rate, std::optional<uint64_t>* frame) {
   const auto text = arguments.Value(option);
-  if (!text) return true;
+  return !text || ParsePosition(command, arguments, option, *text, isLength, rate, frame);
+}
+
+bool ParsePosition(const char* command, const Arguments& arguments, const char* option, std::string_view text,
+                   bool isLength, uint32_t rate, std::optional<uint64_t>* frame) {
   const auto name = arguments.Value(kFormatOption.name);
   if (!name) {
-    *frame = FrameOfPlain(*text, rate);
+    *frame = FrameOfPlain(text, rate);
   } else {
     std::string mistake;
     auto format = ReadTimeFormat(arguments, *name, &mistake);
@@ -148,10 +152,19 @@ bool ReadPosition(const char* command, const Arguments& arguments, const char* o
       return false;
     }
     format->sampleRate = rate;
-    *frame = FrameOfTime(*text, *format, isLength);
+    *frame = FrameOfTime(text, *format, isLength);
   }
-  if (!*frame) ReportUsage(command, "bad value " + Quoted(*text) + " for --" + option);
+  if (!*frame) ReportUsage(command, "bad value " + Quoted(text) + " for --" + option);
   return frame->has_value();
+}
+
+bool HasFormatForItsOptions(const char* command, const Arguments& arguments) {
+  for (const Option& option : {kFrameRateOption, kTempoOption, kBeatsOption, kTicksOption}) {
+    if (!arguments.Has(option.name) || arguments.Has(kFormatOption.name)) continue;
+    ReportUsage(command, "--" + std::string(option.name) + " goes with --format");
+    return false;
+  }
+  return true;
 }
 
 }  // namespace qnwave

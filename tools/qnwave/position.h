@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string_view>
 
 #include "tools/common/options.h"
 
@@ -19,5 +20,12 @@ constexpr qntool::Option kFormatOption = {"format", "FORMAT",
 // and refused where it holds what the format has not.
 bool ReadPosition(const char* command, const qntool::Arguments& arguments, const char* option, bool isLength,
                   uint32_t rate, std::optional<uint64_t>* frame);
+
+// The same for one of the values of an option.
+bool ParsePosition(const char* command, const qntool::Arguments& arguments, const char* option,
+                   std::string_view text, bool isLength, uint32_t rate, std::optional<uint64_t>* frame);
+
+// False, and that is reported, when options of a time format are given without one.
+bool HasFormatForItsOptions(const char* command, const qntool::Arguments& arguments);
 
 }  // namespace qnwave

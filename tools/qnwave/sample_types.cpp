@@ -39,6 +39,10 @@ const SampleTypeRow* FindSampleType(std::string_view name) {
   return nullptr;
 }
 
+bool IsFloat(QNSAMPLETYPE type) {
+  return type == QNST_FLOAT32 || type == QNST_FLOAT64;
+}
+
 std::string SampleTypeNames() {
   std::string names;
   for (const SampleTypeRow& row : kRows) {

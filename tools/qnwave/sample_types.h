@@ -23,6 +23,8 @@ struct SampleTypeRow {
 const SampleTypeRow* FindSampleType(QNSAMPLETYPE type);
 const SampleTypeRow* FindSampleType(std::string_view name);
 
+bool IsFloat(QNSAMPLETYPE type);
+
 // All names, for messages: "u8, s8, ...".
 std::string SampleTypeNames();
 

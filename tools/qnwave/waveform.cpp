@@ -20,10 +20,6 @@ constexpr uint64_t kGroupFrames = 1 << 20;
 // The most frames that one value of a request from the audio covers; the library's limit is twice that.
 constexpr uint64_t kMostFramesPerValue = 1 << 16;
 
-bool IsFloat(QNSAMPLETYPE type) {
-  return type == QNST_FLOAT32 || type == QNST_FLOAT64;
-}
-
 class WaveformReader {
  public:
   WaveformReader(const AudioSource& source, const WaveformRequest& request, Waveform* waveform)

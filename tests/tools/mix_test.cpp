@@ -1,0 +1,229 @@
+// What `qnwave levels`, `mix` and `convert --dither` make of samples, held against those that libsndfile
+// reads.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+#include <iterator>
+#include <sstream>
+#include <tuple>
+
+#include "tests/tools/tool.h"
+
+namespace qntest {
+namespace {
+
+ToolRun RunTool(const ScratchFolder& folder, const std::string& line, const std::string& before = "") {
+  std::istringstream words(line);
+  return Qnwave({std::istream_iterator<std::string>(words), {}}, "cd " + folder.Native(";") + before);
+}
+
+Sound Made(const ScratchFolder& folder, const std::string& line) {
+  const ToolRun run = RunTool(folder, line + " out.w64 --force --quiet");
+  EXPECT_EQ(run.exit, 0) << line << "\n" << run.err;
+  return ReadSound(folder.Native("out.w64"));
+}
+
+void WriteFloats(const std::string& path, uint32_t channels, const std::vector<double>& samples) {
+  Bytes bytes(samples.size() * sizeof(double));
+  std::memcpy(bytes.data(), samples.data(), bytes.size());
+  WriteFileBytes(path, WaveFile(Record(3, channels, 8000, 64), bytes));
+}
+
+// What one channel of a whole file comes to: peak, position, clipped samples and runs, RMS.
+using Level = std::tuple<double, uint64_t, uint64_t, uint64_t, double>;
+Level LevelOf(const Sound& sound, size_t channel, size_t clipRun, int bits) {
+  const double full = bits != 0 ? 1 - std::ldexp(1.0, 1 - bits) : std::nextafter(1.0, 2.0);
+  double peak = 0, squares = 0;
+  size_t position = 0, run = 0, samples = 0, runs = 0, frames = 0;
+  for (size_t i = channel; i < sound.samples.size(); i += static_cast<size_t>(sound.channels), ++frames) {
+    squares += sound.samples[i] * sound.samples[i];
+    const double size = std::min(std::fabs(sound.samples[i]), bits != 0 ? full : HUGE_VAL);
+    if (size >= peak && (bits == 0 || runs == 0)) position = frames - (bits == 0 ? 0 : run);
+    peak = std::max(peak, size);
+    run = size >= full ? run + 1 : 0;
+    samples += run != 0;
+    runs += run == clipRun;
+  }
+  return {peak, position, samples, runs, std::sqrt(squares / static_cast<double>(frames))};
+}
+
+TEST(Levels, CountWhatThereIs) {
+  const ScratchFolder folder;
+  // A run of full scale over the border of a block, and a lower one before it.
+  Bytes border(2 * 70'000);
+  for (const size_t frame : {9, 65534, 65535, 65536, 65537, 65538}) Put(&border, 2 * frame, 0x7FFF, 2);
+  WriteFileBytes(folder.Native("border.wav"), WaveFile(Record(1, 1, 8000, 16), border));
+  for (const char* name : {"8 -c 2 u8.wav", "16 -c 3 s16.aiff", "24 -c 2 s24.wav", "32 -c 7 s32.w64"})
+    Make("cd " + folder.Native("; sox -D -R -r 8000 -n -b ") + name +
+         " synth 150001s pinknoise gain 22 2>&-");
+  for (const char* type : {"f32", "f64"})
+    RunTool(folder, std::string("convert s24.wav ") + type + ".w64 --gain 3 --type " + type);
+  using Row = std::pair<const char*, int>;
+  for (const auto& [name, bits] :
+       {Row("border.wav", 16), Row("u8.wav", 8), Row("s16.aiff", 16), Row("s24.wav", 24), Row("s32.w64", 32),
+        Row("f32.w64", 0), Row("f64.w64", 0)}) {
+    const Sound sound = ReadSound(folder.Native(name));
+    for (const size_t clipRun : {1, 3, 1000}) {
+      SCOPED_TRACE(name + std::string(" ") + std::to_string(clipRun));
+      const ToolRun run = RunTool(folder, "levels --json --clip-run " + std::to_string(clipRun) + " " + name);
+      std::istringstream text(
+          Jq(run.out, ".[0].channels[] | .peak, .position, .clippedSamples, .clippedRuns, .rms"));
+      for (size_t channel = 0; channel < static_cast<size_t>(sound.channels); ++channel) {
+        Level level;
+        auto& [peak, position, samples, runs, rms] = level;
+        text >> peak >> position >> samples >> runs >> rms;
+        Level expected = LevelOf(sound, channel, clipRun, bits);
+        EXPECT_NEAR(rms, std::get<4>(expected), 1e-7 * rms);
+        rms = std::get<4>(expected);
+        EXPECT_EQ(level, expected) << channel;
+      }
+    }
+  }
+}
+
+TEST(Levels, HaveNoneOfSilence) {
+  const ScratchFolder folder;
+  WriteFloats(folder.Native("f.wav"), 2, {0, 0, 0, HUGE_VAL, 0, -0.5, 0, NAN});
+  WriteFileBytes(folder.Native("none.wav"), WaveFile(Record(1, 1, 8000, 16), {}));
+  const ToolRun run = RunTool(folder, "levels --json f.wav none.wav");
+  EXPECT_EQ(Jq(run.out, "[.[].channels[] | .peak, .peakDb, .position, .rmsDb, .notNumbers] | tojson"),
+            "[0,null,null,null,0,0.5,-6.020599913279624,2,-12.041199826559248,2,0,null,null,null,0]");
+  const std::string table = RunTool(folder, "levels f.wav --format samples").out;
+  EXPECT_NE(table.find("-inf    0.000000      -inf           0           0  -\n"), std::string::npos)
+      << table;
+  EXPECT_NE(table.find("0.500000    -12.04           0           0  2\n"), std::string::npos) << table;
+}
+
+// How far a fade is, by the first letter of its curve.
+double Faded(char curve, size_t frame, size_t length) {
+  const double t = static_cast<double>(frame) / static_cast<double>(length);
+  return curve == 'l' ? t : curve == 's' ? t * t : 1 - (1 - t) * (1 - t);
+}
+
+TEST(Mix, IsThePlainSum) {
+  const ScratchFolder folder;
+  // The options of sox, the gain, where the file starts, the lengths of its fades, their curve, its channels'
+  // ways.
+  using Part =
+      std::tuple<std::string, double, size_t, size_t, size_t, char, std::vector<std::pair<size_t, size_t>>>;
+  std::vector<double> sum(2 * 220'001);
+  for (const auto& [file, decibels, offset, in, out, curve, routes] :
+       {Part("-b 16 -c 2 s16.wav", -3, 0, 50'000, 90'000, 'l', {{0, 1}, {1, 0}}),
+        Part("-b 32 -e float -c 1 f32.wav", 2.5, 70'001, 1, 0, 's', {{0, 0}, {0, 1}}),
+        Part("-b 24 -c 4 s24.aiff", 0, 1000, 75'000, 75'000, 'f', {{0, 0}, {2, 0}, {3, 1}})}) {
+    Make("cd " + folder.Native("; sox -D -R -r 8000 -n ") + file + " synth 150000s pinknoise");
+    const Sound sound = ReadSound(folder.Native(file.substr(file.rfind(' ') + 1)));
+    const size_t channels = static_cast<size_t>(sound.channels), frames = sound.samples.size() / channels;
+    for (size_t frame = 0; frame < frames; ++frame) {
+      double gain = std::pow(10, decibels / 20);
+      // A fade out is that of its curve from the level down.
+      const size_t ending = frame + out - std::min(frames, frame + out);
+      if (frame < in) gain *= Faded(curve, frame, in);
+      if (ending > 0) gain *= 1 - Faded(curve, ending, out);
+      for (const auto& [from, to] : routes)
+        sum[2 * (frame + offset) + to] += gain * sound.samples[frame * channels + from];
+    }
+  }
+  const std::string line =
+      "mix s16.wav f32.wav s24.aiff --gain -3 --gain 2.5 --gain 0 --offset 0 --offset 70001 --offset 1000"
+      " --fade-in 6.25 --fade-in 1 --fade-in 200000 --fade-out 90000 --fade-out 0 --fade-out 200000"
+      " --curve linear --curve slow --curve fast --map R,L --map 0+1 --map 0,-,0,1 --type ";
+  const Sound exact = Made(folder, line + "f64");
+  ASSERT_EQ(exact.samples.size(), sum.size());
+  for (size_t i = 0; i < sum.size(); ++i) ASSERT_NEAR(exact.samples[i], sum[i], 1e-9) << i;
+}
+
+TEST(Mix, PlacesChannelsAndCountsWhatClips) {
+  const ScratchFolder folder;
+  WriteFloats(folder.Native("one.wav"), 1, {0.5, -0.75});
+  WriteFloats(folder.Native("two.wav"), 2, {0.5, 0.125, -0.25, 0.125, 0.25, 0});
+  EXPECT_EQ(Made(folder, "mix two.wav one.wav").samples, (std::vector{1.0, 0.625, -1.0, -0.625, 0.25, 0.0}));
+  EXPECT_EQ(Made(folder, "mix two.wav --map 0,0 --offset 1").samples,
+            (std::vector{0.0, 0.625, -0.125, 0.25}));
+  const ToolRun run = RunTool(folder, "mix one.wav one.wav two.wav clipped.wav --type s16");
+  EXPECT_NE(run.err.find("clipped samples: 4;"), std::string::npos) << run.err;
+  EXPECT_EQ(ReadSound(folder.Native("clipped.wav")).samples,
+            (std::vector{32767 / 32768.0, 32767 / 32768.0, -1.0, -1.0, 0.25, 0.0}));
+}
+
+TEST(Dither, HasTheStatisticsOfItsType) {
+  const ScratchFolder folder;
+  constexpr size_t kFrames = 300'000;
+  const std::string make = "cd " + folder.Native("; sox -D -r 8000 -n -b ");
+  Make(make + "64 -e float -c 1 sine.wav synth 300000s sine 997 gain -6");
+  Make(make + "16 -c 2 silence.wav trim 0 300000s");
+  const Sound sine = ReadSound(folder.Native("sine.wav"));
+  // The noise's variance, in steps.
+  using Row = std::pair<const char*, double>;
+  for (const auto& [type, variance] :
+       {Row("none", 0), Row("rectangular-half", 1 / 12.0), Row("rectangular", 1 / 3.0),
+        Row("triangular", 1 / 6.0), Row("highpass", 1.9801 / 12), Row("gaussian", 0.25)}) {
+    for (const int shape : {0, 1, 2, 3}) {
+      SCOPED_TRACE(type + std::to_string(shape));
+      const std::string line =
+          std::string("wav --type s16 --dither ") + type + " --shape " + std::to_string(shape);
+      const Sound out = Made(folder, "convert sine." + line);
+      double squares = 0, slow = 0;
+      for (size_t i = 0; i < kFrames; i += 50) {
+        double part = 0;
+        for (size_t k = i; k < i + 50; ++k) {
+          const double error = (out.samples[k] - sine.samples[k]) * 32768;
+          squares += error * error;
+          part += error;
+        }
+        slow += part * part;
+      }
+      const double expected = variance + 1 / 12.0;
+      EXPECT_NEAR(squares / kFrames, expected, (shape == 0 ? 0.02 : 4) * expected);
+      // The share of low frequencies in the noise: shaping takes it away, and so does the high pass.
+      EXPECT_LT(slow / squares, shape != 0 ? 0.35 : 1.3);
+      EXPECT_GT(slow / squares, shape == 0 && variance > 0.17 ? 0.7 : 0);
+      // Half a step is none after rounding.
+      EXPECT_EQ(Made(folder, "convert silence." + line).samples == std::vector<double>(2 * kFrames),
+                variance < 0.1);
+    }
+  }
+}
+
+TEST(Dither, KeepsFullScale) {
+  const ScratchFolder folder;
+  const std::vector<double> samples = {1, -1, -1, 1, 1e30, -1e30, NAN, 0.5, 1, -1, -0.5, 0.5};
+  WriteFloats(folder.Native("in.wav"), 2, samples);
+  for (const char* type : {"u8", "s16", "s24", "s32"}) {
+    const Sound out = Made(folder, std::string("convert in.wav --dither gaussian --shape 2 --type ") + type);
+    for (size_t i = 0; i < samples.size(); ++i) {
+      const double x = std::isnan(samples[i]) ? 0 : std::clamp(samples[i], -1.0, 1.0);
+      EXPECT_NEAR(out.samples[i], x, *type == 'u' ? 0.08 : 1e-3) << type << i;
+    }
+  }
+}
+
+TEST(Mix, RefusesAndLeavesNothing) {
+  const ScratchFolder folder;
+  WriteFileBytes(folder.Native("in.wav"), WaveFile(Record(1, 1, 8000, 16), Noise(14 * 1000)));
+  WriteFileBytes(folder.Native("seven.wav"), WaveFile(Record(1, 7, 8001, 16), Noise(14 * 1000)));
+  WriteFileBytes(folder.Native("bad.wav"), WaveFile(Record(1, 1, 8000, 16), {}) + Noise(80));
+  std::filesystem::create_symlink("in.wav", folder.Native("link.wav"));
+  const auto before = List(folder.Native(""));
+  using Row = std::tuple<const char*, int, const char*>;
+  for (const auto& [line, exit, text] :
+       {Row("mix in.wav bad.wav b.wav", 3, "repair"), Row("levels bad.wav", 3, "repair"),
+        Row("mix in.wav seven.wav b.wav", 1, "8,001 Hz"),
+        Row("mix in.wav link.wav --force", 1, "audio file itself"),
+        Row("mix in.wav b.wav --offset 2000000000 --type s32", 1, "--container w64"),
+        Row("mix in.wav in.wav in.wav b.wav --gain 1 --gain 2", 2, "2 times for 3 files"),
+        Row("convert in.wav b.wav --type f64 --dither none", 2, "type f64"),
+        Row("convert seven.wav b.wav --shape 1", 1, "6 channels")}) {
+    const ToolRun run = RunTool(folder, line);
+    EXPECT_EQ(run.exit, exit) << line;
+    EXPECT_NE(run.err.find(text), std::string::npos) << line << "\n" << run.err;
+  }
+  EXPECT_EQ(RunTool(folder, "mix in.wav b.wav --type f64", "ulimit -f 8;").exit, 1);
+  EXPECT_EQ(List(folder.Native("")), before);
+}
+
+}  // namespace
+}  // namespace qntest
