@@ -405,10 +405,7 @@ TEST(Draw, TakesLittleMemoryForHours) {
   std::fstream(folder.Native("in.wav"), std::ios::in | std::ios::out)
       .seekp(static_cast<std::streamoff>(44 + bytes / 2))
       .write("\xFF\x3F", 2);
-  std::string limit = "ulimit -v 200000;";
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-  limit.clear();  // their shadow memory is larger
-#endif
+  const std::string limit = qntest::MemoryLimit(200000);
   for (const char* from : {"the audio", "in.qnk"}) {
     const Picture picture = Draw(folder, "in.wav", {kSize}, limit);
     EXPECT_NE(picture.told.find(from), std::string::npos) << picture.told;

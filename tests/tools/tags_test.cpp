@@ -261,7 +261,7 @@ TEST(Tags, OfHugeFilesTakeNoMemoryAndEndAtFourGigabytes) {
   const uint64_t samples = 0xFFFFFFC0 - 36;
   const Bytes format = Wav::Chunk("fmt ", Record(1, 1, 8000, 8));
   MakeSparse(wav, Wav::Form(format + Hex("'data'") + Le(samples, 4), samples + 36), samples + 44);
-  EXPECT_EQ(Change(wav, {"--set", "title=x"}, "ulimit -v 200000;").exit, 0);
+  EXPECT_EQ(Change(wav, {"--set", "title=x"}, qntest::MemoryLimit(200000)).exit, 0);
   EXPECT_EQ(TagsOf(wav), "title=x");
   EXPECT_NE(Change(wav, {"--set", "title=" + std::string(99, 'x')}).err.find("4 GiB"), std::string::npos);
   EXPECT_EQ(TagsOf(wav), "title=x");
@@ -273,7 +273,7 @@ TEST(Tags, OfHugeFilesTakeNoMemoryAndEndAtFourGigabytes) {
   const Bytes start = Wave64Shape::Form(front + Wave64Shape::Header(Wave64Shape::Name("data"), size),
                                         40 + front.size() + 24 + size);
   MakeSparse(w64, start, start.size() + size);
-  EXPECT_EQ(Change(w64, {"--set", "artist=Somebody"}, "ulimit -v 200000;").exit, 0);
+  EXPECT_EQ(Change(w64, {"--set", "artist=Somebody"}, qntest::MemoryLimit(200000)).exit, 0);
   EXPECT_EQ(TagsOf(w64), "artist=Somebody");
   EXPECT_EQ(std::filesystem::file_size(w64), start.size() + size + 16);
   EXPECT_EQ(Jq(Qnwave({"info", "--json", w64}).out, ".[0] | .damaged, .frames"),

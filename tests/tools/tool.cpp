@@ -39,6 +39,15 @@ ToolRun Qntext(const std::vector<std::string>& arguments, const std::string& bef
   return Run(before + " " QNTEXT, arguments);
 }
 
+std::string MemoryLimit(int kilobytes) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  static_cast<void>(kilobytes);
+  return "";
+#else
+  return "ulimit -v " + std::to_string(kilobytes) + ";";
+#endif
+}
+
 std::string Jq(const std::string& json, const std::string& filter) {
   const ScratchFolder scratch;
   WriteFileBytes(scratch.Native("json"), Bytes(json.begin(), json.end()));

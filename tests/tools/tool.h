@@ -21,6 +21,10 @@ ToolRun Qnwave(const std::vector<std::string>& arguments, const std::string& bef
 ToolRun Qnmetric(const std::vector<std::string>& arguments, const std::string& before = "");
 ToolRun Qntext(const std::vector<std::string>& arguments, const std::string& before = "");
 
+// What limits a tool's memory in front of its command line. Nothing in a build of a sanitizer, which takes
+// more address space than any limit.
+std::string MemoryLimit(int kilobytes);
+
 // What jq makes of a JSON text, without the line end; "INVALID" when it is none.
 std::string Jq(const std::string& json, const std::string& filter);
 
