@@ -4,6 +4,7 @@
 #include <cairo-svg.h>
 #include <pango/pangocairo.h>
 
+#include <algorithm>
 #include <cmath>
 
 #include "qn/settings/qnstatus.h"
@@ -45,6 +46,8 @@ class CairoCanvas final : public Canvas {
   void MoveTo(double x, double y) override;
   void LineTo(double x, double y) override;
   void Stroke(uint32_t colour, double width) override;
+  void Image(double x, double y, double width, double height, std::span<const uint32_t> pixels,
+             uint32_t columns) override;
   void Clip(double x, double y, double width, double height) override;
   void Unclip() override;
   double TextWidth(const std::string& text, const TextStyle& style) override;
@@ -131,6 +134,27 @@ void CairoCanvas::Stroke(uint32_t colour, double width) {
   cairo_set_line_width(cairo_.get(), width);
   cairo_set_line_join(cairo_.get(), CAIRO_LINE_JOIN_ROUND);
   cairo_stroke(cairo_.get());
+}
+
+void CairoCanvas::Image(double x, double y, double width, double height, std::span<const uint32_t> pixels,
+                        uint32_t columns) {
+  const auto rows = static_cast<uint32_t>(pixels.size() / columns);
+  const std::unique_ptr<cairo_surface_t, Destroy> image(
+      cairo_image_surface_create(CAIRO_FORMAT_RGB24, static_cast<int>(columns), static_cast<int>(rows)));
+  uint8_t* const to = cairo_image_surface_get_data(image.get());
+  const auto stride = static_cast<size_t>(cairo_image_surface_get_stride(image.get()));
+  for (uint32_t row = 0; to && row < rows; ++row)
+    std::copy_n(pixels.data() + size_t{row} * columns, columns,
+                reinterpret_cast<uint32_t*>(to + row * stride));
+  cairo_surface_mark_dirty(image.get());
+  cairo_save(cairo_.get());
+  cairo_translate(cairo_.get(), x, y);
+  cairo_scale(cairo_.get(), width / columns, height / rows);
+  cairo_set_source_surface(cairo_.get(), image.get(), 0, 0);
+  cairo_pattern_set_filter(cairo_get_source(cairo_.get()), CAIRO_FILTER_NEAREST);
+  cairo_rectangle(cairo_.get(), 0, 0, columns, rows);
+  cairo_fill(cairo_.get());
+  cairo_restore(cairo_.get());
 }
 
 void CairoCanvas::Clip(double x, double y, double width, double height) {

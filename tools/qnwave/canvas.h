@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 
 #include "qn/platform/types.h"
@@ -54,6 +55,10 @@ class [[gnu::visibility("default")]] Canvas {
   virtual void LineTo(double x, double y) = 0;
   virtual void Stroke(uint32_t colour, double width) = 0;
 
+  // Pixels, 0xRRGGBB in rows of `columns` from the top on, each a sharp part of the rectangle.
+  virtual void Image(double x, double y, double width, double height, std::span<const uint32_t> pixels,
+                     uint32_t columns) = 0;
+
   // From here to Unclip nothing is drawn outside of a rectangle.
   virtual void Clip(double x, double y, double width, double height) = 0;
   virtual void Unclip() = 0;
@@ -72,7 +77,7 @@ using MakeCanvasFunction = Canvas*(PictureKind kind, double width, double height
                                    PictureWriter* writer);
 
 // The name of that function in the module that draws. The libraries of pictures and fonts take longer to load
-// than most commands run, so the module has them to itself, and `draw` alone loads it.
+// than most commands run, so the module has them to itself, and only what draws loads it.
 constexpr char kMakeCanvasName[] = "QnwaveMakeCanvas";
 
 // The module's canvas; null, and that is reported, when there is no module.

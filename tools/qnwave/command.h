@@ -22,5 +22,7 @@ extern const Command kRepairCommand;
 extern const Command kTagsCommand;
 extern const Command kPeaksCommand;
 extern const Command kDrawCommand;
+extern const Command kSpectrumCommand;
+extern const Command kFilterCommand;
 
 }  // namespace qnwave

@@ -14,7 +14,8 @@ namespace {
 
 constexpr const Command* kCommands[] = {&kInfoCommand,  &kConvertCommand, &kCutCommand,    &kJoinCommand,
                                         &kSplitCommand, &kMixCommand,     &kLevelsCommand, &kRepairCommand,
-                                        &kTagsCommand,  &kPeaksCommand,   &kDrawCommand};
+                                        &kTagsCommand,  &kPeaksCommand,   &kDrawCommand,   &kSpectrumCommand,
+                                        &kFilterCommand};
 
 void PrintOverview() {
   std::printf("Usage: qnwave COMMAND [OPTIONS] FILE...\n\nCommands:\n");

@@ -3,23 +3,13 @@
 #include <algorithm>
 #include <cmath>
 
-#include "tools/common/time_format.h"
+#include "tools/qnwave/frame.h"
 #include "tools/qnwave/levels.h"
-#include "tools/qnwave/ruler.h"
 
 namespace qnwave {
 namespace {
 
-constexpr double kLabelSize = 10.5;
 constexpr double kLabelSpacing = 17;  // between two levels
-
-struct Box {
-  double x, y, width, height;
-
-  double Right() const { return x + width; }
-  double Bottom() const { return y + height; }
-  double Middle() const { return y + height / 2; }
-};
 
 double HighestOf(const Waveform& waveform) {
   double highest = 0;
@@ -43,7 +33,7 @@ class Painter {
         theme_(*style.theme),
         scale_(style.inDecibels, HighestOf(waveform)),
         pixel_(1 / canvas->Factor()),
-        line_(std::max(std::round(canvas->Factor()), 1.0) / canvas->Factor()) {
+        line_(LineWidth(*canvas)) {
     lanes_ = {canvas_.Snap(kMarginLeft), canvas_.Snap(kMarginTop), 0, 0};
     // As many pixels as there are columns.
     lanes_.width = request.columns * pixel_;
@@ -67,12 +57,10 @@ class Painter {
 
   void PaintHeader(const PictureText& text);
   void PaintLevels(const Box& box);
-  void PaintRuler();
   void PaintColumns(const Box& box, const Lane& lane);
   void PaintFrames(const Box& box, const Lane& lane);
   void AddClipMark(const Box& box, double x, double width, const Pair& pair);
-  void PaintName(const Box& box, const std::string& name);
-  TextStyle Label() const { return {kLabelSize, false, theme_.dimText}; }
+  TextStyle Label() const { return LabelStyle(theme_); }
 
   Canvas& canvas_;
   const Waveform& waveform_;
@@ -94,30 +82,27 @@ Box Painter::LaneBox(size_t lane) const {
 }
 
 void Painter::Paint(const PictureText& text) {
-  canvas_.AddRectangle(0, 0, canvas_.Width(), canvas_.Height());
-  canvas_.Fill(theme_.paper);
+  PaintPaper(&canvas_, theme_);
+  std::vector<Box> boxes;
   for (size_t lane = 0; lane < waveform_.lanes.size(); ++lane) {
-    const Box box = LaneBox(lane);
-    canvas_.AddRectangle(box.x, box.y, box.width, box.height);
+    boxes.push_back(LaneBox(lane));
+    canvas_.AddRectangle(boxes[lane].x, boxes[lane].y, boxes[lane].width, boxes[lane].height);
   }
   canvas_.Fill(theme_.lane);
-  PaintRuler();
+  PaintTimeRuler(&canvas_, theme_, lanes_, boxes, style_.format, static_cast<double>(request_.start),
+                 static_cast<double>(request_.frames));
   for (size_t lane = 0; lane < waveform_.lanes.size(); ++lane) {
-    const Box box = LaneBox(lane);
-    PaintLevels(box);
+    PaintLevels(boxes[lane]);
     if (waveform_.isOfFrames)
-      PaintFrames(box, waveform_.lanes[lane]);
+      PaintFrames(boxes[lane], waveform_.lanes[lane]);
     else
-      PaintColumns(box, waveform_.lanes[lane]);
-    PaintName(box, text.laneNames[lane]);
+      PaintColumns(boxes[lane], waveform_.lanes[lane]);
+    PaintLaneName(&canvas_, theme_, boxes[lane], text.laneNames[lane]);
   }
   PaintHeader(text);
 }
 
 void Painter::PaintHeader(const PictureText& text) {
-  constexpr double kTitleY = 18;
-  constexpr double kDetailsY = 39;
-  canvas_.Text(lanes_.x, kTitleY, text.title, {14, true, theme_.text}, Align::kLeft, lanes_.width);
   struct Entry {
     const char* name;
     uint32_t colour;
@@ -140,8 +125,7 @@ void Painter::PaintHeader(const PictureText& text) {
     canvas_.Fill(entry.colour);
     right -= kSwatch + 14;
   }
-  canvas_.Text(lanes_.x, kDetailsY, text.details, {11, false, theme_.dimText}, Align::kLeft,
-               std::max(right - lanes_.x, 40.0));
+  PaintTitle(&canvas_, theme_, lanes_, text.title, text.details, right);
 }
 
 void Painter::PaintLevels(const Box& box) {
@@ -166,42 +150,6 @@ void Painter::PaintLevels(const Box& box) {
     if (y - last < 2 * kHalfLabel) continue;
     last = y;
     canvas_.Text(box.x - 7, y, level.text, Label(), Align::kRight, kMarginLeft - 9);
-  }
-}
-
-void Painter::PaintRuler() {
-  const std::vector<Tick> ticks =
-      MakeTicks(style_.format, static_cast<double>(request_.start), static_cast<double>(request_.frames),
-                lanes_.width / static_cast<double>(request_.frames),
-                [this](const std::string& text) { return canvas_.TextWidth(text, Label()); });
-  const auto lineAt = [&](double frame) {
-    return std::min(canvas_.Snap(XOf(frame)), lanes_.Right() - line_);
-  };
-  for (const Tick& tick : ticks) {
-    if (tick.label.empty()) continue;
-    for (size_t lane = 0; lane < waveform_.lanes.size(); ++lane) {
-      const Box box = LaneBox(lane);
-      canvas_.AddRectangle(lineAt(tick.frame), box.y, line_, box.height);
-    }
-  }
-  canvas_.Fill(theme_.grid);
-  const double top = lanes_.Bottom() + 3;
-  canvas_.AddRectangle(lanes_.x, canvas_.Snap(top), lanes_.width, line_);
-  for (const Tick& tick : ticks)
-    canvas_.AddRectangle(lineAt(tick.frame), canvas_.Snap(top), line_, tick.label.empty() ? 3 : 6);
-  canvas_.Fill(theme_.centre);
-  // A label that would leave the picture moves in, unless it meets the one before it then.
-  const double y = top + 15;
-  double free = 2;
-  TextStyle style = Label();
-  style.colour = theme_.text;
-  for (const Tick& tick : ticks) {
-    if (tick.label.empty()) continue;
-    const double width = canvas_.TextWidth(tick.label, style);
-    const double left = std::min(XOf(tick.frame) - width / 2, canvas_.Width() - width - 4);
-    if (left < free) continue;
-    canvas_.Text(left, y, tick.label, style);
-    free = left + width + 8;
   }
 }
 
@@ -283,17 +231,6 @@ void Painter::PaintFrames(const Box& box, const Lane& lane) {
     }
     canvas_.Fill(clipped ? theme_.clip : theme_.wave);
   }
-}
-
-void Painter::PaintName(const Box& box, const std::string& name) {
-  if (name.empty()) return;
-  const TextStyle style = {kLabelSize, true, theme_.text};
-  const double width = canvas_.TextWidth(name, style);
-  constexpr double kHeight = 15;
-  if (box.height < kHeight + 4) return;
-  canvas_.AddRectangle(box.x + 4, box.y + 4, width + 8, kHeight);
-  canvas_.Fill(theme_.paper, 0.8);
-  canvas_.Text(box.x + 8, box.y + 4 + kHeight / 2, name, style);
 }
 
 }  // namespace

@@ -5,8 +5,7 @@
 #include <vector>
 
 #include "qn/text/qntimetext.h"
-#include "tools/qnwave/canvas.h"
-#include "tools/qnwave/theme.h"
+#include "tools/qnwave/frame.h"
 #include "tools/qnwave/waveform.h"
 
 namespace qnwave {
@@ -24,12 +23,8 @@ struct PictureText {
   std::vector<std::string> laneNames;  // may be empty texts
 };
 
-// The units of a picture that the lanes do not get, and what a lane needs at least.
-constexpr double kMarginLeft = 54;
+// The units right of the lanes, and what a lane needs at least.
 constexpr double kMarginRight = 18;
-constexpr double kMarginTop = 56;
-constexpr double kMarginBottom = 36;
-constexpr double kLaneGap = 8;
 constexpr double kLeastLaneHeight = 16;
 constexpr double kLeastLaneWidth = 120;
 

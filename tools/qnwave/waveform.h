@@ -46,8 +46,6 @@ struct Waveform {
   float clipHigh = 1;
 };
 
-constexpr uint32_t kMostPictureChannels = 32;
-
 // Reads the data under a progress bar if that takes long, and reports a failure. A valid peak file is used
 // where it is fine enough, else the audio itself; no file is made.
 bool ReadWaveform(const AudioSource& source, const WaveformRequest& request, bool quiet, Waveform* waveform);

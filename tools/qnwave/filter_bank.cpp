@@ -1,0 +1,103 @@
+#include "tools/qnwave/filter_bank.h"
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <memory>
+
+#include "qn/audio/qncopy.h"
+#include "qn/dsp/qnperf.h"
+
+namespace qnwave {
+namespace {
+
+constexpr uint32_t kIirChannels = 2;  // of an object
+
+// Poles so near to the unit circle that their rounded coefficients put them onto it or outside.
+bool IsStable(const CQnIIR& filter) {
+  for (DWORD i = 0; i < filter.getNumBiquads(); ++i) {
+    const tQNIIR_BIQUAD& stage = *filter.getBiquad(i);
+    // Written so that a NaN is not stable.
+    if (!(std::fabs(stage.a2) < 1 && std::fabs(stage.a1) < 1 - stage.a2)) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+HRESULT FilterBank::Design(const FilterDesign& design, uint32_t rate, uint32_t channels) {
+  channels_ = channels;
+  groupChannels_ = std::min(channels, design.isFir ? CQnFIR::kMostChannels : kIirChannels);
+  const size_t groups = (channels + groupChannels_ - 1) / groupChannels_;
+  const double frequency = design.frequency / rate;
+  if (design.isFir) {
+    firs_ = std::vector<CQnFIR>(groups);
+  } else {
+    iirs_ = std::vector<CQnIIR>(groups);
+  }
+  for (size_t group = 0; group < groups; ++group) {
+    const uint32_t count = std::min(groupChannels_, channels - static_cast<uint32_t>(group) * groupChannels_);
+    const HRESULT status = design.isFir ? firs_[group].Design(design.firType, design.window, design.taps,
+                                                              frequency, design.frequency2 / rate, count, 0)
+                                        : iirs_[group].Design(design.iirType, design.design, design.order,
+                                                              frequency, design.width, design.gain, count, 0);
+    if (status != S_OK) return status;
+  }
+  return design.isFir || IsStable(iirs_[0]) ? S_OK : E_INVALIDARG;
+}
+
+void FilterBank::ProcessGroup(size_t group, double* samples, uint32_t frames, uint32_t channels) {
+  const auto mask = static_cast<DWORD>((uint64_t{1} << channels) - 1);
+  if (firs_.empty())
+    iirs_[group].ProcessDouble(samples, samples, frames, mask);
+  else
+    firs_[group].ProcessDouble(samples, samples, frames, mask);
+}
+
+void FilterBank::Process(double* samples, uint32_t frames) {
+  if (channels_ <= groupChannels_) return ProcessGroup(0, samples, frames, channels_);
+  const QNCOPYCHANNELSFUNCTION move = QnAudio_GetCopyChannelsFunction2(QNST_FLOAT64, QNST_FLOAT64);
+  part_.resize(size_t{frames} * groupChannels_);
+  for (uint32_t first = 0; first < channels_; first += groupChannels_) {
+    const uint32_t count = std::min(groupChannels_, channels_ - first);
+    for (uint32_t i = 0; i < count; ++i)
+      move(part_.data(), count, i, samples, channels_, first + i, static_cast<LONG>(frames));
+    ProcessGroup(first / groupChannels_, part_.data(), frames, count);
+    for (uint32_t i = 0; i < count; ++i)
+      move(samples, channels_, first + i, part_.data(), count, i, static_cast<LONG>(frames));
+  }
+}
+
+HRESULT MeasureResponse(const FilterDesign& design, uint32_t rate, std::vector<double>* gains) {
+  FilterBank bank;
+  HRESULT status = bank.Design(design, rate, 1);
+  if (status != S_OK) return status;
+  // The impulse goes through until nothing comes any more, or for a resonance without end, long enough.
+  constexpr size_t kLeast = 1 << 16, kMost = 1 << 22;
+  constexpr double kNothing = 1e-9;
+  std::vector<double> response;
+  do {
+    const size_t done = response.size();
+    response.resize(std::max(kLeast, 2 * done));
+    if (done == 0) response[0] = 1;
+    bank.Process(response.data() + done, static_cast<uint32_t>(response.size() - done));
+  } while (response.size() < kMost &&
+           std::any_of(response.end() - static_cast<ptrdiff_t>(response.size() / 8), response.end(),
+                       [](double value) { return std::fabs(value) > kNothing; }));
+  struct FreeTransform {
+    void operator()(void* transform) const { QnPerfsFFTFree_R_64f(transform); }
+  };
+  void* made = nullptr;
+  status = QnPerfsFFTInitAlloc_R_64f(&made, std::countr_zero(response.size()), QNPERF_FFT_NODIV_BY_ANY,
+                                     QNPERF_HINT_NONE);
+  const std::unique_ptr<void, FreeTransform> transform(made);
+  if (SUCCEEDED(status)) status = QnPerfsFFTFwd_RToPerm_64f_I(response.data(), made, nullptr);
+  if (FAILED(status)) return status;
+  gains->assign(response.size() / 2 + 1, std::fabs(response[0]));
+  gains->back() = std::fabs(response[1]);
+  for (size_t bin = 1; bin < response.size() / 2; ++bin)
+    (*gains)[bin] = std::hypot(response[2 * bin], response[2 * bin + 1]);
+  return S_OK;
+}
+
+}  // namespace qnwave
