@@ -155,10 +155,9 @@ QN_API HRESULT QnAudio_CalcPreRMS(const WAVEFORMATEX* format, const void* src, D
 // that are not handled; tag 0xFFFE is not. So it does for a block align too small for the samples.
 QN_API HRESULT QnAudio_FillSilenceChannel(const WAVEFORMATEX* format, void* dst, DWORD channel, DWORD frames);
 
-// Writes the frame at `sample` to every frame of `dst`. Between two types of 17, 18, 19, 32, 33 and 48, two
-// samples are converted and every frame takes both; any other pair of types writes silence. Returns 0, or
-// E_FAIL with nothing written when a block align has no room for what is read or written: that of a source
-// smaller than the destination's, or of a mono format where two samples are converted.
+// Writes the frame at `sample` to every frame of `dst`. Between two types of 17, 18, 19, 32, 33 and 48, both
+// sides count as stereo: two samples are converted and every frame of two takes both. Where a block align has
+// room for one sample only, that one stands for both. Any other pair of types writes silence. Always 0.
 QN_API HRESULT QnAudio_FillWithSample(const WAVEFORMATEX* dstFormat, void* dst, const WAVEFORMATEX* srcFormat,
                                       const void* sample, DWORD frames);
 

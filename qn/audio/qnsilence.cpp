@@ -36,10 +36,12 @@ size_t SampleBytes(WORD tag, WORD bits) {
   }
 }
 
-// Copies the frame at `frame` to all of `dst`, with blocks that grow to what the nearest cache holds.
-void Repeat(uint8_t* dst, const void* frame, size_t bytes, size_t frames) {
+// Fills `total` bytes with the frame at `frame` over and over, with blocks that grow to what the nearest
+// cache holds.
+void Repeat(uint8_t* dst, const void* frame, size_t bytes, size_t total) {
   constexpr size_t kBlock = 16384;
-  const size_t total = bytes * frames;
+  if (bytes == 0) return;
+  bytes = std::min(bytes, total);
   std::memmove(dst, frame, bytes);
   size_t block = bytes;
   for (size_t done = bytes; done < total;) {
@@ -128,21 +130,22 @@ HRESULT QnAudio_FillWithSample(const WAVEFORMATEX* dstFormat, void* dst, const W
   const QNSAMPLETYPE dstType = QnAudio_GetSampleType(dstFormat), srcType = QnAudio_GetSampleType(srcFormat);
   const size_t dstAlign = dstFormat->nBlockAlign, srcAlign = srcFormat->nBlockAlign;
   if (dstType == srcType) {
-    if (srcAlign < dstAlign) return E_FAIL;
-    qn::Repeat(to, sample, dstAlign, frames);
+    qn::Repeat(to, sample, std::min(srcAlign, dstAlign), dstAlign * frames);
     return S_OK;
   }
   if (!qn::FillsConverted(dstType) || !qn::FillsConverted(srcType)) {
     QnAudio_FillSilence(dstFormat, dst, frames);
     return S_OK;
   }
-  // Both sides count as stereo, whatever their channels: a mono format has no room for that.
-  const size_t dstBytes = 2 * static_cast<size_t>(QnAudio_BytesFromSampleType(dstType));
-  const size_t srcBytes = 2 * static_cast<size_t>(QnAudio_BytesFromSampleType(srcType));
-  if (dstAlign < dstBytes || srcAlign < srcBytes) return E_FAIL;
+  // Both sides count as stereo, whatever their channels. Where a mono format has no room for that, its one
+  // sample stands for both.
+  const auto dstBytes = static_cast<size_t>(QnAudio_BytesFromSampleType(dstType));
+  const auto srcBytes = static_cast<size_t>(QnAudio_BytesFromSampleType(srcType));
+  if (dstAlign < dstBytes || srcAlign < srcBytes) return S_OK;
+  const bool isMono = srcAlign < 2 * srcBytes || dstAlign < 2 * dstBytes;
   uint8_t converted[2 * sizeof(double)];
-  QnAudio_GetCopyFunction2(dstType, srcType)(converted, sample, 2, 1.0f);
-  qn::Repeat(to, converted, dstBytes, frames);
+  QnAudio_GetCopyFunction2(dstType, srcType)(converted, sample, isMono ? 1 : 2, 1.0f);
+  qn::Repeat(to, converted, isMono ? dstBytes : 2 * dstBytes, std::min(dstAlign, 2 * dstBytes) * frames);
   return S_OK;
 }
 }

@@ -250,12 +250,11 @@ TEST(FillWithSample, CopiesConvertsOrFillsSilence) {
     for (const int src : {16, 17, 18, 19, 32, 33, 48, 49, 64}) {
       for (const size_t channels : {1, 2}) {
         const WAVEFORMATEX to = Format(dst, channels), from = Format(src, channels);
-        const bool converted = dst != src && converts(dst) && converts(src),
-                   fails = converted && channels == 1;
+        const bool converted = dst != src && converts(dst) && converts(src);
         const Bytes frame = TameSamplesOf(src, channels);
-        Bytes one(to.nBlockAlign, fails ? 0x55 : dst == 16 ? 0x80 : 0), data(to.nBlockAlign * kFrames, 0x55);
-        if (!fails && (dst == src || converted)) one = ConvertAll(dst, src, frame, 1.0f);
-        EXPECT_EQ(QnAudio_FillWithSample(&to, data.data(), &from, frame.data(), kFrames), fails ? E_FAIL : 0);
+        Bytes one(to.nBlockAlign, dst == 16 ? 0x80 : 0), data(to.nBlockAlign * kFrames, 0x55);
+        if (dst == src || converted) one = ConvertAll(dst, src, frame, 1.0f);
+        EXPECT_EQ(QnAudio_FillWithSample(&to, data.data(), &from, frame.data(), kFrames), 0);
         const auto second = data.begin() + to.nBlockAlign;
         EXPECT_TRUE(Bytes(data.begin(), second) == one && std::equal(second, data.end(), data.begin()))
             << dst << " from " << src << ", " << channels << " channels";
