@@ -98,6 +98,12 @@ TEST(Filter, HasTheGainsOfTheClosedForms) {
   }
 }
 
+TEST(Filter, LetsQuietSoundThroughLowCorners) {
+  const ScratchFolder folder;
+  WriteFileBytes(folder.Native("in.wav"), Doubles(1, kRate, [](size_t, size_t) { return 0.001; }));
+  EXPECT_NEAR(Filtered(folder, "--iir lowpass --order 15 --frequency 50").samples.back(), 0.001, 1e-6);
+}
+
 TEST(Filter, KeepsItsPlaceAndItsStateAcrossBlocks) {
   const ScratchFolder folder;
   constexpr size_t kChannels = 33, kFrames = 40'000, kClick = 31'770;

@@ -48,10 +48,16 @@ HRESULT FilterBank::Design(const FilterDesign& design, uint32_t rate, uint32_t c
 
 void FilterBank::ProcessGroup(size_t group, double* samples, uint32_t frames, uint32_t channels) {
   const auto mask = static_cast<DWORD>((uint64_t{1} << channels) - 1);
-  if (firs_.empty())
-    iirs_[group].ProcessDouble(samples, samples, frames, mask);
-  else
-    firs_[group].ProcessDouble(samples, samples, frames, mask);
+  if (!firs_.empty()) return firs_[group].ProcessDouble(samples, samples, frames, mask);
+  // A low corner of a high order has a tiny gain, with which the library takes its state for silence. A power
+  // of 2 around the filter lifts it without any rounding.
+  const double gain = iirs_[group].getGain();
+  const int exponent = std::isnormal(gain) ? std::max(0, -std::ilogb(gain)) : 0;
+  const size_t count = size_t{frames} * channels;
+  const double up = std::exp2(exponent), down = std::exp2(-exponent);
+  for (size_t i = 0; i < count; ++i) samples[i] *= up;
+  iirs_[group].ProcessDouble(samples, samples, frames, mask);
+  for (size_t i = 0; i < count; ++i) samples[i] *= down;
 }
 
 void FilterBank::Process(double* samples, uint32_t frames) {
