@@ -3,6 +3,7 @@
 
 #include "qn/audio/qncopy.h"
 #include "qn/audio/qnmix.h"
+#include "qn/audio/qnresample.h"
 #include "qn/audio/qnwaveformat.h"
 #include "qn/dsp/qndither.h"
 #include "qn/dsp/qnfir.h"
