@@ -2,6 +2,7 @@
 #pragma once
 
 #include "qn/audio/qncopy.h"
+#include "qn/audio/qnformattext.h"
 #include "qn/audio/qnmix.h"
 #include "qn/audio/qnresample.h"
 #include "qn/audio/qnwaveformat.h"
@@ -32,6 +33,7 @@
 #include "qn/platform/memory.h"
 #include "qn/platform/mmreg.h"
 #include "qn/platform/module.h"
+#include "qn/platform/msacm.h"
 #include "qn/platform/oleauto.h"
 #include "qn/platform/registry.h"
 #include "qn/platform/shell.h"

@@ -10,12 +10,13 @@ packages=(
   g++ cmake ninja-build pkg-config git python3
   libicu-dev libsqlite3-dev libhwy-dev gettext locales
   libcairo2-dev libpango1.0-dev fonts-dejavu-core
+  libavcodec-dev libavformat-dev libavutil-dev
   libgtest-dev libsndfile1-dev
   clang-format
   sox ffmpeg alsa-utils jq dpkg-dev file
 )
 if [ "${1:-}" = --bench ]; then
-  packages+=(libbenchmark-dev libswresample-dev libavutil-dev libfmt-dev libfftw3-dev libkissfft-dev)
+  packages+=(libbenchmark-dev libswresample-dev libfmt-dev libfftw3-dev libkissfft-dev)
 elif [ $# -gt 0 ]; then
   sed -n '2,6s/^# \{0,1\}//p' "$0"
   exit 2

@@ -39,6 +39,13 @@ void UseTexts() {
   EXPECT_TRUE(FIND(QnPrintF_AddToken)(W("AppName"), W("Unload")));
 }
 
+// Loads the module of the codecs, which stays in the process.
+void UseCodecNames() {
+  WCHAR text[64] = {};
+  EXPECT_EQ(FIND(QnAudio_GetTagText)(0x55, text, 64), QN_HAS_CODEC_NAMES ? S_OK : E_FAIL);
+  EXPECT_EQ(text[0], QN_HAS_CODEC_NAMES ? 'M' : 'U');
+}
+
 // Writes a setting, and forgets to close a file.
 void LeaveOpen() {
   const auto create =
@@ -65,7 +72,7 @@ TEST(Unload, LeavesNothingBehind) {
   fs::current_path(folder);
   for (const char* variable : {"HOME", "XDG_CONFIG_HOME", "TMPDIR"}) setenv(variable, folder.c_str(), 1);
   unsetenv("QNKERNEL_USER_REGISTRY");
-  for (void (*use)() : {UseNothing, UseTexts, LeaveOpen}) {
+  for (void (*use)() : {UseNothing, UseTexts, UseCodecNames, LeaveOpen}) {
     std::vector<ptrdiff_t> before;
     ptrdiff_t memory = 0;
     for (int round = 0; round < 120; ++round) {
@@ -89,6 +96,22 @@ TEST(Unload, LeavesNothingBehind) {
     }
     EXPECT_EQ(fs::is_empty(folder), use != LeaveOpen);  // nothing is made before it is needed
   }
+  fs::current_path("/");
+  fs::remove_all(folder);
+}
+
+TEST(Unload, FindsTheCodecsBesideTheLibraryAlone) {
+  char name[] = "/tmp/qnunloadXXXXXX";
+  const fs::path folder = mkdtemp(name);
+  fs::copy_file(QNKERNEL, folder / "libqnkernel.so.1");
+  fs::current_path(fs::path(QNKERNEL).parent_path());  // where a module is
+  library = dlopen((folder / "libqnkernel.so.1").c_str(), RTLD_NOW);
+  ASSERT_TRUE(library) << dlerror();
+  WCHAR text[64];
+  EXPECT_EQ(FIND(QnAudio_GetTagText)(0x55, text, 64), E_FAIL);
+  EXPECT_EQ(std::u16string(text), W("Unknown"));
+  EXPECT_EQ(dlerror(), nullptr);
+  dlclose(library);
   fs::current_path("/");
   fs::remove_all(folder);
 }
