@@ -366,7 +366,7 @@ TEST(Draw, RefusesWhatItCannotDraw) {
       {{"in.wav", "there.png"}, 1, "0x8004E032"},
       {{"in.wav", "out.png", "--size=40000x100"}, 2, "32767 pixels"},
       {{"in.wav", "out.png", "--size=20000x100@3x"}, 2, "bad size"},
-      {{"in.wav", "out.png", "--size=1200x100"}, 2, "2 lanes need 192x132"},
+      {{"in.wav", "out.png", "--size=1200x100"}, 2, "its lanes (2) need 192x132"},
       {{"in.wav", "out.png", "--start=0.1"}, 1, "ends after frame 4,800"},
       {{"in.wav", "out.png", "--length=0"}, 1, "in.wav: The range holds no samples"},
       {{"in.wav", "out.png", "--start=-1"}, 2, "bad value"},

@@ -145,6 +145,12 @@ TEST(Filter, WritesTheTypeThatIsAskedForAndTellsOfClipping) {
   EXPECT_EQ(ReadSound(folder.Native("out.wav")).samples.back(), 32767 / 32768.0);
   EXPECT_EQ(run(kBoost + "f32").err, "");
   EXPECT_NEAR(ReadSound(folder.Native("out.wav")).samples.back(), 0.9 * std::pow(10, 0.3), 1e-6);
+  // What is no number is silence, and the filter goes on.
+  WriteFileBytes(folder.Native("in.wav"), Doubles(2, 1'000, [](size_t frame, size_t) {
+                   return frame == 10 ? NAN : frame == 20 ? -HUGE_VAL : 0.9;
+                 }));
+  EXPECT_NE(run(kBoost + "f32").err.find("became silence: 4."), std::string::npos);
+  EXPECT_NEAR(ReadSound(folder.Native("out.wav")).samples.back(), 0.9 * std::pow(10, 0.3), 1e-6);
   WriteFileBytes(folder.Native("in.wav"), Doubles(1, 0, {}));
   EXPECT_EQ(run("--fir lowpass --frequency 100").exit, 0);
   EXPECT_TRUE(ReadSound(folder.Native("out.wav")).samples.empty());
@@ -212,7 +218,17 @@ TEST(Spectrum, ShowsATonesFrequencyTimeAndLevel) {
   const Pixels mixed = draw("--mixed");
   EXPECT_GT(mixed.At(late, mixed.Brightest(late, row - 3, row + 3)), 600);
   EXPECT_LT(mixed.At(early, row + 20), 30);
-  const ToolRun svg = Qnwave({"spectrum", wav, folder.Native("out.svg"), "--start=0.25", "--length=100"});
+  // Of many channels the few that are asked for, or their mean.
+  WriteFileBytes(wav, Doubles(1001, 1000, [](size_t frame, size_t channel) {
+                   const double sine = std::sin(2 * kPi * 6000 * static_cast<double>(frame) / kRate);
+                   return channel == 1000 ? NAN : channel % 2 == 0 ? sine : sine * 0.9;
+                 }));
+  for (const char* options : {"--channels 998,1000", "--mixed"}) {
+    const Pixels many = draw(options);
+    EXPECT_GT(many.At(early, many.Brightest(early, kTop, kTop + kRows)), 600) << options;
+  }
+  const ToolRun svg =
+      Qnwave({"spectrum", wav, folder.Native("out.svg"), "--start=0", "--length=100", "--mixed"});
   EXPECT_EQ(svg.exit, 0) << svg.err;
 }
 
@@ -246,6 +262,7 @@ TEST(FilterAndSpectrum, DrawResponsesAndRefuseWhatMakesNoSense) {
   Put(&damaged, 40, 0, 4);
   WriteFileBytes(folder.Native("in.wav"), whole);
   WriteFileBytes(folder.Native("damaged.wav"), damaged);
+  WriteFileBytes(folder.Native("many.wav"), WaveFile(Record(1, 257, kRate, 16), Bytes(257 * 2 * 100)));
   std::filesystem::create_symlink("in.wav", folder.Native("link.png"));
   Bytes hours = WaveFile(Record(1, 1, kRate, 16), {});
   Put(&hours, 4, 2'000'000'036, 4);
@@ -273,6 +290,8 @@ TEST(FilterAndSpectrum, DrawResponsesAndRefuseWhatMakesNoSense) {
       {"filter in.wav in.wav --iir lowpass --frequency 5 --force", 1, "the audio file itself"},
       {"filter in.wav --iir lowpass --frequency 5 --plot link.png --force", 1, "the audio file itself"},
       {"filter in.wav a.png --container wav --iir lowpass --frequency 5 --plot ./a.png", 1, "same file"},
+      {"filter many.wav out.wav --fir lowpass --frequency 5", 1, "up to 256 channels"},
+      {"spectrum many.wav out.png", 1, "up to 32 channels"},
       {"filter damaged.wav out.wav --iir lowpass --frequency 5", 3, "repair"},
       {"filter hours.wav out.wav --fir lowpass --frequency 5 --taps 32767", 130, "Nothing was written",
        "timeout --preserve-status -s INT 0.3"},
@@ -285,7 +304,8 @@ TEST(FilterAndSpectrum, DrawResponsesAndRefuseWhatMakesNoSense) {
       {"spectrum in.wav out.png --colours pink", 2, "heat, sea, grey"},
       {"spectrum in.wav out.png --channels 2", 1, "no channel 2"},
       {"spectrum in.wav out.png --start 1.0", 1, "ends after frame 4,800"},
-      {"spectrum in.wav out.png --size 300x170", 2, "2 lanes need 250x180"},
+      {"spectrum in.wav out.png --size 300x170", 2, "its lanes (2) need 250x180"},
+      {"filter in.wav --iir lowpass --frequency 5 --plot a.png --size 9x9", 2, "a response needs 240x160"},
       {"spectrum in.wav link.png --force", 1, "the audio file itself"},
       {"spectrum damaged.wav out.png", 3, "repair"},
       {"spectrum hours.wav out.png --overlap 99 --fft 262144", 130, "Nothing was written",

@@ -201,6 +201,26 @@ TEST(Dither, KeepsFullScale) {
   }
 }
 
+TEST(Samples, ThatAreNoNumbersAreSilence) {
+  const ScratchFolder folder;
+  WriteFloats(folder.Native("f64.wav"), 2, {NAN, 0.5, 0.5, -HUGE_VAL, HUGE_VAL, 0.25});
+  WriteFloats(folder.Native("none.wav"), 2, {});
+  RunTool(folder, "convert f64.wav f32.wav --type f32");
+  for (const std::string in : {" f32.wav", " f64.wav"}) {
+    for (const char* words : {"convert --type s16", "convert --type u8 --gain 0", "mix --type f64",
+                              "convert --type s24 --shape 1", "mix --type s16", "join --type s32 none.wav"}) {
+      const ToolRun run = RunTool(folder, words + in + " out.w64 --force");
+      EXPECT_NE(run.err.find("became silence: 3."), std::string::npos) << words << in << run.err;
+      EXPECT_EQ(ReadSound(folder.Native("out.w64")).samples, (std::vector{0.0, 0.5, 0.5, 0.0, 0.0, 0.25}))
+          << words;
+    }
+  }
+  // Floats that only move stay what they are, and channels that are left out do not count.
+  EXPECT_EQ(Made(folder, "convert f32.wav --channels L").samples[2], HUGE_VAL);
+  EXPECT_NE(RunTool(folder, "convert f64.wav --channels R --type u8 r.wav").err.find("silence: 1."),
+            std::string::npos);
+}
+
 TEST(Mix, RefusesAndLeavesNothing) {
   const ScratchFolder folder;
   WriteFileBytes(folder.Native("in.wav"), WaveFile(Record(1, 1, 8000, 16), Noise(14 * 1000)));
@@ -214,6 +234,9 @@ TEST(Mix, RefusesAndLeavesNothing) {
         Row("mix in.wav seven.wav b.wav", 1, "8,001 Hz"),
         Row("mix in.wav link.wav --force", 1, "audio file itself"),
         Row("mix in.wav b.wav --offset 2000000000 --type s32", 1, "--container w64"),
+        Row("mix in.wav b.w64 --offset 9223372036854775807", 1, "more than 1,152,921,504,606,846,976 bytes"),
+        Row("mix in.wav b.wav --offset 9223372036854775000", 1, "more than 1,152,921,504,606,846,976 bytes"),
+        Row("mix in.wav in.wav b.wav --map 0,1", 2, "channel 1 of 'in.wav', which has 1 channel,"),
         Row("mix in.wav in.wav in.wav b.wav --gain 1 --gain 2", 2, "2 times for 3 files"),
         Row("convert in.wav b.wav --type f64 --dither none", 2, "type f64"),
         Row("convert seven.wav b.wav --shape 1", 1, "6 channels")}) {

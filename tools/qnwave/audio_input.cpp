@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 #include <memory>
 
 #include "qn/media/qnwav.h"
@@ -108,6 +109,13 @@ OpenResult OpenRawAudio(const std::string& name, const AudioFormat& format, uint
   const uint64_t rest = (size - offset) % format.FrameBytes();
   if (rest != 0) ReportWarning(name, {messages::RestLeftOut, {Message::Bytes(rest)}});
   return OpenResult::kOk;
+}
+
+bool IsOtherFile(const AudioSource& source, const std::string& target) {
+  std::error_code notThere;
+  if (!std::filesystem::equivalent(source.name, target, notThere)) return true;
+  ReportError(target, QN_E_FILE_CREATE, messages::TargetIsSource, qntool::kSavingFiles);
+  return false;
 }
 
 bool AudioReader::Open(const AudioSource& source) {

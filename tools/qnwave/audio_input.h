@@ -36,6 +36,10 @@ OpenResult OpenAudio(const std::string& name, bool toEnd, AudioSource* source);
 OpenResult OpenRawAudio(const std::string& name, const AudioFormat& format, uint64_t offset,
                         AudioSource* source);
 
+// False, and that is reported, when the target is the recording, which cannot be made again; so --force does
+// not count for it, whatever links lead there.
+bool IsOtherFile(const AudioSource& source, const std::string& target);
+
 // Reads frames of a source. One reader belongs to one thread.
 class AudioReader {
  public:

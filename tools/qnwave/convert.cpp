@@ -1,7 +1,6 @@
 // qnwave convert: samples from any readable file to a new WAV, Wave64 or headerless file.
 #include <algorithm>
 #include <atomic>
-#include <cmath>
 #include <system_error>
 #include <thread>
 #include <vector>
@@ -16,6 +15,7 @@
 #include "tools/qnwave/interrupt.h"
 #include "tools/qnwave/progress.h"
 #include "tools/qnwave/report.h"
+#include "tools/qnwave/sample_check.h"
 #include "tools/qnwave/target.h"
 
 namespace qnwave {
@@ -85,6 +85,8 @@ class BlockRunner {
   HRESULT Status() const { return failure_; }
   const std::string& FailedFile() const { return failedFile_; }
 
+  uint64_t NotNumbers() const { return notNumbers_; }
+
  private:
   void Work(Progress* progress);
   void WorkBlocks(Progress* progress);
@@ -95,6 +97,7 @@ class BlockRunner {
   const uint32_t blockFrames_;
   std::atomic<uint64_t> next_{0};
   std::atomic<uint64_t> done_{0};
+  std::atomic<uint64_t> notNumbers_{0};
   std::atomic<HRESULT> failure_{S_OK};
   std::string failedFile_;
 };
@@ -147,6 +150,7 @@ void BlockRunner::WorkBlocks(Progress* progress) {
     done_ += count;
     if (progress) progress->Show(done_);
   }
+  notNumbers_ += converter.NotNumbers();
 }
 
 // What does not depend on the input: false with the mistake reported.
@@ -160,10 +164,9 @@ bool ReadOptions(const Arguments& arguments, Job* job) {
       !ChooseType("convert", arguments, &job->target) || !ChooseDither("convert", arguments, &job->dither))
     return false;
   if (const auto gain = arguments.Value("gain")) {
-    constexpr double kMostDecibels = 200;
-    const auto decibels = ParseNumber<double>(*gain, -kMostDecibels, kMostDecibels);
-    if (!decibels) return mistaken("bad gain " + Quoted(*gain) + " (dB from -200 to 200)");
-    job->gain = static_cast<float>(std::pow(10.0, *decibels / 20));
+    const auto factor = ParseGain(*gain, &mistake);
+    if (!factor) return mistaken(mistake);
+    job->gain = static_cast<float>(*factor);
   }
   if (const auto channels = arguments.Value("channels")) {
     const auto map = ParseChannelMap(*channels, true, &mistake);
@@ -195,12 +198,7 @@ bool CompleteFormat(Job* job) {
   out.rate = in.rate;
   out.mask = job->map.empty() ? in.mask : 0;
   out.channels = job->map.empty() ? in.channels : static_cast<uint32_t>(job->map.size());
-  for (const int channel : job->map) {
-    if (channel < static_cast<int>(in.channels)) continue;
-    ReportError(job->source.name, E_INVALIDARG,
-                {messages::NoChannel, {Message(std::to_string(channel)), ChannelsMessage(in.channels)}});
-    return false;
-  }
+  if (!HasChannels(job->source, job->map)) return false;
   if (out.FrameBytes() > kMostFrameBytes) {
     ReportError(job->source.name, QN_E_MEDIA_TYPE,
                 {messages::FrameTooLarge, {Message::Bytes(kMostFrameBytes)}});
@@ -221,12 +219,14 @@ int Convert(const Job& job, bool overwrite, bool quiet) {
     Progress progress(name, frames, quiet);
     runner.Run(&progress);
   }
-  if (InterruptSignal() != 0) return ReportInterrupt(job.target);
+  if (InterruptSignal() != 0) return ReportInterrupt(job.target.name);
   if (runner.Status() != S_OK) {
     ReportError(runner.FailedFile(), runner.Status());
     return kExitFailed;
   }
-  return output.Commit() ? kExitOk : kExitFailed;
+  if (!output.Commit()) return kExitFailed;
+  WarnOfSamples(name, runner.NotNumbers());
+  return kExitOk;
 }
 
 int Run(const Arguments& arguments) {

@@ -3,8 +3,11 @@
 #include <algorithm>
 #include <cmath>
 
+#include "qn/settings/qnstatus.h"
 #include "tools/common/options.h"
+#include "tools/qnwave/describe.h"
 #include "tools/qnwave/report.h"
+#include "tools/qnwave/sample_check.h"
 
 namespace qnwave {
 namespace {
@@ -40,13 +43,33 @@ std::optional<ChannelMap> ParseChannelMap(std::string_view text, bool withSilenc
   return map;
 }
 
+bool HasChannels(const AudioSource& source, const ChannelMap& map) {
+  for (const int channel : map) {
+    if (channel < static_cast<int>(source.format.channels)) continue;
+    ReportError(
+        source.name, E_INVALIDARG,
+        {messages::NoChannel, {Message(std::to_string(channel)), ChannelsMessage(source.format.channels)}});
+    return false;
+  }
+  return true;
+}
+
+std::optional<double> ParseGain(std::string_view text, std::string* mistake) {
+  constexpr double kMostDecibels = 200;
+  const auto decibels = ParseNumber<double>(text, -kMostDecibels, kMostDecibels);
+  if (decibels) return std::pow(10.0, *decibels / 20);
+  *mistake = "bad gain " + Quoted(text) + " (dB from -200 to 200)";
+  return std::nullopt;
+}
+
 SampleConverter::SampleConverter(const AudioFormat& source, QNSAMPLETYPE type, const ChannelMap& map,
                                  float gain, uint32_t mostFrames, const DitherSettings& dither)
     : source_(source),
       map_(map),
       gain_(gain),
       channels_(map.empty() ? source.channels : static_cast<uint32_t>(map.size())),
-      isCopy_(map.empty() && gain == 1.0f && type == source.type && dither.IsNone()) {
+      isCopy_(map.empty() && gain == 1.0f && type == source.type && dither.IsNone()),
+      isChecked_(IsFloat(source.type) && !IsFloat(type)) {
   first_ = QnAudio_GetCopyFunction2(type, source.type);
   if (!dither.IsNone()) dither_ = std::make_unique<CQnDither>(type, dither.type, dither.shape);
   if (!first_ || dither_ || (gain != 1.0f && IsSwap(type, source.type))) {
@@ -63,12 +86,20 @@ SampleConverter::SampleConverter(const AudioFormat& source, QNSAMPLETYPE type, c
   }
 }
 
+const void* SampleConverter::Checked(const void* samples, size_t count) {
+  if (!isChecked_ || CountNotNumbers(samples, count, source_.type) == 0) return samples;
+  const auto* const bytes = static_cast<const uint8_t*>(samples);
+  checked_.assign(bytes, bytes + count * source_.SampleBytes());
+  notNumbers_ += SilenceNotNumbers(checked_.data(), count, source_.type);
+  return checked_.data();
+}
+
 void SampleConverter::Dither(uint32_t frames) {
   // What is louder would be clipped anyway, but comes out of the dither with the other sign where it passes
-  // 32 bits, noise and error of the rounding included; what is no number would stay in the error.
+  // 32 bits, noise and error of the rounding included.
   constexpr double kMost = 1 - 0x1p-25;
   for (size_t i = 0; i < size_t{frames} * channels_; ++i)
-    between_[i] = std::isnan(between_[i]) ? 0 : std::clamp(between_[i], -kMost, kMost);
+    between_[i] = std::clamp(between_[i], -kMost, kMost);
   dither_->ProcessDouble(between_.data(), frames, channels_);
 }
 
@@ -82,6 +113,7 @@ void SampleConverter::Convert(void* destination, const void* source, uint32_t fr
     source = mapped_.data();
   }
   const auto samples = static_cast<LONG>(frames * channels_);
+  source = Checked(source, size_t{frames} * channels_);
   if (second_) {
     first_(between_.data(), source, samples, gain_);
     if (dither_) Dither(frames);

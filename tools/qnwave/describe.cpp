@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "qn/audio/qnwaveformat.h"
+#include "qn/audio/qnformattext.h"
 #include "qn/platform/text.h"
 #include "qn/text/qnnumber.h"
 #include "tools/qnwave/report.h"
@@ -12,17 +12,7 @@
 namespace qnwave {
 namespace {
 
-struct TagName {
-  uint16_t tag;
-  const char* name;
-};
-
-// Formats that this tool names but does not read.
-constexpr TagName kTagNames[] = {
-    {0x0002, "ADPCM"},    {0x0006, "A-law"},      {0x0007, "mu-law"},       {0x0011, "IMA ADPCM"},
-    {0x0031, "GSM 6.10"}, {0x0050, "MPEG audio"}, {0x0055, "MPEG layer 3"}, {0x0092, "AC-3"},
-    {0x00FF, "AAC"},      {0xF1AC, "FLAC"},
-};
+constexpr int kTextRoom = 128;
 
 constexpr const char* kSpeakers[] = {"FL", "FR", "FC", "LFE", "BL",  "BR",  "FLC", "FRC", "BC",
                                      "SL", "SR", "TC", "TFL", "TFC", "TFR", "TBL", "TBC", "TBR"};
@@ -36,9 +26,10 @@ Message FormatName(const WAVEFORMATEXTENSIBLE& record) {
   const unsigned tag = QnAudio_GetWaveFormatTag(&format);
   const SampleTypeRow* const row = FindSampleType(QnAudio_GetSampleType2(tag, format.wBitsPerSample));
   if (row) return Message(row->words);
-  for (const TagName& name : kTagNames) {
-    if (name.tag == tag) return Message(name.name);
-  }
+  // The library's words for linear samples tell nothing of what is odd about these.
+  const bool isLinear = tag == WAVE_FORMAT_PCM || tag == WAVE_FORMAT_IEEE_FLOAT || tag >= QNWAVETAG_UNPACKED;
+  WCHAR name[kTextRoom];
+  if (!isLinear && QnAudio_GetTagText(tag, name, kTextRoom) == S_OK) return Message(qn::ToUtf8(name));
   char text[16];
   std::snprintf(text, sizeof(text), "0x%04X", tag);
   return {messages::FormatTag, {Message(text), Message(std::to_string(format.wBitsPerSample))}};
@@ -52,6 +43,13 @@ std::string DescribeFormat(const WAVEFORMATEXTENSIBLE& record) {
     words += ", " + std::to_string(valid) + " of the bits valid";
   }
   return words;
+}
+
+std::string SummarizeFormat(const WAVEFORMATEX& format) {
+  WCHAR name[kTextRoom], attributes[kTextRoom];
+  const bool isNamed = QnAudio_GetTagText(QnAudio_GetWaveFormatTag(&format), name, kTextRoom) == S_OK;
+  const bool isTold = QnAudio_GetAttribsText(&format, attributes, kTextRoom) == S_OK;
+  return qn::ToUtf8(name) + (isNamed && isTold ? ": " + qn::ToUtf8(attributes) : "");
 }
 
 Message ChannelsMessage(uint32_t channels) {

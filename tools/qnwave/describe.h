@@ -10,11 +10,15 @@
 
 namespace qnwave {
 
-// "16-bit integer", "MP3", "format tag 0x1234, 12 bits"
+// "16-bit integer", "MP3 (MPEG audio layer 3)", "format tag 0x1234, 12 bits"
 qntool::Message FormatName(const WAVEFORMATEXTENSIBLE& record);
 
 // The same in English, with the valid bits where these are fewer.
 std::string DescribeFormat(const WAVEFORMATEXTENSIBLE& record);
+
+// As the library shows a format, in the user's language and the dress of its numbers: "PCM: 44,100 Hz, 16
+// Bit, Stereo", or the name of the tag alone for a format that the platform does not know.
+std::string SummarizeFormat(const WAVEFORMATEX& format);
 
 // "stereo", "6 channels"
 qntool::Message ChannelsMessage(uint32_t channels);

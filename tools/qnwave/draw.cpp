@@ -12,14 +12,15 @@
 #include "tools/qnwave/picture.h"
 #include "tools/qnwave/picture_file.h"
 #include "tools/qnwave/report.h"
+#include "tools/qnwave/stream_copy.h"
 #include "tools/qnwave/target.h"
 
 namespace qnwave {
 namespace {
 
 constexpr Option kOptions[] = {
-    {"start", "POS", "where the picture begins (default: the start): a frame, or a time such as 1:30.5"},
-    {"length", "POS", "how much it shows (default: up to the end); it ends where the file does"},
+    kPictureStartOption,
+    kPictureLengthOption,
     {"size", "WxH[@FACTOR]",
      "width and height, and how many pixels stand for one of them: 1200x400@2 is the picture of 1200x400,"
      " text and all, in 2400x800 pixels for a screen of high density (default: 1200 wide, as high as the"
@@ -30,17 +31,15 @@ constexpr Option kOptions[] = {
      " while in long files"},
     {"scale", "linear|db", "samples, or decibels down to -60 (default linear)"},
     kThemeOption,
-    {"format", "FORMAT",
-     "the time format of the ruler, by name or number (default time); POS is read in it too"},
+    kRulerFormatOption,
     kFrameRateOption,
     kTempoOption,
     kBeatsOption,
     kTicksOption,
     kOffsetOption,
-    {"to-end", nullptr,
-     "take all bytes from the first sample to the end of FILE, whatever its header states"},
+    kToEndOption,
     kSvgOption,
-    {"force", nullptr, "overwrite OUT, unless it is FILE itself; until the end it stays as it was"},
+    kPictureForceOption,
     kQuietOption,
 };
 
@@ -81,7 +80,12 @@ bool ReadOptions(const Arguments& arguments, Job* job) {
 int Complete(const Arguments& arguments, Job* job) {
   const AudioSource& source = job->source;
   WaveformRequest& request = job->request;
-  if (!IsOtherFile(source, job->target.name) || !ChooseLanes(source, &request.channels)) return kExitFailed;
+  // Peaks come for all channels, however few are drawn.
+  if (!IsOtherFile(source, job->target.name) ||
+      !AreFewEnough(source, source.format.channels, messages::TooManyChannels) ||
+      !ChooseLanes(source, &request.channels)) {
+    return kExitFailed;
+  }
   job->laneNames = LaneNames(source.format, request.channels);
   job->style.format.sampleRate = source.format.rate;
   const int exitCode = ReadRange("draw", arguments, source, &request.start, &request.frames);
@@ -91,8 +95,7 @@ int Complete(const Arguments& arguments, Job* job) {
   const double lane = lanes == 1 ? 250 : lanes == 2 ? 160 : std::max(720 / lanes, 52.0);
   if (!FitPicture("draw", &job->target.size, kMargins + lanes * (lane + kLaneGap),
                   kMarginLeft + kMarginRight + kLeastLaneWidth,
-                  kMargins + lanes * (kLeastLaneHeight + kLaneGap),
-                  std::to_string(request.channels.size()) + " lanes")) {
+                  kMargins + lanes * (kLeastLaneHeight + kLaneGap), request.channels.size())) {
     return kExitUsage;
   }
   request.columns = ColumnsOf(job->target.size, kMarginLeft + kMarginRight);
@@ -119,20 +122,12 @@ int Draw(const Job& job, bool overwrite, bool quiet) {
   if (!picture.Create(job.target, overwrite)) return kExitFailed;
   Waveform waveform;
   const bool isRead = ReadWaveform(job.source, job.request, quiet, &waveform);
-  if (InterruptSignal() != 0) {
-    ReportError(job.target.name, QN_E_CANCELLED, messages::NothingWritten);
-    return kExitInterruptedBase + InterruptSignal();
-  }
+  if (InterruptSignal() != 0) return ReportInterrupt(job.target.name);
   if (!isRead) return kExitFailed;
   DrawPicture(picture.GetCanvas(), waveform, job.request, job.style, TextOf(job));
   if (!picture.Commit()) return kExitFailed;
-  if (!quiet) {
-    const std::string from = waveform.peakFile.empty() ? "the audio" : Shown(waveform.peakFile);
-    std::printf("%s: %.0fx%.0f pixels, %s %s from %s\n", Shown(job.target.name).c_str(),
-                job.target.size.width * job.target.size.factor,
-                job.target.size.height * job.target.size.factor, Grouped(job.request.frames).c_str(),
-                job.request.frames == 1 ? "frame" : "frames", from.c_str());
-  }
+  const std::string from = waveform.peakFile.empty() ? "the audio" : Shown(waveform.peakFile);
+  TellPicture(job.target, DescribeFrames(job.request.frames) + " from " + from, quiet);
   return kExitOk;
 }
 
@@ -145,10 +140,9 @@ int Run(const Arguments& arguments) {
   Job job;
   job.target.name = arguments.Operands()[1];
   if (!ReadOptions(arguments, &job)) return kExitUsage;
-  const OpenResult opened = OpenAudio(arguments.Operands()[0], arguments.Has("to-end"), &job.source);
-  if (opened != OpenResult::kOk) return opened == OpenResult::kDamaged ? kExitDamaged : kExitFailed;
-  const int result = Complete(arguments, &job);
-  return result != kExitOk ? result : Draw(job, arguments.Has("force"), arguments.Has("quiet"));
+  int exitCode = OpenSource(arguments, arguments.Operands()[0], &job.source);
+  if (exitCode == kExitOk) exitCode = Complete(arguments, &job);
+  return exitCode != kExitOk ? exitCode : Draw(job, arguments.Has("force"), arguments.Has("quiet"));
 }
 
 }  // namespace

@@ -16,6 +16,7 @@
 #include "tools/qnwave/progress.h"
 #include "tools/qnwave/report.h"
 #include "tools/qnwave/response_picture.h"
+#include "tools/qnwave/sample_check.h"
 #include "tools/qnwave/stream_copy.h"
 #include "tools/qnwave/target.h"
 
@@ -33,7 +34,8 @@ constexpr Option kOptions[] = {
     {"order", "N", "1 to 15, of bessel to 10 (default 4); bands have twice as many poles"},
     {"width", "WIDTH",
      "of the band, in octaves (0.01 to 10), of a resonator its Q (0.1 to 1000) (default 1)"},
-    {"gain", "DB", "add the band to the signal with this gain, -100 to 60, in place of the band alone"},
+    {"gain", "DB",
+     "add the band to the signal with this gain in its middle, -100 to 60, in place of the band alone"},
     {"taps", "N", "taps of a FIR filter, an odd number from 127 to 32767 (default 1023)"},
     {"window", "NAME",
      "rectangular, triangular, hamming, hann, blackman or blackman-harris (default blackman)"},
@@ -227,7 +229,7 @@ bool ReadOptions(const Arguments& arguments, Job* job) {
   job->picture.size = {900, 420, 1};
   PictureSize& size = job->picture.size;
   return ReadPictureTarget("filter", arguments, &job->picture) &&
-         FitPicture("filter", &size, 420, kLeastResponseWidth, kLeastResponseHeight, "a response");
+         FitPicture("filter", &size, 420, kLeastResponseWidth, kLeastResponseHeight, 0);
 }
 
 // What depends on the file; false with the reason reported.
@@ -242,6 +244,11 @@ bool Complete(Job* job) {
     };
     ReportError(source.name, E_INVALIDARG,
                 {messages::FrequencyTooHigh, {text(edge), text(source.format.rate / 2.0)}});
+    return false;
+  }
+  if (job->design.isFir && source.format.channels > FilterBank::kMostFirChannels) {
+    ReportError(source.name, QN_E_FILE_UNSUPPORTED,
+                {messages::FirChannels, {Message::Number(FilterBank::kMostFirChannels)}});
     return false;
   }
   const auto resolved = [](const std::string& name) {
@@ -284,7 +291,10 @@ class Run {
   bool Write();
 
   bool Commit() { return output_.Commit(); }
-  uint64_t Clipped() const { return clipped_; }
+  // What there was to warn of.
+  void Warn() const {
+    WarnOfSamples(job_.target.name, notNumbers_ + (toTarget_ ? toTarget_->NotNumbers() : 0), clipped_);
+  }
 
  private:
   HRESULT WriteBlock(uint64_t first, const double* samples, uint32_t frames);
@@ -300,6 +310,7 @@ class Run {
   uint32_t blockFrames_ = 0;
   std::optional<SampleConverter> toTarget_;
   std::vector<uint8_t> out_;
+  uint64_t notNumbers_ = 0;
   uint64_t clipped_ = 0;
 };
 
@@ -321,14 +332,7 @@ bool Run::Prepare(bool overwrite) {
 
 HRESULT Run::WriteBlock(uint64_t first, const double* samples, uint32_t frames) {
   const AudioFormat& format = job_.target.format;
-  if (!IsFloat(format.type)) {
-    // Half a step beyond the rails is rounded to them.
-    const double half = std::ldexp(0.5, 1 - QnAudio_BitsFromSampleType(format.type));
-    const double low = -1 - half;
-    const double high = 1 - half;
-    clipped_ += static_cast<uint64_t>(std::count_if(samples, samples + size_t{frames} * format.channels,
-                                                    [&](double x) { return x < low || x > high; }));
-  }
+  clipped_ += CountClipped(samples, size_t{frames} * format.channels, format.type);
   toTarget_->Convert(out_.data(), samples, frames);
   return output_.Write(first, toTarget_->IsCopy() ? static_cast<const void*>(samples) : out_.data(), frames);
 }
@@ -349,6 +353,7 @@ bool Run::Write() {
         static_cast<uint32_t>(at < source.frames ? std::min<uint64_t>(count, source.frames - at) : 0);
     if (held > 0 && !reader_.Read(at, bytes.data(), held))
       return Fail(source.name, SystemStatus(QN_E_FILE_READ));
+    notNumbers_ += SilenceNotNumbers(bytes.data(), size_t{held} * channels, source.format.type);
     toDouble.Convert(block.data(), bytes.data(), held);
     // Silence behind the file brings out what the filter still holds.
     std::fill(block.begin() + static_cast<ptrdiff_t>(size_t{held} * channels), block.end(), 0.0);
@@ -384,18 +389,13 @@ int Filter(const Job& job, bool overwrite, bool quiet) {
   Run run(job, quiet);
   if (hasTarget) {
     const bool isWritten = run.Prepare(overwrite) && run.Write();
-    if (InterruptSignal() != 0) return ReportInterrupt(job.target);
+    if (InterruptSignal() != 0) return ReportInterrupt(job.target.name);
     if (!isWritten || !run.Commit()) return kExitFailed;
   }
   if (hasPicture && !picture.Commit()) return kExitFailed;
-  if (run.Clipped() > 0)
-    ReportWarning(job.target.name, {messages::SamplesClipped, {Message::Number(run.Clipped())}});
+  run.Warn();
   if (hasTarget) TellWritten(job.target, quiet);
-  if (hasPicture && !quiet) {
-    const PictureSize& size = job.picture.size;
-    std::printf("%s: %.0fx%.0f pixels, %s\n", Shown(job.picture.name).c_str(), size.width * size.factor,
-                size.height * size.factor, job.title.c_str());
-  }
+  if (hasPicture) TellPicture(job.picture, job.title, quiet);
   return kExitOk;
 }
 

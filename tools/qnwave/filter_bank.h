@@ -28,6 +28,9 @@ struct FilterDesign {
 // Runs a filter over interleaved audio, with as many objects as the channels take.
 class FilterBank {
  public:
+  // FIR filters of the most taps take half a megabyte for each channel.
+  static constexpr uint32_t kMostFirChannels = 256;
+
   // E_INVALIDARG or E_FAIL for a design that there is not, also for one that rounding makes unstable.
   HRESULT Design(const FilterDesign& design, uint32_t rate, uint32_t channels);
 

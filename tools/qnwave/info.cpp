@@ -31,6 +31,7 @@ struct FileInfo {
   AudioSource audio;
   // Of formats that cannot be read here too, as far as the header tells.
   std::string format;
+  std::string summary;
   uint32_t channels = 0;
   uint32_t rate = 0;
 };
@@ -49,10 +50,15 @@ bool Inspect(const std::string& name, FileInfo* info) {
   info->hasAudio = LocateAudio(name, layout, &info->audio);
   if (layout.hasFormat) {
     info->format = DescribeFormat(layout.record);
+    info->summary = SummarizeFormat(layout.record.Format);
     info->channels = layout.record.Format.nChannels;
     info->rate = layout.record.Format.nSamplesPerSec;
   } else if (info->hasAudio) {
-    info->format = FindSampleType(info->audio.format.type)->words;
+    const AudioFormat& audio = info->audio.format;
+    WAVEFORMATEX format;
+    QnAudio_InitWfx(&format, audio.rate, audio.type, audio.channels);
+    info->format = FindSampleType(audio.type)->words;
+    info->summary = SummarizeFormat(format);
     info->channels = info->audio.format.channels;
     info->rate = info->audio.format.rate;
   }
@@ -117,6 +123,7 @@ void PrintInfo(const FileInfo& info, const _qnposfmt* timeFormat) {
       details += (details.empty() ? "" : ", ") + std::string(text) + Bytes(record.nBlockAlign);
     }
     PrintLine("Format", info.format + " (" + details + ")");
+    PrintLine("Summary", info.summary);
     const std::string speakers =
         DescribeSpeakers(record.wFormatTag == WAVE_FORMAT_EXTENSIBLE ? layout.record.dwChannelMask : 0);
     const std::string words = info.channels <= 2 ? DescribeChannels(info.channels) : std::string();

@@ -1,7 +1,6 @@
 // qnwave mix: files added up in one file.
 #include <algorithm>
 #include <cmath>
-#include <filesystem>
 #include <optional>
 
 #include "qn/settings/qnstatus.h"
@@ -15,6 +14,7 @@
 #include "tools/qnwave/position.h"
 #include "tools/qnwave/progress.h"
 #include "tools/qnwave/report.h"
+#include "tools/qnwave/sample_check.h"
 #include "tools/qnwave/stream_copy.h"
 
 namespace qnwave {
@@ -88,10 +88,10 @@ bool ReadMap(std::string_view text, std::vector<Route>* routes) {
 // What does not depend on the file; false with the mistake reported.
 bool ReadOptions(const Arguments& arguments, size_t file, MixInput* input) {
   if (const auto gain = ValueFor(arguments, "gain", file)) {
-    constexpr double kMostDecibels = 200;
-    const auto decibels = ParseNumber<double>(*gain, -kMostDecibels, kMostDecibels);
-    if (!decibels) return Mistaken("bad gain " + Quoted(*gain) + " (dB from -200 to 200)");
-    input->gain = std::pow(10.0, *decibels / 20);
+    std::string mistake;
+    const auto factor = ParseGain(*gain, &mistake);
+    if (!factor) return Mistaken(mistake);
+    input->gain = *factor;
   }
   if (const auto map = ValueFor(arguments, "map", file); map && !ReadMap(*map, &input->routes)) return false;
   if (const auto curve = ValueFor(arguments, "curve", file)) {
@@ -149,16 +149,13 @@ int OpenInputs(const Arguments& arguments, const std::vector<std::string>& names
     }
     for (const Route& route : input.routes) {
       if (route.from < source.format.channels) continue;
-      ReportError(source.name, E_INVALIDARG,
-                  {messages::NoChannel,
-                   {Message(std::to_string(route.from)), ChannelsMessage(source.format.channels)}});
-      return kExitFailed;
+      const uint32_t channels = source.format.channels;
+      Mistaken("--map names channel " + std::to_string(route.from) + " of " + Quoted(source.name) +
+               ", which has " + std::to_string(channels) + (channels == 1 ? " channel" : " channels") +
+               ", counted from 0");
+      return kExitUsage;
     }
-    std::error_code notThere;
-    if (std::filesystem::equivalent(source.name, job->target.name, notThere)) {
-      ReportError(job->target.name, QN_E_FILE_CREATE, messages::TargetIsSource, qntool::kSavingFiles);
-      return kExitFailed;
-    }
+    if (!IsOtherFile(source, job->target.name)) return kExitFailed;
     if (!ReadTimes(arguments, i, &input)) return kExitUsage;
   }
   return kExitOk;
@@ -192,14 +189,6 @@ int CompleteTarget(const Arguments& arguments, Job* job) {
   return exitCode == kExitOk && !CheckSize(job->target) ? kExitFailed : exitCode;
 }
 
-// The samples that lie beyond the integers of a type.
-uint64_t CountClipped(const double* samples, size_t count, QNSAMPLETYPE type) {
-  const double scale = std::ldexp(1.0, QnAudio_BitsFromSampleType(type) - 1);
-  return static_cast<uint64_t>(std::count_if(samples, samples + count, [scale](double sample) {
-    return sample * scale >= scale - 0.5 || sample * scale < -scale - 0.5;
-  }));
-}
-
 // Mixes block by block under a progress bar; an exit code.
 int WriteMix(const Job& job, bool overwrite, bool quiet) {
   const auto& [name, container, format, frames] = job.target;
@@ -223,13 +212,13 @@ int WriteMix(const Job& job, bool overwrite, bool quiet) {
   for (uint64_t at = 0; at < frames; at += count) {
     if (InterruptSignal() != 0) {
       progress.reset();
-      return ReportInterrupt(job.target);
+      return ReportInterrupt(job.target.name);
     }
     count = static_cast<uint32_t>(std::min<uint64_t>(mixer.BlockFrames(), frames - at));
     const MixInput* failed = nullptr;
     const double* const sum = mixer.Mix(at, count, &failed);
     if (!sum) return fail(failed->source.name, SystemStatus(QN_E_FILE_READ));
-    if (!IsFloat(format.type)) clipped += CountClipped(sum, size_t{count} * format.channels, format.type);
+    clipped += CountClipped(sum, size_t{count} * format.channels, format.type);
     converter.Convert(block.data(), sum, count);
     const HRESULT status = output.Write(at, block.data(), count);
     if (status != S_OK) return fail(name, status);
@@ -237,7 +226,7 @@ int WriteMix(const Job& job, bool overwrite, bool quiet) {
   }
   progress.reset();
   if (!output.Commit()) return kExitFailed;
-  if (clipped != 0) ReportWarning(name, {messages::SamplesClipped, {Message::Number(clipped)}});
+  WarnOfSamples(name, mixer.NotNumbers() + converter.NotNumbers(), clipped);
   return kExitOk;
 }
 

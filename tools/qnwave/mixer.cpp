@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "tools/qnwave/sample_check.h"
+
 namespace qnwave {
 namespace {
 
@@ -56,6 +58,7 @@ const double* Mixer::Mix(uint64_t first, uint32_t frames, const MixInput** faile
 bool Mixer::Add(Track* track, uint64_t first, uint32_t frames, double* sum) {
   const AudioFormat& format = track->input->source.format;
   if (!track->reader.Read(first, bytes_.data(), frames)) return false;
+  notNumbers_ += SilenceNotNumbers(bytes_.data(), size_t{frames} * format.channels, format.type);
   const QNCOPYFUNCTION decode = QnAudio_GetCopyFunction2(QNST_FLOAT64, format.type);
   decode(decoded_.data(), bytes_.data(), static_cast<LONG>(frames * format.channels), 1.0f);
   const QNMIXCHANNELSFUNCTION add = QnAudio_GetMixChannelsFunction2(QNST_FLOAT64, QNST_FLOAT64);

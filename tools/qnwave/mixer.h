@@ -39,9 +39,12 @@ class Mixer {
   // The longest block.
   uint32_t BlockFrames() const { return blockFrames_; }
 
-  // Mixes frames from `first` on. Null when a file, `*failed`, cannot be read; the system's error is in
-  // GetLastError.
+  // Mixes frames from `first` on; floats that are infinite or no number count as silence. Null when a file,
+  // `*failed`, cannot be read; the system's error is in GetLastError.
   const double* Mix(uint64_t first, uint32_t frames, const MixInput** failed);
+
+  // The samples of the files that were no numbers so far.
+  uint64_t NotNumbers() const { return notNumbers_; }
 
  private:
   struct Track {
@@ -60,6 +63,7 @@ class Mixer {
   std::vector<double> decoded_;
   std::vector<double> routed_;
   std::vector<double> sum_;
+  uint64_t notNumbers_ = 0;
 };
 
 }  // namespace qnwave

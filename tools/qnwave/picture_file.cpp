@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
-#include <filesystem>
 #include <numeric>
 
 #include "qn/settings/qnstatus.h"
@@ -65,43 +64,34 @@ bool ReadPictureTarget(const char* command, const Arguments& arguments, PictureT
 }
 
 bool FitPicture(const char* command, PictureSize* size, double wantedHeight, double leastWidth,
-                double leastHeight, const std::string& content) {
+                double leastHeight, size_t lanes) {
   if (size->height == 0) size->height = std::round(wantedHeight);
   if (size->width >= leastWidth && size->height >= leastHeight) return true;
-  char least[64];
-  std::snprintf(least, sizeof least, " need %.0fx%.0f", leastWidth, leastHeight);
-  return Mistaken(command, "the picture is too small: " + content + least);
+  const auto text = [](double side) { return Message(std::to_string(std::lround(std::ceil(side)))); };
+  const Message width = text(leastWidth), height = text(leastHeight);
+  const Message mistake =
+      lanes == 0 ? Message(messages::ResponseNeedsRoom, {width, height})
+                 : Message(messages::LanesNeedRoom, {text(static_cast<double>(lanes)), width, height});
+  return Mistaken(command, mistake.Shown());
 }
 
 uint32_t ColumnsOf(const PictureSize& size, double margins) {
   return static_cast<uint32_t>(std::floor((size.width - margins) * size.factor));
 }
 
-bool IsOtherFile(const AudioSource& source, const std::string& target) {
-  std::error_code notThere;
-  if (!std::filesystem::equivalent(source.name, target, notThere)) return true;
-  ReportError(target, QN_E_FILE_CREATE, messages::TargetIsSource, qntool::kSavingFiles);
-  return false;
-}
-
 bool ChooseLanes(const AudioSource& source, ChannelMap* channels) {
-  if (source.format.channels > kMostPictureChannels) {
-    ReportError(source.name, QN_E_FILE_UNSUPPORTED,
-                {messages::TooManyChannels, {Message(std::to_string(kMostPictureChannels))}});
-    return false;
-  }
   if (channels->empty()) {
     channels->resize(source.format.channels);
     std::iota(channels->begin(), channels->end(), 0);
   }
-  for (const int channel : *channels) {
-    if (channel < static_cast<int>(source.format.channels)) continue;
-    ReportError(
-        source.name, E_INVALIDARG,
-        {messages::NoChannel, {Message(std::to_string(channel)), ChannelsMessage(source.format.channels)}});
-    return false;
-  }
-  return true;
+  return HasChannels(source, *channels);
+}
+
+bool AreFewEnough(const AudioSource& source, size_t channels, const qnlang_t& sentence) {
+  if (channels <= kMostPictureChannels) return true;
+  ReportError(source.name, QN_E_FILE_UNSUPPORTED,
+              {sentence, {Message(std::to_string(kMostPictureChannels))}});
+  return false;
 }
 
 std::vector<std::string> LaneNames(const AudioFormat& format, const ChannelMap& channels) {
@@ -155,6 +145,13 @@ std::string DescribeRange(const AudioSource& source, const _qnposfmt& format, ui
 std::string DescribeSamples(const AudioFormat& format) {
   return std::string(FindSampleType(format.type)->words) + kDot + Grouped(format.rate) + " Hz" + kDot +
          DescribeChannels(format.channels) + kDot;
+}
+
+void TellPicture(const PictureTarget& target, const std::string& details, bool quiet) {
+  if (quiet) return;
+  const PictureSize& size = target.size;
+  std::printf("%s: %.0fx%.0f pixels, %s\n", Shown(target.name).c_str(), size.width * size.factor,
+              size.height * size.factor, details.c_str());
 }
 
 bool PictureFile::Create(const PictureTarget& target, bool overwrite) {

@@ -22,6 +22,17 @@ constexpr qntool::Option kSvgOption = {
 
 constexpr uint32_t kMostPictureChannels = 32;
 
+// The part of the file that a picture shows, and its ruler.
+constexpr qntool::Option kPictureStartOption = {
+    "start", "POS", "where the picture begins (default: the start): a frame, or a time such as 1:30.5"};
+constexpr qntool::Option kPictureLengthOption = {
+    "length", "POS", "how much it shows (default: up to the end); it ends where the file does"};
+constexpr qntool::Option kRulerFormatOption = {
+    "format", "FORMAT",
+    "the time format of the ruler, by name or number (default time); POS is read in it too"};
+constexpr qntool::Option kPictureForceOption = {
+    "force", nullptr, "overwrite OUT, unless it is FILE itself; until the end it stays as it was"};
+
 struct PictureSize {
   double width = 1200;
   double height = 0;  // 0: as the content needs
@@ -39,20 +50,19 @@ struct PictureTarget {
 bool ReadPictureTarget(const char* command, const qntool::Arguments& arguments, PictureTarget* target);
 
 // Takes the wanted height where none was asked for; false, and that is reported, for a picture in which
-// `content` does not fit.
+// lanes, or the response of a filter for none, do not fit.
 bool FitPicture(const char* command, PictureSize* size, double wantedHeight, double leastWidth,
-                double leastHeight, const std::string& content);
+                double leastHeight, size_t lanes);
 
 // The columns of a picture between its margins.
 uint32_t ColumnsOf(const PictureSize& size, double margins);
 
-// False, and that is reported, when the target is the recording, which cannot be made again; so --force does
-// not count for it, whatever links lead there.
-bool IsOtherFile(const AudioSource& source, const std::string& target);
-
 // Completes an empty list of channels with all; false, with the reason reported, for channels that are not
-// there and files of too many.
+// there.
 bool ChooseLanes(const AudioSource& source, ChannelMap* channels);
+
+// False, and that is reported with a sentence, for more channels than pictures are made of.
+bool AreFewEnough(const AudioSource& source, size_t channels, const qnlang_t& sentence);
 
 // The names of lanes: those that the file names, or L and R, or numbers.
 std::vector<std::string> LaneNames(const AudioFormat& format, const ChannelMap& channels);
@@ -70,6 +80,9 @@ std::string DescribeRange(const AudioSource& source, const _qnposfmt& format, ui
 
 // "16-bit integer . 48,000 Hz . stereo . ": what stands in front of that.
 std::string DescribeSamples(const AudioFormat& format);
+
+// What is said of a picture that is written: its size and `details`.
+void TellPicture(const PictureTarget& target, const std::string& details, bool quiet);
 
 // A new picture that appears under its name only when it is whole. Both report their failures.
 class PictureFile final : private PictureWriter {

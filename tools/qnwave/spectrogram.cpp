@@ -5,6 +5,7 @@
 #include <cmath>
 #include <memory>
 #include <numbers>
+#include <numeric>
 #include <optional>
 
 #include "qn/dsp/qnperf.h"
@@ -12,6 +13,7 @@
 #include "tools/qnwave/interrupt.h"
 #include "tools/qnwave/progress.h"
 #include "tools/qnwave/report.h"
+#include "tools/qnwave/sample_check.h"
 
 namespace qnwave {
 namespace {
@@ -21,8 +23,9 @@ constexpr SpectrumWindow kWindows[] = {{"hann", {0.5, -0.5, 0}},
                                        {"blackman", {0.42, -0.5, 0.08}},
                                        {"rectangular", {1, 0, 0}}};
 
-// Frames that are read at once.
+// Frames that are held beside those of a transform, and the bytes that are read at once.
 constexpr uint32_t kBlockFrames = 1 << 15;
+constexpr size_t kReadBytes = 8 << 20;
 
 // From here on the transforms of a column are so many that half overlapping says as much.
 constexpr double kManyTransforms = 8;
@@ -72,8 +75,10 @@ class SpectrumReader {
   // Frames from loaded_ on, also those before the file and behind it, which are silent.
   AudioReader audio_;
   std::optional<SampleConverter> converter_;
+  uint32_t readFrames_ = 0;
   std::vector<uint8_t> bytes_;
-  std::vector<double> block_;
+  std::vector<double> unmixed_;  // all channels of what is mixed
+  std::vector<double> block_;    // the lanes
   int64_t loaded_ = INT64_MIN;
 };
 
@@ -96,9 +101,14 @@ void SpectrumReader::PlaceRows(const FrequencyScale& scale) {
 
 HRESULT SpectrumReader::Prepare() {
   if (!audio_.Open(source_)) return SystemStatus(QN_E_FILE_OPEN);
-  converter_.emplace(source_.format, QNST_FLOAT64, request_.channels, 1.0f, kBlockFrames);
-  bytes_.resize(size_t{kBlockFrames} * source_.format.FrameBytes());
-  block_.resize((size_t{kBlockFrames} + size_) * request_.channels.size());
+  const size_t channels = request_.channels.size();
+  const size_t lanes = request_.isMixed ? 1 : channels;
+  const size_t frameBytes = std::max<size_t>(source_.format.FrameBytes(), channels * sizeof(double));
+  readFrames_ = static_cast<uint32_t>(std::clamp<size_t>(kReadBytes / frameBytes, 1, kBlockFrames));
+  converter_.emplace(source_.format, QNST_FLOAT64, request_.channels, 1.0f, readFrames_);
+  bytes_.resize(size_t{readFrames_} * source_.format.FrameBytes());
+  if (request_.isMixed) unmixed_.resize(readFrames_ * channels);
+  block_.resize((size_t{kBlockFrames} + size_) * lanes);
   void* transform = nullptr;
   LONG workSize = 0;
   const HRESULT status = QnPerfsFFTInitAlloc_R_64f(&transform, std::countr_zero(size_),
@@ -117,7 +127,6 @@ HRESULT SpectrumReader::Prepare() {
     sum += window_.back();
   }
   fullScale_ = sum * sum / 4;
-  const size_t lanes = request_.isMixed ? 1 : request_.channels.size();
   powers_.assign(lanes, std::vector<double>(size_ / 2 + 1));
   decibels_.resize(size_ / 2 + 1);
   spectrogram_.assign(lanes, std::vector<uint8_t>(size_t{request_.rows} * request_.columns));
@@ -125,38 +134,40 @@ HRESULT SpectrumReader::Prepare() {
 }
 
 HRESULT SpectrumReader::Load(int64_t first) {
-  const size_t channels = request_.channels.size();
-  const auto end = first + static_cast<int64_t>(block_.size() / channels);
+  const size_t lanes = powers_.size();
+  const auto end = first + static_cast<int64_t>(block_.size() / lanes);
   const auto total = static_cast<int64_t>(source_.frames);
   std::fill(block_.begin(), block_.end(), 0.0);
   loaded_ = first;
-  for (int64_t at = std::max<int64_t>(first, 0); at < std::min(end, total); at += kBlockFrames) {
-    const auto count = static_cast<uint32_t>(std::min<int64_t>(kBlockFrames, std::min(end, total) - at));
+  for (int64_t at = std::max<int64_t>(first, 0); at < std::min(end, total); at += readFrames_) {
+    const auto count = static_cast<uint32_t>(std::min<int64_t>(readFrames_, std::min(end, total) - at));
     if (!audio_.Read(static_cast<uint64_t>(at), bytes_.data(), count)) return SystemStatus(QN_E_FILE_READ);
-    converter_->Convert(block_.data() + static_cast<size_t>(at - first) * channels, bytes_.data(), count);
-  }
-  for (double& sample : block_) {
-    if (!std::isfinite(sample)) sample = 0;
+    const AudioFormat& format = source_.format;
+    SilenceNotNumbers(bytes_.data(), size_t{count} * format.channels, format.type);
+    double* const place = block_.data() + static_cast<size_t>(at - first) * lanes;
+    if (!request_.isMixed) {
+      converter_->Convert(place, bytes_.data(), count);
+      continue;
+    }
+    converter_->Convert(unmixed_.data(), bytes_.data(), count);
+    const size_t channels = request_.channels.size();
+    for (size_t i = 0; i < count; ++i) {
+      const double* const frame = unmixed_.data() + i * channels;
+      place[i] = std::accumulate(frame, frame + channels, 0.0) / static_cast<double>(channels);
+    }
   }
   return S_OK;
 }
 
 HRESULT SpectrumReader::AddTransform(int64_t first) {
-  const size_t channels = request_.channels.size();
+  const size_t lanes = powers_.size();
   if (first < loaded_ || first > loaded_ + int64_t{kBlockFrames}) {
     const HRESULT status = Load(first);
     if (status != S_OK) return status;
   }
-  const double* const samples = block_.data() + static_cast<size_t>(first - loaded_) * channels;
-  for (size_t lane = 0; lane < powers_.size(); ++lane) {
-    for (size_t i = 0; i < size_; ++i) {
-      double sample = samples[i * channels + lane];
-      if (request_.isMixed) {
-        for (size_t other = 1; other < channels; ++other) sample += samples[i * channels + other];
-        sample /= static_cast<double>(channels);
-      }
-      data_[i] = sample * window_[i];
-    }
+  const double* const samples = block_.data() + static_cast<size_t>(first - loaded_) * lanes;
+  for (size_t lane = 0; lane < lanes; ++lane) {
+    for (size_t i = 0; i < size_; ++i) data_[i] = samples[i * lanes + lane] * window_[i];
     const HRESULT status = QnPerfsFFTFwd_RToPerm_64f_I(data_.data(), transform_.get(), work_.data());
     if (FAILED(status)) return status;
     const auto add = [&, &powers = powers_[lane]](size_t bin, double power) {
@@ -173,7 +184,7 @@ HRESULT SpectrumReader::AddTransform(int64_t first) {
 void SpectrumReader::FillColumn(size_t lane, uint32_t column, double scale) {
   constexpr double kSilence = 1e-30;
   std::transform(powers_[lane].begin(), powers_[lane].end(), decibels_.begin(),
-                 [&](double power) { return 10 * std::log10(std::max(power * scale, kSilence)); });
+                 [&](double power) { return 10 * std::log10(std::max(kSilence, power * scale)); });
   for (uint32_t row = 0; row < request_.rows; ++row) {
     const auto& [first, last, fraction] = rows_[row];
     const double level = last > 0 ? *std::max_element(&decibels_[first], &decibels_[last] + 1)

@@ -20,8 +20,8 @@ namespace qnwave {
 namespace {
 
 constexpr Option kOptions[] = {
-    {"start", "POS", "where the picture begins (default: the start): a frame, or a time such as 1:30.5"},
-    {"length", "POS", "how much it shows (default: up to the end); it ends where the file does"},
+    kPictureStartOption,
+    kPictureLengthOption,
     {"size", "WxH[@FACTOR]",
      "width and height, and how many pixels stand for one of them (default: 1200 wide, as high as the"
      " channels need)"},
@@ -39,8 +39,7 @@ constexpr Option kOptions[] = {
     {"peak", nullptr, "a column shows the largest level of its transforms, not the mean power"},
     {"colours", "NAME", "heat, sea or grey (default heat)"},
     kThemeOption,
-    {"format", "FORMAT",
-     "the time format of the ruler, by name or number (default time); POS is read in it too"},
+    kRulerFormatOption,
     kFrameRateOption,
     kTempoOption,
     kBeatsOption,
@@ -48,7 +47,7 @@ constexpr Option kOptions[] = {
     kOffsetOption,
     kToEndOption,
     kSvgOption,
-    {"force", nullptr, "overwrite OUT, unless it is FILE itself; until the end it stays as it was"},
+    kPictureForceOption,
     kQuietOption,
 };
 
@@ -129,8 +128,10 @@ bool ReadOptions(const Arguments& arguments, Job* job) {
 // What depends on the file; kExitOk, or the exit code with the reason reported.
 int Complete(const Arguments& arguments, Job* job) {
   SpectrumRequest& request = job->request;
-  if (!IsOtherFile(job->source, job->target.name) || !ChooseLanes(job->source, &request.channels))
+  if (!IsOtherFile(job->source, job->target.name) || !ChooseLanes(job->source, &request.channels) ||
+      (!request.isMixed && !AreFewEnough(job->source, request.channels.size(), messages::TooManyLanes))) {
     return kExitFailed;
+  }
   const int exitCode = ReadRange("spectrum", arguments, job->source, &request.start, &request.frames);
   if (exitCode != kExitOk) return exitCode;
   job->format.sampleRate = job->source.format.rate;
@@ -143,7 +144,7 @@ int Complete(const Arguments& arguments, Job* job) {
   PictureSize& size = job->target.size;
   if (!FitPicture("spectrum", &size, kMargins + lanes * (wanted + kLaneGap),
                   kMarginLeft + kMarginRight + kLeastWidth, kMargins + lanes * (kLeastHeight + kLaneGap),
-                  std::to_string(job->laneNames.size()) + " lanes")) {
+                  job->laneNames.size())) {
     return kExitUsage;
   }
   request.columns = ColumnsOf(size, kMarginLeft + kMarginRight);
@@ -244,19 +245,11 @@ int Draw(const Job& job, bool overwrite, bool quiet) {
   const FrequencyScale scale(job.isLogarithmic, job.source.format.rate);
   Spectrogram spectrogram;
   const bool isComputed = ComputeSpectrogram(job.source, job.request, scale, quiet, &spectrogram);
-  if (InterruptSignal() != 0) {
-    ReportError(job.target.name, QN_E_CANCELLED, messages::NothingWritten);
-    return kExitInterruptedBase + InterruptSignal();
-  }
+  if (InterruptSignal() != 0) return ReportInterrupt(job.target.name);
   if (!isComputed) return kExitFailed;
   Painter(picture.GetCanvas(), job, scale).Paint(spectrogram);
   if (!picture.Commit()) return kExitFailed;
-  if (!quiet) {
-    const PictureSize& size = job.target.size;
-    std::printf("%s: %.0fx%.0f pixels, %s %s\n", Shown(job.target.name).c_str(), size.width * size.factor,
-                size.height * size.factor, Grouped(job.request.frames).c_str(),
-                job.request.frames == 1 ? "frame" : "frames");
-  }
+  TellPicture(job.target, DescribeFrames(job.request.frames), quiet);
   return kExitOk;
 }
 
@@ -280,7 +273,8 @@ const Command kSpectrumCommand = {
     "spectrum",
     "FILE OUT",
     "Draw the spectrogram of a file as a PNG or SVG picture.",
-    "Files of up to 32 channels are drawn, each channel in a lane. A sine of full scale has 0 dB. Each column"
+    "Up to 32 channels are drawn, each in a lane, or the mean of any number. A sine of full scale has 0 dB. "
+    "Each column"
     " of the picture has at least one transform; in long files it shows the mean power of all that fall into"
     " it, and no sample is left out. In SVG the spectrogram is an image in the picture. 'man qnwave' names "
     "the"

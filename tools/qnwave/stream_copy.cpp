@@ -19,6 +19,7 @@
 #include "tools/qnwave/interrupt.h"
 #include "tools/qnwave/progress.h"
 #include "tools/qnwave/report.h"
+#include "tools/qnwave/sample_check.h"
 
 namespace qnwave {
 namespace {
@@ -127,6 +128,7 @@ class PieceWriter {
   const bool quiet_;
   std::optional<Progress> progress_;
   uint64_t done_ = 0;
+  uint64_t notNumbers_ = 0;
   size_t failed_ = 0;             // the target that WriteBlock failed at
   std::vector<uint8_t> channel_;  // one channel of a block
 };
@@ -138,9 +140,10 @@ int PieceWriter::Fail(const std::string& file, HRESULT status) {
 }
 
 // The type between two streams, each of which converts to or from it: the target's, or double, in which every
-// integer is exact, where no conversion leads there.
+// integer is exact, where no conversion leads there. Floats are looked at before they become integers.
 QNSAMPLETYPE TypeBetween(QNSAMPLETYPE source, QNSAMPLETYPE target) {
-  return QnAudio_GetCopyFunction2(target, source) ? target : QNST_FLOAT64;
+  if (!QnAudio_GetCopyFunction2(target, source)) return QNST_FLOAT64;
+  return IsFloat(source) && !IsFloat(target) ? source : target;
 }
 
 HRESULT PieceWriter::WriteBlock(const std::vector<uint8_t>& block, uint32_t frames, uint32_t channels,
@@ -169,11 +172,13 @@ int PieceWriter::WritePiece(const Piece& piece) {
   for (uint64_t at = 0; at < piece.frames; at += count) {
     if (InterruptSignal() != 0) {
       progress_.reset();
-      return ReportInterrupt(targets_[0]);
+      return ReportInterrupt(targets_[0].name);
     }
     count = static_cast<uint32_t>(std::min<uint64_t>(blockFrames, piece.frames - at));
     HRESULT status = input.Read(piece.first + at, block.data(), count, between.type);
     if (status != S_OK) return Fail(piece.source->name, status);
+    if (!IsFloat(targets_[0].format.type))
+      notNumbers_ += SilenceNotNumbers(block.data(), size_t{count} * between.channels, between.type);
     status = WriteBlock(block, count, between.channels, between.type);
     if (status != S_OK) return Fail(targets_[failed_].name, status);
     done_ += count;
@@ -224,7 +229,9 @@ int PieceWriter::Write(std::span<const Piece> pieces, bool overwrite) {
     if (exitCode != kExitOk) return exitCode;
   }
   progress_.reset();
-  return Publish();
+  const int exitCode = Publish();
+  if (exitCode == kExitOk) WarnOfSamples(targets_[0].name, notNumbers_);
+  return exitCode;
 }
 
 // Lets the process open more files than it is given at first, where the system allows that.

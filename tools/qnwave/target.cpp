@@ -52,16 +52,26 @@ bool ChooseType(const char* command, const Arguments& arguments, Target* target)
 
 bool CheckSize(const Target& target) {
   const auto& [name, container, format, frames] = target;
-  if (container == Container::kUnknown || CanHold(container, format, frames)) return true;
+  // As long as Wave64 can be, the size of a file without a header can be computed too.
+  if (!CanHold(Container::kWave64, format, frames)) {
+    ReportError(name, QN_E_FILE_TOO_LARGE, {messages::FileTooLarge, {Message::Bytes(kMostFileBytes)}},
+                qntool::kSavingFiles);
+    return false;
+  }
+  if (container != Container::kWav || CanHold(container, format, frames)) return true;
   ReportError(name, QN_E_FILE_TOO_LARGE,
               {messages::WavTooLarge, {Message::Bytes(WaveFileBytes(container, format, frames))}},
               qntool::kSavingFiles);
   return false;
 }
 
-int ReportInterrupt(const Target& target) {
-  ReportError(target.name, QN_E_CANCELLED, messages::NothingWritten);
+int ReportInterrupt(const std::string& target) {
+  ReportError(target, QN_E_CANCELLED, messages::NothingWritten);
   return kExitInterruptedBase + InterruptSignal();
+}
+
+std::string DescribeFrames(uint64_t frames) {
+  return Grouped(frames) + (frames == 1 ? " frame" : " frames");
 }
 
 void TellWritten(const Target& target, bool quiet) {
@@ -70,9 +80,8 @@ void TellWritten(const Target& target, bool quiet) {
     ReportWarning(target.name, {messages::PrivateTag, {Message(row.name)}});
   }
   if (quiet) return;
-  std::printf("%s: %s %s, %s, %s, %u Hz\n", Shown(target.name).c_str(), Grouped(target.frames).c_str(),
-              target.frames == 1 ? "frame" : "frames", row.words,
-              DescribeChannels(target.format.channels).c_str(), target.format.rate);
+  std::printf("%s: %s, %s, %s, %u Hz\n", Shown(target.name).c_str(), DescribeFrames(target.frames).c_str(),
+              row.words, DescribeChannels(target.format.channels).c_str(), target.format.rate);
 }
 
 }  // namespace qnwave

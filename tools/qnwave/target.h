@@ -32,8 +32,11 @@ bool ChooseType(const char* command, const qntool::Arguments& arguments, Target*
 // False, and that is reported, when the container cannot count the frames.
 bool CheckSize(const Target& target);
 
-// The exit code of an interrupted run, which is reported.
-int ReportInterrupt(const Target& target);
+// The exit code of an interrupted run, which is reported about the file that is not there then.
+int ReportInterrupt(const std::string& target);
+
+// "1,234 frames"
+std::string DescribeFrames(uint64_t frames);
 
 // What is said of a file that is written.
 void TellWritten(const Target& target, bool quiet);

@@ -68,11 +68,10 @@ uint64_t WaveFileBytes(Container container, const AudioFormat& format, uint64_t 
 }
 
 bool CanHold(Container container, const AudioFormat& format, uint64_t frames) {
-  // What the library allows a RIFF form to grow to, and far more than any disk has.
+  // What the library allows a RIFF form to grow to.
   constexpr uint64_t kMostRiffBytes = 0xFFFFFFF7 + uint64_t{8};
-  constexpr uint64_t kMostBytes = uint64_t{1} << 60;
-  const uint64_t most = container == Container::kWav ? kMostRiffBytes : kMostBytes;
-  return frames <= kMostBytes / format.FrameBytes() && WaveFileBytes(container, format, frames) <= most;
+  const uint64_t most = container == Container::kWav ? kMostRiffBytes : kMostFileBytes;
+  return frames <= kMostFileBytes / format.FrameBytes() && WaveFileBytes(container, format, frames) <= most;
 }
 
 HRESULT WriteWaveHeader(HANDLE file, Container container, const AudioFormat& format, uint64_t frames) {

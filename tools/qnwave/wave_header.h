@@ -20,6 +20,9 @@ uint64_t WaveHeaderBytes(Container container, const AudioFormat& format);
 // The bytes of a whole file, with the padding that it ends with.
 uint64_t WaveFileBytes(Container container, const AudioFormat& format, uint64_t frames);
 
+// No new file has more: far more than any disk.
+constexpr uint64_t kMostFileBytes = uint64_t{1} << 60;
+
 // False when the sizes of the container cannot count so many frames.
 bool CanHold(Container container, const AudioFormat& format, uint64_t frames);
 
