@@ -1,6 +1,9 @@
 #include "qn/platform/msacm.h"
 
 #include <dlfcn.h>
+#if defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/lsan_interface.h>
+#endif
 
 #include <algorithm>
 #include <atomic>
@@ -35,6 +38,9 @@ qn::CodecName* LoadModule() {
   name.resize(name.rfind('\\') + 1);
   name += "qnkernel/codec-names.so";
   std::replace(name.begin(), name.end(), '\\', '/');
+#if defined(__SANITIZE_ADDRESS__)
+  const __lsan::ScopedDisabler ignored;  // libraries under the module keep what their constructors allocate
+#endif
   // Constructors of libraries built for speed change how the thread calculates.
   std::fenv_t environment;
   std::fegetenv(&environment);

@@ -17,6 +17,11 @@ done
 # The tool finds the module that draws.
 sox -n "$scratch/tone.wav" synth 1 sine 440
 "$prefix/bin/qnwave" draw "$scratch/tone.wav" "$scratch/tone.png"
+# The library finds the module that names codecs, if it is built.
+if [ -e "$build/qn/qnkernel/codec-names.so" ]; then
+  sox -D "$scratch/tone.wav" -e a-law "$scratch/alaw.wav"
+  "$prefix/bin/qnwave" info "$scratch/alaw.wav" | grep -q G.711 || { echo "the codecs have no names"; exit 1; }
+fi
 
 libdir=$(dirname "$(find "$prefix" -name 'libqnkernel.so.1')")
 export LD_LIBRARY_PATH=$libdir
@@ -39,3 +44,7 @@ contents=$(dpkg-deb --contents "$scratch"/deb/*.deb)
 for file in libqnkernel.so.1 qnkernel.pc qnkernelConfig.cmake qn/qn.h bin/qntext bin/qnwave qnkernel/qnwave-draw.so qnwave.1; do
   grep -q "$file" <<<"$contents" || { echo "the package lacks $file"; exit 1; }
 done
+if [ -e "$build/qn/qnkernel/codec-names.so" ]; then
+  grep -q qnkernel/codec-names.so <<<"$contents" || { echo "the package lacks the names of codecs"; exit 1; }
+  dpkg-deb --field "$scratch"/deb/*.deb Depends | grep -q libavformat || { echo "the package lacks libavformat"; exit 1; }
+fi

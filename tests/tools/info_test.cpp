@@ -19,7 +19,8 @@ TEST(Info, TellsTheFormatAndLengthOfRecordings) {
   EXPECT_EQ(Jq(Info(path), ".[0] | [.container, .format.type, .format.rate, .dataOffset, .frames] | @csv"),
             "\"WAV\",\"s16\",48000,44,68545");
   const ToolRun text = Qnwave({"info", path});
-  for (const char* words : {"WAV (RIFF)", "16-bit integer", "mono", "48000 Hz", "68,545", "0:00:01.428"}) {
+  for (const char* words : {"WAV (RIFF)", "16-bit integer", "PCM: 48,000 Hz, 16 Bit, Mono", "mono",
+                            "48000 Hz", "68,545", "0:00:01.428"}) {
     EXPECT_NE(text.out.find(words), std::string::npos) << words << text.out;
   }
 }
@@ -32,7 +33,9 @@ TEST(Info, DressesNumbersAndTimesOnRequest) {
     return Qnwave(words).out;
   };
   const std::pair<std::vector<std::string>, std::vector<const char*>> kCases[] = {
-      {{"--lang", "de"}, {"137.134 bytes, 133 KB\n", "48.000 Hz", "68.545\n", "00:00:01,428\n"}},
+      {{"--lang", "de"},
+       {"137.134 bytes, 133 KB\n", "PCM: 48.000 Hz; 16 Bit; Mono\n", "48.000 Hz", "68.545\n",
+        "00:00:01,428\n"}},
       {{"--lang", "fr", "--time-format", "seconds"}, {" 133 Ko\n", "  Duration   1,428\n"}},
       {{"--time-format", "samples"}, {"  Frames     68,545\n", "  Duration   68,545\n", "48000 Hz"}},
       {{"--time-format", "frames", "--frame-rate", "24000/1001"}, {"  Duration   34.238\n"}},
@@ -64,6 +67,10 @@ TEST(Info, TellsFilesOfOtherPrograms) {
         " | map(tostring) | join(\",\")";
     EXPECT_EQ(Jq(Info(path), filter), expected + ",false,0") << path;
   }
+  if (!QN_HAS_CODEC_NAMES) return;
+  const std::string alaw = Qnwave({"info", folder.Native("alaw.wav"), "--lang", "fr"}).out;
+  EXPECT_NE(alaw.find("PCM A-law / G.711 A-law: "), std::string::npos) << alaw;
+  EXPECT_EQ(Jq(Info(folder.Native("alaw.wav")), ".[0].format.words"), "PCM A-law / G.711 A-law");
 }
 
 TEST(Info, WritesValidJsonForAnyNameAndListsNestedChunks) {
