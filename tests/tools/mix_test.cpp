@@ -88,6 +88,8 @@ TEST(Levels, HaveNoneOfSilence) {
   const ScratchFolder folder;
   WriteFloats(folder.Native("f.wav"), 2, {0, 0, 0, HUGE_VAL, 0, -0.5, 0, NAN});
   WriteFileBytes(folder.Native("none.wav"), WaveFile(Record(1, 1, 8000, 16), {}));
+  WriteFloats(folder.Native("huge.wav"), 1, {1e308});
+  EXPECT_NE(RunTool(folder, "levels huge.wav").out.find("0   6160.00 1.0000e+308 "), std::string::npos);
   const ToolRun run = RunTool(folder, "levels --json f.wav none.wav");
   EXPECT_EQ(Jq(run.out, "[.[].channels[] | .peak, .peakDb, .position, .rmsDb, .notNumbers] | tojson"),
             "[0,null,null,null,0,0.5,-6.020599913279624,2,-12.041199826559248,2,0,null,null,null,0]");
@@ -236,6 +238,7 @@ TEST(Mix, RefusesAndLeavesNothing) {
         Row("mix in.wav b.wav --offset 2000000000 --type s32", 1, "--container w64"),
         Row("mix in.wav b.w64 --offset 9223372036854775807", 1, "more than 1,152,921,504,606,846,976 bytes"),
         Row("mix in.wav b.wav --offset 9223372036854775000", 1, "more than 1,152,921,504,606,846,976 bytes"),
+        Row("mix in.wav b.wav --map 8191 --type u8", 1, "up to 8,191 channels"),
         Row("mix in.wav in.wav b.wav --map 0,1", 2, "channel 1 of 'in.wav', which has 1 channel,"),
         Row("mix in.wav in.wav in.wav b.wav --gain 1 --gain 2", 2, "2 times for 3 files"),
         Row("convert in.wav b.wav --type f64 --dither none", 2, "type f64"),

@@ -93,7 +93,10 @@ void PrintLevels(const AudioSource& source, const LevelMeter& meter, const Wish&
     const std::string position = level.peak > 0 ? DescribeDuration(level.position, source.format.rate,
                                                                    wish.format ? &*wish.format : nullptr)
                                                 : "-";
-    std::printf("  %7zu %9.2f %11.6f %9.2f %11s %11s  %s\n", i, ShownDecibels(level.peak), level.peak,
+    // What floats can reach would tear the columns apart.
+    char peak[32];
+    std::snprintf(peak, sizeof peak, level.peak < 10'000 ? "%.6f" : "%.4e", level.peak);
+    std::printf("  %7zu %9.2f %11s %9.2f %11s %11s  %s\n", i, ShownDecibels(level.peak), peak,
                 ShownDecibels(meter.Rms(level)), Grouped(level.clippedSamples).c_str(),
                 Grouped(level.clippedRuns).c_str(), position.c_str());
     if (level.notNumbers != 0)

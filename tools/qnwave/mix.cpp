@@ -66,7 +66,7 @@ bool CountValues(const Arguments& arguments, size_t files) {
     const size_t count = arguments.Values(option).size();
     if (count <= 1 || count == files) continue;
     return Mistaken("--" + std::string(option) + " is given " + std::to_string(count) + " times for " +
-                    std::to_string(files) + " files");
+                    std::to_string(files) + (files == 1 ? " file" : " files"));
   }
   return true;
 }
@@ -174,7 +174,12 @@ int CompleteTarget(const Arguments& arguments, Job* job) {
     job->target.frames = std::max(job->target.frames, input.offset + input.source.frames);
   }
   if (!arguments.Has("map") && out.channels == first.channels) out.mask = first.mask;
-  if (out.channels > Mixer::kMostChannels || out.FrameBytes() > kMostFrameBytes) {
+  if (out.channels > Mixer::kMostChannels) {
+    ReportError(job->target.name, QN_E_MEDIA_TYPE,
+                {messages::MixChannels, {Message::Number(Mixer::kMostChannels)}});
+    return kExitFailed;
+  }
+  if (out.FrameBytes() > kMostFrameBytes) {
     ReportError(job->target.name, QN_E_MEDIA_TYPE,
                 {messages::FrameTooLarge, {Message::Bytes(kMostFrameBytes)}});
     return kExitFailed;
