@@ -11,6 +11,8 @@
 #include "qn/dsp/qniir.h"
 #include "qn/dsp/qnperf.h"
 #include "qn/dsp/qnsig.h"
+#include "qn/image/qndib.h"
+#include "qn/image/qnyuv.h"
 #include "qn/kernel/qncpu.h"
 #include "qn/kernel/qnkernel.h"
 #include "qn/kernel/qnlist.h"

@@ -91,6 +91,15 @@ struct RGBQUAD {
 };
 static_assert(sizeof(RGBQUAD) == 4);
 
+// A colour of a palette, in the other order.
+struct PALETTEENTRY {
+  BYTE peRed;
+  BYTE peGreen;
+  BYTE peBlue;
+  BYTE peFlags;
+};
+static_assert(sizeof(PALETTEENTRY) == 4);
+
 struct BITMAPINFO {
   BITMAPINFOHEADER bmiHeader;
   RGBQUAD bmiColors[1];
