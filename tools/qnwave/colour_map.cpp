@@ -4,6 +4,8 @@
 #include <cmath>
 #include <numbers>
 
+#include "tools/qnwave/option_values.h"
+
 namespace qnwave {
 namespace {
 
@@ -58,19 +60,15 @@ uint32_t ColourAt(const Path& path, double place) {
 }  // namespace
 
 std::optional<ColourMap> MakeColourMap(std::string_view name) {
-  for (const Path& path : kPaths) {
-    if (name != path.name) continue;
-    ColourMap map;
-    for (uint32_t i = 0; i < kColours; ++i) map[i] = ColourAt(path, static_cast<double>(i) / (kColours - 1));
-    return map;
-  }
-  return std::nullopt;
+  const Path* const path = FindByName(kPaths, name);
+  if (!path) return std::nullopt;
+  ColourMap map;
+  for (uint32_t i = 0; i < kColours; ++i) map[i] = ColourAt(*path, static_cast<double>(i) / (kColours - 1));
+  return map;
 }
 
 std::string ColourMapNames() {
-  std::string names;
-  for (const Path& path : kPaths) names += (names.empty() ? "" : ", ") + std::string(path.name);
-  return names;
+  return NamesOf(kPaths);
 }
 
 }  // namespace qnwave

@@ -12,6 +12,7 @@
 #include "tools/qnwave/describe.h"
 #include "tools/qnwave/filter_bank.h"
 #include "tools/qnwave/interrupt.h"
+#include "tools/qnwave/option_values.h"
 #include "tools/qnwave/picture_file.h"
 #include "tools/qnwave/progress.h"
 #include "tools/qnwave/report.h"
@@ -102,29 +103,9 @@ constexpr NameRow<QNFIR_WINDOW> kWindows[] = {
 // The row of an option's value; null with the mistake reported.
 template <class Row, size_t count>
 const Row* FindRow(const Row (&rows)[count], const char* option, std::string_view name) {
-  std::string names;
-  for (const Row& row : rows) {
-    if (name == row.name) return &row;
-    names += (names.empty() ? "" : ", ") + std::string(row.name);
-  }
-  Mistaken("bad value " + Quoted(name) + " for --" + option + " (one of " + names + ")");
-  return nullptr;
-}
-
-template <class Number>
-bool ReadNumber(const Arguments& arguments, const char* option, Number lowest, Number highest,
-                Number* value) {
-  const auto text = arguments.Value(option);
-  if (!text) return true;
-  const auto number = ParseNumber<Number>(*text, lowest, highest);
-  if (!number) {
-    char limits[80];
-    std::snprintf(limits, sizeof limits, " (%.10g to %.10g)", static_cast<double>(lowest),
-                  static_cast<double>(highest));
-    return Mistaken("bad value " + Quoted(*text) + " for --" + option + limits);
-  }
-  *value = *number;
-  return true;
+  const Row* const row = FindByName(rows, name);
+  if (!row) Mistaken("bad value " + Quoted(name) + " for --" + option + " (one of " + NamesOf(rows) + ")");
+  return row;
 }
 
 // False, and that is reported, when an option is given that the filter does not look at.
@@ -158,9 +139,10 @@ bool ReadIir(const Arguments& arguments, const TypeRow& type, Job* job) {
   if (isResonator && !RefuseOthers(arguments, {"order"}, "a resonator")) return false;
   if (!type.isBand && !RefuseOthers(arguments, {"width"}, type.name)) return false;
   const DWORD mostOrder = row->value == QNIIR_BESSEL ? 10 : 15;
-  if (!ReadNumber<DWORD>(arguments, "order", 1, mostOrder, &design.order) ||
-      !ReadNumber(arguments, "width", isResonator ? 0.1 : 0.01, isResonator ? 1000.0 : 10.0, &design.width) ||
-      !ReadNumber(arguments, "gain", -100.0, 60.0, &design.gain)) {
+  if (!ReadNumber<DWORD>("filter", arguments, "order", 1, mostOrder, &design.order) ||
+      !ReadNumber("filter", arguments, "width", isResonator ? 0.1 : 0.01, isResonator ? 1000.0 : 10.0,
+                  &design.width) ||
+      !ReadNumber("filter", arguments, "gain", -100.0, 60.0, &design.gain)) {
     return false;
   }
   char text[128];
@@ -187,8 +169,8 @@ bool ReadFir(const Arguments& arguments, const TypeRow& type, Job* job) {
   design.firType = type.fir;
   design.window = row->value;
   design.frequency2 = design.frequency;
-  if (!ReadNumber<DWORD>(arguments, "taps", 127, 32767, &design.taps) ||
-      !ReadNumber(arguments, "frequency2", kLeastFrequency, kMostFrequency, &design.frequency2)) {
+  if (!ReadNumber<DWORD>("filter", arguments, "taps", 127, 32767, &design.taps) ||
+      !ReadNumber("filter", arguments, "frequency2", kLeastFrequency, kMostFrequency, &design.frequency2)) {
     return false;
   }
   if (design.taps % 2 == 0) return Mistaken("--taps is an odd number");
@@ -209,7 +191,8 @@ bool ReadOptions(const Arguments& arguments, Job* job) {
   const TypeRow* const type = FindRow(kTypes, iir ? "iir" : "fir", iir ? *iir : *fir);
   if (!type) return false;
   if (!arguments.Has("frequency")) return Mistaken("--frequency is needed");
-  if (!ReadNumber(arguments, "frequency", kLeastFrequency, kMostFrequency, &job->design.frequency) ||
+  if (!ReadNumber("filter", arguments, "frequency", kLeastFrequency, kMostFrequency,
+                  &job->design.frequency) ||
       !(iir ? ReadIir(arguments, *type, job) : ReadFir(arguments, *type, job))) {
     return false;
   }

@@ -1,7 +1,6 @@
 #include "tools/qnwave/sample_types.h"
 
-#include "tools/common/options.h"
-#include "tools/qnwave/report.h"
+#include "tools/qnwave/option_values.h"
 
 namespace qnwave {
 namespace {
@@ -33,10 +32,7 @@ const SampleTypeRow* FindSampleType(QNSAMPLETYPE type) {
 }
 
 const SampleTypeRow* FindSampleType(std::string_view name) {
-  for (const SampleTypeRow& row : kRows) {
-    if (row.name == name) return &row;
-  }
-  return nullptr;
+  return FindByName(kRows, name);
 }
 
 bool IsFloat(QNSAMPLETYPE type) {
@@ -44,12 +40,7 @@ bool IsFloat(QNSAMPLETYPE type) {
 }
 
 std::string SampleTypeNames() {
-  std::string names;
-  for (const SampleTypeRow& row : kRows) {
-    if (!names.empty()) names += ", ";
-    names += row.name;
-  }
-  return names;
+  return NamesOf(kRows);
 }
 
 std::optional<AudioFormat> ParseAudioFormat(std::string_view text, uint64_t* offset, std::string* mistake) {

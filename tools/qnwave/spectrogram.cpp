@@ -11,6 +11,7 @@
 #include "qn/dsp/qnperf.h"
 #include "qn/settings/qnstatus.h"
 #include "tools/qnwave/interrupt.h"
+#include "tools/qnwave/option_values.h"
 #include "tools/qnwave/progress.h"
 #include "tools/qnwave/report.h"
 #include "tools/qnwave/sample_check.h"
@@ -226,17 +227,11 @@ HRESULT SpectrumReader::Read(bool quiet) {
 }  // namespace
 
 const SpectrumWindow* FindSpectrumWindow(std::string_view name) {
-  for (const SpectrumWindow& window : kWindows) {
-    if (name == window.name) return &window;
-  }
-  return nullptr;
+  return FindByName(kWindows, name);
 }
 
 std::string SpectrumWindowNames() {
-  std::string names;
-  for (const SpectrumWindow& window : kWindows)
-    names += (names.empty() ? "" : ", ") + std::string(window.name);
-  return names;
+  return NamesOf(kWindows);
 }
 
 bool ComputeSpectrogram(const AudioSource& source, const SpectrumRequest& request,

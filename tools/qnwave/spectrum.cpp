@@ -11,6 +11,7 @@
 #include "tools/qnwave/describe.h"
 #include "tools/qnwave/frame.h"
 #include "tools/qnwave/interrupt.h"
+#include "tools/qnwave/option_values.h"
 #include "tools/qnwave/picture_file.h"
 #include "tools/qnwave/report.h"
 #include "tools/qnwave/spectrogram.h"
@@ -73,16 +74,6 @@ bool Mistaken(const std::string& mistake) {
   return false;
 }
 
-// The number of an option, if that is given; false with the mistake reported.
-bool ReadNumber(const Arguments& arguments, const char* option, double lowest, double highest,
-                double* value) {
-  const auto text = arguments.Value(option);
-  if (!text) return true;
-  const auto number = ParseNumber<double>(*text, lowest, highest);
-  if (number) *value = *number;
-  return number || Mistaken("bad value " + Quoted(*text) + " for --" + option);
-}
-
 // What does not depend on the file: false with the mistake reported.
 bool ReadOptions(const Arguments& arguments, Job* job) {
   SpectrumRequest& request = job->request;
@@ -107,8 +98,8 @@ bool ReadOptions(const Arguments& arguments, Job* job) {
   job->colours = *map;
   request.range = 100;
   double overlap = 75;
-  if (!ReadNumber(arguments, "range", 10, 200, &request.range) ||
-      !ReadNumber(arguments, "overlap", 0, 99, &overlap)) {
+  if (!ReadNumber("spectrum", arguments, "range", 10.0, 200.0, &request.range) ||
+      !ReadNumber("spectrum", arguments, "overlap", 0.0, 99.0, &overlap)) {
     return false;
   }
   request.overlap = overlap / 100;

@@ -1,5 +1,7 @@
 #include "tools/qnwave/theme.h"
 
+#include "tools/qnwave/option_values.h"
+
 namespace qnwave {
 namespace {
 
@@ -13,16 +15,11 @@ constexpr Theme kThemes[] = {
 }  // namespace
 
 const Theme* FindTheme(std::string_view name) {
-  for (const Theme& theme : kThemes) {
-    if (name == theme.name) return &theme;
-  }
-  return nullptr;
+  return FindByName(kThemes, name);
 }
 
 std::string ThemeNames() {
-  std::string names;
-  for (const Theme& theme : kThemes) names += (names.empty() ? "" : ", ") + std::string(theme.name);
-  return names;
+  return NamesOf(kThemes);
 }
 
 }  // namespace qnwave
