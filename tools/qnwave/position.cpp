@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cctype>
 #include <cmath>
+#include <numeric>
 #include <string>
+#include <vector>
 
 #include "qn/platform/text.h"
 #include "qn/text/qnprint.h"
@@ -115,6 +117,35 @@ bool IsPosition(std::u16string_view text, LONG format) {
   return grammar.mostFields == 1 ? IsNumber(text, grammar.hasDecimals) : AreFields(text, grammar);
 }
 
+// The seconds of a timecode as it is written, in fields or in pairs of digits, without its frames.
+double SecondsOfTimecode(std::u16string_view text) {
+  std::vector<double> fields(1);
+  for (const char16_t c : text) {
+    if (IsDigit(c))
+      fields.back() = fields.back() * 10 + (c - u'0');
+    else
+      fields.push_back(0);
+  }
+  if (fields.size() == 1) {
+    const double digits = fields[0];
+    fields = {std::floor(digits / 1e6), std::fmod(std::floor(digits / 1e4), 100),
+              std::fmod(std::floor(digits / 100), 100), 0};
+  }
+  fields.pop_back();
+  return std::accumulate(fields.begin(), fields.end(), 0.0,
+                         [](double seconds, double field) { return seconds * 60 + field; });
+}
+
+// Timecode starts again after a day, and the library takes what is left without a word. A second of timecode
+// and a real one are not quite the same.
+bool IsBeyondDay(std::u16string_view text, LONG format, LONGLONG time) {
+  const Grammar grammar = GrammarOf(format);
+  const bool isTimecode =
+      grammar.mostFields == 4 && format != QNPOSFMT_TIME && format != QNPOSFMT_TIME_FRAMES;
+  const double seconds = isTimecode ? SecondsOfTimecode(text) : 0;
+  return static_cast<double>(time) / kUnits < seconds * 0.99 - 1;
+}
+
 std::optional<uint64_t> FrameOfTime(std::string_view text, const _qnposfmt& format, bool isLength) {
   const std::u16string wide = qn::FromUtf8(std::string(text));
   if (!IsPosition(wide, format.format)) return std::nullopt;
@@ -122,7 +153,7 @@ std::optional<uint64_t> FrameOfTime(std::string_view text, const _qnposfmt& form
   const DWORD flags = QNTIMETEXT_CLAMP | (isLength ? QNTIMETEXT_ABSOLUTE : 0);
   const LONGLONG time =
       QnTextToNanoTimeToken2(wide.c_str(), &format, -1, -1, kMostSeconds * kUnits, flags, &end);
-  if (time < 0 || *end != 0) return std::nullopt;
+  if (time < 0 || *end != 0 || IsBeyondDay(wide, format.format, time)) return std::nullopt;
   // A time is cut down to whole units, which is less than half a frame at any rate that files have.
   const auto whole = static_cast<uint64_t>(time / kUnits);
   const auto rest = static_cast<uint64_t>(time % kUnits);
