@@ -145,7 +145,12 @@ struct StageLanes {
   }
 
   HWY_INLINE auto Tiny() const { return hn::Lt(hn::Abs(d1), hn::Set(D(), kTiny)); }
-  HWY_INLINE void Flush() { d1 = hn::IfThenZeroElse(Tiny(), d1); }
+  // Zeros are tiny too: in silence nothing changes, and then the next frame must not wait for this.
+  HWY_INLINE void Flush() {
+    const hn::RebindToSigned<D> bits;
+    const V flushed = hn::IfThenZeroElse(Tiny(), d1);
+    if (!hn::AllTrue(bits, hn::Eq(hn::BitCast(bits, flushed), hn::BitCast(bits, d1)))) d1 = flushed;
+  }
 
   // The newest result of the last stage.
   HWY_INLINE void StoreLast(double* v) const {
