@@ -44,7 +44,9 @@ std::string MemoryLimit(int kilobytes) {
   static_cast<void>(kilobytes);
   return "";
 #else
-  return "ulimit -v " + std::to_string(kilobytes) + ";";
+  // Each thread of the drawing libraries may otherwise reserve 128 MiB of address space for a heap of its
+  // own.
+  return "export MALLOC_ARENA_MAX=1; ulimit -v " + std::to_string(kilobytes) + ";";
 #endif
 }
 
