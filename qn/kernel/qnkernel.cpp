@@ -55,6 +55,7 @@ BOOL Attach(HINSTANCE instance) {
 void Detach(HINSTANCE instance) {
   Run(g_steps.terminateControls, instance, DWORD{0});
   Run(g_steps.releasePeakScratch);
+  Run(g_steps.releaseSincTable);
   qn::CloseKernelMetrics();
   qn::CloseKernelLanguage();
   qn::ClosePrintTokens();

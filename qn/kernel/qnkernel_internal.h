@@ -21,6 +21,7 @@ struct AttachSteps {
   BOOL (*initializeControls)(HINSTANCE instance, DWORD reserved) = nullptr;
   BOOL (*terminateControls)(HINSTANCE instance, DWORD reserved) = nullptr;
   void (*releasePeakScratch)() = nullptr;   // the blocks that threads have read peaks through
+  void (*releaseSincTable)() = nullptr;     // the table of the first resampler
   void (*releaseWindowCaches)() = nullptr;  // colours, brushes, fonts, memory device contexts
   void (*releaseCursors)() = nullptr;       // selects the arrow, then destroys the cached cursors
 };

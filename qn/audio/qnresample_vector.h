@@ -1,0 +1,38 @@
+// The vector code of the resampler, for the best instruction set of the processor.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace qn {
+
+// Outputs of linear interpolation: number n lies at the time step * n + position.
+struct LinearRun {
+  uint8_t* dst;
+  const uint8_t* src;
+  double step;
+  double position;
+  int64_t first;  // the outputs to make; their times are not negative
+  int64_t last;   // the one behind them
+  bool backward;  // for a destination that lies over the source
+};
+
+// Frames that vectors exist for. Both frames of an output, 16 bytes from its first one on, must be there.
+enum class LinearFrame { kNone, kMono16, kStereo16, kMonoFloat, kStereoFloat };
+inline constexpr int64_t kLinearReach = 16;
+
+// Makes outputs from one end as far as whole vectors go, and takes them off the run.
+void InterpolateFrames(LinearFrame frame, LinearRun& run);
+
+// The weights of the 25 taps for `count` outputs at the distances 12.0 - fractions[n] from the newest one,
+// from the newest on: weights[tap * stride + n]. `points` are those of the table with, for each, its distance
+// to the next. At most `stride` outputs, a multiple of 8, are made; the fractions have as many.
+void SincWeights(const double* points, const double* fractions, size_t count, size_t stride, double scale,
+                 double* weights);
+
+// sums[n] = the sum over the taps, in order, of weights[tap * stride + n] * samples[newest[n] - tap]. Up to 7
+// sums behind the count are written; their `newest` must be sound as well.
+void SincSums(const double* weights, size_t stride, const double* samples, const int64_t* newest,
+              size_t count, double* sums);
+
+}  // namespace qn
