@@ -155,14 +155,15 @@ class Group {
 
   // Runs the bands over a block in place and puts their state back.
   void Run(double* v, size_t frames) {
+    // In registers for the time of the run.
+    Lanes low = lanes_[0], high = lanes_[kVectors - 1];
     const size_t behind = kLag * count_;
     size_t step = 0;
-    const auto edge = [&](size_t end) {
-      for (; step < end; step += kLag) Steps<true>(v, step, frames);
-    };
-    edge(std::min(behind, frames + behind));
-    for (; step + kLag <= frames; step += kLag) Steps<false>(v, step, frames);
-    edge(frames + behind);
+    for (; step < behind; step += kLag) Steps<true>(low, high, v, step, frames);
+    for (; step + kLag <= frames; step += kLag) Steps<false>(low, high, v, step, frames);
+    for (; step < frames + behind; step += kLag) Steps<true>(low, high, v, step, frames);
+    lanes_[0] = low;
+    if (kVectors == 2) lanes_[1] = high;
     PutBack();
   }
 
@@ -175,29 +176,29 @@ class Group {
 
   // Takes up the frame `step` and gives out the one that has been through all bands, if there are such.
   template <bool kEdge, size_t kAt>
-  HWY_INLINE void Step(double* v, size_t step, size_t frames) {
+  HWY_INLINE void Step(Lanes& low, Lanes& high, double* v, size_t step, size_t frames) const {
     const D d;
     const size_t behind = kLag * count_;
-    const M first = hn::Eq(lanes_[0].delay, hn::Zero(d));
+    const M first = hn::Eq(low.delay, hn::Zero(d));
     const V in = !kEdge || step < frames ? LoadFrame<kChannels>(v + step * kChannels) : hn::Zero(d);
-    V passed = Pass(lanes_[0].y[kAt]);
-    lanes_[0].template Step<kRound, kEdge, kAt>(hn::IfThenElse(first, in, passed), step, frames);
+    V passed = Pass(low.y[kAt]);
+    low.template Step<kRound, kEdge, kAt>(hn::IfThenElse(first, in, passed), step, frames);
     if constexpr (kVectors == 2) {
-      const V upper = Pass(lanes_[1].y[kAt]);
+      const V upper = Pass(high.y[kAt]);
       const V x = hn::IfThenElse(hn::FirstN(d, kChannels), passed, upper);
-      lanes_[1].template Step<kRound, kEdge, kAt>(x, step, frames);
+      high.template Step<kRound, kEdge, kAt>(x, step, frames);
       passed = upper;
     }
     if (!kEdge || (step >= behind && step - behind < frames))
       StoreFrame<kChannels>(d, passed, v + (step - behind) * kChannels);
   }
   template <bool kEdge>
-  HWY_INLINE void Steps(double* v, size_t step, size_t frames) {
+  HWY_INLINE void Steps(Lanes& low, Lanes& high, double* v, size_t step, size_t frames) const {
     static_assert(kLag == 4);
-    Step<kEdge, 0>(v, step, frames);
-    Step<kEdge, 1>(v, step + 1, frames);
-    Step<kEdge, 2>(v, step + 2, frames);
-    Step<kEdge, 3>(v, step + 3, frames);
+    Step<kEdge, 0>(low, high, v, step, frames);
+    Step<kEdge, 1>(low, high, v, step + 1, frames);
+    Step<kEdge, 2>(low, high, v, step + 2, frames);
+    Step<kEdge, 3>(low, high, v, step + 3, frames);
   }
 
   // To the next band; from the last one to the lowest lanes.

