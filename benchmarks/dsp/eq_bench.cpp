@@ -4,7 +4,7 @@
 // Names: effects/eq_8bands_stereo_<samples>/<size>/<who>.
 #include <benchmark/benchmark.h>
 
-#include <iterator>
+#include <algorithm>
 #include <random>
 #include <string>
 #include <type_traits>
