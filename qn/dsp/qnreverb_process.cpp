@@ -1,5 +1,5 @@
-// A reverberator at work, block by block. A block is so short that no ring comes to its end in it and that no
-// tap reads what the block writes; so each step runs over all of it before the next one begins.
+// A reverberator at work, piece by piece. A piece is so short that no comb and no tap reads in it what the
+// piece itself writes; so each step runs over all of it before the next one begins.
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "qn/dsp/qnreverb_process.cpp"
 // Vectors of four doubles are enough: there are no more than three groups of four combs.
@@ -23,7 +23,7 @@ HWY_BEFORE_NAMESPACE();
 namespace qn {
 namespace HWY_NAMESPACE {
 
-constexpr size_t kBlock = 256;
+constexpr size_t kPiece = 128;
 constexpr size_t kMostCombs = 10;
 
 using D = hn::CappedTag<double, 4>;
@@ -62,13 +62,89 @@ HWY_INLINE void Transpose([[maybe_unused]] V* v) {
 #endif
 }
 
-// What a block passes through.
-struct Work {
-  double dry[2][kBlock];  // the input, and in the end the output
-  double fed[kBlock];     // to the combs
-  double wet[2][kBlock];
-  double idle[kBlock];  // where the lanes without a comb work
+// A piece of the audio on its way through.
+struct Piece {
+  size_t frames = 0;
+  double dry[2][kPiece];  // the input, and in the end the output
+  double fed[kPiece];     // to the combs
+  double wet[2][kPiece];
 };
+
+// The filters before the combs. Their frames wait for each other; so they run while the combs are at work on
+// the piece before, which fills the pauses.
+class InputFilter {
+ public:
+  explicit InputFilter(const HQNREVERB& reverb)
+      : a_(reverb.highCutA),
+        b_(reverb.highCutB),
+        p_(reverb.lowCutP),
+        q_(reverb.lowCutQ),
+        r_(reverb.lowCutR),
+        h_(reverb.highCutState),
+        y1_(reverb.lowCutState[0]),
+        y2_(reverb.lowCutState[1]),
+        lowCut_(reverb.lowCutOn != 0) {}
+
+  void GiveBack(HQNREVERB& reverb) const {
+    reverb.highCutState = h_;
+    reverb.lowCutState[0] = y1_;
+    reverb.lowCutState[1] = y2_;
+  }
+
+  void Take(Piece& piece) {
+    at_ = piece.fed;
+    end_ = piece.fed + piece.frames;
+  }
+
+  HWY_INLINE void Run(ptrdiff_t frames) {
+    for (double* const stop = at_ + std::min(frames, end_ - at_); at_ != stop; ++at_) {
+      h_ = Flushed(*at_ * b_ + h_ * a_);
+      *at_ = h_;
+      if (!lowCut_) continue;
+      const double y = Flushed(h_ * r_ + y1_ * p_ - y2_ * q_);
+      y2_ = y1_;
+      y1_ = y;
+      *at_ -= static_cast<float>(y);  // hosts rely on single precision, for double audio too
+    }
+  }
+
+ private:
+  double a_, b_, p_, q_, r_, h_, y1_, y2_;
+  bool lowCut_;
+  double* at_ = nullptr;
+  double* end_ = nullptr;
+};
+
+// Some frames of a ring in one run. They lie in a copy when the ring comes to its end in them.
+class Window {
+ public:
+  template <class Ring>
+  double* Open(const Ring& ring, double* cursor, size_t frames) {
+    const auto first = static_cast<size_t>(ring.end - cursor);
+    if (frames <= first) return cursor;
+    std::copy_n(cursor, first, copy_);
+    std::copy_n(ring.start, frames - first, copy_ + first);
+    return copy_;
+  }
+
+  // Puts back what was written to a copy.
+  template <class Ring>
+  void Close(const Ring& ring, double* cursor, size_t frames) const {
+    const auto first = static_cast<size_t>(ring.end - cursor);
+    if (frames <= first) return;
+    std::copy_n(copy_, first, cursor);
+    std::copy_n(copy_ + first, frames - first, ring.start);
+  }
+
+ private:
+  double copy_[kPiece];
+};
+
+template <class Ring>
+void Advance(double*& cursor, const Ring& ring, size_t frames) {
+  const ptrdiff_t left = ring.end - cursor - static_cast<ptrdiff_t>(frames);
+  cursor = left > 0 ? ring.end - left : ring.start - left;
+}
 
 // The combs of a reverberator in the order in which they are added up: those of all channels, and for stereo
 // four of which two belong to each.
@@ -83,35 +159,55 @@ struct Bank {
     }
   }
 
+  void Open(size_t frames) {
+    for (size_t i = 0; i < count; ++i) lines[i] = windows[i].Open(*combs[i], combs[i]->cursor, frames);
+  }
+  void Close(size_t frames) {
+    for (size_t i = 0; i < count; ++i) {
+      windows[i].Close(*combs[i], combs[i]->cursor, frames);
+      Advance(combs[i]->cursor, *combs[i], frames);
+    }
+  }
+
   tQNREVERB_COMB* combs[kMostCombs + 2];
+  double* lines[kMostCombs + 2];  // of the piece
   size_t shared = 0;
   size_t count;
+  Window windows[kMostCombs + 2];
 };
 
 // Some combs from frame `at` on, one after the other. Adds what comes out of them to `sum`.
 template <bool kFlush>
-void RunCombs(tQNREVERB_COMB* const* combs, size_t count, double a, double b, const double* in, double* sum,
-              size_t at, size_t frames) {
-  for (tQNREVERB_COMB* const* comb = combs; comb != combs + count; ++comb) {
-    auto& [start, line, end, gain, state, length] = **comb;
+void RunCombs(tQNREVERB_COMB* const* combs, double* const* lines, size_t count, double a, double b,
+              const double* in, double* sum, size_t at, size_t frames) {
+  for (size_t c = 0; c < count; ++c) {
+    tQNREVERB_COMB& comb = *combs[c];
+    double* const line = lines[c];
     for (size_t i = at; i < frames; ++i) {
       const double v = line[i];
       sum[i] += v;
-      state = v * b + state * a;
-      if (kFlush) state = Flushed(state);
-      line[i] = (state + in[i]) * gain;
+      comb.state = v * b + comb.state * a;
+      if (kFlush) comb.state = Flushed(comb.state);
+      line[i] = (comb.state + in[i]) * comb.gain;
     }
   }
 }
 
+// The lines of combs that are missing in a group.
+struct Idle {
+  double silence[kPiece] = {};
+  double ignored[kPiece];
+};
+
 // As many combs as a vector has lanes: their recursions wait for themselves, so they run side by side.
 class CombGroup {
  public:
-  void Take(tQNREVERB_COMB* const* combs, size_t count, double* idle) {
+  void Take(tQNREVERB_COMB* const* combs, double* const* lines, size_t count, Idle& idle) {
     combs_ = combs;
     count_ = std::min(count, kLanes);
     for (size_t i = 0; i < kLanes; ++i) {
-      lines_[i] = i < count_ ? combs[i]->cursor : idle;
+      lines_[i] = i < count_ ? lines[i] : idle.silence;
+      written_[i] = i < count_ ? lines[i] : idle.ignored;
       gains_[i] = i < count_ ? combs[i]->gain : 0;
       states_[i] = i < count_ ? combs[i]->state : 0;
     }
@@ -120,7 +216,8 @@ class CombGroup {
     for (size_t i = 0; i < count_; ++i) combs_[i]->state = states_[i];
   }
 
-  // Runs over kLanes frames from `at` on. Gives what comes out of each comb, frames in the lanes.
+  // Runs over kLanes frames from `at` on. Gives what comes out of each comb, frames in the lanes: of a
+  // missing one zeros, which change no sum.
   template <bool kFlush>
   HWY_INLINE void Run(V a, V b, const double* in, size_t at, V* out) {
     const D d;
@@ -139,82 +236,67 @@ class CombGroup {
     hn::Store(states, d, states_);
     Transpose(v);
     QN_UNROLL
-    for (size_t i = 0; i < kLanes; ++i) hn::StoreU(v[i], d, lines_[i] + at);
-  }
-
-  HWY_INLINE V AddTo(V sum, const V* out) const {
-    for (size_t i = 0; i < count_; ++i) sum = hn::Add(sum, out[i]);
-    return sum;
+    for (size_t i = 0; i < kLanes; ++i) hn::StoreU(v[i], d, written_[i] + at);
   }
 
  private:
   HWY_ALIGN double gains_[kLanes];
   HWY_ALIGN double states_[kLanes];
-  double* lines_[kLanes];
+  const double* lines_[kLanes];
+  double* written_[kLanes];
   tQNREVERB_COMB* const* combs_;
   size_t count_;
 };
 
+// Runs the combs over a piece, and the filters ahead on the next one.
 template <bool kStereo>
-void RunBank(const HQNREVERB& reverb, const Bank<kStereo>& bank, Work& work, size_t frames) {
+void RunBank(const HQNREVERB& reverb, Bank<kStereo>& bank, Idle& idle, Piece& piece, InputFilter& filter) {
   const D d;
+  const size_t frames = piece.frames;
+  bank.Open(frames);
   CombGroup shared[(kMostCombs + kLanes - 1) / kLanes], own[4 / kLanes];
   size_t groups = 0;
   for (size_t i = 0; i < bank.shared; i += kLanes)
-    shared[groups++].Take(bank.combs + i, bank.shared - i, work.idle);
-  for (size_t g = 0; kStereo && g < 4 / kLanes; ++g)
-    own[g].Take(bank.combs + bank.shared + g * kLanes, kLanes, work.idle);
+    shared[groups++].Take(bank.combs + i, bank.lines + i, bank.shared - i, idle);
+  for (size_t g = 0; kStereo && g < 4 / kLanes; ++g) {
+    const size_t first = bank.shared + g * kLanes;
+    own[g].Take(bank.combs + first, bank.lines + first, kLanes, idle);
+  }
 
   const V a = hn::Set(d, reverb.highCutA), b = hn::Set(d, reverb.highCutB);
+  InputFilter ahead = filter;
   size_t i = 0;
   for (; i + kLanes <= frames; i += kLanes) {
     V sum = hn::Zero(d), out[4];
     for (size_t g = 0; g < groups; ++g) {
-      shared[g].template Run<false>(a, b, work.fed, i, out);
-      sum = shared[g].AddTo(sum, out);
+      shared[g].template Run<false>(a, b, piece.fed, i, out);
+      QN_UNROLL
+      for (size_t k = 0; k < kLanes; ++k) sum = hn::Add(sum, out[k]);
     }
     if constexpr (kStereo) {
-      for (size_t g = 0; g < 4 / kLanes; ++g) own[g].template Run<true>(a, b, work.fed, i, out + g * kLanes);
-      hn::StoreU(hn::Add(hn::Add(sum, out[2]), out[3]), d, work.wet[1] + i);
+      QN_UNROLL
+      for (size_t g = 0; g < 4 / kLanes; ++g) own[g].template Run<true>(a, b, piece.fed, i, out + g * kLanes);
+      hn::StoreU(hn::Add(hn::Add(sum, out[2]), out[3]), d, piece.wet[1] + i);
       sum = hn::Add(hn::Add(sum, out[0]), out[1]);
     }
-    hn::StoreU(sum, d, work.wet[0] + i);
+    hn::StoreU(sum, d, piece.wet[0] + i);
+    ahead.Run(kLanes);
   }
+  filter = ahead;
   for (size_t g = 0; g < groups; ++g) shared[g].GiveBack();
   for (size_t g = 0; kStereo && g < 4 / kLanes; ++g) own[g].GiveBack();
 
-  std::fill(work.wet[0] + i, work.wet[0] + frames, 0.0);
-  const double oneA = reverb.highCutA, oneB = reverb.highCutB;
-  RunCombs<false>(bank.combs, bank.shared, oneA, oneB, work.fed, work.wet[0], i, frames);
+  std::fill(piece.wet[0] + i, piece.wet[0] + frames, 0.0);
+  const auto leftOver = [&]<bool kFlush>(size_t first, size_t count, double* sum) {
+    RunCombs<kFlush>(bank.combs + first, bank.lines + first, count, reverb.highCutA, reverb.highCutB,
+                     piece.fed, sum, i, frames);
+  };
+  leftOver.template operator()<false>(0, bank.shared, piece.wet[0]);
   if constexpr (kStereo) {
-    std::copy(work.wet[0] + i, work.wet[0] + frames, work.wet[1] + i);
-    for (size_t channel = 0; channel < 2; ++channel) {
-      RunCombs<true>(bank.combs + bank.shared + 2 * channel, 2, oneA, oneB, work.fed, work.wet[channel], i,
-                     frames);
-    }
+    std::copy(piece.wet[0] + i, piece.wet[0] + frames, piece.wet[1] + i);
+    for (size_t c = 0; c < 2; ++c) leftOver.template operator()<true>(bank.shared + 2 * c, 2, piece.wet[c]);
   }
-}
-
-template <bool kStereo>
-void FilterInput(HQNREVERB& reverb, Work& work, size_t frames) {
-  const double a = reverb.highCutA, b = reverb.highCutB;
-  const double p = reverb.lowCutP, q = reverb.lowCutQ, r = reverb.lowCutR;
-  double h = reverb.highCutState, y1 = reverb.lowCutState[0], y2 = reverb.lowCutState[1];
-  for (size_t i = 0; i < frames; ++i) {
-    const double x = kStereo ? (work.dry[0][i] + work.dry[1][i]) * 0.5 : work.dry[0][i];
-    h = Flushed(x * b + h * a);
-    double s = h;
-    if (reverb.lowCutOn) {
-      const double y = Flushed(s * r + y1 * p - y2 * q);
-      y2 = y1;
-      y1 = y;
-      s -= static_cast<float>(y);  // hosts rely on single precision, for double audio too
-    }
-    work.fed[i] = s;
-  }
-  reverb.highCutState = h;
-  reverb.lowCutState[0] = y1;
-  reverb.lowCutState[1] = y2;
+  bank.Close(frames);
 }
 
 void RunLine(tQNREVERB_LINE& line, double* wet, size_t frames) {
@@ -227,78 +309,106 @@ void RunLine(tQNREVERB_LINE& line, double* wet, size_t frames) {
   line.cursor = cursor;
 }
 
+// The taps' lines over a piece, by channel.
+using TapLines = double* [2][3];
+
 // Adds everything up over the lanes of `d`, and takes the input into the taps' rings.
 template <size_t kChannels, class OutD>
-HWY_INLINE void Mix(OutD d, HQNREVERB& reverb, Work& work, size_t at) {
+HWY_INLINE void Mix(OutD d, const HQNREVERB& reverb, const TapLines& lines, Piece& piece, size_t at) {
   using Lanes = hn::Vec<OutD>;
   Lanes tap[3];
   QN_UNROLL
   for (size_t k = 0; k < 3; ++k) {
-    tap[k] = hn::LoadU(d, reverb.taps[0].tap[k] + at);
-    if (kChannels == 2) tap[k] = hn::Add(tap[k], hn::LoadU(d, reverb.taps[1].tap[k] + at));
+    tap[k] = hn::LoadU(d, lines[0][k] + at);
+    if (kChannels == 2) tap[k] = hn::Add(tap[k], hn::LoadU(d, lines[1][k] + at));
   }
   for (size_t c = 0; c < kChannels; ++c) {
     const double* const gains = reverb.tapGains[c];
-    const Lanes x = hn::LoadU(d, work.dry[c] + at);
+    const Lanes x = hn::LoadU(d, piece.dry[c] + at);
     Lanes sum = hn::Mul(tap[0], hn::Set(d, gains[0]));
     QN_UNROLL
     for (size_t k = 1; k < 3; ++k) sum = hn::Add(sum, hn::Mul(tap[k], hn::Set(d, gains[k])));
     sum = hn::Mul(sum, hn::Set(d, reverb.earlyLevel));
-    sum = hn::Add(sum, hn::Mul(hn::LoadU(d, work.wet[c] + at), hn::Set(d, reverb.reverbLevel)));
+    sum = hn::Add(sum, hn::Mul(hn::LoadU(d, piece.wet[c] + at), hn::Set(d, reverb.reverbLevel)));
     sum = hn::Add(sum, hn::Mul(x, hn::Set(d, reverb.dryLevel)));
-    hn::StoreU(x, d, reverb.taps[c].tap[2] + at);
-    hn::StoreU(sum, d, work.dry[c] + at);
+    hn::StoreU(x, d, lines[c][2] + at);
+    hn::StoreU(sum, d, piece.dry[c] + at);
   }
 }
 
 template <size_t kChannels>
-void MixAll(HQNREVERB& reverb, Work& work, size_t frames) {
+void MixPiece(HQNREVERB& reverb, Piece& piece) {
+  const size_t frames = piece.frames;
+  Window windows[kChannels][3];
+  TapLines lines;
+  for (size_t c = 0; c < kChannels; ++c)
+    for (size_t k = 0; k < 3; ++k)
+      lines[c][k] = windows[c][k].Open(reverb.taps[c], reverb.taps[c].tap[k], frames);
   size_t i = 0;
-  for (; i + kLanes <= frames; i += kLanes) Mix<kChannels>(D(), reverb, work, i);
-  for (; i < frames; ++i) Mix<kChannels>(hn::CappedTag<double, 1>(), reverb, work, i);
+  for (; i + kLanes <= frames; i += kLanes) Mix<kChannels>(D(), reverb, lines, piece, i);
+  for (; i < frames; ++i) Mix<kChannels>(hn::CappedTag<double, 1>(), reverb, lines, piece, i);
+  for (size_t c = 0; c < kChannels; ++c) {
+    tQNREVERB_TAPS& ring = reverb.taps[c];
+    windows[c][2].Close(ring, ring.tap[2], frames);
+    for (double*& tap : ring.tap) Advance(tap, ring, frames);
+  }
 }
 
-// How many frames lie before the end of a ring, or before a tap meets what the block writes.
+// No longer than any comb, and than any tap is behind the input.
 template <bool kStereo>
-size_t BlockOf(const HQNREVERB& reverb, const Bank<kStereo>& bank) {
-  ptrdiff_t most = kBlock;
-  for (size_t i = 0; i < bank.count; ++i) most = std::min(most, bank.combs[i]->end - bank.combs[i]->cursor);
+size_t LongestPiece(const HQNREVERB& reverb, const Bank<kStereo>& bank) {
+  auto most = static_cast<ptrdiff_t>(kPiece);
+  for (size_t i = 0; i < bank.count; ++i) most = std::min(most, bank.combs[i]->end - bank.combs[i]->start);
   const auto& [start, tap, end] = reverb.taps[0];
   for (const double* reader : tap) {
     const ptrdiff_t delay = tap[2] - reader;
-    most = std::min({most, end - reader, delay > 0 ? delay : delay + (end - start)});
+    most = std::min(most, delay > 0 ? delay : delay + (end - start));
   }
   return static_cast<size_t>(most);
 }
 
-template <class Ring>
-void Advance(double*& cursor, const Ring& ring, size_t frames) {
-  cursor += frames;
-  if (cursor == ring.end) cursor = ring.start;
+template <size_t kChannels, class T>
+void TakeIn(const HQNREVERB& reverb, const T* in, size_t frames, Piece& piece) {
+  const D d;
+  const V scale = hn::Set(d, reverb.inputScale), half = hn::Set(d, 0.5);
+  piece.frames = frames;
+  for (size_t c = 0; c < kChannels; ++c) GatherChannel(in + c, kChannels, piece.frames, piece.dry[c]);
+  // What stands behind the frames does no harm.
+  for (size_t i = 0; i < piece.frames; i += kLanes) {
+    V sum = hn::Zero(d);
+    for (size_t c = 0; c < kChannels; ++c) {
+      const V x = hn::Mul(hn::LoadU(d, piece.dry[c] + i), scale);
+      hn::StoreU(x, d, piece.dry[c] + i);
+      sum = c == 0 ? x : hn::Add(sum, x);
+    }
+    hn::StoreU(kChannels == 2 ? hn::Mul(sum, half) : sum, d, piece.fed + i);
+  }
 }
 
 template <size_t kChannels, class T>
 void Run(HQNREVERB& reverb, T* out, const T* in, size_t frames) {
-  constexpr bool kStereo = kChannels == 2;
-  const Bank<kStereo> bank(reverb);
-  Work work;
-  std::ranges::fill(work.idle, 0.0);
-  for (size_t done = 0, block; done < frames; done += block) {
-    block = std::min(frames - done, BlockOf(reverb, bank));
-    for (size_t c = 0; c < kChannels; ++c) {
-      GatherChannel(in + done * kChannels + c, kChannels, block, work.dry[c]);
-      for (size_t i = 0; i < block; ++i) work.dry[c][i] *= reverb.inputScale;
-    }
-    FilterInput<kStereo>(reverb, work, block);
-    RunBank(reverb, bank, work, block);
-    for (size_t c = 0; c < kChannels; ++c) RunLine(reverb.lines[c], work.wet[c], block);
-    MixAll<kChannels>(reverb, work, block);
-    for (size_t c = 0; c < kChannels; ++c) {
-      ScatterChannel(work.dry[c], kChannels, block, out + done * kChannels + c);
-      for (double*& tap : reverb.taps[c].tap) Advance(tap, reverb.taps[c], block);
-    }
-    for (size_t i = 0; i < bank.count; ++i) Advance(bank.combs[i]->cursor, *bank.combs[i], block);
+  Bank<kChannels == 2> bank(reverb);
+  const size_t longest = LongestPiece(reverb, bank);
+  Piece pieces[2];
+  Idle idle;
+  InputFilter filter(reverb);
+  TakeIn<kChannels>(reverb, in, std::min(frames, longest), pieces[0]);
+  filter.Take(pieces[0]);
+  filter.Run(kPiece);
+  for (size_t done = 0, turn = 0; done < frames; turn ^= 1) {
+    Piece& piece = pieces[turn];
+    const size_t next = done + piece.frames;
+    TakeIn<kChannels>(reverb, in + next * kChannels, std::min(frames - next, longest), pieces[turn ^ 1]);
+    filter.Take(pieces[turn ^ 1]);
+    RunBank(reverb, bank, idle, piece, filter);
+    filter.Run(kPiece);
+    for (size_t c = 0; c < kChannels; ++c) RunLine(reverb.lines[c], piece.wet[c], piece.frames);
+    MixPiece<kChannels>(reverb, piece);
+    for (size_t c = 0; c < kChannels; ++c)
+      ScatterChannel(piece.dry[c], kChannels, piece.frames, out + done * kChannels + c);
+    done = next;
   }
+  filter.GiveBack(reverb);
 }
 
 template <class T>
