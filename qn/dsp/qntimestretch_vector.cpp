@@ -8,6 +8,11 @@
 #include "hwy/highway.h"
 #include "qn/dsp/qntimestretch_internal.h"
 
+// Loops over a few vectors must be unrolled, or the vectors take the way through memory.
+#ifndef QN_UNROLL
+#define QN_UNROLL _Pragma("GCC unroll 16")
+#endif
+
 HWY_BEFORE_NAMESPACE();
 namespace qn {
 namespace HWY_NAMESPACE {
@@ -18,14 +23,17 @@ void Score(const double* values, const double* reference, size_t count, double* 
   const hn::CappedTag<double, 4> d;
   constexpr size_t kLanes = hn::MaxLanes(d), kVectors = kLagBatch / kLanes;
   hn::Vec<decltype(d)> sums[kVectors];
+  QN_UNROLL
   for (auto& sum : sums) sum = hn::Zero(d);
   for (size_t i = 0; i < count; ++i) {
     const auto wanted = hn::Set(d, reference[i]);
+    QN_UNROLL
     for (size_t v = 0; v < kVectors; ++v) {
       const auto both = hn::Add(hn::LoadU(d, values + i + v * kLanes), wanted);
       sums[v] = hn::Add(sums[v], hn::Mul(both, both));
     }
   }
+  QN_UNROLL
   for (size_t v = 0; v < kVectors; ++v) hn::StoreU(sums[v], d, scores + v * kLanes);
 }
 
