@@ -6,6 +6,7 @@
 #include <limits>
 #include <numbers>
 #include <set>
+#include <string>
 #include <vector>
 
 #include "tests/support/support.h"
