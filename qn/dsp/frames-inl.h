@@ -31,8 +31,15 @@ HWY_INLINE void StoreSamples(D d, hn::Vec<D> v, double* to) {
 }
 template <class D>
 HWY_INLINE void StoreSamples(D, hn::Vec<D> v, float* to) {
+#if HWY_TARGET == HWY_SCALAR || HWY_TARGET == HWY_EMU128
+  // Without vectors Highway limits what is beyond a float.
+  double lanes[hn::MaxLanes(D())];
+  hn::StoreU(v, D(), lanes);
+  for (const double lane : lanes) *to++ = static_cast<float>(lane);
+#else
   const hn::Rebind<float, D> narrow;
   hn::StoreU(hn::DemoteTo(narrow, v), narrow, to);
+#endif
 }
 
 // Takes `count` samples that lie `stride` apart.

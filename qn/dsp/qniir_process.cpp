@@ -9,36 +9,16 @@
 #include <algorithm>
 #include <type_traits>
 
+#include "qn/dsp/frames-inl.h"
 #include "qn/dsp/qniir_cascade-inl.h"
 
 HWY_BEFORE_NAMESPACE();
 namespace qn {
 namespace HWY_NAMESPACE {
 
-// A vector of doubles from samples, and back.
-template <class D>
-HWY_INLINE hn::Vec<D> LoadSamples(D d, const double* p) {
-  return hn::LoadU(d, p);
-}
-template <class D>
-HWY_INLINE hn::Vec<D> LoadSamples(D d, const float* p) {
-  return hn::PromoteTo(d, hn::LoadU(hn::Rebind<float, D>(), p));
-}
-template <class D>
-HWY_INLINE void StoreSamples(D d, hn::Vec<D> v, double* p) {
-  hn::StoreU(v, d, p);
-}
-template <class D>
-HWY_INLINE void StoreSamples(D, hn::Vec<D> v, float* p) {
-#if HWY_TARGET == HWY_SCALAR || HWY_TARGET == HWY_EMU128
-  // Without vectors Highway limits what is beyond a float.
-  double lanes[hn::MaxLanes(D())];
-  hn::StoreU(v, D(), lanes);
-  std::ranges::transform(lanes, p, [](double lane) { return static_cast<float>(lane); });
-#else
-  const hn::Rebind<float, D> f;
-  hn::StoreU(hn::DemoteTo(f, v), f, p);
-#endif
+template <class D, class T>
+HWY_INLINE hn::Vec<D> LoadSamples(D d, const T* p) {
+  return WideSamples(d, hn::LoadU(hn::Rebind<T, D>(), p));
 }
 
 // v = in * gain, and out = in * dry + v, of `count` samples that lie `stride` apart in the audio.
