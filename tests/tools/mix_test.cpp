@@ -206,7 +206,7 @@ TEST(Dither, KeepsFullScale) {
 TEST(Samples, ThatAreNoNumbersAreSilence) {
   const ScratchFolder folder;
   WriteFloats(folder.Native("f64.wav"), 2, {NAN, 0.5, 0.5, -HUGE_VAL, HUGE_VAL, 0.25});
-  WriteFloats(folder.Native("none.wav"), 2, {});
+  WriteFileBytes(folder.Native("none.wav"), WaveFile(Record(3, 2, 8000, 64), {}));
   RunTool(folder, "convert f64.wav f32.wav --type f32");
   for (const std::string in : {" f32.wav", " f64.wav"}) {
     for (const char* words : {"convert --type s16", "convert --type u8 --gain 0", "mix --type f64",
