@@ -2,6 +2,7 @@
 // frame -1 is the last one of the buffer before.
 #include <algorithm>
 #include <cmath>
+#include <functional>
 
 #include "qn/audio/qncopy_rule.h"
 #include "qn/audio/qnresample_internal.h"
@@ -118,11 +119,11 @@ int64_t FirstAt(const Instance& instance, double time, int64_t low, int64_t high
 
 // The outputs that vectors can make: from the first whose time is not negative on, with all that vectors read
 // inside the buffer.
-qn::LinearRun VectorRun(const Job& job, size_t frameBytes, bool backward) {
-  const int64_t reach = qn::kLinearReach / static_cast<int64_t>(frameBytes);
-  const bool isServed = FrameOf(job.instance) != qn::LinearFrame::kNone && job.frames > reach;
+qn::LinearRun VectorRun(const Job& job, bool backward) {
+  const bool isServed = FrameOf(job.instance) != qn::LinearFrame::kNone && job.frames > qn::kLinearReach;
   const int64_t first = isServed ? FirstAt(job.instance, 0, 0, job.outputs) : job.outputs;
-  const int64_t last = FirstAt(job.instance, static_cast<double>(job.frames - reach), first, job.outputs);
+  const int64_t last =
+      FirstAt(job.instance, static_cast<double>(job.frames - qn::kLinearReach), first, job.outputs);
   return {job.dst, job.src, job.instance.step, job.instance.position, first, last, backward};
 }
 
@@ -142,7 +143,7 @@ void MakeOutputs(const Job& job, bool backward) {
     forEachChannel([](const auto& channel, double before) { channel.MakeInPlace(before); });
     return;
   }
-  qn::LinearRun run = VectorRun(job, channels * Channel<kType>::kBytes, backward);
+  qn::LinearRun run = VectorRun(job, backward);
   const int64_t first = run.first, last = run.last;
   if (backward) {
     forEachChannel([&](const auto& c, double before) { c.MakeBackward(last, job.outputs, before); });
@@ -166,6 +167,11 @@ void Run(const Job& job, bool backward) {
     lastFrame[i] = Channel<kType>(job, i).Frame(job.consumed - 1);
   MakeOutputs<kType>(job, backward);
   std::copy_n(lastFrame, channels, prevFrame);
+}
+
+size_t FrameBytes(const Instance& instance) {
+  return static_cast<size_t>(QnAudio_BytesFromSampleType(instance.sampleType)) *
+         static_cast<size_t>(instance.channels);
 }
 
 // False for what is no sample type.
@@ -225,7 +231,11 @@ LONG qn::ResampleLinear(tQNRESAMPLEINSTANCE& instance, void* dst, LONG dstFrames
   const int64_t consumed = srcFrames - (isUpward && instance.countIsDst);
   const Job job{instance, static_cast<uint8_t*>(dst), static_cast<const uint8_t*>(src), srcFrames, consumed,
                 outputs};
-  if (!RunType(job, isUpward)) return 0;
+  // From its end, a buffer can grow in place.
+  const auto* const end = job.src + FrameBytes(instance) * static_cast<size_t>(srcFrames);
+  const auto* const dstEnd = job.dst + FrameBytes(instance) * static_cast<size_t>(outputs);
+  const bool isOverlaid = std::less<>()(job.dst, end) && std::less<>()(job.src, dstEnd);
+  if (!RunType(job, isUpward && isOverlaid)) return 0;
   instance.position = TimeOf(instance, outputs) - static_cast<double>(consumed);
   if (isUpward && instance.IsFiltering())
     FilterFrames(instance, instance.sampleType, dst, dst, static_cast<LONG>(outputs));

@@ -14,7 +14,7 @@ using Instance = tQNRESAMPLEINSTANCE;
 constexpr size_t kTablePoints = 1003;
 
 // One table serves all instances, and goes with the first of them that is closed.
-constinit double* g_table = nullptr;
+constinit qn::SincPoint* g_table = nullptr;
 
 __attribute__((constructor(101))) void Register() {
   qn::Steps().releaseSincTable = qn::ReleaseSincTable;
@@ -33,6 +33,7 @@ double TablePoint(int i) {
 // first frame that is not in the ring yet, and how far the output lies behind the frame in the middle.
 struct Block {
   static constexpr size_t kOutputs = 64;
+  static constexpr size_t kBehind = 16;  // samples that vectors read behind the last one
   int64_t newest[kOutputs];
   double fractions[kOutputs];
   size_t count;
@@ -67,21 +68,23 @@ class Sinc {
   }
 
   // Makes up to `outputs` outputs and takes all frames that are left into the ring. The outputs made.
-  int64_t Run(const double* table, int64_t outputs, double hop) {
+  int64_t Run(const qn::SincPoint* table, int64_t outputs, double hop) {
     int64_t made = 0;
     double clock = 0;
+    ringPos_ = instance_.ringPos;
     Block block;
     do {
       block.count = 0;
       while (made + static_cast<int64_t>(block.count) < outputs && block.count < Block::kOutputs &&
              FeedUpTo(clock)) {
         block.newest[block.count] = fed_ - 1;
-        block.fractions[block.count++] = clock - instance_.ringPos;
+        block.fractions[block.count++] = clock - ringPos_;
         clock += hop;
       }
       MakeBlock(table, block, dst_ + static_cast<size_t>(made) * channels_);
       made += static_cast<int64_t>(block.count);
     } while (block.count != 0);
+    instance_.ringPos = ringPos_;
     TakeRest();
     return made;
   }
@@ -109,9 +112,9 @@ class Sinc {
   // finds nothing more.
   bool FeedUpTo(double clock) {
     if (isFlush_ && instance_.ringFill < 0) return false;
-    while (clock - instance_.ringPos - 1.0 >= 0) {
+    while (clock - ringPos_ - 1.0 >= 0) {
       if (fed_ == frames_ && !isFlush_) return false;
-      instance_.ringPos += 1.0;
+      ringPos_ += 1.0;
       ++fed_;
       if (isFlush_ && --instance_.ringFill < 0) return false;
     }
@@ -132,27 +135,31 @@ class Sinc {
   // The frames of a block one after the other, without those between that no output is made of. `places` are
   // those of the newest frames.
   void GatherSamples(const Block& block, size_t channel, double* samples, int64_t* places) const {
+    const int64_t oldest = block.newest[0] - (qn::kSincTaps - 1), newest = block.newest[block.count - 1];
     int64_t used = 0;
-    int64_t next = block.newest[0] - (qn::kSincTaps - 1);
-    const bool isInside = next >= 0 && block.newest[block.count - 1] < frames_;
-    const T* const source = src_ + channel;
-    for (size_t n = 0; n < block.count; ++n) {
-      next = std::max(next, block.newest[n] - (qn::kSincTaps - 1));
-      for (; next <= block.newest[n]; ++next)
-        samples[used++] = isInside ? source[static_cast<size_t>(next) * channels_] : Sample(next, channel);
-      places[n] = used - 1;
+    if (oldest >= 0 && newest < frames_ && newest - oldest < qn::kSincTaps * int64_t{Block::kOutputs}) {
+      const T* from = src_ + static_cast<size_t>(oldest) * channels_ + channel;
+      for (; used <= newest - oldest; from += channels_) samples[used++] = *from;
+      for (size_t n = 0; n < block.count; ++n) places[n] = block.newest[n] - oldest;
+    } else {
+      int64_t next = oldest;
+      for (size_t n = 0; n < block.count; ++n) {
+        next = std::max(next, block.newest[n] - (qn::kSincTaps - 1));
+        for (; next <= block.newest[n]; ++next) samples[used++] = Sample(next, channel);
+        places[n] = used - 1;
+      }
     }
+    std::fill_n(samples + used, Block::kBehind, 0.0);
   }
 
-  void MakeBlock(const double* table, Block& block, T* dst) const {
+  void MakeBlock(const qn::SincPoint* table, Block& block, T* dst) const {
     if (block.count == 0) return;
     double weights[qn::kSincTaps * Block::kOutputs];
     // Whole vectors are made of the last output once more, and vectors reach behind the samples.
     std::fill(block.fractions + block.count, std::end(block.fractions), block.fractions[block.count - 1]);
     qn::SincWeights(table, block.fractions, block.count, Block::kOutputs, instance_.tableScale, weights);
-    double samples[qn::kSincTaps * Block::kOutputs + 8], sums[Block::kOutputs];
+    double samples[qn::kSincTaps * Block::kOutputs + Block::kBehind], sums[Block::kOutputs];
     int64_t places[Block::kOutputs];
-    std::fill(std::begin(samples), std::end(samples), 0.0);
     for (size_t channel = 0; channel < channels_; ++channel) {
       GatherSamples(block, channel, samples, places);
       std::fill(places + block.count, std::end(places), places[block.count - 1]);
@@ -168,11 +175,12 @@ class Sinc {
   int64_t frames_;
   bool isFlush_;
   int64_t fed_ = 0;
+  double ringPos_ = 0;  // the instance's, while outputs are counted
 };
 
 template <class T>
 LONG Fit(Instance& instance, QNSAMPLETYPE type, T* dst, LONG dstFrames, const T* src, LONG srcFrames) {
-  const double* const table = qn::MakeSincTable() ? g_table : nullptr;
+  const qn::SincPoint* const table = qn::MakeSincTable() ? g_table : nullptr;
   if (!table) return 0;
   const double hop = srcFrames == 0 ? instance.step : static_cast<double>(srcFrames) / dstFrames;
   if (hop < 1.0 && instance.IsFiltering())
@@ -198,9 +206,10 @@ namespace qn {
 
 bool MakeSincTable() {
   if (g_table) return true;
-  g_table = new (std::nothrow) double[kTablePoints]();
+  g_table = new (std::nothrow) SincPoint[kTablePoints]();
   if (!g_table) return false;
-  for (int i = 0; i < kSincPoints; ++i) g_table[i] = TablePoint(i);
+  for (int i = 0; i < kSincPoints; ++i) g_table[i].value = TablePoint(i);
+  for (int i = 0; i < kSincPoints - 1; ++i) g_table[i].rise = g_table[i + 1].value - g_table[i].value;
   return true;
 }
 

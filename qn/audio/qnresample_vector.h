@@ -17,21 +17,27 @@ struct LinearRun {
   bool backward;  // for a destination that lies over the source
 };
 
-// Frames that vectors exist for. Both frames of an output, 16 bytes from its first one on, must be there.
+// Frames that vectors exist for. So many frames from the first one of an output on must be there.
 enum class LinearFrame { kNone, kMono16, kStereo16, kMonoFloat, kStereoFloat };
-inline constexpr int64_t kLinearReach = 16;
+inline constexpr int64_t kLinearReach = 18;
 
 // Makes outputs from one end as far as whole vectors go, and takes them off the run.
 void InterpolateFrames(LinearFrame frame, LinearRun& run);
 
-// The weights of the 25 taps for `count` outputs at the distances 12.0 - fractions[n] from the newest one,
-// from the newest on: weights[tap * stride + n]. `points` are those of the table with, for each, its distance
-// to the next. At most `stride` outputs, a multiple of 8, are made; the fractions have as many.
-void SincWeights(const double* points, const double* fractions, size_t count, size_t stride, double scale,
+// A point of the sinc table, and the way to the next one.
+struct SincPoint {
+  double value;
+  double rise;
+};
+
+// The weights of the 25 taps for `count` outputs at the distances 12.0 - fractions[n] from the newest frame,
+// from the newest on: weights[tap * stride + n]. Whole vectors are computed: fractions and weights have room
+// for a multiple of 8.
+void SincWeights(const SincPoint* points, const double* fractions, size_t count, size_t stride, double scale,
                  double* weights);
 
-// sums[n] = the sum over the taps, in order, of weights[tap * stride + n] * samples[newest[n] - tap]. Up to 7
-// sums behind the count are written; their `newest` must be sound as well.
+// sums[n] = the sum over the taps, in order, of weights[tap * stride + n] * samples[newest[n] - tap]. Whole
+// vectors here too; up to 15 samples behind those asked for are read.
 void SincSums(const double* weights, size_t stride, const double* samples, const int64_t* newest,
               size_t count, double* sums);
 

@@ -52,12 +52,13 @@ Bytes Noise(int type, size_t samples) {
   return Encode(type, values);
 }
 
-// Runs a stream in buffers of at most `most` frames that hold no more than they must.
+// Runs a stream in buffers of at most `most` frames, or in one, that hold no more than they must.
 Bytes RunStream(const Stream& stream, const Bytes& source, size_t frameBytes, double ratio, size_t most,
                 bool isInPlace = false) {
   Bytes output;
   for (size_t at = 0; at < source.size();) {
-    const size_t frames = std::min((source.size() - at) / frameBytes, most > 1 ? 1 + Random()() % most : 1);
+    const size_t left = (source.size() - at) / frameBytes;
+    const size_t frames = most == 0 ? left : std::min(left, 1 + Random()() % most);
     const size_t room = static_cast<size_t>(std::ceil(static_cast<double>(frames) * ratio + 1)) * frameBytes;
     Bytes src(&source[at], &source[at] + frames * frameBytes), dst(room);
     if (isInPlace) src.resize(std::max(src.size(), room));
@@ -81,7 +82,7 @@ TEST(ResampleLinear, GivesTheFormulaHoweverTheStreamIsCut) {
         const double unit = type == 32   ? 1e-6
                             : type == 33 ? 1e-9
                                          : 1.001 / qn::FullScale(qn::kSampleForms[qn::SampleFormIndex(type)]);
-        for (const size_t most : {size_t{1}, size_t{7}, size_t{1000}, frames * 4}) {
+        for (const size_t most : {size_t{1}, size_t{7}, size_t{1000}, size_t{0}}) {
           const Stream stream = Open(type, static_cast<int>(channels), ratio, QNRESAMPLE_LINEAR);
           const Bytes out = RunStream(stream, source, bytes, ratio, most, most == 7 || Random()() % 2);
           const std::vector<double> got = Decode(type, out);
@@ -202,6 +203,25 @@ TEST(ResampleSinc, KeepsTimeInBuffersOfAnySize) {
     const Bytes source = Noise(32, 60000);
     RunStream(stream, source, 4, ratio, 700);
     EXPECT_NEAR(static_cast<double>(QnAudio_ResampleGetDstPos(stream.get())), 60000 * ratio, 14 * ratio + 1);
+  }
+}
+
+TEST(Resample, GivesTheSameBitsWithEveryInstructionSet) {
+  for (const int type : {17, 32, 33}) {
+    for (const int channels : {1, 2}) {
+      for (const double ratio : {1.09, 0.92, 0.52, 0.3, 5.0}) {
+        for (const DWORD quality : {QNRESAMPLE_LINEAR, QNRESAMPLE_SINC}) {
+          const size_t frameBytes = BytesOf(type) * static_cast<size_t>(channels);
+          const Bytes source = Noise(type, 800 * static_cast<size_t>(channels));
+          Bytes first;
+          ForEachTarget([&] {
+            const Bytes out = RunStream(Open(type, channels, ratio, quality), source, frameBytes, ratio, 0);
+            if (first.empty()) first = out;
+            EXPECT_EQ(out, first) << type << " " << channels << " " << ratio << " " << quality;
+          });
+        }
+      }
+    }
   }
 }
 
