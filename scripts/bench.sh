@@ -51,7 +51,7 @@ END
   scripts/bench_table.py build/bench.json
   measure '^peaks/'
   scripts/bench_table.py build/bench.json
-  for group in mix level fft fir iir dither effects; do
+  for group in mix level resample fft fir iir dither effects; do
     measure "^$group/"
     scripts/bench_table.py build/bench.json
   done

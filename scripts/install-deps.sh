@@ -16,7 +16,8 @@ packages=(
   sox ffmpeg alsa-utils jq dpkg-dev file
 )
 if [ "${1:-}" = --bench ]; then
-  packages+=(libbenchmark-dev libswresample-dev libfmt-dev libfftw3-dev libkissfft-dev)
+  packages+=(libbenchmark-dev libswresample-dev libfmt-dev libfftw3-dev libkissfft-dev
+    libsoxr-dev libsamplerate0-dev libspeexdsp-dev)
 elif [ $# -gt 0 ]; then
   sed -n '2,6s/^# \{0,1\}//p' "$0"
   exit 2
