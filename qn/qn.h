@@ -5,6 +5,7 @@
 #include "qn/audio/qnformattext.h"
 #include "qn/audio/qnmix.h"
 #include "qn/audio/qnresample.h"
+#include "qn/audio/qnresample2.h"
 #include "qn/audio/qnwaveformat.h"
 #include "qn/dsp/qncomp.h"
 #include "qn/dsp/qndither.h"
