@@ -213,9 +213,10 @@ QN_API HRESULT QnDibSet(const BITMAPINFOHEADER* header, void* bits, const RECT* 
 QN_API HRESULT QnDibFillRect(const BITMAPINFOHEADER* header, void* bits, const RECT* rectangle, LONG stride,
                              const QNRGBAFLOAT* pixel);
 
-// Read and write the pixel at column `x` and row `y` of the bitmap, at 8 bits a component. One that is not in
-// the rectangle and the bitmap is not written, and cannot be read: E_INVALIDARG. A pixel without alpha reads
-// as 255. E_NOTIMPL for types other than 16 to 35.
+// Read and write the pixel at column `x` and row `y` of the bitmap, at 8 bits a component. One outside of the
+// rectangle and the bitmap is not written, and cannot be read: E_INVALIDARG, but 0 with nothing read where
+// the rectangle has no pixel at all. A pixel without alpha reads as 255. E_NOTIMPL for types other than 16
+// to 35.
 QN_API HRESULT QnDibGetPixel(const BITMAPINFOHEADER* header, const void* bits, const RECT* rectangle,
                              LONG stride, int x, int y, QNDIBPIXEL* pixel);
 QN_API HRESULT QnDibSetPixel(const BITMAPINFOHEADER* header, void* bits, const RECT* rectangle, LONG stride,
@@ -249,8 +250,9 @@ QN_API void QNDIBPIXEL_To_QNHSL(QNHSL* hsl, const QNDIBPIXEL* pixel);
 QN_API void QNDIBPIXEL_To_QNHSL_Float(QNHSL* hsl, const QNDIBPIXEL* pixel);
 QN_API void QNRGBAFLOAT_To_QNHSL(QNHSL* hsl, const QNRGBAFLOAT* pixel);
 
-// Components from 0 to 255 are truncated and clipped. A hue of 7/6 and more, below 0 or NaN has no
-// colour: blue, green and red of the pixel stay as they were, unless the lightness makes it black.
+// Components from 0 to 255 are truncated, so that white needs a lightness of exactly 1, and clipped. A hue of
+// 7/6 and more, of -1/6 and less, or NaN has no colour: only alpha is written then, unless the lightness
+// makes the pixel black.
 QN_API void QNHSL_To_QNRGBA(QNRGBA* pixel, const QNHSL* hsl);
 QN_API void QNHSL_To_QNDIBPIXEL(QNDIBPIXEL* pixel, const QNHSL* hsl);
 QN_API void QNHSL_To_QNDIBPIXEL_Float(QNDIBPIXEL* pixel, const QNHSL* hsl);

@@ -1,6 +1,8 @@
 // The layouts of pixels in memory: the one table from which sizes, masks and the row kernels come.
 #pragma once
 
+#include <atomic>
+
 #include "qn/image/qndib.h"
 
 namespace qn {
@@ -56,5 +58,41 @@ constexpr const PixelLayout* LayoutOf(int type) {
   return type >= kFirstLayout && type < kFirstLayout + kLayoutCount ? &kPixelLayouts[type - kFirstLayout]
                                                                     : nullptr;
 }
+
+// The bytes of a row padded to 4 bytes.
+constexpr uint64_t RowBytes(int bits, LONG width) {
+  return (static_cast<uint64_t>(bits) * static_cast<uint64_t>(width) + 31) / 32 * 4;
+}
+
+// The bitmaps of QnDibAlloc that are alive, and the bytes of their bits: for a debugger.
+struct DibCounters {
+  std::atomic<int64_t> bitmaps;
+  std::atomic<int64_t> bytes;
+};
+extern DibCounters g_dibs;
+
+// The tag of the thread's latest allocation, for one who looks through a memory dump for a leak.
+constexpr int kDibTagRoom = 16;
+extern thread_local char t_dibTag[kDibTagRoom];
+
+// What an operation on pixels works on: the rows of the bitmap from the first one in memory, and the area
+// left of the rectangle.
+struct DibArea {
+  const PixelLayout* layout;
+  BYTE* bits;
+  ptrdiff_t stride;
+  RECT area;
+
+  BYTE* Row(LONG y) const { return bits + y * stride; }
+  size_t Width() const { return static_cast<size_t>(area.right - area.left); }
+  bool IsEmpty() const { return area.left >= area.right || area.top >= area.bottom; }
+  bool Contains(LONG x, LONG y) const {
+    return x >= area.left && x < area.right && y >= area.top && y < area.bottom;
+  }
+};
+
+// Finds them for a bitmap of a type from `firstType` to 35. E_INVALIDARG for null, E_NOTIMPL for other types.
+HRESULT FindArea(const BITMAPINFOHEADER* header, const void* bits, const RECT* rectangle, LONG stride,
+                 int firstType, DibArea* found);
 
 }  // namespace qn

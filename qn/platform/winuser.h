@@ -101,4 +101,7 @@ QN_API HCURSOR SetCursor(HCURSOR cursor);
 QN_API BOOL SetProcessDefaultLayout(DWORD layout);
 QN_API BOOL GetProcessDefaultLayout(DWORD* layout);
 
+// What two rectangles share, which may be one of them. FALSE with an empty `*shared` if that is nothing.
+QN_API BOOL IntersectRect(RECT* shared, const RECT* first, const RECT* second);
+
 }  // namespace qnplatform
