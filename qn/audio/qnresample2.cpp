@@ -19,7 +19,7 @@ using qn::kSincTaps;
 
 constexpr DWORD kModeBits = 0xF, kFilterBits = 0x70;
 constexpr int kOpenLimit = 0x100000, kResetLimit = 22;  // of the search for a fraction
-constexpr double kLargestRatio = 2147483648.0;          // so that whole steps are 32-bit numbers
+constexpr double kLargestRatio = 1073741824.0;          // so that whole steps are 32-bit numbers
 constexpr LONG kMostChannels = 65535;
 
 DWORD FilterOrder(const Instance& instance) {
@@ -59,6 +59,8 @@ void SetRational(Instance& instance, LONG srcUnits, LONG dstUnits) {
   clock.rational = true;
   clock.srcUnits = srcUnits;
   clock.dstUnits = dstUnits;
+  clock.wholeStep = srcUnits / dstUnits;
+  clock.stepUnits = srcUnits % dstUnits;
   // The time goes on from the same fraction of a frame, on the grid of the new phases.
   const LONG grid = std::gcd(srcUnits, dstUnits);
   clock.phase =

@@ -42,7 +42,7 @@ extern "C" {
 // Opens an instance. With rates the ratio is their exact fraction; OpenEx looks for a fraction that is
 // exactly the ratio and else runs on real numbers. `*instance` is null after a failure.
 // 0; E_INVALIDARG for a type outside 16 to 66, a rate below 1, a channel count outside 1 to 65535, or a ratio
-// that is not a number between 2^-31 and 2^31; E_NOTIMPL for a type without conversion; E_OUTOFMEMORY;
+// that is not a number between 2^-30 and 2^30; E_NOTIMPL for a type without conversion; E_OUTOFMEMORY;
 // E_POINTER.
 QN_API HRESULT QnAudio_Resample2Open(tQNRESAMPLE2INSTANCE** instance, QNSAMPLETYPE type, LONG channels,
                                      LONG srcRate, LONG dstRate, DWORD flags);
@@ -52,6 +52,7 @@ QN_API HRESULT QnAudio_Resample2OpenEx(tQNRESAMPLE2INSTANCE** instance, QNSAMPLE
 // Change a running instance: type, channels, each rate and flags are kept where 0 is given, the ratio where 0
 // or less is. `clear` nonzero starts a new stream; without it time and history go on, as far as the new mode
 // has the same history, and the low-pass goes on from its state.
+// One rate alone goes with the other one of the fraction in use; without a fraction it is refused.
 // 0, or a status as for Open; only the types 16 to 48 are accepted here. EVERY failure but that of a null
 // instance closes the instance: the handle is dead then.
 QN_API HRESULT QnAudio_Resample2Reset(tQNRESAMPLE2INSTANCE* instance, QNSAMPLETYPE type, LONG channels,

@@ -25,6 +25,8 @@ struct ResampleClock {
   bool rational;
   int64_t srcUnits;  // the fraction srcUnits / dstUnits is the step; -1 when unknown
   int64_t dstUnits;
+  int64_t wholeStep;  // of it, and what is left in units
+  int64_t stepUnits;
   int64_t phase;  // 0 to below dstUnits
   double step;
   double position;
@@ -37,11 +39,17 @@ struct ResampleClock {
   // To the next output. The whole part is taken out at once, so that the rounding of the real numbers does
   // not depend on how a stream is cut into calls.
   void Advance() {
-    if (rational) return AdvanceBy(1);
-    const double time = position + step;
-    const int32_t whole = WholePart(time);
-    load += whole;
-    position = time - whole;
+    if (rational) {
+      phase += stepUnits;
+      const bool carries = phase >= dstUnits;
+      phase -= carries ? dstUnits : 0;
+      load += wholeStep + carries;
+    } else {
+      const double time = position + step;
+      const int32_t whole = WholePart(time);
+      load += whole;
+      position = time - whole;
+    }
   }
 
   // Over `outputs` of a rational clock. The products stay below 2^63 as both factors are 32-bit numbers.

@@ -101,15 +101,17 @@ void Plan(Segment& segment, size_t frames, size_t room, ResampleClock& clock, Si
   clock.load -= static_cast<int64_t>(segment.taken);
 }
 
-void RunCubic(const Segment& segment, const double* block, double* out) {
+void RunCubic(const Segment& segment, double (*blocks)[kBlock], size_t channels, double* const* out) {
   for (size_t i = 0; i < segment.outputs; ++i) {
-    const double* const x = block + kFramesAt - 4 + segment.loads[i];
     const double t = segment.fractions[i], t2 = t * t, t3 = t2 * t;
-    // On a frame, the frame itself and not the mean of its neighbourhood: hosts know the difference.
-    out[i] = t == 0.0 ? x[1]
-                      : ((1 - 3 * t + 3 * t2 - t3) * x[0] + (4 - 6 * t2 + 3 * t3) * x[1] +
-                         (1 + 3 * t + 3 * t2 - 3 * t3) * x[2] + t3 * x[3]) *
-                            0.16666666666667;
+    const double before = 1 - 3 * t + 3 * t2 - t3, left = 4 - 6 * t2 + 3 * t3,
+                 right = 1 + 3 * t + 3 * t2 - 3 * t3;
+    for (size_t c = 0; c < channels; ++c) {
+      const double* const x = blocks[c] + kFramesAt - 4 + segment.loads[i];
+      // On a frame, the frame itself and not the mean of its neighbourhood: hosts know the difference.
+      out[c][kSincGroup + i] =
+          t == 0.0 ? x[1] : (before * x[0] + left * x[1] + right * x[2] + t3 * x[3]) * 0.16666666666667;
+    }
   }
 }
 
@@ -223,7 +225,7 @@ struct CubicRunner {
 
   void Run(Segment& segment, ResampleClock, double (*blocks)[kBlock], size_t channels, double* const* out,
            bool) const {
-    for (size_t c = 0; c < channels; ++c) RunCubic(segment, blocks[c], out[c] + kSincGroup);
+    RunCubic(segment, blocks, channels, out);
   }
 };
 

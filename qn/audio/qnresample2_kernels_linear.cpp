@@ -23,25 +23,28 @@ T Encode(double y) {
   }
 }
 
-// The cycle of the clock, or null: for more channels, long turns, and steps that reach out of the window.
+// The cycle of the clock, or null: for long turns, and steps that reach out of the window. Audio of more than
+// two channels has groups of one frame, of any step.
 LinearCycle* CycleOf(tQNRESAMPLE2INSTANCE& instance) {
   const ResampleClock& clock = instance.clock;
   LinearCycle& cycle = instance.linear;
-  const uint32_t channels = static_cast<uint32_t>(instance.channels), frames = kLanes / channels;
-  if (!clock.rational || channels > 2) return nullptr;
+  const uint32_t channels = static_cast<uint32_t>(instance.channels),
+                 frames = channels > 2 ? 1 : kLanes / channels, lanes = channels > 2 ? 1 : kLanes;
+  if (!clock.rational) return nullptr;
   if (!cycle.BelongsTo(clock) || cycle.group != frames) {
     cycle.places.reset();
-    if (clock.step > 2 || !cycle.Lay(clock, frames, kMostPhases)) return nullptr;
-    const size_t count = cycle.Groups() * kLanes;
+    if ((clock.step > 2 && lanes > 1) || !cycle.Lay(clock, frames, kMostPhases)) return nullptr;
+    const size_t count = cycle.Groups() * lanes;
     cycle.fractions = AllocateAligned(count);
     std::unique_ptr<int32_t[]> places(new (std::nothrow) int32_t[2 * count]);
     if (!cycle.fractions || !places) return nullptr;
     for (uint32_t i = 0; i < count; ++i) {
-      const int64_t units = i / channels * clock.srcUnits;
-      const uint32_t group = i / kLanes, lane = i % kLanes;
+      const int64_t units = i * frames / lanes * clock.srcUnits;
+      const uint32_t group = i / lanes, lane = i % lanes;
+      cycle.fractions[i] = static_cast<double>(units % clock.dstUnits) / static_cast<double>(clock.dstUnits);
+      if (lanes == 1) continue;
       const int64_t frame = units / clock.dstUnits - cycle.base[group];
       const int32_t place = static_cast<int32_t>(frame * channels + i % channels);
-      cycle.fractions[i] = static_cast<double>(units % clock.dstUnits) / static_cast<double>(clock.dstUnits);
       places[2 * group * kLanes + lane] = place;
       // A group's last output may lie on the last frame of the window, which is all that it needs.
       places[(2 * group + 1) * kLanes + lane] =
@@ -61,7 +64,8 @@ void Run(tQNRESAMPLE2INSTANCE& instance, ResampleCall& call) {
   ResampleClock& clock = instance.clock;
   const size_t channels = instance.Channels();
   double* const previous = instance.history.get();
-  LinearCycle* const cycle = CycleOf(instance);
+  // Small samples of many channels have no vector code.
+  LinearCycle* const cycle = channels > 2 && sizeof(T) < 4 ? nullptr : CycleOf(instance);
   uint64_t done = 0;
   while (done < call.room) {
     // `load` counts the frames up to the one at or before the output; 0 is the previous one.
@@ -78,10 +82,21 @@ void Run(tQNRESAMPLE2INSTANCE& instance, ResampleCall& call) {
     if (load + (fraction != 0) > call.supply) break;
     const T* const right = src + load * channels;
     T* const out = dst + done * channels;
-    for (size_t c = 0; c < channels; ++c) {
-      const double a = load > 0 ? static_cast<double>(*(right + c - channels)) : previous[c];
+    const auto interpolate = [&](const auto* left) {
       // A frame that is met exactly comes out as it is, whatever follows.
-      out[c] = fraction == 0.0 ? static_cast<T>(a) : Encode<T>(a + (right[c] - a) * fraction);
+      if (fraction == 0.0) {
+        for (size_t c = 0; c < channels; ++c) out[c] = static_cast<T>(left[c]);
+        return;
+      }
+      for (size_t c = 0; c < channels; ++c) {
+        const double a = static_cast<double>(left[c]);
+        out[c] = Encode<T>(a + (static_cast<double>(right[c]) - a) * fraction);
+      }
+    };
+    if (load > 0) {
+      interpolate(right - channels);
+    } else {
+      interpolate(previous);
     }
     ++done;
     clock.Advance();

@@ -145,29 +145,69 @@ HWY_INLINE void Pick(const double* from, const int32_t* places, hn::Vec<Doubles>
   right = at(places + 8);
 }
 
-template <class T>
-HWY_INLINE void Put(hn::Vec<Doubles> values, T* to) {
-  const Doubles d;
-  const hn::Rebind<T, Doubles> narrow;
-  if constexpr (std::is_same_v<T, double>) {
-    hn::StoreU(values, d, to);
-  } else if constexpr (std::is_same_v<T, float>) {
-    hn::StoreU(hn::DemoteTo(narrow, values), narrow, to);
+// Eight samples as doubles, and back. What is rounded lies between two samples, so there is nothing to clip.
+template <class V>
+HWY_INLINE hn::Vec<Doubles> Wide(V samples) {
+  if constexpr (std::is_same_v<V, hn::Vec<Doubles>>) {
+    return samples;
   } else {
-    // Between two samples, so there is nothing to clip.
+    return hn::PromoteTo(Doubles(), samples);
+  }
+}
+template <class T>
+HWY_INLINE auto Narrow(hn::Vec<Doubles> values) {
+  if constexpr (std::is_same_v<T, double>) {
+    return values;
+  } else if constexpr (std::is_same_v<T, float>) {
+    return hn::DemoteTo(hn::Rebind<float, Doubles>(), values);
+  } else {
     const auto words = hn::DemoteTo(hn::Rebind<int32_t, Doubles>(), hn::Round(values));
     if constexpr (sizeof(T) == sizeof(int32_t)) {
-      hn::StoreU(words, narrow, to);
+      return words;
     } else {
-      hn::StoreU(hn::DemoteTo(narrow, words), narrow, to);
+      return hn::DemoteTo(hn::Rebind<T, Doubles>(), words);
     }
   }
+}
+
+// Frame by frame, for audio of many channels.
+template <class T>
+uint64_t RunFrames(const LinearCycle& cycle, size_t channels, const T* src, uint64_t srcFrames,
+                   uint64_t first, T* dst, uint64_t room) {
+  uint64_t done = 0;
+  // Smaller samples have no loads of a part of a vector.
+  if constexpr (sizeof(T) >= 4) {
+    const Doubles d;
+    const hn::Rebind<T, Doubles> narrow;
+    uint32_t group = cycle.at;
+    int64_t origin = static_cast<int64_t>(first) - cycle.base[group];
+    for (; done < room; ++done, dst += channels) {
+      const uint64_t frame = static_cast<uint64_t>(origin + cycle.base[group]);
+      if (frame + 1 >= srcFrames) break;
+      const auto fraction = hn::Set(d, cycle.fractions[group]);
+      for (size_t c = 0; c < channels; c += hn::Lanes(d)) {
+        const auto here = hn::FirstN(narrow, HWY_MIN(channels - c, hn::Lanes(d)));
+        const T* const from = src + frame * channels + c;
+        const auto left = Wide(hn::MaskedLoad(here, narrow, from));
+        const auto right = Wide(hn::MaskedLoad(here, narrow, from + channels));
+        const auto between = hn::Add(left, hn::Mul(hn::Sub(right, left), fraction));
+        hn::BlendedStore(Narrow<T>(hn::IfThenElse(hn::Eq(fraction, hn::Zero(d)), left, between)), here,
+                         narrow, dst + c);
+      }
+      if (++group == cycle.Groups()) {
+        group = 0;
+        origin += cycle.srcPeriod;
+      }
+    }
+  }
+  return done;
 }
 
 // The groups from the cycle's place on; none without such vectors.
 template <class T>
 uint64_t RunLinear(const LinearCycle& cycle, size_t channels, const T* src, uint64_t srcFrames,
                    uint64_t first, T* dst, uint64_t room) {
+  if (channels > 2) return RunFrames(cycle, channels, src, srcFrames, first, dst, room);
   uint64_t done = 0;
   constexpr size_t kWindow = 16;
   const Doubles d;
@@ -182,7 +222,8 @@ uint64_t RunLinear(const LinearCycle& cycle, size_t channels, const T* src, uint
     Pick(src + start, cycle.places.get() + group * kWindow, left, right);
     const auto fraction = hn::Load(d, cycle.fractions.get() + group * 8);
     const auto between = hn::Add(left, hn::Mul(hn::Sub(right, left), fraction));
-    Put(hn::IfThenElse(hn::Eq(fraction, hn::Zero(d)), left, between), dst + done * channels);
+    hn::StoreU(Narrow<T>(hn::IfThenElse(hn::Eq(fraction, hn::Zero(d)), left, between)),
+               hn::Rebind<T, Doubles>(), dst + done * channels);
     if (++group < cycle.Groups()) {
       done += cycle.group;
     } else {
