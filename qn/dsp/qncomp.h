@@ -35,7 +35,8 @@ static_assert(sizeof(HQNCOMPDC) == 112 && offsetof(HQNCOMPDC, threshold) == 8 &&
 
 extern "C" {
 
-// Takes on settings: levels above `thresholdDb` grow by 1 / `ratio`, and the result is made louder by
+// Takes on settings: levels above `thresholdDb` are reduced, full scale to where it is with a growth of
+// 1 / `ratio` and those between in a straight line of amplitudes, and the result is made louder by
 // `outputGainDb` and by 0.7 of the threshold. Attacks take 2 ms and releases 30 ms. With `create` nonzero a
 // new handle goes to `*compressor`, to be freed with QnCompDCClose; else the one that is there goes on from
 // its gain and its state of the DC remover, with a clear envelope.

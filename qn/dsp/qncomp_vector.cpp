@@ -12,7 +12,6 @@
 //
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <type_traits>
 
 #include "hwy/highway.h"
@@ -50,10 +49,6 @@ HWY_INLINE hn::Vec<D> FromDoubles(D d, hn::Vec<hn::Rebind<double, D>> v) {
     return hn::DemoteTo(d, v);
   else
     return v;
-}
-
-inline double WithoutDenormal(double state) {
-  return std::abs(state) < std::numeric_limits<double>::min() ? 0 : state;
 }
 
 // What a gain moves to, frame by frame, and what its step adds to it on the way down and on the way up.
@@ -168,12 +163,8 @@ struct Follower {
     return envelope;
   }
 
-  // Puts the state back. Silence would slow the recursions down for good, so denormals go.
   void PutBack(HQNCOMPDC& record) {
-    envelope = hn::Set(One(), WithoutDenormal(hn::GetLane(envelope)));
     if (kPaired != 0) hn::StoreU(pairedDc, Pair(), dc);
-    for (double& state : dc) state = WithoutDenormal(state);
-    pairedDc = hn::LoadU(Pair(), dc);
     record.envelope = hn::GetLane(envelope);
     record.blockPeak = hn::GetLane(peak);
     if (kPaired != 1) record.dcState[1] = dc[1];

@@ -213,12 +213,10 @@ class Group {
     }
     for (size_t i = Base(); i < kVectors * kLanes; ++i) {
       EqFilter& filter = FilterOf(i);
-      filter.s1 = WithoutDenormal(s1[i]);
-      if (chain_.bands[Band(i)].type == QNEQ_PEAK) filter.s2 = WithoutDenormal(s2[i]);
+      filter.s1 = s1[i];
+      if (chain_.bands[Band(i)].type == QNEQ_PEAK) filter.s2 = s2[i];
     }
   }
-  // Silence within a long block would slow the recursions down for good.
-  static double WithoutDenormal(double s) { return std::abs(s) < std::numeric_limits<double>::min() ? 0 : s; }
 
   const EqChain& chain_;
   size_t channel_, first_, count_;

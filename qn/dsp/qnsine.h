@@ -9,11 +9,12 @@
 // An object belongs to one thread at a time.
 class QN_API CSineOscillator {
  public:
-  // The most steps between two seeds: the recurrence's rounding error stays bounded.
+  // The largest limit: the recurrence's rounding error stays bounded.
   static constexpr LONG kMostSteps = 0x40000;
 
-  // For the values sin(index * step + phase), from `firstIndex` on. `limit` is the number of steps after
-  // which the oscillator seeds itself anew: 0 for the most, which larger ones are held to.
+  // For the values sin(index * step + phase), from `firstIndex` on. The oscillator seeds itself
+  // anew when more than `limit` steps have followed a seed; 0 stands for kMostSteps, which larger ones are
+  // held to.
   CSineOscillator(double step, double phase, LONG firstIndex, LONG limit);
 
   // Starts another sequence with the same limit.
