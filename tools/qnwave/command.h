@@ -24,5 +24,7 @@ extern const Command kPeaksCommand;
 extern const Command kDrawCommand;
 extern const Command kSpectrumCommand;
 extern const Command kFilterCommand;
+extern const Command kStretchCommand;
+extern const Command kToneCommand;
 
 }  // namespace qnwave

@@ -1,6 +1,5 @@
 #include "tools/qnwave/sample_check.h"
 
-#include <algorithm>
 #include <cmath>
 #include <cstring>
 
@@ -34,6 +33,18 @@ void Silence(void* samples, size_t count) {
   }
 }
 
+// Half a step beyond the rails is rounded to them.
+template <class Sample, class Sum>
+uint64_t CountBeyond(const void* samples, size_t count, int bits) {
+  const auto* const values = static_cast<const Sample*>(samples);
+  const double half = std::ldexp(0.5, 1 - bits);
+  const auto high = static_cast<Sample>(1 - half);
+  const auto low = static_cast<Sample>(-1 - half);
+  Sum found = 0;
+  for (size_t i = 0; i < count; ++i) found += static_cast<Sum>((values[i] >= high) | (values[i] < low));
+  return found;
+}
+
 constexpr uint32_t kExponent32 = 0x7F800000;
 constexpr uint64_t kExponent64 = 0x7FF0000000000000;
 
@@ -52,13 +63,11 @@ uint64_t SilenceNotNumbers(void* samples, size_t count, QNSAMPLETYPE type) {
   return found;
 }
 
-uint64_t CountClipped(const double* samples, size_t count, QNSAMPLETYPE type) {
+uint64_t CountClipped(const void* samples, size_t count, QNSAMPLETYPE from, QNSAMPLETYPE type) {
   if (IsFloat(type)) return 0;
-  // Half a step beyond the rails is rounded to them.
-  const double scale = std::ldexp(1.0, QnAudio_BitsFromSampleType(type) - 1);
-  return static_cast<uint64_t>(std::count_if(samples, samples + count, [scale](double sample) {
-    return sample * scale >= scale - 0.5 || sample * scale < -scale - 0.5;
-  }));
+  const int bits = QnAudio_BitsFromSampleType(type);
+  return from == QNST_FLOAT32 ? CountBeyond<float, uint32_t>(samples, count, bits)
+                              : CountBeyond<double, uint64_t>(samples, count, bits);
 }
 
 void WarnOfSamples(std::string_view file, uint64_t notNumbers, uint64_t clipped) {

@@ -15,8 +15,11 @@ uint64_t CountNotNumbers(const void* samples, size_t count, QNSAMPLETYPE type);
 // Makes them silence, for sums and filters would never get rid of them; how many there were.
 uint64_t SilenceNotNumbers(void* samples, size_t count, QNSAMPLETYPE type);
 
-// The samples that lie beyond the integers of a type, of which floats have none.
-uint64_t CountClipped(const double* samples, size_t count, QNSAMPLETYPE type);
+// The samples of the float type `from` that lie beyond the integers of a type, of which floats have none.
+uint64_t CountClipped(const void* samples, size_t count, QNSAMPLETYPE from, QNSAMPLETYPE type);
+inline uint64_t CountClipped(const double* samples, size_t count, QNSAMPLETYPE type) {
+  return CountClipped(samples, count, QNST_FLOAT64, type);
+}
 
 // The warnings about a new file, for numbers above 0.
 void WarnOfSamples(std::string_view file, uint64_t notNumbers, uint64_t clipped = 0);

@@ -1,0 +1,229 @@
+// What `qnwave convert --rate`, `stretch` and `tone` make, held against the sines that they should be.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <iterator>
+#include <numbers>
+#include <sstream>
+#include <tuple>
+
+#include "tests/tools/tool.h"
+
+namespace qntest {
+namespace {
+
+constexpr double kTurn = 2 * std::numbers::pi;
+
+ToolRun RunTool(const ScratchFolder& folder, const std::string& line) {
+  std::istringstream words(line);
+  return Qnwave({std::istream_iterator<std::string>(words), {}}, "cd " + folder.Native(";"));
+}
+
+Sound Made(const ScratchFolder& folder, const std::string& line) {
+  const ToolRun run = RunTool(folder, line + " out.w64 --force --quiet");
+  EXPECT_EQ(run.exit, 0) << line << "\n" << run.err;
+  return ReadSound(folder.Native("out.w64"));
+}
+
+void WriteFloats(const std::string& path, uint32_t channels, uint32_t rate,
+                 const std::vector<double>& samples) {
+  Bytes bytes(samples.size() * sizeof(double));
+  if (!samples.empty()) std::memcpy(bytes.data(), samples.data(), bytes.size());
+  WriteFileBytes(path, WaveFile(Record(3, channels, rate, 64), bytes));
+}
+
+std::vector<double> Channel(const Sound& sound, size_t channel) {
+  std::vector<double> samples;
+  for (size_t i = channel; i < sound.samples.size(); i += static_cast<size_t>(sound.channels))
+    samples.push_back(sound.samples[i]);
+  return samples;
+}
+
+// The sine of a frequency that comes nearest to the middle of a signal, and what is left of it.
+struct Fit {
+  double amplitude;
+  double late;  // in frames
+  double noise;
+};
+Fit FitSine(const std::vector<double>& signal, double frequency, double rate) {
+  const size_t begin = signal.size() / 4, end = signal.size() - begin;
+  const double step = kTurn * frequency / rate;
+  double cc = 0, ss = 0, cs = 0, yc = 0, ys = 0, squares = 0;
+  for (size_t i = begin; i < end; ++i) {
+    const double c = std::cos(step * static_cast<double>(i)), s = std::sin(step * static_cast<double>(i));
+    cc += c * c, ss += s * s, cs += c * s, yc += signal[i] * c, ys += signal[i] * s;
+    squares += signal[i] * signal[i];
+  }
+  const double determinant = cc * ss - cs * cs;
+  const double a = (yc * ss - ys * cs) / determinant, b = (ys * cc - yc * cs) / determinant;
+  const double left = std::max(0.0, squares - a * yc - b * ys);
+  return {std::hypot(a, b), -std::atan2(a, b) / step, std::sqrt(left / static_cast<double>(end - begin))};
+}
+
+TEST(ConvertRate, KeepsSinesWhereTheyAre) {
+  const ScratchFolder folder;
+  // From, to, a frequency that both have, options, the most noise.
+  using Row = std::tuple<uint32_t, uint32_t, double, const char*, double>;
+  for (const auto& [from, to, frequency, options, noise] :
+       {Row(48000, 44100, 1000, "", 1e-5), Row(44100, 48000, 1000, "--quality sinc", 1e-5),
+        Row(44100, 48000, 1000, "--quality linear", 1e-3),
+        Row(48000, 44100, 1000, "--quality filtered", 1e-3), Row(44100, 48000, 1000, "--quality cubic", 3e-4),
+        Row(96000, 48000, 15000, "", 1e-6), Row(8000, 96001, 1000, "", 1e-4),
+        Row(192000, 8000, 300, "--type s16", 3e-5),
+        Row(44101, 44100, 440, "--type f32 --gain 6.0205999", 1e-5), Row(50, 50000, 5, "", 1e-3)}) {
+    SCOPED_TRACE(std::to_string(from) + " " + std::to_string(to) + options);
+    // Three channels, which the resampler takes two and one, of frames that give no whole number.
+    const size_t frames = from + 17;
+    std::vector<double> samples;
+    for (size_t i = 0; i < frames; ++i) {
+      const double value = 0.4 * std::sin(kTurn * frequency / from * static_cast<double>(i));
+      samples.insert(samples.end(), {value, 0.0, -value});
+    }
+    WriteFloats(folder.Native("in.wav"), 3, from, samples);
+    const Sound sound = Made(folder, "convert in.wav --rate " + std::to_string(to) + " " + options);
+    EXPECT_EQ(sound.rate, static_cast<int>(to));
+    ASSERT_EQ(sound.samples.size() / 3, (2 * frames * to + from) / (2 * from));
+    const std::vector<double> silent = Channel(sound, 1);
+    EXPECT_EQ(std::count(silent.begin(), silent.end(), 0.0), static_cast<ptrdiff_t>(silent.size()));
+    const Fit fit = FitSine(Channel(sound, 0), frequency, to);
+    EXPECT_NEAR(fit.amplitude, std::strstr(options, "gain") ? 0.8 : 0.4, 5e-3);
+    EXPECT_LE(std::fabs(fit.late) * std::min(from, to) / to, std::strstr(options, "linear") ? 1e-4 : 0.75);
+    EXPECT_LE(fit.noise, noise);
+    EXPECT_NEAR(FitSine(Channel(sound, 2), frequency, to).amplitude, fit.amplitude, 1e-4);
+  }
+}
+
+TEST(ConvertRate, IsTheSameFromAnyPlaceOn) {
+  const ScratchFolder folder;
+  // More than two pieces, which two threads take; behind the cut they end elsewhere.
+  Make("cd " + folder.Native("; sox -R -n -r 48000 -c 2 -b 16 a.wav synth 1300000s pinknoise gain -6"));
+  RunTool(folder, "cut a.wav b.wav --start 160000 --quiet");
+  for (const char* options : {"", "--quality linear", "--quality cubic --type f32"}) {
+    const std::string end = std::string(" --rate 44100 ") + options;
+    const Sound whole = Made(folder, "convert a.wav" + end), part = Made(folder, "convert b.wav" + end);
+    ASSERT_EQ(whole.samples.size(), 2 * 1'194'375u);
+    // The filter has to forget the noise that was cut off.
+    const ptrdiff_t ahead = 2 * 147'000, settled = 2 * 5'000;
+    EXPECT_TRUE(std::equal(part.samples.begin() + settled, part.samples.end(),
+                           whole.samples.begin() + ahead + settled, whole.samples.end()))
+        << options;
+  }
+}
+
+TEST(ConvertRate, TellsWhatItClipsAndSilences) {
+  const ScratchFolder folder;
+  std::vector<double> square(4800);
+  for (size_t i = 0; i < square.size(); ++i) square[i] = i / 24 % 2 == 0 ? 0.99 : -0.99;
+  square[100] = NAN, square[101] = HUGE_VAL;
+  WriteFloats(folder.Native("in.wav"), 1, 48000, square);
+  ToolRun run = RunTool(folder, "convert in.wav out.wav --rate 44100 --type s16 --quiet");
+  EXPECT_NE(run.err.find("infinite or no number and became silence: 2."), std::string::npos) << run.err;
+  EXPECT_NE(run.err.find("clipped samples: "), std::string::npos) << run.err;
+  run = RunTool(folder, "convert in.wav out.wav --rate 44100 --force --quiet");
+  EXPECT_EQ(run.err.find("clipped"), std::string::npos) << run.err;
+  const Sound sound = ReadSound(folder.Native("out.wav"));
+  EXPECT_GT(*std::max_element(sound.samples.begin(), sound.samples.end()), 1.05);
+  EXPECT_FALSE(std::any_of(sound.samples.begin(), sound.samples.end(), [](double x) { return !(x < 2); }));
+  for (const auto& [frames, after] : {std::pair<size_t, size_t>(0, 0), {1, 1}, {2, 2}, {7, 6}}) {
+    WriteFloats(folder.Native("few.wav"), 1, 48000, std::vector<double>(frames, 0.5));
+    EXPECT_EQ(Made(folder, "convert few.wav --rate 44100").samples.size(), after) << frames;
+  }
+}
+
+TEST(ConvertRate, RefusesWhatMakesNoSense) {
+  const ScratchFolder folder;
+  WriteFloats(folder.Native("in.wav"), 1, 48000, {0, 0, 0});
+  WriteFloats(folder.Native("many.wav"), 257, 48000, std::vector<double>(257));
+  using Row = std::tuple<const char*, int, const char*>;
+  for (const auto& [line, exit, words] :
+       {Row("convert in.wav out.wav --quality cubic", 2, "--quality goes with --rate"),
+        Row("convert in.wav out.wav --rate 0", 2, "bad value '0' for --rate"),
+        Row("convert in.wav out.wav --rate 8000 --quality best", 2, "sinc, cubic, filtered, linear"),
+        Row("convert in.wav out.wav --rate 47", 1, "too far apart"),
+        Row("stretch in.wav out.wav", 2, "--ratio are needed"),
+        Row("stretch in.wav out.wav --ratio 0", 2, "(0.1 to 10)"),
+        Row("stretch in.wav in.wav --ratio 2 --force", 1, "in.wav"),
+        Row("stretch many.wav out.wav --ratio 2", 1, "up to 256 channels"),
+        Row("tone out.wav --frequency 24000", 2, "below half the rate"),
+        Row("tone out.wav --sweep 20", 2, "is not FROM,TO"),
+        Row("tone out.wav --sweep 20,20000 --frequency 5", 2, "do not go together"),
+        Row("tone out.wav --curve log", 2, "goes with --sweep"),
+        Row("tone out.wav --level 1 --level 2", 2, "2 times for 1 sine"),
+        Row("tone out.wav --duration 1x", 2, "bad value '1x' for --duration"),
+        Row("tone out.wav --channels 8 --duration 400000000", 1, "Wave64"), Row("tone", 2, "OUT")}) {
+    const ToolRun run = RunTool(folder, line);
+    EXPECT_EQ(run.exit, exit) << line;
+    EXPECT_NE(run.err.find(words), std::string::npos) << line << "\n" << run.err;
+  }
+  EXPECT_EQ(List(folder.Native("")), (std::vector<std::string>{"in.wav", "many.wav"}));
+}
+
+TEST(Stretch, KeepsThePitch) {
+  const ScratchFolder folder;
+  // The channels are an octave apart: each is spliced where it fits.
+  std::vector<double> samples;
+  constexpr size_t kFrames = 100'003;
+  for (size_t i = 0; i < kFrames; ++i) {
+    const double turns = kTurn * 500 / 44100 * static_cast<double>(i);
+    samples.insert(samples.end(), {0.5 * std::sin(turns), 0.5 * std::sin(2 * turns)});
+  }
+  WriteFloats(folder.Native("in.wav"), 2, 44100, samples);
+  EXPECT_EQ(Made(folder, "stretch in.wav --ratio 1").samples, samples);
+  for (const double ratio : {0.1, 0.5, 0.7, 0.99, 1.01, 1.5, 2.0, 10.0}) {
+    const Sound sound = Made(folder, "stretch in.wav --ratio " + std::to_string(ratio));
+    SCOPED_TRACE(ratio);
+    ASSERT_EQ(sound.samples.size(), 2 * static_cast<size_t>(std::lround(kFrames / ratio)));
+    for (const size_t channel : {0, 1}) {
+      const std::vector<double> signal = Channel(sound, channel);
+      size_t rises = 0;
+      for (size_t i = 1; i < signal.size(); ++i) rises += signal[i - 1] < 0 && signal[i] >= 0;
+      const double seconds = static_cast<double>(signal.size()) / 44100;
+      EXPECT_NEAR(static_cast<double>(rises) / seconds, channel == 0 ? 500 : 1000, 4 / seconds + 2);
+      // No splice cancels a period.
+      for (size_t i = 0; i + 89 <= signal.size(); i += 89)
+        ASSERT_GT(*std::max_element(&signal[i], &signal[i] + 89), 0.4) << i;
+    }
+  }
+  // What is too short for a splice is cut off, or followed by silence.
+  WriteFloats(folder.Native("in.wav"), 1, 44100, {0.5, 0.25, 0.125});
+  EXPECT_EQ(Made(folder, "stretch in.wav --ratio 1.5").samples, (std::vector<double>{0.5, 0.25}));
+  EXPECT_EQ(Made(folder, "stretch in.wav --ratio 0.6").samples.size(), 5u);
+}
+
+TEST(Tone, IsItsFormula) {
+  const ScratchFolder folder;
+  // The options, the frames, the channels, and the value at a time in seconds.
+  using Row = std::tuple<const char*, size_t, int, double (*)(double)>;
+  const auto sine = [](double cycles) { return std::sin(kTurn * cycles); };
+  static const auto kSine = sine;
+  for (const auto& [options, frames, channels, value] :
+       {Row("--level 0", 48000, 1, [](double t) { return kSine(1000 * t); }),
+        Row("--rate 44100 --frequency 0.5 --duration 100001 --level -20 --channels 3", 100'001, 3,
+            [](double t) { return 0.1 * kSine(0.5 * t); }),
+        Row("--frequency 440 --frequency 15000.25 --level -20 --level -40", 48000, 1,
+            [](double t) { return 0.1 * kSine(440 * t) + 0.01 * kSine(15000.25 * t); }),
+        Row("--sweep 20,20000 --duration 2.5 --level -20", 120'000, 1,
+            [](double t) { return 0.1 * kSine(20 * t + 19980 * t * t / 5); }),
+        Row("--sweep 8000,80 --curve log --duration 48000 --level -20", 48000, 1,
+            [](double t) { return 0.1 * kSine(8000 / std::log(0.01) * (std::pow(0.01, t) - 1)); }),
+        Row("--frequency 100 --fade 0.25 --level 0", 48000, 1, [](double t) {
+          return kSine(100 * t) * std::min({1.0, 4 * t, 4 * (1 - 1 / 48000.0 - t)});
+        })}) {
+    SCOPED_TRACE(options);
+    const Sound sound = Made(folder, std::string("tone --type f64 ") + options);
+    ASSERT_EQ(sound.samples.size(), frames * static_cast<size_t>(channels));
+    double worst = 0;
+    for (size_t i = 0; i < sound.samples.size(); ++i) {
+      const double time = static_cast<double>(i / static_cast<size_t>(channels)) / sound.rate;
+      worst = std::max(worst, std::fabs(sound.samples[i] - value(time)));
+    }
+    EXPECT_LT(worst, 1e-8);
+  }
+  EXPECT_NE(RunTool(folder, "tone loud.wav --level 3 --quiet").err.find("clipped samples: "),
+            std::string::npos);
+}
+
+}  // namespace
+}  // namespace qntest

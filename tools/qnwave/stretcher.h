@@ -1,0 +1,45 @@
+// Audio at another speed and the same pitch, over the library's time stretcher.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "qn/dsp/qntimestretch.h"
+
+namespace qnwave {
+
+// Stretches a file block by block. Each block is spliced once by each stage, at a place where it fits. Every
+// channel is stretched by itself, for the place that is found for two together fits neither.
+class Stretcher {
+ public:
+  static constexpr double kLeastRatio = 0.1, kMostRatio = 10;
+  static constexpr uint32_t kMostChannels = 256;
+
+  // `ratio` is how many input frames make an output frame.
+  Stretcher(double ratio, uint32_t rate, uint32_t channels);
+
+  // How many frames a block has at best: as many as a splice takes to be short, and to happen seldom.
+  uint32_t BlockFrames() const { return blockFrames_; }
+
+  // Makes room for blocks of up to so many frames in front and behind.
+  HRESULT Open(uint32_t mostIn, uint32_t mostOut);
+
+  // Stretches the next block to exactly `outFrames`.
+  HRESULT Process(const double* in, uint32_t inFrames, double* out, uint32_t outFrames);
+
+ private:
+  struct Close {
+    void operator()(HQNTIME* stage) const { QnTimeClose(stage); }
+  };
+
+  using Stage = std::unique_ptr<HQNTIME, Close>;
+  HRESULT ProcessChannel(const std::vector<Stage>& stages, uint32_t inFrames, uint32_t outFrames);
+
+  uint32_t rate_;
+  uint32_t blockFrames_;
+  std::vector<std::vector<Stage>> channels_;
+  std::vector<double> from_, to_;  // of one channel
+};
+
+}  // namespace qnwave
