@@ -21,100 +21,82 @@ struct Info {
 
 TEST(QnDib, Descriptions) {
   const RGBQUAD palette[3] = {{1, 2, 3, 4}, {5, 6, 7, 8}, {9, 10, 11, 12}};
-  struct Row {
-    int type;
-    LONG width;
-    LONG height;
-    const RGBQUAD* palette;
-    int entries;
-    HRESULT status;
-    DWORD colours;
-    DWORD headerBytes;
-    DWORD imageBytes;
-    WORD bits;
-  };
-  const Row rows[] = {
-      {16, 33, 2, nullptr, 0, 0, 1, 44, 16, 1},
-      {17, 32, 2, nullptr, -5, 0, 1, 44, 8, 1},
-      {24, 5, -3, nullptr, 0, 0, 255, 1060, 24, 8},
-      {24, 5, 3, palette, 3, 0, 3, 52, 24, 8},
-      {24, 5, 3, palette, -1, 0, 0, 40, 24, 8},
-      {23, 9, 1, nullptr, 2, 0, 2, 48, 8, 4},
-      {20, 4, 1, nullptr, 0, 0, 255, 1060, 4, 8},
-      {25, 3, 1, nullptr, 0, 0, 0, 40, 8, 16},
-      {26, 3, 1, palette, 3, 0, 3, 52, 8, 16},
-      {30, 1, 1, nullptr, 0, 0, 0, 52, 4, 32},
-      {32, 7, 11, nullptr, 0, 0, 0, 40, 1232, 128},
-      {29, 0, 7, nullptr, 0, 0, 0, 40, 0, 32},
-      {69, 16, 8, nullptr, 0, 0, 0, 40, 384, 24},
-      {68, 1920, 2, nullptr, 0, 0, 0, 40, 10240, 20},
-      {29, 32768, 32767, nullptr, 0, 0, 0, 40, 0xFFFE0000, 32},
-      {29, 32768, 32768, nullptr, 0, E_INVALIDARG, 0, 0, 0, 0},
-      {32, INT32_MAX, INT32_MIN, nullptr, 0, E_INVALIDARG, 0, 0, 0, 0},
-      {80, 60000, 60000, nullptr, 0, E_INVALIDARG, 0, 0, 0, 0},
-      {29, 1, 1, nullptr, INT32_MAX, E_INVALIDARG, 0, 0, 0, 0},
-      {29, -1, 1, nullptr, 0, E_INVALIDARG, 0, 0, 0, 0},
-      {0, 1, 1, nullptr, 0, E_INVALIDARG, 0, 0, 0, 0},
-      {81, 1, 1, nullptr, 0, E_INVALIDARG, 0, 0, 0, 0},
-  };
-  for (const Row& row : rows) {
-    Info made = {};
-    DWORD headerBytes = 0, imageBytes = 0, sizeOnly = 0;
-    EXPECT_EQ(QnDibInfo(&headerBytes, &imageBytes, &made.info, row.type, row.width, row.height, row.palette,
-                        row.entries),
-              row.status);
-    EXPECT_EQ(headerBytes, row.headerBytes) << row.type;
-    EXPECT_EQ(imageBytes, row.imageBytes) << row.type;
-    if (FAILED(row.status)) continue;
-    BITMAPINFOHEADER expected = {40, row.width, row.height,  1, row.bits, 0, row.imageBytes,
-                                 0,  0,         row.colours, 0};
-    QnPixelTypeToBitAttribs(row.type, &expected.biCompression, nullptr);
-    EXPECT_EQ(std::memcmp(&made.info.bmiHeader, &expected, sizeof(expected)), 0) << row.type;
+  // Type, width, height, whether there is a palette, its count; biClrUsed, bits, header and image bytes.
+  const int64_t rows[][9] = {{16, 33, 2, 0, 0, 1, 1, 44, 16},
+                             {17, 32, 2, 0, -5, 1, 1, 44, 8},
+                             {24, 5, -3, 0, 0, 255, 8, 1060, 24},
+                             {24, 5, 3, 1, 3, 3, 8, 52, 24},
+                             {24, 5, 3, 1, -1, 0, 8, 40, 24},
+                             {23, 9, 1, 0, 2, 2, 4, 48, 8},
+                             {20, 4, 1, 0, 0, 255, 8, 1060, 4},
+                             {25, 3, 1, 0, 0, 0, 16, 40, 8},
+                             {26, 3, 1, 1, 3, 3, 16, 52, 8},
+                             {30, 1, 1, 0, 0, 0, 32, 52, 4},
+                             {32, 7, 11, 0, 0, 0, 128, 40, 1232},
+                             {29, 0, 7, 0, 0, 0, 32, 40, 0},
+                             {69, 16, 8, 0, 0, 0, 24, 40, 384},
+                             {68, 1920, 2, 0, 0, 0, 20, 40, 10240},
+                             {29, 32768, 32767, 0, 0, 0, 32, 40, 4294836224},
+                             {29, 32768, 32768, 0, 0, 0, 0, 0, -1},
+                             {32, INT32_MAX, INT32_MIN, 0, 0, 0, 0, 0, -1},
+                             {80, 60000, 60000, 0, 0, 0, 0, 0, -1},
+                             {29, 1, 1, 0, INT32_MAX, 0, 0, 0, -1},
+                             {29, -1, 1, 0, 0, 0, 0, 0, -1},
+                             {0, 1, 1, 0, 0, 0, 0, 0, -1},
+                             {81, 1, 1, 0, 0, 0, 0, 0, -1}};
+  for (const auto& row : rows) {
+    const auto type = static_cast<int>(row[0]), count = static_cast<int>(row[4]);
+    const auto width = static_cast<LONG>(row[1]), height = static_cast<LONG>(row[2]);
+    const bool good = row[8] >= 0;
+    Info made = {}, again = {};
+    DWORD headerBytes = 0, imageBytes = ~0u, sizeOnly = ~0u;
+    EXPECT_EQ(QnDibInfo(&headerBytes, &imageBytes, &made.info, type, width, height,
+                        row[3] ? palette : nullptr, count),
+              good ? S_OK : E_INVALIDARG);
+    EXPECT_EQ(headerBytes, row[7]) << type;
+    EXPECT_EQ(imageBytes, static_cast<DWORD>(row[8])) << type;
+    QnVideo_InitBitmapInfo(&again.info, type, width, height, row[3] ? palette : nullptr, count, &sizeOnly);
+    EXPECT_TRUE(std::memcmp(&again, &made, sizeof(made)) == 0 && sizeOnly == imageBytes) << type;
+    BITMAPINFOHEADER expected = {
+        40, width, height, 1, static_cast<WORD>(row[6]), 0, imageBytes, 0, 0, static_cast<DWORD>(row[5]), 0};
+    QnPixelTypeToBitAttribs(type, &expected.biCompression, nullptr);
+    EXPECT_TRUE(!good || std::memcmp(&made.info.bmiHeader, &expected, sizeof(expected)) == 0) << type;
     const DWORD masks[3] = {0xF800, 0x07E0, 0x001F};
-    EXPECT_TRUE(row.type != 26 || std::memcmp(made.info.bmiColors, masks, 12) == 0);
-    EXPECT_TRUE(row.type != 24 || row.entries != 3 || std::memcmp(made.info.bmiColors, palette, 12) == 0);
-    Info again = {};
-    EXPECT_EQ(QnVideo_InitBitmapInfo(&again.info, row.type, row.width, row.height, row.palette, row.entries,
-                                     &sizeOnly),
-              0);
-    EXPECT_EQ(std::memcmp(&again, &made, sizeof(made)), 0);
-    EXPECT_EQ(sizeOnly, row.imageBytes);
+    const void* const behind = type == 26 ? static_cast<const void*>(masks) : palette;
+    EXPECT_TRUE(row[5] != 3 || std::memcmp(made.info.bmiColors, behind, 12) == 0) << type;
   }
   EXPECT_EQ(QnDibInfo(nullptr, nullptr, nullptr, 29, 1, 1, nullptr, 0), E_INVALIDARG);
 }
 
 // Null bits lie behind the table of each type; a negative stride starts at the last row.
 TEST(QnDib, Allocation) {
+  const QNRGBAFLOAT white = {1, 1, 1, 1};
+  BITMAPINFO* dib = nullptr;
   for (int type = 16; type < 34; ++type) {
-    BITMAPINFO* dib = nullptr;
-    ASSERT_EQ(QnDibAlloc(&dib, type, 5, 3, nullptr, 0, QNDIBALLOC_ZERO), 0);
-    EXPECT_EQ(qn::g_dibs.bitmaps, 1);
-    EXPECT_EQ(qn::g_dibs.bytes, dib->bmiHeader.biSizeImage);
-    EXPECT_EQ(std::strncmp(qn::t_dibTag, "QnDA:", 5), 0);
+    ASSERT_EQ(QnDibAlloc(&dib, type, 5, 3, nullptr, 0, type == 20 ? 0x1235 : QNDIBALLOC_ZERO), 0);
+    EXPECT_EQ(std::string(qn::t_dibTag) == "QnDA:1234", type == 20);
+    EXPECT_EQ(std::string(qn::t_dibTag).substr(0, 5), "QnDA:");
+    EXPECT_TRUE(qn::g_dibs.bitmaps == 1 && qn::g_dibs.bytes == dib->bmiHeader.biSizeImage);
     Info info;
     DWORD headerBytes, imageBytes;
     QnDibInfo(&headerBytes, &imageBytes, &info.info, type, 5, 3, nullptr, 0);
     EXPECT_EQ(GlobalSize(GlobalHandle(dib)), headerBytes + imageBytes);
-    BYTE* const bits = reinterpret_cast<BYTE*>(dib) + headerBytes;
-    const auto isZero = [](BYTE each) { return each == 0; };
-    EXPECT_TRUE(std::all_of(bits, bits + imageBytes, isZero));
-    const auto stride = static_cast<LONG>(imageBytes / 3);
-    const QNRGBAFLOAT white = {1, 1, 1, 1};
+    const BYTE* const bits = reinterpret_cast<BYTE*>(dib) + headerBytes;
+    const auto isZero = [&](DWORD first, DWORD last) {
+      return std::all_of(bits + first, bits + last, [](BYTE each) { return each == 0; });
+    };
+    EXPECT_TRUE(isZero(0, imageBytes));
+    const DWORD stride = imageBytes / 3;
     const RECT middle = {-1, 1, 9, 2}, first = {0, 0, 5, 1};
     EXPECT_EQ(QnDibFillRect(&dib->bmiHeader, nullptr, &middle, 0, &white), 0);
-    EXPECT_TRUE(QnGetPixelBitsPerChannel(type, nullptr) <= 8 || !isZero(bits[stride + 2])) << type;
-    EXPECT_TRUE(std::all_of(bits, bits + stride, isZero) &&
-                std::all_of(bits + 2 * stride, bits + imageBytes, isZero));
-    EXPECT_EQ(QnDibFillRect(&dib->bmiHeader, nullptr, &first, -stride, &white), 0);
-    EXPECT_EQ(std::memcmp(bits + stride, bits + 2 * stride, static_cast<size_t>(stride)), 0);
+    EXPECT_TRUE(isZero(0, stride) && isZero(2 * stride, imageBytes) &&
+                (dib->bmiHeader.biBitCount <= 8 || !isZero(stride, 2 * stride)))
+        << type;
+    EXPECT_EQ(QnDibFillRect(&dib->bmiHeader, nullptr, &first, -static_cast<LONG>(stride), &white), 0);
+    EXPECT_EQ(std::memcmp(bits + stride, bits + 2 * stride, stride), 0);
     EXPECT_EQ(QnDibFree(dib, 0), 0);
   }
-  EXPECT_EQ(qn::g_dibs.bitmaps, 0);
-  EXPECT_EQ(qn::g_dibs.bytes, 0);
-  BITMAPINFO* dib = nullptr;
-  ASSERT_EQ(QnDibAlloc(&dib, 29, 1, 1, nullptr, 0, 0x1234), 0);
-  EXPECT_STREQ(qn::t_dibTag, "QnDA:1234");
-  EXPECT_EQ(QnDibFree(dib, 0), 0);
+  EXPECT_TRUE(qn::g_dibs.bitmaps == 0 && qn::g_dibs.bytes == 0);
   EXPECT_EQ(QnDibFree(nullptr, 0), 0);
   EXPECT_EQ(QnDibAlloc(&dib, 36, 1, 1, nullptr, 0, 0), E_INVALIDARG);
 }
