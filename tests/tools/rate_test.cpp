@@ -142,6 +142,7 @@ TEST(ConvertRate, RefusesWhatMakesNoSense) {
         Row("convert in.wav out.wav --rate 0", 2, "bad value '0' for --rate"),
         Row("convert in.wav out.wav --rate 8000 --quality best", 2, "sinc, cubic, filtered, linear"),
         Row("convert in.wav out.wav --rate 47", 1, "too far apart"),
+        Row("convert many.wav out.wav --rate 8000", 1, "up to 256 channels"),
         Row("stretch in.wav out.wav", 2, "--ratio are needed"),
         Row("stretch in.wav out.wav --ratio 0", 2, "(0.1 to 10)"),
         Row("stretch in.wav in.wav --ratio 2 --force", 1, "in.wav"),

@@ -96,6 +96,11 @@ bool CompleteFormat(bool hasRate, ConversionJob* job) {
                 {messages::FrameTooLarge, {Message::Bytes(kMostFrameBytes)}});
     return false;
   }
+  if (!job->rate.IsNone() && out.channels > RateChange::kMostChannels) {
+    ReportError(job->source.name, QN_E_MEDIA_TYPE,
+                {messages::RateChannels, {Message::Number(RateChange::kMostChannels)}});
+    return false;
+  }
   if (!job->rate.IsPossible()) {
     ReportError(
         job->source.name, QN_E_MEDIA_TYPE,

@@ -24,6 +24,9 @@ struct RateChange {
   // More than any two rates of audio lie apart; the low-pass holds so far.
   static constexpr uint32_t kMostTimes = 1000;
 
+  // Each two have a table of their own.
+  static constexpr uint32_t kMostChannels = 256;
+
   uint32_t from = 1;
   uint32_t to = 1;
   DWORD flags = 0;
