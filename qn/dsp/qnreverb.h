@@ -1,6 +1,8 @@
 // A reverberator for float and double audio of one or two channels: a bank of damped feedback comb filters
 // for the diffuse tail, three delayed taps a channel for the early reflections, and filters on the wet path.
 // All arithmetic is in double, for float audio too.
+//
+// A handle belongs to one thread at a time.
 #pragma once
 
 #include <cstddef>
@@ -87,8 +89,8 @@ extern "C" {
 
 // With `create` nonzero makes a reverberator at `*handle`, which QnReverbClose frees. It takes any number of
 // channels; QnReverbProcess does nothing for others than 1 and 2.
-// With `create` 0 sets the one at `*handle` anew: levels, the coefficients of the filters, and the combs'
-// gains. Hosts rely on the rest staying as it was created: all delays, the taps' gains, the number of combs
+// With `create` 0 sets the one at `*handle` anew: rate, levels, the coefficients of the filters, and the
+// gains of the combs that the new room has. Hosts rely on the rest staying as it was created: all delays, the taps' gains, the number of combs
 // and channels, and whether there is a low-cut. `clear` nonzero also silences all lines and filters.
 // 0; E_POINTER for null; E_INVALIDARG for a row outside its table, a decay below 0 or a rate below 1;
 // E_OUTOFMEMORY. A failure changes nothing.

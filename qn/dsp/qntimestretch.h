@@ -1,6 +1,8 @@
 // A streaming time stretcher for interleaved float and double audio. It changes the length of a signal and
 // keeps its pitch: each block is copied and spliced where it matches best, with a crossfade. A linear
 // resampler follows, which at its rate of 1 copies.
+//
+// A handle belongs to one thread at a time.
 #pragma once
 
 #include <cstddef>
@@ -38,8 +40,8 @@ extern "C" {
 
 // With `create` nonzero makes a stretcher at `*handle`, which QnTimeClose frees and which needs
 // QnTimeBufAlloc before it processes. With `create` 0 sets the ratio of the one at `*handle` for the blocks
-// to come; the rest stays, the carried frames too.
-// 0; E_POINTER for null; E_INVALIDARG for a ratio that is not a positive number, and at creation for no
+// to come, and its rate back to 1; the rest stays, the carried frames too.
+// 0; E_POINTER for null; E_INVALIDARG for a ratio that is not positive and finite, and at creation for no
 // channels; E_OUTOFMEMORY. A failure changes nothing.
 QN_API HRESULT QnTimeInit(HQNTIME** handle, int create, _time_props* props, LONG sampleRate, DWORD channels);
 
@@ -47,7 +49,7 @@ QN_API HRESULT QnTimeInit(HQNTIME** handle, int create, _time_props* props, LONG
 // 0; E_POINTER for null; E_INVALIDARG below 0; E_OUTOFMEMORY, after which the old buffers stay.
 QN_API HRESULT QnTimeBufAlloc(HQNTIME* handle, int frames);
 
-// How many input frames give `frames` output frames; 0 for null and for no frames.
+// How many input frames give `frames` output frames; 0 for null and for 0 frames or less.
 QN_API int ccQnTimeGetInBufSize(HQNTIME* handle, int frames);
 
 // Frees a stretcher; null does nothing.
@@ -56,6 +58,7 @@ QN_API void QnTimeClose(HQNTIME* handle);
 
 // Stretches `inFrames` interleaved frames. `out` has room for inFrames / ratio frames; how many were written
 // goes to `*outFrames`, which may be null. Of a block beyond what the buffers hold the first frames are
-// stretched. Without buffers, or with null, nothing is written.
+// stretched, and no more than 4 times the frames that they are for come out. Without buffers, or with null,
+// that is 0 frames.
 QN_API void QnTimeProcess(HQNTIME* handle, float* out, const float* in, DWORD* outFrames, DWORD inFrames);
 QN_API void QnTimeProcess(HQNTIME* handle, double* out, const double* in, DWORD* outFrames, DWORD inFrames);
