@@ -15,6 +15,7 @@
 #include "tools/qnwave/progress.h"
 #include "tools/qnwave/report.h"
 #include "tools/qnwave/sample_check.h"
+#include "tools/qnwave/sample_writer.h"
 #include "tools/qnwave/stream_copy.h"
 
 namespace qnwave {
@@ -201,10 +202,7 @@ int WriteMix(const Job& job, bool overwrite, bool quiet) {
   Mixer mixer(job.inputs, format.rate, format.channels);
   AudioOutput output;
   if (!mixer.Open() || !output.Create(name, container, format, frames, overwrite)) return kExitFailed;
-  AudioFormat sumFormat = format;
-  sumFormat.type = QNST_FLOAT64;
-  SampleConverter converter(sumFormat, format.type, {}, 1.0f, mixer.BlockFrames(), job.dither);
-  std::vector<uint8_t> block(size_t{mixer.BlockFrames()} * format.FrameBytes());
+  SampleWriter writer(&output, format, QNST_FLOAT64, mixer.BlockFrames(), job.dither);
   std::optional<Progress> progress;
   progress.emplace(name, std::max<uint64_t>(1, frames), quiet);
   const auto fail = [&progress](const std::string& file, HRESULT status) {
@@ -212,7 +210,6 @@ int WriteMix(const Job& job, bool overwrite, bool quiet) {
     ReportError(file, status);
     return kExitFailed;
   };
-  uint64_t clipped = 0;
   uint32_t count = 0;
   for (uint64_t at = 0; at < frames; at += count) {
     if (InterruptSignal() != 0) {
@@ -223,15 +220,13 @@ int WriteMix(const Job& job, bool overwrite, bool quiet) {
     const MixInput* failed = nullptr;
     const double* const sum = mixer.Mix(at, count, &failed);
     if (!sum) return fail(failed->source.name, SystemStatus(QN_E_FILE_READ));
-    clipped += CountClipped(sum, size_t{count} * format.channels, format.type);
-    converter.Convert(block.data(), sum, count);
-    const HRESULT status = output.Write(at, block.data(), count);
+    const HRESULT status = writer.Write(at, sum, count);
     if (status != S_OK) return fail(name, status);
     progress->Show(at + count);
   }
   progress.reset();
   if (!output.Commit()) return kExitFailed;
-  WarnOfSamples(name, mixer.NotNumbers() + converter.NotNumbers(), clipped);
+  WarnOfSamples(name, mixer.NotNumbers() + writer.NotNumbers(), writer.Clipped());
   return kExitOk;
 }
 
