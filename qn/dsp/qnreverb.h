@@ -90,10 +90,10 @@ extern "C" {
 // With `create` nonzero makes a reverberator at `*handle`, which QnReverbClose frees. It takes any number of
 // channels; QnReverbProcess does nothing for others than 1 and 2.
 // With `create` 0 sets the one at `*handle` anew: rate, levels, the coefficients of the filters, and the
-// gains of the combs that the new room has. Hosts rely on the rest staying as it was created: all delays, the taps' gains, the number of combs
-// and channels, and whether there is a low-cut. `clear` nonzero also silences all lines and filters.
-// 0; E_POINTER for null; E_INVALIDARG for a row outside its table, a decay below 0 or a rate below 1;
-// E_OUTOFMEMORY. A failure changes nothing.
+// gains of the combs that the new room has. Hosts rely on the rest staying as it was created: all delays, the
+// taps' gains, the number of combs and channels, and whether there is a low-cut. `clear` nonzero also
+// silences all lines and filters. 0; E_POINTER for null; E_INVALIDARG for a row outside its table, a decay
+// below 0 or a rate below 1; E_OUTOFMEMORY. A failure changes nothing.
 QN_API HRESULT QnReverbInit(HQNREVERB** handle, int create, _reverb_props* props, LONG sampleRate,
                             DWORD channels, int clear);
 
