@@ -83,6 +83,7 @@ void Run(T* out, const T* in, DWORD frames, ptrdiff_t step, tQNBIQUAD& biquad) {
 
 template <class T>
 void RunStrided(T* out, const T* in, DWORD frames, DWORD stride, tQNBIQUAD* biquad, LONG forward) {
+  if (!out || !in || !biquad) return;
   const ptrdiff_t step = stride;
   const ptrdiff_t first = forward || frames == 0 ? 0 : (static_cast<ptrdiff_t>(frames) - 1) * step;
   Run(out + first, in + first, frames, forward ? step : -step, *biquad);
@@ -111,9 +112,9 @@ void QnBiquadDoubleEx(double* out, const double* in, DWORD frames, DWORD stride,
 }
 
 void QnBiquadSampleFloat(float* sample, tQNBIQUAD* biquad) {
-  Run(sample, sample, 1, 1, *biquad);
+  RunStrided(sample, sample, 1, 1, biquad, 1);
 }
 
 void QnBiquadSampleDouble(double* sample, tQNBIQUAD* biquad) {
-  Run(sample, sample, 1, 1, *biquad);
+  RunStrided(sample, sample, 1, 1, biquad, 1);
 }

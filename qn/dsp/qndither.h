@@ -49,7 +49,8 @@ QN_API void QnRand_Seed(QnRand* state, DWORD seed);
 QN_API void QnRand_Free(QnRand* state);
 }
 
-// Adds nothing to `random` but draws; makes `count` values. `previous` is the r of the last one.
+// Adds nothing to `random` but draws; makes `count` values. `previous` is the last r of
+// eQNDITHER_HIGHPASS; the other noises leave it alone.
 using QNDITHERNOISE = void (*)(QnRand* random, double* previous, double amplitude, double* noise,
                                size_t count);
 
@@ -94,7 +95,7 @@ class QN_API CQnDither {
   double amplitude;  // in steps of the target with a shape, of full scale without
   double scale;      // steps of the target in 1.0
   double inverseScale;
-  double previous;             // the last r
+  double previous;             // the last r of eQNDITHER_HIGHPASS
   double error1[kMostShaped];  // of the last sample of a channel
   double error2[kMostShaped];  // of the one before, as it is fed back
 

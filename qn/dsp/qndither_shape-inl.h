@@ -33,10 +33,10 @@ constexpr size_t kShapeBlock = 512;  // several arrays of it fit the first cache
 struct Chain {
   double e1, e2;  // the errors
   HWY_ALIGN double x[kShapeBlock];
-  HWY_ALIGN double steps[kShapeBlock];  // of the sum of x and noise
-  HWY_ALIGN double v[kShapeBlock];      // later the result
-  HWY_ALIGN double q[kShapeBlock];
-  double noise[1 + kShapeBlock];  // behind a zero
+  HWY_ALIGN double steps[kShapeBlock];  // x + noise - the noise before
+  HWY_ALIGN double v[kShapeBlock];      // the sample with the errors; then the result
+  HWY_ALIGN double q[kShapeBlock];      // the integer guessed
+  double noise[1 + kShapeBlock];        // behind a zero: the guess starts anew in each block
 };
 
 // Each sample waits for the error of the one before, so channels side by side take the time of one.
@@ -57,8 +57,10 @@ void ShapeByRule(Chain (&chains)[kChains], size_t count, double inverseScale, do
   }
 }
 
-// Less is waited for if the integer is guessed: the sum that it is made of is taken up from the last one, so
-// that it waits for the last integer only and not for its error. Sums in another order seldom make another
+// Less is waited for if the integer is guessed. What is rounded is sum[n] = v[n] + noise[n], and with the
+// error e1 = q[n-1] - v[n-1] in v[n] = x[n] - e1 (+ e2) that is
+//   sum[n] = sum[n-1] - q[n-1] + x[n] + noise[n] - noise[n-1] (+ e2),
+// which waits for the last integer only and not for its error. Sums in another order seldom make another
 // integer.
 template <bool kSecond>
 class Guess {
@@ -99,7 +101,8 @@ void GuessShape(Chain (&chains)[kChains], size_t count, double factor) {
   if (kChains == 2) last.Leave(chains[kChains - 1]);
 }
 
-// True if all guesses are what the rule makes; then `v` becomes the result.
+// True if all guesses are what the rule makes; then `v` becomes the result. Each v was made by the rule from
+// the guesses before it: if the first guess is right, so is the v behind it, and so on.
 bool Confirm(Chain& chain, size_t count, double inverseScale) {
   bool same = true;
   InSteps(count, [&](auto d, size_t at) HWY_ATTR {

@@ -6,6 +6,7 @@
 //
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <type_traits>
 
 #include "qn/dsp/frames-inl.h"
@@ -134,7 +135,7 @@ void RoundVectors(const CQnDither& dither, const Source* sources, float* samples
 
 template <class Kind, size_t kChannels>
 void RoundFloats(CQnDither& dither, float* samples, size_t frames) {
-  const Sources<kChannels> sources(dither, frames);
+  Sources<kChannels> sources(dither, frames);
   const size_t whole = frames - frames % hn::Lanes(hn::ScalableTag<float>());
   RoundVectors<Kind, kChannels>(dither, sources.of, samples, whole);
   for (size_t c = 0; c < kChannels; ++c) {
@@ -152,7 +153,9 @@ bool RoundInVectors(CQnDither&, T*, size_t, size_t) {
 }
 #if HWY_TARGET != HWY_SCALAR
 bool RoundInVectors(CQnDither& dither, float* samples, size_t frames, size_t channels) {
-  if (channels > 2) return false;
+  int exponent;
+  if (channels > 2 || std::frexp(dither.scale, &exponent) != 0.5 || dither.inverseScale != 1 / dither.scale)
+    return false;
   const auto round = [&]<class Kind>(Kind) {
     (channels == 1 ? RoundFloats<Kind, 1> : RoundFloats<Kind, 2>)(dither, samples, frames);
     return true;
@@ -175,9 +178,9 @@ double Flushed(double error, double least) {
 
 template <size_t kChains, class T>
 void ShapeChannels(CQnDither& dither, T* samples, size_t channel, size_t frames, size_t channels) {
-  // So little is in no result, and a block later it would be denormal.
-  constexpr double kLeastInCall = 0x1p-500, kLeastKept = 0x1p-32;
-  const Sources<kChains> sources(dither, frames);
+  // Within a call only what would slow the next block down goes.
+  constexpr double kLeastInCall = std::numeric_limits<double>::min(), kLeastKept = 0x1p-32;
+  Sources<kChains> sources(dither, frames);
   const bool second = dither.noiseShape != eQNDITHER_SHAPE_FIRST;
   const double factor = dither.noiseShape == eQNDITHER_SHAPE_SECOND_HIGH ? 0.75 : 0.5;
   const auto shape = second ? ShapeBlock<kChains, true> : ShapeBlock<kChains, false>;
@@ -221,6 +224,7 @@ void ShapeChannels(CQnDither& dither, T* samples, size_t channel, size_t frames,
 template <class T>
 void DitherAll(CQnDither& dither, T* samples, size_t frames, size_t channels) {
   if (frames == 0 || channels == 0) return;
+  if (!dither.random && dither.noise != NoiseOf(eQNDITHER_NONE)) return;
   if (dither.noiseShape == eQNDITHER_SHAPE_NONE) {
     if (RoundInVectors(dither, samples, frames, channels)) return;
     const Source source{dither.random, &dither.previous};
@@ -228,8 +232,9 @@ void DitherAll(CQnDither& dither, T* samples, size_t frames, size_t channels) {
       RoundChannel(dither, source, samples + channel, frames, channels);
     return;
   }
-  // The draws of Gaussian noise can not be counted without making it.
-  const bool pairs = dither.random && dither.ditherType != eQNDITHER_GAUSSIAN;
+  // The draws of Gaussian noise can not be counted without making it, nor those of a host's own.
+  const bool pairs =
+      dither.random && dither.ditherType != eQNDITHER_GAUSSIAN && dither.noise == NoiseOf(dither.ditherType);
   size_t channel = 0;
   for (; pairs && channel + 2 <= channels; channel += 2)
     ShapeChannels<2>(dither, samples, channel, frames, channels);

@@ -165,7 +165,7 @@ QN_API HRESULT QnMakeBiquad(const tQNBIQUAD_PARAMETERS* parameters, double* coef
 
 // Filter one channel: `frames` samples, `stride` elements apart. `forward` nonzero goes from the first to the
 // last, 0 from the last to the first, so that one run each way has no phase. `in` may be `out`. State that
-// has decayed below 2 to the power of -32 is set to 0 before the run.
+// has decayed below 2 to the power of -32 is set to 0 before the run. Null does nothing.
 QN_API void QnBiquadFloatEx(float* out, const float* in, DWORD frames, DWORD stride, tQNBIQUAD* biquad,
                             LONG forward);
 QN_API void QnBiquadDoubleEx(double* out, const double* in, DWORD frames, DWORD stride, tQNBIQUAD* biquad,

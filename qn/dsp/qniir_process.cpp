@@ -109,6 +109,7 @@ void Process(CQnIIR& filter, T* out, const T* in, DWORD frames, DWORD mask) {
     filter.Reset(mask & ~filter.lastChannelMask);
     filter.lastChannelMask = mask;
   }
+  if (!out || !in) return;
   // Bits of channels that a filter never has keep doubles from running together, but not floats.
   const DWORD together = std::is_same_v<T, float> ? mask & kBoth : mask;
   if (filter.useSIMD && filter.channels == 2 && together == kBoth) {
