@@ -1,7 +1,6 @@
 // Filtered files, pictures of filters and spectrograms: `qnwave filter` and `qnwave spectrum`.
 #include <gtest/gtest.h>
 
-#include <bit>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
@@ -15,14 +14,6 @@ namespace {
 
 constexpr uint32_t kRate = 48'000;
 constexpr double kPi = std::numbers::pi;
-
-// Doubles of any number of channels.
-Bytes Doubles(uint32_t channels, size_t frames, const std::function<double(size_t, size_t)>& sample) {
-  Bytes samples(frames * channels * 8);
-  for (size_t i = 0; i < frames * channels; ++i)
-    Put(&samples, i * 8, std::bit_cast<uint64_t>(sample(i / channels, i % channels)), 8);
-  return WaveFile(Record(3, channels, kRate, 64), samples);
-}
 
 std::vector<std::string> Words(std::initializer_list<std::string> first, const std::string& rest) {
   std::vector<std::string> words = first;
@@ -154,30 +145,6 @@ TEST(Filter, WritesTheTypeThatIsAskedForAndTellsOfClipping) {
   WriteFileBytes(folder.Native("in.wav"), Doubles(1, 0, {}));
   EXPECT_EQ(run("--fir lowpass --frequency 100").exit, 0);
   EXPECT_TRUE(ReadSound(folder.Native("out.wav")).samples.empty());
-}
-
-// The brightness of the pixels of a picture.
-struct Pixels {
-  size_t width = 0;
-  std::string rgb;
-
-  int At(size_t x, size_t y) const {
-    int sum = 0;
-    for (size_t i = 0; i < 3; ++i) sum += static_cast<uint8_t>(rgb.at((y * width + x) * 3 + i));
-    return sum;
-  }
-  // The brightest row of a column.
-  size_t Brightest(size_t x, size_t top, size_t bottom) const {
-    size_t best = top;
-    for (size_t y = top; y < bottom; ++y) best = At(x, y) > At(x, best) ? y : best;
-    return best;
-  }
-};
-
-Pixels Decode(const std::string& png, size_t width) {
-  Pixels pixels{width, {}};
-  EXPECT_EQ(RunCommand("ffmpeg -loglevel error -i " + png + " -f rawvideo -pix_fmt rgb24 -", &pixels.rgb), 0);
-  return pixels;
 }
 
 // The lane of a picture 400 wide and 300 high.

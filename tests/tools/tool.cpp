@@ -4,6 +4,7 @@
 #include <sndfile.h>
 
 #include <algorithm>
+#include <bit>
 #include <filesystem>
 
 namespace qntest {
@@ -85,6 +86,31 @@ Bytes Record(uint32_t tag, uint32_t channels, uint32_t rate, uint32_t bits) {
 
 Bytes WaveFile(const Bytes& record, const Bytes& samples) {
   return Wav::Form(Wav::Chunk("fmt ", record) + Wav::Chunk("data", samples));
+}
+
+Bytes Doubles(uint32_t channels, size_t frames, const std::function<double(size_t, size_t)>& sample) {
+  Bytes samples(frames * channels * 8);
+  for (size_t i = 0; i < frames * channels; ++i)
+    Put(&samples, i * 8, std::bit_cast<uint64_t>(sample(i / channels, i % channels)), 8);
+  return WaveFile(Record(3, channels, 48'000, 64), samples);
+}
+
+int Pixels::At(size_t x, size_t y) const {
+  int sum = 0;
+  for (size_t i = 0; i < 3; ++i) sum += static_cast<uint8_t>(rgb.at((y * width + x) * 3 + i));
+  return sum;
+}
+
+size_t Pixels::Brightest(size_t x, size_t top, size_t bottom) const {
+  size_t best = top;
+  for (size_t y = top; y < bottom; ++y) best = At(x, y) > At(x, best) ? y : best;
+  return best;
+}
+
+Pixels Decode(const std::string& png, size_t width) {
+  Pixels pixels{width, {}};
+  EXPECT_EQ(RunCommand("ffmpeg -loglevel error -i " + png + " -f rawvideo -pix_fmt rgb24 -", &pixels.rgb), 0);
+  return pixels;
 }
 
 Bytes Noise(size_t count) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -49,6 +50,22 @@ Bytes Record(uint32_t tag, uint32_t channels, uint32_t rate, uint32_t bits);
 
 // A file of a format chunk and samples.
 Bytes WaveFile(const Bytes& record, const Bytes& samples);
+
+// A file of doubles at 48,000 Hz.
+Bytes Doubles(uint32_t channels, size_t frames, const std::function<double(size_t, size_t)>& sample);
+
+// The pixels of a picture.
+struct Pixels {
+  size_t width = 0;
+  std::string rgb;
+
+  int Red(size_t x, size_t y) const { return static_cast<uint8_t>(rgb.at((y * width + x) * 3)); }
+  // The brightness.
+  int At(size_t x, size_t y) const;
+  // The brightest row of a column.
+  size_t Brightest(size_t x, size_t top, size_t bottom) const;
+};
+Pixels Decode(const std::string& png, size_t width);
 
 // Noise that is no chunk: every byte has its high bit set.
 Bytes Noise(size_t count);

@@ -24,6 +24,9 @@ extern const Command kPeaksCommand;
 extern const Command kDrawCommand;
 extern const Command kSpectrumCommand;
 extern const Command kFilterCommand;
+extern const Command kEqCommand;
+extern const Command kReverbCommand;
+extern const Command kCompressCommand;
 extern const Command kStretchCommand;
 extern const Command kToneCommand;
 

@@ -1,25 +1,15 @@
 // qnwave filter: audio through a filter of the library, and the picture of its response.
-#include <algorithm>
-#include <cmath>
 #include <cstdio>
-#include <filesystem>
 #include <vector>
 
 #include "qn/settings/qnstatus.h"
-#include "tools/qnwave/audio_output.h"
 #include "tools/qnwave/command.h"
-#include "tools/qnwave/converter.h"
 #include "tools/qnwave/describe.h"
+#include "tools/qnwave/effect_command.h"
 #include "tools/qnwave/filter_bank.h"
-#include "tools/qnwave/interrupt.h"
 #include "tools/qnwave/option_values.h"
-#include "tools/qnwave/picture_file.h"
-#include "tools/qnwave/progress.h"
 #include "tools/qnwave/report.h"
-#include "tools/qnwave/response_picture.h"
-#include "tools/qnwave/sample_check.h"
-#include "tools/qnwave/stream_copy.h"
-#include "tools/qnwave/target.h"
+#include "tools/qnwave/response.h"
 
 namespace qnwave {
 namespace {
@@ -42,21 +32,19 @@ constexpr Option kOptions[] = {
      "rectangular, triangular, hamming, hann, blackman or blackman-harris (default blackman)"},
     {"keep-delay", nullptr, "leave the audio as late as a FIR filter makes it, (taps - 1) / 2 frames"},
     {"plot", "PICTURE", "draw the response as a PNG or SVG picture, by its extension; without OUT alone"},
-    {"size", "WxH[@FACTOR]", "width and height of PICTURE and pixels for one of them (default 900x420)"},
+    kPlotSizeOption,
     kThemeOption,
     kContainerOption,
-    {"type", "TYPE", "sample type of OUT (default: that of FILE), as for convert"},
+    kEffectTypeOption,
+    kDitherOption,
+    kShapeOption,
     kToEndOption,
-    {"force", nullptr, "overwrite OUT and PICTURE, unless they are FILE itself"},
+    kEffectForceOption,
     kQuietOption,
 };
 
-struct Job {
-  AudioSource source;
-  Target target;  // without a name there is none
-  PictureTarget picture;
+struct Job : EffectJob {
   FilterDesign design;
-  bool keepsDelay = false;
   std::string title;
   std::vector<double> edges;
 };
@@ -108,21 +96,9 @@ const Row* FindRow(const Row (&rows)[count], const char* option, std::string_vie
   return row;
 }
 
-// False, and that is reported, when an option is given that the filter does not look at.
 bool RefuseOthers(const Arguments& arguments, std::initializer_list<const char*> others,
                   const std::string& filter) {
-  for (const char* const option : others) {
-    if (arguments.Has(option)) return Mistaken("--" + std::string(option) + " is not for " + filter);
-  }
-  return true;
-}
-
-// "1.5 kHz"
-std::string Hertz(double frequency) {
-  char text[32];
-  const bool isLarge = frequency >= 1000;
-  std::snprintf(text, sizeof text, "%.6g %s", isLarge ? frequency / 1000 : frequency, isLarge ? "kHz" : "Hz");
-  return text;
+  return RefuseOptions("filter", arguments, others, filter);
 }
 
 constexpr double kLeastFrequency = 1e-3;
@@ -199,202 +175,50 @@ bool ReadOptions(const Arguments& arguments, Job* job) {
   job->edges.push_back(job->design.frequency);
   if (fir && type->isBand) job->edges.push_back(job->design.frequency2);
   job->keepsDelay = arguments.Has("keep-delay");
-  const bool hasTarget = !job->target.name.empty();
-  if (hasTarget && (!ChooseContainer("filter", arguments, &job->target) ||
-                    !ChooseType("filter", arguments, &job->target))) {
-    return false;
-  }
-  if (!hasTarget && !RefuseOthers(arguments, {"container", "type", "keep-delay"}, "a picture alone"))
-    return false;
-  const auto plot = arguments.Value("plot");
-  if (!plot) return RefuseOthers(arguments, {"size", "theme"}, "a filter without --plot");
-  job->picture.name = *plot;
-  job->picture.size = {900, 420, 1};
-  PictureSize& size = job->picture.size;
-  return ReadPictureTarget("filter", arguments, &job->picture) &&
-         FitPicture("filter", &size, 420, kLeastResponseWidth, kLeastResponseHeight, 0);
+  return true;
 }
 
 // What depends on the file; false with the reason reported.
-bool Complete(Job* job) {
-  const AudioSource& source = job->source;
-  for (const double edge : job->edges) {
-    if (edge < source.format.rate / 2.0) continue;
-    const auto text = [](double hertz) {
-      char digits[32];
-      std::snprintf(digits, sizeof digits, "%.10g", hertz);
-      return Message(std::string(digits));
-    };
-    ReportError(source.name, E_INVALIDARG,
-                {messages::FrequencyTooHigh, {text(edge), text(source.format.rate / 2.0)}});
-    return false;
+bool SuitsSource(const Job& job) {
+  for (const double edge : job.edges) {
+    if (!IsBelowHalfRate(job.source, edge)) return false;
   }
-  if (job->design.isFir && source.format.channels > FilterBank::kMostFirChannels) {
-    ReportError(source.name, QN_E_FILE_UNSUPPORTED,
+  if (job.design.isFir && job.source.format.channels > FilterBank::kMostFirChannels) {
+    ReportError(job.source.name, QN_E_FILE_UNSUPPORTED,
                 {messages::FirChannels, {Message::Number(FilterBank::kMostFirChannels)}});
     return false;
   }
-  const auto resolved = [](const std::string& name) {
-    std::error_code ignored;
-    return std::filesystem::weakly_canonical(std::filesystem::absolute(name, ignored), ignored);
-  };
-  for (const std::string& name : {job->target.name, job->picture.name}) {
-    if (!name.empty() && !IsOtherFile(source, name)) return false;
-  }
-  if (!job->target.name.empty() && !job->picture.name.empty() &&
-      resolved(job->target.name) == resolved(job->picture.name)) {
-    ReportError(job->picture.name, QN_E_FILE_EXISTS,
-                {messages::SameTarget, {Message(Quoted(job->target.name))}}, qntool::kSavingFiles);
-    return false;
-  }
-  Target& target = job->target;
-  const QNSAMPLETYPE asked = target.format.type;
-  target.format = KeptFormat(source.format);
-  if (asked != QNST_NONE) target.format.type = asked;
-  target.frames = source.frames;
-  return target.name.empty() || CheckSize(target);
+  return true;
 }
 
-// Reports a failure. Always false.
-bool Fail(const std::string& file, HRESULT status) {
+// Reports a failure.
+int Fail(const std::string& file, HRESULT status) {
   if (status == E_INVALIDARG || status == E_FAIL)
     ReportError(file, status, messages::NoSuchFilter);
   else
     ReportError(file, status);
-  return false;
+  return kExitFailed;
 }
 
-// Filters all frames into a new file.
-class Run {
- public:
-  Run(const Job& job, bool quiet) : job_(job), quiet_(quiet) {}
-
-  // Both report their failures.
-  bool Prepare(bool overwrite);
-  bool Write();
-
-  bool Commit() { return output_.Commit(); }
-  // What there was to warn of.
-  void Warn() const {
-    WarnOfSamples(job_.target.name, notNumbers_ + (toTarget_ ? toTarget_->NotNumbers() : 0), clipped_);
-  }
-
- private:
-  HRESULT WriteBlock(uint64_t first, const double* samples, uint32_t frames);
-  // As long as the pieces of the longest filter, in which it is fastest, but not of any number of channels.
-  static constexpr uint32_t kMostBlockFrames = 1 << 15;
-  static constexpr uint32_t kMostBlockBytes = 8 << 20;
-
-  const Job& job_;
-  const bool quiet_;
-  FilterBank bank_;
-  AudioReader reader_;
-  AudioOutput output_;
-  uint32_t blockFrames_ = 0;
-  std::optional<SampleConverter> toTarget_;
-  std::vector<uint8_t> out_;
-  uint64_t notNumbers_ = 0;
-  uint64_t clipped_ = 0;
-};
-
-bool Run::Prepare(bool overwrite) {
-  const AudioFormat& format = job_.source.format;
-  const auto& [name, container, target, frames] = job_.target;
-  const HRESULT status = bank_.Design(job_.design, format.rate, format.channels);
-  if (status != S_OK) return Fail(job_.source.name, status);
-  if (!reader_.Open(job_.source)) return Fail(job_.source.name, SystemStatus(QN_E_FILE_OPEN));
-  if (!output_.Create(name, container, target, frames, overwrite)) return false;
-  constexpr uint32_t kSampleBytes = sizeof(double);
-  blockFrames_ = std::clamp(kMostBlockBytes / (kSampleBytes * format.channels), 1u, kMostBlockFrames);
-  AudioFormat between = format;
-  between.type = QNST_FLOAT64;
-  toTarget_.emplace(between, target.type, ChannelMap(), 1.0f, blockFrames_);
-  out_.resize(size_t{blockFrames_} * target.FrameBytes());
-  return true;
-}
-
-HRESULT Run::WriteBlock(uint64_t first, const double* samples, uint32_t frames) {
-  const AudioFormat& format = job_.target.format;
-  clipped_ += CountClipped(samples, size_t{frames} * format.channels, format.type);
-  toTarget_->Convert(out_.data(), samples, frames);
-  return output_.Write(first, toTarget_->IsCopy() ? static_cast<const void*>(samples) : out_.data(), frames);
-}
-
-bool Run::Write() {
-  const AudioSource& source = job_.source;
-  const uint64_t late = job_.keepsDelay ? 0 : bank_.Delay();
-  const uint64_t total = source.frames == 0 ? 0 : source.frames + late;
-  SampleConverter toDouble(source.format, QNST_FLOAT64, {}, 1.0f, blockFrames_);
-  const uint32_t channels = source.format.channels;
-  std::vector<uint8_t> bytes(size_t{blockFrames_} * source.format.FrameBytes());
-  std::vector<double> block(size_t{blockFrames_} * channels);
-  Progress progress(job_.target.name, std::max<uint64_t>(total, 1), quiet_);
-  for (uint64_t at = 0; at < total; at += blockFrames_) {
-    if (InterruptSignal() != 0) return false;
-    const auto count = static_cast<uint32_t>(std::min<uint64_t>(blockFrames_, total - at));
-    const auto held =
-        static_cast<uint32_t>(at < source.frames ? std::min<uint64_t>(count, source.frames - at) : 0);
-    if (held > 0 && !reader_.Read(at, bytes.data(), held))
-      return Fail(source.name, SystemStatus(QN_E_FILE_READ));
-    notNumbers_ += SilenceNotNumbers(bytes.data(), size_t{held} * channels, source.format.type);
-    toDouble.Convert(block.data(), bytes.data(), held);
-    // Silence behind the file brings out what the filter still holds.
-    std::fill(block.begin() + static_cast<ptrdiff_t>(size_t{held} * channels), block.end(), 0.0);
-    bank_.Process(block.data(), count);
-    const auto early = static_cast<uint32_t>(at < late ? std::min<uint64_t>(count, late - at) : 0);
-    if (early < count) {
-      const HRESULT status =
-          WriteBlock(at + early - late, block.data() + size_t{early} * channels, count - early);
-      if (status != S_OK) return Fail(job_.target.name, status);
-    }
-    progress.Show(at + count);
-  }
-  return true;
-}
-
-int Filter(const Job& job, bool overwrite, bool quiet) {
-  WatchInterrupts();
-  PictureFile picture;
-  const bool hasPicture = !job.picture.name.empty();
-  const bool hasTarget = !job.target.name.empty();
-  if (hasPicture) {
-    std::vector<double> gains;
-    const HRESULT status = MeasureResponse(job.design, job.source.format.rate, &gains);
-    if (status != S_OK) {
-      Fail(job.source.name, status);
-      return kExitFailed;
-    }
-    if (!picture.Create(job.picture, overwrite)) return kExitFailed;
-    const std::string details = "gain at a sample rate of " + Grouped(job.source.format.rate) + " Hz";
-    DrawResponse(picture.GetCanvas(), *job.picture.theme, gains, job.source.format.rate, job.edges,
-                 {job.title, details});
-  }
-  Run run(job, quiet);
-  if (hasTarget) {
-    const bool isWritten = run.Prepare(overwrite) && run.Write();
-    if (InterruptSignal() != 0) return ReportInterrupt(job.target.name);
-    if (!isWritten || !run.Commit()) return kExitFailed;
-  }
-  if (hasPicture && !picture.Commit()) return kExitFailed;
-  run.Warn();
-  if (hasTarget) TellWritten(job.target, quiet);
-  if (hasPicture) TellPicture(job.picture, job.title, quiet);
-  return kExitOk;
-}
-
-int RunFilter(const Arguments& arguments) {
-  const auto& operands = arguments.Operands();
-  if (operands.empty() || operands.size() > 2 || (operands.size() == 1 && !arguments.Has("plot"))) {
-    Mistaken("FILE and OUT are needed, or FILE and --plot");
-    return kExitUsage;
-  }
+int Run(const Arguments& arguments) {
   if (arguments.Has("lang")) DressNumbers();
   Job job;
-  if (operands.size() == 2) job.target.name = operands[1];
-  if (!ReadOptions(arguments, &job)) return kExitUsage;
-  const int exitCode = OpenSource(arguments, operands[0], &job.source);
+  if (!ReadEffectOptions("filter", arguments, &job) || !ReadOptions(arguments, &job)) return kExitUsage;
+  int exitCode = OpenSource(arguments, arguments.Operands()[0], &job.source);
+  if (exitCode == kExitOk && !SuitsSource(job)) exitCode = kExitFailed;
+  if (exitCode == kExitOk) exitCode = CompleteEffect("filter", arguments, 0, &job);
   if (exitCode != kExitOk) return exitCode;
-  return Complete(&job) ? Filter(job, arguments.Has("force"), arguments.Has("quiet")) : kExitFailed;
+  const AudioFormat& format = job.source.format;
+  FilterBank bank, measured;
+  LevelPlot plot;
+  plot.title = job.title;
+  HRESULT status = S_OK;
+  if (job.HasTarget()) status = bank.Design(job.design, format.rate, format.channels);
+  if (status == S_OK && job.HasPicture()) {
+    status = measured.Design(job.design, format.rate, 1);
+    if (status == S_OK) status = PlotResponse(&measured, format.rate, job.edges, &plot);
+  }
+  return status == S_OK ? ApplyEffect(arguments, job, &bank, plot) : Fail(job.source.name, status);
 }
 
 }  // namespace
@@ -407,7 +231,7 @@ const Command kFilterCommand = {
     " channel is filtered by itself. The audio of a FIR filter is moved back to where it was. With --plot and"
     " without OUT the picture of the response at the rate of FILE is made alone.",
     kOptions,
-    RunFilter,
+    Run,
 };
 
 }  // namespace qnwave

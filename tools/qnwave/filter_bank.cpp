@@ -1,12 +1,9 @@
 #include "tools/qnwave/filter_bank.h"
 
 #include <algorithm>
-#include <bit>
 #include <cmath>
-#include <memory>
 
 #include "qn/audio/qncopy.h"
-#include "qn/dsp/qnperf.h"
 
 namespace qnwave {
 namespace {
@@ -72,38 +69,6 @@ void FilterBank::Process(double* samples, uint32_t frames) {
     for (uint32_t i = 0; i < count; ++i)
       move(samples, channels_, first + i, part_.data(), count, i, static_cast<LONG>(frames));
   }
-}
-
-HRESULT MeasureResponse(const FilterDesign& design, uint32_t rate, std::vector<double>* gains) {
-  FilterBank bank;
-  HRESULT status = bank.Design(design, rate, 1);
-  if (status != S_OK) return status;
-  // The impulse goes through until nothing comes any more, or for a resonance without end, long enough.
-  constexpr size_t kLeast = 1 << 16, kMost = 1 << 22;
-  constexpr double kNothing = 1e-9;
-  std::vector<double> response;
-  do {
-    const size_t done = response.size();
-    response.resize(std::max(kLeast, 2 * done));
-    if (done == 0) response[0] = 1;
-    bank.Process(response.data() + done, static_cast<uint32_t>(response.size() - done));
-  } while (response.size() < kMost &&
-           std::any_of(response.end() - static_cast<ptrdiff_t>(response.size() / 8), response.end(),
-                       [](double value) { return std::fabs(value) > kNothing; }));
-  struct FreeTransform {
-    void operator()(void* transform) const { QnPerfsFFTFree_R_64f(transform); }
-  };
-  void* made = nullptr;
-  status = QnPerfsFFTInitAlloc_R_64f(&made, std::countr_zero(response.size()), QNPERF_FFT_NODIV_BY_ANY,
-                                     QNPERF_HINT_NONE);
-  const std::unique_ptr<void, FreeTransform> transform(made);
-  if (SUCCEEDED(status)) status = QnPerfsFFTFwd_RToPerm_64f_I(response.data(), made, nullptr);
-  if (FAILED(status)) return status;
-  gains->assign(response.size() / 2 + 1, std::fabs(response[0]));
-  gains->back() = std::fabs(response[1]);
-  for (size_t bin = 1; bin < response.size() / 2; ++bin)
-    (*gains)[bin] = std::hypot(response[2 * bin], response[2 * bin + 1]);
-  return S_OK;
 }
 
 }  // namespace qnwave

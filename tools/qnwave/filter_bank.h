@@ -1,4 +1,4 @@
-// A filter of the library for any number of channels, and its response.
+// A filter of the library for any number of channels.
 #pragma once
 
 #include <cstdint>
@@ -6,6 +6,7 @@
 
 #include "qn/dsp/qnfir.h"
 #include "qn/dsp/qniir.h"
+#include "tools/qnwave/effect_run.h"
 
 namespace qnwave {
 
@@ -26,7 +27,7 @@ struct FilterDesign {
 };
 
 // Runs a filter over interleaved audio, with as many objects as the channels take.
-class FilterBank {
+class FilterBank final : public Effect {
  public:
   // FIR filters of the most taps take half a megabyte for each channel.
   static constexpr uint32_t kMostFirChannels = 256;
@@ -34,11 +35,8 @@ class FilterBank {
   // E_INVALIDARG or E_FAIL for a design that there is not, also for one that rounding makes unstable.
   HRESULT Design(const FilterDesign& design, uint32_t rate, uint32_t channels);
 
-  // The frames that the output is late.
-  uint32_t Delay() const { return firs_.empty() ? 0 : (firs_[0].taps - 1) / 2; }
-
-  // Filters in place; how a stream is cut into calls makes no audible difference.
-  void Process(double* samples, uint32_t frames);
+  void Process(double* samples, uint32_t frames) override;
+  uint32_t Delay() const override { return firs_.empty() ? 0 : (firs_[0].taps - 1) / 2; }
 
  private:
   void ProcessGroup(size_t group, double* samples, uint32_t frames, uint32_t channels);
@@ -49,8 +47,5 @@ class FilterBank {
   std::vector<CQnFIR> firs_;
   std::vector<double> part_;  // the channels of a group
 };
-
-// The gain of a filter at the frequencies from 0 to half the rate, evenly, as a factor.
-HRESULT MeasureResponse(const FilterDesign& design, uint32_t rate, std::vector<double>* gains);
 
 }  // namespace qnwave

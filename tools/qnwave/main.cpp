@@ -12,10 +12,11 @@
 namespace qnwave {
 namespace {
 
-constexpr const Command* kCommands[] = {&kInfoCommand,   &kConvertCommand, &kCutCommand,    &kJoinCommand,
-                                        &kSplitCommand,  &kMixCommand,     &kLevelsCommand, &kRepairCommand,
-                                        &kTagsCommand,   &kPeaksCommand,   &kDrawCommand,   &kSpectrumCommand,
-                                        &kFilterCommand, &kStretchCommand, &kToneCommand};
+constexpr const Command* kCommands[] = {
+    &kInfoCommand,     &kConvertCommand,  &kCutCommand,    &kJoinCommand, &kSplitCommand,
+    &kMixCommand,      &kLevelsCommand,   &kRepairCommand, &kTagsCommand, &kPeaksCommand,
+    &kDrawCommand,     &kSpectrumCommand, &kFilterCommand, &kEqCommand,   &kReverbCommand,
+    &kCompressCommand, &kStretchCommand,  &kToneCommand};
 
 void PrintOverview() {
   std::printf("Usage: qnwave COMMAND [OPTIONS] FILE...\n\nCommands:\n");
