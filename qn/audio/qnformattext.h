@@ -25,8 +25,8 @@ QN_API HRESULT QnAudio_GetAttribsText(const _qnwaveformat* format, WCHAR* text, 
 
 extern "C" {
 
-// Writes the name of a format tag, that of its sub-format for an extensible format
-// (QnAudio_GetWaveFormatTag). 0, or 0x80004005 with "Unknown" for a tag that neither the library nor the
+// Writes the name of a format tag; of an extensible format give the tag that QnAudio_GetWaveFormatTag finds.
+// 0, or 0x80004005 with "Unknown" for a tag that neither the library nor the
 // platform knows.
 QN_API HRESULT QnAudio_GetTagText(unsigned int tag, WCHAR* text, int size);
 }

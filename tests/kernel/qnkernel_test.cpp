@@ -59,7 +59,7 @@ TEST(Kernel, AttachesAndDetachesInOrder) {
   EXPECT_EQ(module, GetModuleHandleW(nullptr));
   const qn::AttachSteps steps = qn::Steps();
   qn::Steps() = {OpenLanguage,    Note<'P', void>, Note<'C', BOOL>, Note<'T', BOOL>,
-                 Note<'S', void>, Note<'W', void>, Note<'A', void>};
+                 Note<'S', void>, Note<'R', void>, Note<'W', void>, Note<'A', void>};
   SetErrorMode(4);
   const struct {
     DWORD reason;
@@ -68,7 +68,7 @@ TEST(Kernel, AttachesAndDetachesInOrder) {
     const char* calls;
     HRESULT attachStatus;
   } rows[] = {{2, S_OK, TRUE, "", S_OK},
-              {qn::DLL_PROCESS_DETACH, S_OK, TRUE, "TSwa", S_FALSE},
+              {qn::DLL_PROCESS_DETACH, S_OK, TRUE, "TSRwa", S_FALSE},
               {qn::DLL_PROCESS_ATTACH, E_OUTOFMEMORY, FALSE, "Lp", E_OUTOFMEMORY},
               {qn::DLL_PROCESS_ATTACH, S_OK, TRUE, "LPC", S_OK},
               {qn::DLL_PROCESS_ATTACH, S_OK, TRUE, "PC", S_OK}};  // what is there stays
