@@ -272,7 +272,7 @@ TEST(FilterAndSpectrum, DrawResponsesAndRefuseWhatMakesNoSense) {
       {"spectrum in.wav out.png --channels 2", 1, "no channel 2"},
       {"spectrum in.wav out.png --start 1.0", 1, "ends after frame 4,800"},
       {"spectrum in.wav out.png --size 300x170", 2, "its lanes (2) need 250x180"},
-      {"filter in.wav --iir lowpass --frequency 5 --plot a.png --size 9x9", 2, "a response needs 240x160"},
+      {"filter in.wav --iir lowpass --frequency 5 --plot a.png --size 9x9", 2, "a curve needs 240x160"},
       {"spectrum in.wav link.png --force", 1, "the audio file itself"},
       {"spectrum damaged.wav out.png", 3, "repair"},
       {"spectrum hours.wav out.png --overlap 99 --fft 262144", 130, "Nothing was written",

@@ -48,8 +48,9 @@ class EffectRun {
   void Warn() const;
 
  private:
-  // True for frames that went through, those of silence behind the source's end too.
+  // Sends the frames from `at` on through the effect and writes those that come out, `late` frames before.
   bool WriteBlock(uint64_t at, uint32_t frames, uint64_t late);
+  // Keeps a failure until the progress bar is gone. Always false.
   bool Fail(const std::string& file, HRESULT status);
 
   const AudioSource& source_;

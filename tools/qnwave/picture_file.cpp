@@ -70,7 +70,7 @@ bool FitPicture(const char* command, PictureSize* size, double wantedHeight, dou
   const auto text = [](double side) { return Message(std::to_string(std::lround(std::ceil(side)))); };
   const Message width = text(leastWidth), height = text(leastHeight);
   const Message mistake =
-      lanes == 0 ? Message(messages::ResponseNeedsRoom, {width, height})
+      lanes == 0 ? Message(messages::CurveNeedsRoom, {width, height})
                  : Message(messages::LanesNeedRoom, {text(static_cast<double>(lanes)), width, height});
   return Mistaken(command, mistake.Shown());
 }

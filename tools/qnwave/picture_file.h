@@ -50,7 +50,7 @@ struct PictureTarget {
 bool ReadPictureTarget(const char* command, const qntool::Arguments& arguments, PictureTarget* target);
 
 // Takes the wanted height where none was asked for; false, and that is reported, for a picture in which
-// lanes, or the response of a filter for none, do not fit.
+// lanes, or the curve of a picture without any, do not fit.
 bool FitPicture(const char* command, PictureSize* size, double wantedHeight, double leastWidth,
                 double leastHeight, size_t lanes);
 
