@@ -6,11 +6,16 @@
 #include <utility>
 #include <vector>
 
+#include "qn/dsp/qncomp.h"
 #include "qn/dsp/qndither.h"
+#include "qn/dsp/qneq.h"
 #include "qn/dsp/qnfir.h"
 #include "qn/dsp/qniir.h"
 #include "qn/dsp/qnperf.h"
+#include "qn/dsp/qnreverb.h"
 #include "qn/dsp/qnsig.h"
+#include "qn/dsp/qnsine.h"
+#include "qn/dsp/qntimestretch.h"
 #include "qn/kernel/qncpu.h"
 
 namespace {
@@ -45,6 +50,16 @@ TEST(Modes, OfTheCallerStay) {
   CQnFIR fir;
   CQnDither plain(QNST_PCM16, eQNDITHER_TRIANGULAR, eQNDITHER_SHAPE_NONE);
   CQnDither shaped(QNST_PCM16, eQNDITHER_GAUSSIAN, eQNDITHER_SHAPE_SECOND_LOW);
+  HQNEQ eq = nullptr;
+  const WAVEFORMATEX format{WAVE_FORMAT_IEEE_FLOAT, 2, 48000, 0, 0, 32, 0};
+  const tQNEQ_BAND band{6, 1, 1000, QNEQ_PEAK, 1};
+  HQNREVERB* reverb = nullptr;
+  _reverb_props room{0, -30, -60, 0, 0, 15, 0, 1, 300, 1, 5000};
+  HQNTIME* time = nullptr;
+  _time_props stretch{1.01};
+  HQNCOMPDC* compressor = nullptr;
+  DWORD made;
+  CSineOscillator sine(0.1, 0, 0, CSineOscillator::kMostSteps);
   void *complex = nullptr, *real = nullptr;
   QnGetCPUSupport(0);  // which does set them, the first time
   const HQNFFT fast = QnSig_PrepareFFT(0, kSize, nullptr, 1), slow = QnSig_PrepareFFT(0, kSize, nullptr, 0);
@@ -75,6 +90,14 @@ TEST(Modes, OfTheCallerStay) {
       [&] { QnPerfsFFTFwd_CToC_32fc(f, f, complex, nullptr), QnPerfsFFTFree_C_32fc(complex); },
       [&] { QnPerfsFFTInitAlloc_R_64f(&real, 8, QNPERF_FFT_NODIV_BY_ANY, QNPERF_HINT_NONE); },
       [&] { QnPerfsFFTFwd_RToPerm_64f_I(d, real, nullptr), QnPerfsFFTFree_R_64f(real); },
+      [&] { QnEq_Init(&eq, &format, &band, 1, 0), QnEq_ProcessFloat(eq, f, f, kSize), QnEq_Close(eq); },
+      [&] { QnReverbInit(&reverb, 1, &room, 48000, 2, 0), QnReverbProcess(reverb, f, f, kSize); },
+      [&] { QnReverbProcess(reverb, d, d, kSize), QnReverbClose(reverb); },
+      [&] { QnTimeInit(&time, 1, &stretch, 48000, 1), QnTimeBufAlloc(time, 2 * kSize); },
+      [&] { QnTimeProcess(time, d, d, &made, 2 * kSize - 1), QnTimeClose(time); },
+      [&] { QnCompDCInit(&compressor, 1, -20, 4, 3, 48000, 1), QnCompDC(compressor, d, d, kSize, 2); },
+      [&] { QnCompDC(compressor, f, f, kSize, 2), QnCompDCClose(compressor); },
+      [&] { sine.Init(0.1, 0, 0), d[0] = sine.FindNthSine(7); },
   };
   const auto usual = Modes();
   // Rounding to zero with and without flushing, upwards, and the second precision of the old unit.
