@@ -150,7 +150,9 @@ HRESULT SetWorkType(Instance& instance) {
     from = QnAudio_GetCopyFunction2(type, work);
     if (!to || !from) return E_NOTIMPL;
   }
-  if (work != instance.workType) instance.primedMode = 0;  // its history is in other units
+  // Floats have their history in the same units, integers that are not converted each in their own.
+  const auto isRaw = [](QNSAMPLETYPE t) { return t != QNST_FLOAT32 && t != QNST_FLOAT64; };
+  if (work != instance.workType && (isRaw(work) || isRaw(instance.workType))) instance.primedMode = 0;
   instance.workType = work;
   instance.workFrameBytes = instance.Channels() * static_cast<size_t>(QnAudio_BytesFromSampleType(work));
   instance.toWork = to;

@@ -50,8 +50,8 @@ QN_API HRESULT QnAudio_Resample2OpenEx(tQNRESAMPLE2INSTANCE** instance, QNSAMPLE
                                        double ratio, DWORD flags);
 
 // Change a running instance: type, channels, each rate and flags are kept where 0 is given, the ratio where 0
-// or less is. `clear` nonzero starts a new stream; without it time and history go on, as far as the new mode
-// has the same history, and the low-pass goes on from its state.
+// or less is. `clear` nonzero starts a new stream; without it time and history go on, as long as the mode
+// stays and the type that it works in, of floats the one or the other; the low-pass goes on from its state.
 // One rate alone goes with the other one of the fraction in use; without a fraction it is refused.
 // 0, or a status as for Open; only the types 16 to 48 are accepted here. EVERY failure but that of a null
 // instance closes the instance: the handle is dead then.

@@ -172,7 +172,7 @@ SincCycle* CycleOf(tQNRESAMPLE2INSTANCE& instance) {
   SincCycle& cycle = instance.sinc;
   if (!clock.rational) return nullptr;
   if (!cycle.BelongsTo(clock)) {
-    cycle.taps.reset();
+    cycle = SincCycle();
     if (clock.step * kSincGroup > kMostSpan || !cycle.Lay(clock, kSincGroup, kMostPhases)) return nullptr;
     const auto frameOf = [&](uint32_t place) { return place * clock.srcUnits / clock.dstUnits; };
     cycle.span = 0;

@@ -32,7 +32,7 @@ LinearCycle* CycleOf(tQNRESAMPLE2INSTANCE& instance) {
                  frames = channels > 2 ? 1 : kLanes / channels, lanes = channels > 2 ? 1 : kLanes;
   if (!clock.rational) return nullptr;
   if (!cycle.BelongsTo(clock) || cycle.group != frames) {
-    cycle.places.reset();
+    cycle = LinearCycle();
     if ((clock.step > 2 && lanes > 1) || !cycle.Lay(clock, frames, kMostPhases)) return nullptr;
     const size_t count = cycle.Groups() * lanes;
     cycle.fractions = AllocateAligned(count);

@@ -351,6 +351,12 @@ TEST(Resample2, Resets) {
   for (const double ratio : {25.0 / 32, 0.5, 27.0 / 128})
     ASSERT_EQ(QnAudio_Resample2ResetEx(handle, QNST_FLOAT32, 1, ratio, 4, 1), 0);
   EXPECT_EQ(QnAudio_Resample2GetSrcFromDst(handle, 28), 13u + 128);
+  // A stream that goes on in doubles goes on with its history.
+  const Instance other = Open(32, 1, {48000, 44100}, 4);
+  size_t frames = Process(other, out.data(), 3000, in.data(), 480).produced;
+  ASSERT_EQ(QnAudio_Resample2Reset(other.get(), QNST_FLOAT64, 0, 0, 0, 0, 0), 0);
+  frames += Process(other, out.data(), 3000, in.data(), 480).produced;
+  EXPECT_EQ(frames + Process(other, out.data(), 3000, nullptr, 0).produced, 882u);
 }
 
 }  // namespace
