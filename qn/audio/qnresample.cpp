@@ -66,7 +66,10 @@ HRESULT ChangeStream(Instance& instance, QNSAMPLETYPE type, LONG channels, bool 
       QnAudio_ResampleClose(&instance);
       return E_OUTOFMEMORY;
     }
-    clear = true;
+    // The sinc primes its new rings, and its positions go on; any other quality starts again.
+    clear = clear || instance.quality != QNRESAMPLE_SINC;
+    instance.needsPrime = true;
+    instance.ringFill = 0;
   }
   if (isNewRatio) instance.srcPos = instance.dstPos = 0;
   DesignFilter(instance);
@@ -106,11 +109,12 @@ LONG CountOutputs(const Instance& instance, LONG srcFrames) {
   const double last = srcFrames - 1.0;
   const double near = std::floor((last - instance.position) / instance.step);
   double count = std::trunc(srcFrames * instance.ratio - instance.position);
+  if (near > kMaxFrames && count > kMaxFrames) return kMaxFrames;
   if (instance.step <= 1.0) {
     count = std::min(count, near + 3);
     while (count > 0 && TimeOf(instance, count - 1) > last) --count;
   } else {
-    count = std::max(count, near - 2);
+    count = std::max({count, near - 2, -1.0});
     while (count < kMaxFrames && std::trunc(TimeOf(instance, count)) < last) ++count;
   }
   return ToCount(count);
@@ -131,7 +135,7 @@ LONG Convert(Instance& instance, void* dst, LONG dstFrames, const void* src, LON
       const LONG produced = QnAudio_Resample_Sinc(instance.sampleType, instance.channels, dst, dstFrames, src,
                                                   srcFrames, &instance);
       // Without this each call would count from a whole frame, and streams of small buffers come out short.
-      instance.position = TimeOf(instance, dstFrames) - consumed;
+      if (dst != src) instance.position = TimeOf(instance, dstFrames) - consumed;
       return produced;
     }
     default:
@@ -170,7 +174,7 @@ HRESULT QnAudio_ResampleOpen(tQNRESAMPLEINSTANCE** instance, QNSAMPLETYPE type, 
                              LONG channels, DWORD flags) {
   if (!instance) return E_POINTER;
   *instance = nullptr;
-  if (srcRate < 1 || dstRate < 1 || channels < 1) return E_INVALIDARG;
+  if (srcRate < 1 || dstRate < 1 || channels < 1 || channels > 0xFFFF) return E_INVALIDARG;
   std::unique_ptr<Instance> made(new (std::nothrow) Instance());
   if (!made) return E_OUTOFMEMORY;
   made->sampleType = type;

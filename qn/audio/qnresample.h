@@ -3,8 +3,10 @@
 // rational approximation.
 //
 // An instance takes a stream in buffers of any size and carries position and history from call to call: a
-// stream that is cut into buffers gives the samples of the whole stream. `ratio` is the destination rate
-// divided by the source rate, `step` its inverse: the source frames for each output frame.
+// stream that is cut into buffers gives the samples of the whole stream. (Not so the types 49 and 64 to 66,
+// which keep no frame of the buffer before, and the sinc where source and destination counts of the calls are
+// not in proportion: its hop is that of each call.) `ratio` is the destination rate divided by the source
+// rate, `step` its inverse: the source frames for each output frame.
 //
 // Room: a call with S source frames gives at most S * ratio + 1 frames, rounded up; its `dst` is to have room
 // for them. Buffers need no alignment but that of their samples. Interpolation works in place, `dst` equal to
@@ -41,8 +43,8 @@ constexpr DWORD QNRESAMPLE_KEEP_SOURCE = 0x2000;
 extern "C" {
 
 // Opens an instance for `channels` channels of a sample type; OpenEx takes the ratio instead of the rates.
-// 0; E_OUTOFMEMORY; E_INVALIDARG for a rate or a channel count below 1; E_POINTER. The handle is null after a
-// failure. A ratio that is not positive and finite stands for 1.0.
+// 0; E_OUTOFMEMORY; E_INVALIDARG for a rate below 1 or channels outside 1 to 65535; E_POINTER. The handle is
+// null after a failure. A ratio that is not positive and finite stands for 1.0.
 QN_API HRESULT QnAudio_ResampleOpen(tQNRESAMPLEINSTANCE** instance, QNSAMPLETYPE type, LONG srcRate,
                                     LONG dstRate, LONG channels, DWORD flags);
 QN_API HRESULT QnAudio_ResampleOpenEx(tQNRESAMPLEINSTANCE** instance, QNSAMPLETYPE type, LONG channels,
@@ -68,8 +70,8 @@ QN_API HRESULT QnAudio_ResampleClose(tQNRESAMPLEINSTANCE* instance);
 // exactly 1.0 copies.
 QN_API LONG QnAudio_ResampleEx(tQNRESAMPLEINSTANCE* instance, void* dst, const void* src, LONG count);
 
-// Fits `srcFrames` frames to `dstFrames` with the sinc, for types 32 and 33; other types, a type or channel
-// count that is not the instance's, and `dst` equal to `src` give 0. The hop between outputs is srcFrames /
+// Fits `srcFrames` frames to `dstFrames` with the sinc, for types 32 and 33; other types, a channel count
+// that is not the instance's, and `dst` equal to `src` give 0. The hop between outputs is srcFrames /
 // dstFrames, whatever the instance's ratio is. All source frames are consumed; returns the frames produced,
 // which are fewer while the history of 13 frames is being gathered. 0 source frames flush: the frames still
 // in the history come out, at the instance's own step.

@@ -186,12 +186,13 @@ LONG Fit(Instance& instance, QNSAMPLETYPE type, T* dst, LONG dstFrames, const T*
   if (hop < 1.0 && instance.IsFiltering())
     qn::FilterFrames(instance, type, const_cast<T*>(src), src, srcFrames);
   Sinc<T> sinc(instance, dst, src, srcFrames);
+  const bool wasPrimed = !instance.needsPrime;
   const bool isPrimed = sinc.Prime();
   LONG made = 0;
   if (dstFrames == 0) {
-    // The clock of the outputs goes on over frames that are too few for one.
+    // The clock of the outputs goes on over frames that are too few for one, from the first output on.
     if (isPrimed) sinc.TakeRest();
-    instance.ringPos -= srcFrames;
+    if (wasPrimed) instance.ringPos -= srcFrames;
   } else if (isPrimed) {
     made = static_cast<LONG>(sinc.Run(table, dstFrames, hop));
     instance.ringPos -= made * hop;

@@ -96,14 +96,14 @@ FitFunction FindFit(QNSAMPLETYPE type) {
 LONG QnAudio_ResampleStupid(tQNRESAMPLEINSTANCE* instance, void* dst, LONG dstFrames, const void* src,
                             LONG srcFrames) {
   if (!instance || !dst || !src || dstFrames <= 0 || srcFrames <= 0) return 0;
-  const FitFunction fit = FindFit(instance->sampleType);
-  if (!fit) return -1;
   const size_t frameBytes = static_cast<size_t>(QnAudio_BytesFromSampleType(instance->sampleType)) *
                             static_cast<size_t>(instance->channels);
-  if (srcFrames == dstFrames) {
+  if (srcFrames == dstFrames && frameBytes != 0) {
     if (dst != src) std::memmove(dst, src, frameBytes * static_cast<size_t>(dstFrames));
     return dstFrames;
   }
+  const FitFunction fit = FindFit(instance->sampleType);
+  if (!fit) return -1;
   instance->ratio = static_cast<double>(dstFrames) / srcFrames;
   instance->step = static_cast<double>(srcFrames) / dstFrames;
   Job job{*instance, static_cast<uint8_t*>(dst), static_cast<const uint8_t*>(src), dstFrames, srcFrames};

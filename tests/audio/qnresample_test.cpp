@@ -351,7 +351,19 @@ TEST(Resample, KnowsItsEdges) {
   EXPECT_EQ(QnAudio_Resample_Sinc(QNST_FLOAT32, 1, tail, 64, nullptr, 0, other32.get()), 0);
   EXPECT_EQ(QnAudio_Resample_Sinc(QNST_FLOAT32, 1, tail, 0, few, 2, other32.get()), 0);
   EXPECT_EQ(QnAudio_Resample_Sinc(QNST_FLOAT32, 1, few, 2, few, 2, other32.get()), 0);
-  EXPECT_EQ(QnAudio_Resample_Sinc(QNST_FLOAT32, 1, tail, 64, nullptr, 0, other32.get()), 2);
+  EXPECT_EQ(QnAudio_Resample_Sinc(QNST_FLOAT32, 1, tail, 64, nullptr, 0, other32.get()), 6);
+
+  // Calls of a frame each keep the time of what comes while the history is gathered, and huge counts end.
+  const Stream single = Open(32, 1, 0.25, QNRESAMPLE_SINC);
+  size_t made = 0;
+  for (int i = 0; i < 60; ++i) {
+    const float frame = i == 20;
+    made += static_cast<size_t>(QnAudio_ResampleEx(single.get(), tail + made, &frame, 1));
+  }
+  EXPECT_EQ(made, 12u);
+  EXPECT_EQ(std::max_element(tail, tail + made) - tail, 5);
+  EXPECT_EQ(QnAudio_ResampleResetEx(other.get(), QNST_NONE, 1e16, 0, 1), 0);
+  EXPECT_EQ(QnAudio_ResampleEx(other.get(), out, in, 3), 0);
 
   WAVEFORMATEX format;
   QnAudio_InitWfx(&format, 44100, QNST_PCM16, 1);
