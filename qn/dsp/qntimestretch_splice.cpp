@@ -74,8 +74,7 @@ size_t Shorten(qn::Samples in, size_t n, qn::Samples out, size_t length, size_t 
 size_t Lengthen(qn::Samples in, size_t n, qn::Samples out, size_t length, size_t channels) {
   const size_t segment = length - n + kFade;
   size_t lag = kWindow;
-  if (n >= segment + kWindow && n >= kFade + kWindow)
-    lag = FindSpliceLag(in, n - segment - kWindow, out, n - kFade, channels);
+  if (n >= segment + kWindow) lag = FindSpliceLag(in, n - segment - kWindow, out, n - kFade, channels);
   const double* const from = in.values + (n + lag - kWindow - segment);
   FadeOver(out.values + n - kFade, from);
   std::copy_n(from + kFade, length - n, out.values + n);
