@@ -48,6 +48,11 @@ else
   exit 1
 fi
 
+say "At the rate of a CD, in a room, and how loud that is"
+step convert --force --rate 44100 "$source" demo/cd.wav
+step reverb --force --room cathedral demo/cd.wav demo/cathedral.wav
+step levels demo/cathedral.wav
+
 say "Its peaks, for editors to draw from, and its picture"
 mv demo/damaged.wav demo/repaired.wav
 step peaks demo/repaired.wav
