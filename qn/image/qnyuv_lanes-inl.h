@@ -1,0 +1,363 @@
+// YUV rows and RGB pixels as vectors, for one instruction set. A vector has the left pixels of as many pairs
+// as it has lanes, another one the right pixels.
+
+#if defined(QN_IMAGE_QNYUV_LANES_INL_H_) == defined(HWY_TARGET_TOGGLE)
+#ifdef QN_IMAGE_QNYUV_LANES_INL_H_
+#undef QN_IMAGE_QNYUV_LANES_INL_H_
+#else
+#define QN_IMAGE_QNYUV_LANES_INL_H_
+#endif
+
+#include <algorithm>
+#include <cstring>
+
+#include "hwy/highway.h"
+#include "qn/image/qnyuv_rows.h"
+
+#undef QN_YUV_HAS_VBMI
+#define QN_YUV_HAS_VBMI (HWY_TARGET == HWY_AVX3_DL)
+
+HWY_BEFORE_NAMESPACE();
+namespace qn {
+namespace HWY_NAMESPACE {
+
+namespace hn = hwy::HWY_NAMESPACE;
+
+using TagInt = hn::ScalableTag<int32_t>;
+using TagFloat = hn::ScalableTag<float>;
+using TagWord = hn::Repartition<uint16_t, TagInt>;
+using TagShort = hn::Repartition<int16_t, TagInt>;
+using TagHalfWord = hn::Rebind<uint16_t, TagInt>;
+using TagByte = hn::Rebind<uint8_t, TagInt>;
+using VecInt = hn::Vec<TagInt>;
+using VecFloat = hn::Vec<TagFloat>;
+
+inline constexpr size_t kPairs = hn::MaxLanes(TagInt());  // of a step
+
+struct Couple {
+  VecInt left;
+  VecInt right;
+};
+
+inline VecInt LowByte(VecInt x) {
+  return hn::And(x, hn::Set(TagInt(), 0xFF));
+}
+inline VecInt LoadDoubles(const BYTE* from) {
+  return hn::LoadU(TagInt(), reinterpret_cast<const int32_t*>(from));
+}
+inline VecInt LoadWords(const BYTE* from) {
+  return hn::PromoteTo(TagInt(), hn::LoadU(TagHalfWord(), reinterpret_cast<const uint16_t*>(from)));
+}
+inline void StoreDoubles(VecInt x, BYTE* to) {
+  hn::StoreU(x, TagInt(), reinterpret_cast<int32_t*>(to));
+}
+inline void StoreWords(VecInt x, BYTE* to) {
+  hn::StoreU(hn::DemoteTo(TagHalfWord(), x), TagHalfWord(), reinterpret_cast<uint16_t*>(to));
+}
+
+// Couples of samples next to each other.
+inline Couple LoadByteCouples(const BYTE* from) {
+  const VecInt both = LoadWords(from);
+  return {LowByte(both), hn::ShiftRight<8>(both)};
+}
+inline void StoreByteCouples(const Couple& x, BYTE* to) {
+  StoreWords(hn::Or(x.left, hn::ShiftLeft<8>(x.right)), to);
+}
+inline Couple SplitWords(VecInt both, int32_t mask) {
+  const VecInt bits = hn::Set(TagInt(), mask);
+  return {hn::And(both, bits), hn::And(hn::ShiftRight<16>(both), bits)};
+}
+inline VecInt JoinWords(VecInt low, VecInt high, int lowest) {
+  return hn::ShiftLeftSame(hn::Or(low, hn::ShiftLeft<16>(high)), lowest);
+}
+
+// The samples of pairs of pixels, by kind of rows; where a pair shares its chroma, that is on the left.
+struct Samples {
+  Couple luma;
+  Couple u;
+  Couple v;
+};
+
+template <RowKind kKind>
+struct Rows {
+  static constexpr RowShape kShape = ShapeOf(kKind);
+  static constexpr bool kFullChroma = kShape.HasFullChroma();
+
+  static Samples Load(const YuvRow& row, size_t pair, int32_t mask) {
+    const BYTE* const luma = row.luma + pair * kShape.luma;
+    const BYTE* const u = row.u + pair * kShape.u;
+    const BYTE* const v = row.v + pair * kShape.v;
+    Samples x;
+    if constexpr (kKind == RowKind::kUYVY) {
+      const VecInt all = LoadDoubles(luma);
+      const VecInt unsignedRight = hn::And(hn::ShiftRight<24>(all), hn::Set(TagInt(), 0xFF));
+      x.luma = {LowByte(hn::ShiftRight<8>(all)), unsignedRight};
+      x.u.left = LowByte(all);
+      x.v.left = LowByte(hn::ShiftRight<16>(all));
+    } else if constexpr (kKind == RowKind::kYUYV) {
+      const VecInt all = LoadDoubles(luma);
+      x.luma = {LowByte(all), LowByte(hn::ShiftRight<16>(all))};
+      x.u.left = LowByte(hn::ShiftRight<8>(all));
+      x.v.left = LowByte(hn::ShiftRight<24>(all));
+    } else if constexpr (kKind == RowKind::kUYVYWords || kKind == RowKind::kYUYVWords) {
+      VecInt first;
+      VecInt second;
+      hn::LoadInterleaved2(TagInt(), reinterpret_cast<const int32_t*>(luma), first, second);
+      const Couple low = SplitWords(first, mask);
+      const Couple high = SplitWords(second, mask);
+      constexpr bool kLumaFirst = kKind == RowKind::kYUYVWords;
+      x.luma = kLumaFirst ? Couple{low.left, high.left} : Couple{low.right, high.right};
+      x.u.left = kLumaFirst ? low.right : low.left;
+      x.v.left = kLumaFirst ? high.right : high.left;
+    } else if constexpr (kKind == RowKind::kPairs) {
+      x.luma = LoadByteCouples(luma);
+      x.u.left = hn::PromoteTo(TagInt(), hn::LoadU(TagByte(), u));
+      x.v.left = hn::PromoteTo(TagInt(), hn::LoadU(TagByte(), v));
+    } else if constexpr (kKind == RowKind::kTurns) {
+      x.luma = LoadByteCouples(luma);
+      const Couple turns = LoadByteCouples(u);
+      x.u.left = turns.left;
+      x.v.left = turns.right;
+    } else if constexpr (kKind == RowKind::kPixels) {
+      x = {LoadByteCouples(luma), LoadByteCouples(u), LoadByteCouples(v)};
+    } else if constexpr (kKind == RowKind::kTurnsWords) {
+      x.luma = SplitWords(LoadDoubles(luma), mask);
+      const Couple turns = SplitWords(LoadDoubles(u), mask);
+      x.u.left = turns.left;
+      x.v.left = turns.right;
+    } else {
+      static_assert(kKind == RowKind::kPixelsWords);
+      x = {SplitWords(LoadDoubles(luma), mask), SplitWords(LoadDoubles(u), mask),
+           SplitWords(LoadDoubles(v), mask)};
+    }
+    return x;
+  }
+
+  static void Store(const Samples& x, int lowest, const YuvRow& row, size_t pair) {
+    BYTE* const luma = row.luma + pair * kShape.luma;
+    if constexpr (kKind == RowKind::kUYVY || kKind == RowKind::kYUYV) {
+      constexpr bool kLumaFirst = kKind == RowKind::kYUYV;
+      const VecInt chroma = hn::Or(x.u.left, hn::ShiftLeft<16>(x.v.left));
+      const VecInt lumas = hn::Or(x.luma.left, hn::ShiftLeft<16>(x.luma.right));
+      StoreDoubles(
+          kLumaFirst ? hn::Or(lumas, hn::ShiftLeft<8>(chroma)) : hn::Or(chroma, hn::ShiftLeft<8>(lumas)),
+          luma);
+    } else if constexpr (kKind == RowKind::kUYVYWords || kKind == RowKind::kYUYVWords) {
+      constexpr bool kLumaFirst = kKind == RowKind::kYUYVWords;
+      const auto join = [lowest](VecInt y, VecInt chroma) {
+        return kLumaFirst ? JoinWords(y, chroma, lowest) : JoinWords(chroma, y, lowest);
+      };
+      hn::StoreInterleaved2(join(x.luma.left, x.u.left), join(x.luma.right, x.v.left), TagInt(),
+                            reinterpret_cast<int32_t*>(luma));
+    } else {
+      constexpr bool kBytes = kShape.luma == 2;
+      const auto store = [lowest](const Couple& each, BYTE* to) {
+        if constexpr (kBytes) {
+          StoreByteCouples(each, to);
+        } else {
+          StoreDoubles(JoinWords(each.left, each.right, lowest), to);
+        }
+      };
+      store(x.luma, luma);
+      if (!row.u) return;
+      BYTE* const u = row.u + pair * kShape.u;
+      BYTE* const v = row.v + pair * kShape.v;
+      if constexpr (kFullChroma) {
+        store(x.u, u);
+        store(x.v, v);
+      } else if constexpr (kShape.v == 0) {
+        store({x.u.left, x.v.left}, u);
+      } else {
+        hn::StoreU(hn::DemoteTo(TagByte(), x.u.left), TagByte(), u);
+        hn::StoreU(hn::DemoteTo(TagByte(), x.v.left), TagByte(), v);
+      }
+    }
+  }
+};
+
+// What a step works on when less than one is left.
+template <RowKind kKind>
+struct Rest {
+  BYTE luma[kPairs * ShapeOf(kKind).luma] = {};
+  BYTE u[kPairs * ShapeOf(kKind).u + 1] = {};
+  BYTE v[kPairs * ShapeOf(kKind).v + 1] = {};
+
+  YuvRow Row() { return {luma, u, v}; }
+};
+
+struct Colours {
+  VecFloat blue;
+  VecFloat green;
+  VecFloat red;
+};
+
+// A colour of 32nds as byte in bits 5 to 12 of each word, halves rounded up.
+inline hn::Vec<TagWord> Round(VecFloat left, VecFloat right) {
+  const TagShort d;
+  const TagWord dWord;
+  const VecInt low = hn::ConvertTo(TagInt(), left);
+  const VecInt high = hn::ShiftLeft<16>(hn::ConvertTo(TagInt(), right));
+  const auto words = hn::OddEven(hn::BitCast(d, high), hn::BitCast(d, low));
+  // The sum ends at 32767, which is just below 256, the difference at 0.
+  constexpr int16_t kZero = 32767 - (256 * 32 - 1);
+  const auto clippedAbove = hn::SaturatedAdd(words, hn::Set(d, kZero + 16));
+  return hn::SaturatedSub(hn::BitCast(dWord, clippedAbove), hn::Set(dWord, kZero));
+}
+
+template <RgbKind kKind>
+struct Pixels;
+
+template <>
+struct Pixels<RgbKind::kTriples> {
+  static constexpr size_t kBytes = RgbBytes(RgbKind::kTriples);
+  static constexpr float kScale = 32;
+  using TagHalfByte = hn::Rebind<uint8_t, TagShort>;
+
+  static hn::Vec<TagHalfByte> Byte(VecFloat left, VecFloat right) {
+    return hn::DemoteTo(TagHalfByte(), hn::BitCast(TagShort(), hn::ShiftRight<5>(Round(left, right))));
+  }
+  static void Store(const Colours& left, const Colours& right, BYTE* to) {
+    hn::StoreInterleaved3(Byte(left.blue, right.blue), Byte(left.green, right.green),
+                          Byte(left.red, right.red), TagHalfByte(), to);
+  }
+
+  static void Split(hn::Vec<TagHalfByte> both, VecFloat& left, VecFloat& right) {
+    const TagFloat d;
+    const VecInt words = hn::BitCast(TagInt(), hn::PromoteTo(TagShort(), both));
+    left = hn::ConvertTo(d, LowByte(words));
+    right = hn::ConvertTo(d, hn::ShiftRight<16>(words));
+  }
+  static void Load(const BYTE* from, Colours& left, Colours& right) {
+    hn::Vec<TagHalfByte> blue, green, red;
+    hn::LoadInterleaved3(TagHalfByte(), from, blue, green, red);
+    Split(blue, left.blue, right.blue);
+    Split(green, left.green, right.green);
+    Split(red, left.red, right.red);
+  }
+};
+
+template <>
+struct Pixels<RgbKind::kBytes> {
+  static constexpr size_t kBytes = RgbBytes(RgbKind::kBytes);
+
+#if QN_YUV_HAS_VBMI
+  static constexpr float kScale = 256;
+
+  // A colour of 256ths as byte in the high half of each word, halves rounded up. Blocks of eight words have
+  // four left pixels, then the right ones.
+  static hn::Vec<TagWord> RoundBlocks(VecFloat left, VecFloat right) {
+    const hn::Vec<TagWord> clipped{
+        _mm512_packus_epi32(hn::ConvertTo(TagInt(), left).raw, hn::ConvertTo(TagInt(), right).raw)};
+    return hn::SaturatedAdd(clipped, hn::Set(TagWord(), 128));
+  }
+
+  struct alignas(64) WordTable {
+    uint16_t at[2][32];
+  };
+  // Where the words of pixels in their order are among those of blue and green, and of red and alpha.
+  static constexpr WordTable MakeOrder() {
+    WordTable table = {};
+    for (int i = 0; i < 64; ++i) {
+      const int pair = i / 4;
+      const int place = pair / 4 * 8 + i / 2 % 2 * 4 + pair % 4;
+      table.at[i / 32][i % 32] = static_cast<uint16_t>(place + i % 2 * 32);
+    }
+    return table;
+  }
+
+  static void Store(const Colours& left, const Colours& right, BYTE* to) {
+    static constexpr WordTable kOrder = MakeOrder();
+    const TagWord d;
+    const auto high = hn::Set(d, 0xFF00);
+    const auto blue = RoundBlocks(left.blue, right.blue);
+    const auto green = RoundBlocks(left.green, right.green);
+    const auto red = RoundBlocks(left.red, right.red);
+    const auto blueGreen = hn::OrAnd(hn::ShiftRight<8>(blue), green, high);
+    const auto redAlpha = hn::Or(hn::ShiftRight<8>(red), high);
+    for (size_t half = 0; half < 2; ++half) {
+      const auto order = hn::Load(d, kOrder.at[half]);
+      const hn::Vec<TagWord> pixels{_mm512_permutex2var_epi16(blueGreen.raw, order.raw, redAlpha.raw)};
+      hn::StoreU(pixels, d, reinterpret_cast<uint16_t*>(to) + half * 32);
+    }
+  }
+#else
+  static constexpr float kScale = 32;
+
+  static void Store(const Colours& left, const Colours& right, BYTE* to) {
+    const TagWord d;
+    const auto blue = Round(left.blue, right.blue);
+    const auto green = Round(left.green, right.green);
+    const auto red = Round(left.red, right.red);
+    const auto high = hn::Set(d, 0xFF00);
+    hn::StoreInterleaved2(hn::OrAnd(hn::ShiftRight<5>(blue), hn::ShiftLeft<3>(green), high),
+                          hn::Or(hn::ShiftRight<5>(red), high), d, reinterpret_cast<uint16_t*>(to));
+  }
+#endif
+
+  static Colours Split(VecInt pixels) {
+    const TagFloat d;
+    return {hn::ConvertTo(d, LowByte(pixels)), hn::ConvertTo(d, LowByte(hn::ShiftRight<8>(pixels))),
+            hn::ConvertTo(d, LowByte(hn::ShiftRight<16>(pixels)))};
+  }
+  static void Load(const BYTE* from, Colours& left, Colours& right) {
+    VecInt leftPixels;
+    VecInt rightPixels;
+    hn::LoadInterleaved2(TagInt(), reinterpret_cast<const int32_t*>(from), leftPixels, rightPixels);
+    left = Split(leftPixels);
+    right = Split(rightPixels);
+  }
+};
+
+template <>
+struct Pixels<RgbKind::kFloats> {
+  static constexpr size_t kBytes = RgbBytes(RgbKind::kFloats);
+  static constexpr float kScale = 1;
+
+  static VecFloat Clip(VecFloat x) {
+    const TagFloat d;
+    const VecFloat clipped = hn::Min(hn::Max(x, hn::Zero(d)), hn::Set(d, 255.0f));
+    return hn::Div(clipped, hn::Set(d, 255.0f));
+  }
+  static void Store(const Colours& left, const Colours& right, BYTE* to) {
+    const TagFloat d;
+    float planes[3][2 * kPairs];
+    hn::StoreInterleaved2(Clip(left.blue), Clip(right.blue), d, planes[0]);
+    hn::StoreInterleaved2(Clip(left.green), Clip(right.green), d, planes[1]);
+    hn::StoreInterleaved2(Clip(left.red), Clip(right.red), d, planes[2]);
+    for (size_t half = 0; half < 2; ++half) {
+      const size_t at = half * kPairs;
+      hn::StoreInterleaved4(hn::LoadU(d, planes[0] + at), hn::LoadU(d, planes[1] + at),
+                            hn::LoadU(d, planes[2] + at), hn::Set(d, 1.0f), d,
+                            reinterpret_cast<float*>(to + at * kBytes));
+    }
+  }
+
+  // What is far from any colour, and what is no number, must not make other pixels of its pair so.
+  static VecFloat Tame(VecFloat x) {
+    const TagFloat d;
+    const VecFloat number = hn::IfThenElseZero(hn::Eq(x, x), x);
+    const VecFloat near = hn::Min(hn::Max(number, hn::Set(d, -16.0f)), hn::Set(d, 16.0f));
+    return hn::Mul(near, hn::Set(d, 255.0f));
+  }
+  static void Load(const BYTE* from, Colours& left, Colours& right) {
+    const TagFloat d;
+    float planes[3][2 * kPairs];
+    for (size_t half = 0; half < 2; ++half) {
+      const size_t at = half * kPairs;
+      VecFloat blue, green, red, alpha;
+      hn::LoadInterleaved4(d, reinterpret_cast<const float*>(from + at * kBytes), blue, green, red, alpha);
+      hn::StoreU(Tame(blue), d, planes[0] + at);
+      hn::StoreU(Tame(green), d, planes[1] + at);
+      hn::StoreU(Tame(red), d, planes[2] + at);
+    }
+    hn::LoadInterleaved2(d, planes[0], left.blue, right.blue);
+    hn::LoadInterleaved2(d, planes[1], left.green, right.green);
+    hn::LoadInterleaved2(d, planes[2], left.red, right.red);
+  }
+};
+
+}  // namespace HWY_NAMESPACE
+}  // namespace qn
+HWY_AFTER_NAMESPACE();
+
+#endif

@@ -1,0 +1,31 @@
+// Work on the rows of an image by several processors.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+
+namespace qn {
+
+using RowWork = void (*)(const void* context, size_t first, size_t end);
+
+// Calls work(context, first, end) for parts of the rows 0 to `rows` that together are all of them, each part
+// but the last of `least` rows or more, on as many threads as the calling one has processors. The calling
+// thread does the first part; the others live for the length of the call, with the arithmetic modes of the
+// caller and all signals blocked. Where a thread cannot be had the caller does its part.
+//
+// A team of threads that waits for the next frame would stay when the library is unloaded, and be missing in
+// a process that was forked.
+void ForRows(size_t rows, size_t least, RowWork work, const void* context);
+
+template <class Work>
+void ForRows(size_t rows, size_t least, const Work& work) {
+  const auto call = [](const void* context, size_t first, size_t end) {
+    (*static_cast<const Work*>(context))(first, end);
+  };
+  ForRows(rows, least, call, &work);
+}
+
+// The number of parts, whatever the processors and `least`; 0, the default, lets those decide. For tests.
+extern std::atomic<size_t> g_rowParts;
+
+}  // namespace qn
