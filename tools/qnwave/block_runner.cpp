@@ -5,7 +5,7 @@
 #include <system_error>
 #include <thread>
 
-#include "tools/qnwave/interrupt.h"
+#include "tools/common/interrupt.h"
 
 namespace qnwave {
 
@@ -38,7 +38,7 @@ bool BlockRunner::Next(uint64_t* first, uint64_t* frames) {
 }
 
 bool BlockRunner::GoesOn() const {
-  return failure_ == S_OK && InterruptSignal() == 0;
+  return failure_ == S_OK && qntool::InterruptSignal() == 0;
 }
 
 void BlockRunner::Fail(const std::string& file, HRESULT status) {

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <numbers>
 
-#include "tools/qnwave/option_values.h"
+#include "tools/common/option_values.h"
 
 namespace qnwave {
 namespace {
@@ -60,7 +60,7 @@ uint32_t ColourAt(const Path& path, double place) {
 }  // namespace
 
 std::optional<ColourMap> MakeColourMap(std::string_view name) {
-  const Path* const path = FindByName(kPaths, name);
+  const Path* const path = qntool::FindByName(kPaths, name);
   if (!path) return std::nullopt;
   ColourMap map;
   for (uint32_t i = 0; i < kColours; ++i) map[i] = ColourAt(*path, static_cast<double>(i) / (kColours - 1));
@@ -68,7 +68,7 @@ std::optional<ColourMap> MakeColourMap(std::string_view name) {
 }
 
 std::string ColourMapNames() {
-  return NamesOf(kPaths);
+  return qntool::NamesOf(kPaths);
 }
 
 }  // namespace qnwave

@@ -4,11 +4,11 @@
 #include <cstdio>
 
 #include "qn/settings/qnstatus.h"
+#include "tools/common/interrupt.h"
 #include "tools/common/options.h"
 #include "tools/common/time_format.h"
 #include "tools/qnwave/command.h"
 #include "tools/qnwave/describe.h"
-#include "tools/qnwave/interrupt.h"
 #include "tools/qnwave/picture.h"
 #include "tools/qnwave/picture_file.h"
 #include "tools/qnwave/report.h"

@@ -5,9 +5,9 @@
 #include <filesystem>
 
 #include "qn/settings/qnstatus.h"
+#include "tools/common/interrupt.h"
 #include "tools/qnwave/command.h"
 #include "tools/qnwave/describe.h"
-#include "tools/qnwave/interrupt.h"
 #include "tools/qnwave/report.h"
 
 namespace qnwave {

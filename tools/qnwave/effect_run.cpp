@@ -4,7 +4,7 @@
 #include <optional>
 
 #include "qn/settings/qnstatus.h"
-#include "tools/qnwave/interrupt.h"
+#include "tools/common/interrupt.h"
 #include "tools/qnwave/progress.h"
 #include "tools/qnwave/report.h"
 #include "tools/qnwave/sample_check.h"
@@ -68,7 +68,7 @@ bool EffectRun::Write(bool quiet) {
   std::optional<Progress> progress;
   progress.emplace(target_.name, std::max<uint64_t>(total, 1), quiet);
   for (uint64_t at = 0; at < total && failure_ == S_OK; at += blockFrames_) {
-    if (InterruptSignal() != 0) return false;
+    if (qntool::InterruptSignal() != 0) return false;
     const auto count = static_cast<uint32_t>(std::min<uint64_t>(blockFrames_, total - at));
     if (WriteBlock(at, count, late)) progress->Show(at + count);
   }

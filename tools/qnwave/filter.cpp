@@ -3,11 +3,11 @@
 #include <vector>
 
 #include "qn/settings/qnstatus.h"
+#include "tools/common/option_values.h"
 #include "tools/qnwave/command.h"
 #include "tools/qnwave/describe.h"
 #include "tools/qnwave/effect_command.h"
 #include "tools/qnwave/filter_bank.h"
-#include "tools/qnwave/option_values.h"
 #include "tools/qnwave/report.h"
 #include "tools/qnwave/response.h"
 

@@ -3,12 +3,12 @@
 #include <string>
 
 #include "qn/settings/qnstatus.h"
+#include "tools/common/json.h"
 #include "tools/common/options.h"
 #include "tools/common/time_format.h"
 #include "tools/qnwave/audio_input.h"
 #include "tools/qnwave/command.h"
 #include "tools/qnwave/describe.h"
-#include "tools/qnwave/json.h"
 #include "tools/qnwave/layout.h"
 #include "tools/qnwave/report.h"
 

@@ -5,11 +5,11 @@
 #include <optional>
 
 #include "qn/settings/qnstatus.h"
+#include "tools/common/interrupt.h"
+#include "tools/common/json.h"
 #include "tools/common/time_format.h"
 #include "tools/qnwave/command.h"
 #include "tools/qnwave/describe.h"
-#include "tools/qnwave/interrupt.h"
-#include "tools/qnwave/json.h"
 #include "tools/qnwave/level_meter.h"
 #include "tools/qnwave/position.h"
 #include "tools/qnwave/progress.h"

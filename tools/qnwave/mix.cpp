@@ -4,12 +4,12 @@
 #include <optional>
 
 #include "qn/settings/qnstatus.h"
+#include "tools/common/interrupt.h"
 #include "tools/common/time_format.h"
 #include "tools/qnwave/audio_output.h"
 #include "tools/qnwave/command.h"
 #include "tools/qnwave/converter.h"
 #include "tools/qnwave/describe.h"
-#include "tools/qnwave/interrupt.h"
 #include "tools/qnwave/mixer.h"
 #include "tools/qnwave/position.h"
 #include "tools/qnwave/progress.h"

@@ -5,7 +5,7 @@
 #include "qn/platform/directory.h"
 #include "qn/platform/text.h"
 #include "qn/settings/qnstatus.h"
-#include "tools/qnwave/interrupt.h"
+#include "tools/common/interrupt.h"
 #include "tools/qnwave/report.h"
 
 namespace qnwave {
@@ -34,7 +34,7 @@ bool PeakReader::Start(const AudioSource& source) {
 HRESULT PeakReader::Read(LONGLONG position, LONGLONG, void* buffer, LONG frames, DWORD* got) {
   *got = 0;
   if (position < 0) return QN_E_FILE_READ;
-  if (InterruptSignal() != 0) return failure_ = QN_E_CANCELLED;
+  if (qntool::InterruptSignal() != 0) return failure_ = QN_E_CANCELLED;
   constexpr LONGLONG kMostBytes = 1 << 30;
   const LONGLONG count =
       std::min({LONGLONG{frames}, GetLength() - position, kMostBytes / format_.nBlockAlign});

@@ -4,10 +4,10 @@
 #include <string>
 
 #include "qn/settings/qnstatus.h"
+#include "tools/common/interrupt.h"
 #include "tools/common/options.h"
 #include "tools/qnwave/command.h"
 #include "tools/qnwave/describe.h"
-#include "tools/qnwave/interrupt.h"
 #include "tools/qnwave/peak_reader.h"
 #include "tools/qnwave/progress.h"
 #include "tools/qnwave/report.h"

@@ -5,11 +5,11 @@
 
 #include "qn/audio/qnwaveformat.h"
 #include "qn/settings/qnstatus.h"
+#include "tools/common/interrupt.h"
 #include "tools/common/options.h"
 #include "tools/qnwave/command.h"
 #include "tools/qnwave/describe.h"
 #include "tools/qnwave/header_repair.h"
-#include "tools/qnwave/interrupt.h"
 #include "tools/qnwave/layout.h"
 #include "tools/qnwave/report.h"
 

@@ -5,7 +5,8 @@
 #include <numbers>
 #include <numeric>
 
-#include "tools/qnwave/option_values.h"
+#include "tools/common/option_values.h"
+#include "tools/qnwave/report.h"
 
 namespace qnwave {
 namespace {
@@ -58,9 +59,9 @@ uint32_t RateChange::Delay() const {
 
 bool ChooseQuality(const char* command, const qntool::Arguments& arguments, DWORD* flags) {
   const auto name = arguments.Value(kQualityOption.name).value_or(kQualities[0].name);
-  const QualityRow* const row = FindByName(kQualities, name);
+  const QualityRow* const row = qntool::FindByName(kQualities, name);
   if (!row) {
-    ReportUsage(command, "unknown quality " + Quoted(name) + " (one of " + NamesOf(kQualities) + ")");
+    ReportUsage(command, "unknown quality " + Quoted(name) + " (one of " + qntool::NamesOf(kQualities) + ")");
     return false;
   }
   *flags = row->flags;

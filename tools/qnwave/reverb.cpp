@@ -7,10 +7,10 @@
 #include <vector>
 
 #include "qn/dsp/qnreverb.h"
+#include "tools/common/option_values.h"
 #include "tools/qnwave/command.h"
 #include "tools/qnwave/describe.h"
 #include "tools/qnwave/effect_command.h"
-#include "tools/qnwave/option_values.h"
 #include "tools/qnwave/report.h"
 
 namespace qnwave {

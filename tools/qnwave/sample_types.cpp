@@ -1,6 +1,7 @@
 #include "tools/qnwave/sample_types.h"
 
-#include "tools/qnwave/option_values.h"
+#include "tools/common/option_values.h"
+#include "tools/qnwave/report.h"
 
 namespace qnwave {
 namespace {
@@ -32,7 +33,7 @@ const SampleTypeRow* FindSampleType(QNSAMPLETYPE type) {
 }
 
 const SampleTypeRow* FindSampleType(std::string_view name) {
-  return FindByName(kRows, name);
+  return qntool::FindByName(kRows, name);
 }
 
 bool IsFloat(QNSAMPLETYPE type) {
@@ -40,7 +41,7 @@ bool IsFloat(QNSAMPLETYPE type) {
 }
 
 std::string SampleTypeNames() {
-  return NamesOf(kRows);
+  return qntool::NamesOf(kRows);
 }
 
 std::optional<AudioFormat> ParseAudioFormat(std::string_view text, uint64_t* offset, std::string* mistake) {

@@ -10,8 +10,8 @@
 
 #include "qn/dsp/qnperf.h"
 #include "qn/settings/qnstatus.h"
-#include "tools/qnwave/interrupt.h"
-#include "tools/qnwave/option_values.h"
+#include "tools/common/interrupt.h"
+#include "tools/common/option_values.h"
 #include "tools/qnwave/progress.h"
 #include "tools/qnwave/report.h"
 #include "tools/qnwave/sample_check.h"
@@ -202,7 +202,7 @@ HRESULT SpectrumReader::ReadColumn(uint32_t column) {
   const double count = std::max(std::ceil(width / hop), 1.0);
   for (auto& powers : powers_) std::fill(powers.begin(), powers.end(), 0.0);
   for (double i = 0; i < count; ++i) {
-    if (InterruptSignal() != 0) return QN_E_CANCELLED;
+    if (qntool::InterruptSignal() != 0) return QN_E_CANCELLED;
     const double middle = width * (column + (i + 0.5) / count) - size_ / 2.0;
     const HRESULT status =
         AddTransform(static_cast<int64_t>(request_.start) + static_cast<int64_t>(std::floor(middle)));
@@ -227,17 +227,17 @@ HRESULT SpectrumReader::Read(bool quiet) {
 }  // namespace
 
 const SpectrumWindow* FindSpectrumWindow(std::string_view name) {
-  return FindByName(kWindows, name);
+  return qntool::FindByName(kWindows, name);
 }
 
 std::string SpectrumWindowNames() {
-  return NamesOf(kWindows);
+  return qntool::NamesOf(kWindows);
 }
 
 bool ComputeSpectrogram(const AudioSource& source, const SpectrumRequest& request,
                         const FrequencyScale& scale, bool quiet, Spectrogram* spectrogram) {
   const HRESULT status = SpectrumReader(source, request, scale, spectrogram).Read(quiet);
-  if (InterruptSignal() == 0 && status != S_OK) ReportError(source.name, status);
+  if (qntool::InterruptSignal() == 0 && status != S_OK) ReportError(source.name, status);
   return status == S_OK;
 }
 

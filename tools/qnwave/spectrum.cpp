@@ -5,13 +5,13 @@
 #include <cstdio>
 
 #include "qn/settings/qnstatus.h"
+#include "tools/common/interrupt.h"
+#include "tools/common/option_values.h"
 #include "tools/common/time_format.h"
 #include "tools/qnwave/colour_map.h"
 #include "tools/qnwave/command.h"
 #include "tools/qnwave/describe.h"
 #include "tools/qnwave/frame.h"
-#include "tools/qnwave/interrupt.h"
-#include "tools/qnwave/option_values.h"
 #include "tools/qnwave/picture_file.h"
 #include "tools/qnwave/report.h"
 #include "tools/qnwave/spectrogram.h"

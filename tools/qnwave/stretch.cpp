@@ -4,10 +4,10 @@
 #include <optional>
 
 #include "qn/settings/qnstatus.h"
+#include "tools/common/interrupt.h"
+#include "tools/common/option_values.h"
 #include "tools/qnwave/command.h"
 #include "tools/qnwave/describe.h"
-#include "tools/qnwave/interrupt.h"
-#include "tools/qnwave/option_values.h"
 #include "tools/qnwave/progress.h"
 #include "tools/qnwave/report.h"
 #include "tools/qnwave/sample_check.h"

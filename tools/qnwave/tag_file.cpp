@@ -8,7 +8,7 @@
 
 #include "qn/media/riff64.h"
 #include "qn/settings/qnstatus.h"
-#include "tools/qnwave/interrupt.h"
+#include "tools/common/interrupt.h"
 #include "tools/qnwave/report.h"
 
 namespace qnwave {
@@ -167,7 +167,7 @@ HRESULT CopyRange(int source, uint64_t from, uint64_t to, int target, uint64_t o
   std::vector<uint8_t> block(kBlockBytes);
   uint64_t hole = from;
   for (uint64_t at = from; at < to;) {
-    if (InterruptSignal() != 0) return QN_E_CANCELLED;
+    if (qntool::InterruptSignal() != 0) return QN_E_CANCELLED;
     if (at == hole) {
       // Where the system knows of no holes all is data.
       const off_t data = lseek(source, static_cast<off_t>(at), SEEK_DATA);

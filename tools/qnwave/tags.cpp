@@ -7,11 +7,11 @@
 
 #include "qn/platform/locale.h"
 #include "qn/settings/qnstatus.h"
+#include "tools/common/interrupt.h"
+#include "tools/common/json.h"
 #include "tools/common/options.h"
 #include "tools/common/output_file.h"
 #include "tools/qnwave/command.h"
-#include "tools/qnwave/interrupt.h"
-#include "tools/qnwave/json.h"
 #include "tools/qnwave/progress.h"
 #include "tools/qnwave/report.h"
 #include "tools/qnwave/tag_file.h"

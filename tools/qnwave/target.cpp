@@ -3,9 +3,9 @@
 #include <cstdio>
 
 #include "qn/settings/qnstatus.h"
+#include "tools/common/interrupt.h"
 #include "tools/qnwave/command.h"
 #include "tools/qnwave/describe.h"
-#include "tools/qnwave/interrupt.h"
 #include "tools/qnwave/report.h"
 #include "tools/qnwave/wave_header.h"
 

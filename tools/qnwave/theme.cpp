@@ -1,6 +1,6 @@
 #include "tools/qnwave/theme.h"
 
-#include "tools/qnwave/option_values.h"
+#include "tools/common/option_values.h"
 
 namespace qnwave {
 namespace {
@@ -15,11 +15,11 @@ constexpr Theme kThemes[] = {
 }  // namespace
 
 const Theme* FindTheme(std::string_view name) {
-  return FindByName(kThemes, name);
+  return qntool::FindByName(kThemes, name);
 }
 
 std::string ThemeNames() {
-  return NamesOf(kThemes);
+  return qntool::NamesOf(kThemes);
 }
 
 }  // namespace qnwave

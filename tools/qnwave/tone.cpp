@@ -6,11 +6,11 @@
 
 #include "qn/dsp/qnsine.h"
 #include "qn/settings/qnstatus.h"
+#include "tools/common/interrupt.h"
+#include "tools/common/option_values.h"
 #include "tools/common/time_format.h"
 #include "tools/qnwave/command.h"
 #include "tools/qnwave/describe.h"
-#include "tools/qnwave/interrupt.h"
-#include "tools/qnwave/option_values.h"
 #include "tools/qnwave/position.h"
 #include "tools/qnwave/progress.h"
 #include "tools/qnwave/report.h"

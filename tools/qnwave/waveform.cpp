@@ -6,7 +6,7 @@
 #include <optional>
 
 #include "qn/settings/qnstatus.h"
-#include "tools/qnwave/interrupt.h"
+#include "tools/common/interrupt.h"
 #include "tools/qnwave/peak_reader.h"
 #include "tools/qnwave/progress.h"
 #include "tools/qnwave/report.h"
@@ -187,7 +187,7 @@ HRESULT WaveformReader::Read(bool quiet) {
   const auto group = static_cast<uint32_t>(std::max<uint64_t>(kGroupFrames / perColumn, 1));
   Progress progress(source_.name, request_.columns, quiet || (fromFile && !request_.withRms));
   for (uint32_t first = 0; first < request_.columns && status == S_OK; first += group) {
-    if (InterruptSignal() != 0) return QN_E_CANCELLED;
+    if (qntool::InterruptSignal() != 0) return QN_E_CANCELLED;
     const uint32_t count = std::min(group, request_.columns - first);
     if (!fromFile) status = ReadColumns(first, count);
     if (status == S_OK && request_.withRms && !ReadRms(first, count)) status = SystemStatus(QN_E_FILE_READ);
@@ -202,8 +202,8 @@ HRESULT WaveformReader::Read(bool quiet) {
 bool ReadWaveform(const AudioSource& source, const WaveformRequest& request, bool quiet, Waveform* waveform) {
   WaveformReader reader(source, request, waveform);
   const HRESULT status = reader.Read(quiet);
-  if (InterruptSignal() == 0 && status != S_OK) ReportError(source.name, status);
-  return InterruptSignal() == 0 && status == S_OK;
+  if (qntool::InterruptSignal() == 0 && status != S_OK) ReportError(source.name, status);
+  return qntool::InterruptSignal() == 0 && status == S_OK;
 }
 
 }  // namespace qnwave

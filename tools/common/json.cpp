@@ -1,11 +1,11 @@
-#include "tools/qnwave/json.h"
+#include "tools/common/json.h"
 
 #include <charconv>
 #include <cstdio>
 
 #include "qn/platform/text.h"
 
-namespace qnwave {
+namespace qntool {
 
 void JsonWriter::String(std::string_view key, std::string_view text) {
   Item(key);
@@ -77,4 +77,4 @@ void JsonWriter::Escaped(std::string_view text) {
   text_ += '"';
 }
 
-}  // namespace qnwave
+}  // namespace qntool

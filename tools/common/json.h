@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-namespace qnwave {
+namespace qntool {
 
 class JsonWriter {
  public:
@@ -37,4 +37,4 @@ class JsonWriter {
   std::vector<bool> hasItems_;
 };
 
-}  // namespace qnwave
+}  // namespace qntool

@@ -1,7 +1,7 @@
 // Ctrl-C and its kin: a run is told to stop and tidies up after itself.
 #pragma once
 
-namespace qnwave {
+namespace qntool {
 
 // From now on SIGINT, SIGTERM and SIGHUP set a mark. Further ones change nothing, so that a
 // run can tidy up; only SIGKILL ends it at once.
@@ -10,4 +10,4 @@ void WatchInterrupts();
 // The number of the signal that came, or 0.
 int InterruptSignal();
 
-}  // namespace qnwave
+}  // namespace qntool

@@ -7,9 +7,9 @@
 #include <string_view>
 
 #include "tools/common/options.h"
-#include "tools/qnwave/report.h"
+#include "tools/common/report.h"
 
-namespace qnwave {
+namespace qntool {
 
 // The row of a name; null for an unknown one.
 template <class Row, size_t count>
@@ -29,11 +29,11 @@ std::string NamesOf(const Row (&rows)[count]) {
 
 // Takes the number of an option, if that is given; false with the mistake reported.
 template <class Number>
-bool ReadNumber(const char* command, const qntool::Arguments& arguments, const char* option, Number lowest,
+bool ReadNumber(const char* command, const Arguments& arguments, const char* option, Number lowest,
                 Number highest, Number* value) {
   const auto text = arguments.Value(option);
   if (!text) return true;
-  const auto number = qntool::ParseNumber<Number>(*text, lowest, highest);
+  const auto number = ParseNumber<Number>(*text, lowest, highest);
   if (number) {
     *value = *number;
     return true;
@@ -45,4 +45,4 @@ bool ReadNumber(const char* command, const qntool::Arguments& arguments, const c
   return false;
 }
 
-}  // namespace qnwave
+}  // namespace qntool

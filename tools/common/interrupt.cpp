@@ -1,11 +1,11 @@
-#include "tools/qnwave/interrupt.h"
+#include "tools/common/interrupt.h"
 
 #include <signal.h>
 
 #include <atomic>
 #include <initializer_list>
 
-namespace qnwave {
+namespace qntool {
 namespace {
 
 std::atomic<int> signalNumber = 0;
@@ -36,4 +36,4 @@ int InterruptSignal() {
   return signalNumber;
 }
 
-}  // namespace qnwave
+}  // namespace qntool
