@@ -299,14 +299,28 @@ void RunBank(const HQNREVERB& reverb, Bank<kStereo>& bank, Idle& idle, Piece& pi
   bank.Close(frames);
 }
 
+// Runs over a line up to its end at once: what is read there lies a frame before what is written next.
 void RunLine(tQNREVERB_LINE& line, double* wet, size_t frames) {
-  double* cursor = line.cursor;
-  for (size_t i = 0; i < frames; ++i) {
-    *cursor = wet[i];
-    if (++cursor == line.end) cursor = line.start;
-    wet[i] = *cursor;
+  const D d;
+  for (size_t at = 0; at < frames;) {
+    double* const cursor = line.cursor;
+    const size_t toLast = std::min(frames - at, static_cast<size_t>(line.end - cursor - 1));
+    size_t i = 0;
+    const auto exchange = [&](auto lanes) HWY_ATTR {
+      const auto written = hn::LoadU(lanes, wet + at + i);
+      hn::StoreU(hn::LoadU(lanes, cursor + i + 1), lanes, wet + at + i);
+      hn::StoreU(written, lanes, cursor + i);
+      i += hn::MaxLanes(lanes);
+    };
+    while (i + kLanes <= toLast) exchange(d);
+    while (i < toLast) exchange(hn::CappedTag<double, 1>());
+    at += toLast;
+    line.cursor = cursor + toLast;
+    if (at == frames) break;
+    *line.cursor = wet[at];
+    line.cursor = line.start;
+    wet[at++] = *line.start;
   }
-  line.cursor = cursor;
 }
 
 // The taps' lines over a piece, by channel.
