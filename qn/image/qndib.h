@@ -226,8 +226,8 @@ QN_API HRESULT QnDibSetPixel(const BITMAPINFOHEADER* header, void* bits, const R
 QN_API HRESULT QnDibFlip(const BITMAPINFOHEADER* header, void* bits, const RECT* rectangle, LONG stride,
                          UINT flags);
 
-// Exchanges red and blue in a rectangle. E_NOTIMPL for types other than 25 to 35: the colours of a palette
-// are not those of a rectangle.
+// Exchanges red and blue in a rectangle. E_NOTIMPL for types other than 25 to 35 (for 23 and 24 only
+// if something of the rectangle is left): the colours of a palette are not those of a rectangle.
 QN_API HRESULT QnDibSwapRB(const BITMAPINFOHEADER* header, void* bits, const RECT* rectangle, LONG stride);
 
 // Copies a rectangle to another one, of the other's pixel type and size; the two share no memory. The centre
@@ -236,8 +236,8 @@ QN_API HRESULT QnDibSwapRB(const BITMAPINFOHEADER* header, void* bits, const REC
 // pixel centres around it, of those within the rectangle. Equal sizes give a straight copy with both. A
 // component is converted to the nearest of the target's values; types without alpha, and those whose header
 // has no room for it (BI_RGB, BI_BITFIELDS), count as opaque. Pixels of one type that are not mixed keep all
-// their bits. If one bitmap's height is negative and the other's is not, the picture is kept upright.
-// E_NOTIMPL for types other than 16 to 35.
+// their bits, with palettes if these are the same. If one bitmap's height is negative and the other's is not,
+// the picture is kept upright. E_NOTIMPL for types other than 16 to 35.
 QN_API HRESULT QnDibCopy(const BITMAPINFOHEADER* toHeader, void* toBits, const RECT* toRectangle,
                          LONG toStride, const BITMAPINFOHEADER* fromHeader, const void* fromBits,
                          const RECT* fromRectangle, LONG fromStride, int filter);

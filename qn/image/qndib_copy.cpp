@@ -67,15 +67,23 @@ class Axis {
             static_cast<double>(place % whole) / static_cast<double>(whole)};
   }
 
-  // What is left of a range of the target without those that fall outside of the source.
+  // What is left of a range of the target without those that fall outside of the source. The places in the
+  // source rise, or fall, with those in the target.
   Range Covered(Range range) const {
-    const auto isInside = [this](LONG target) {
-      const LONG nearest = Nearest(target);
-      return nearest >= inside_.begin && nearest < inside_.end;
+    const auto first = [&](LONG limit) {
+      int64_t low = range.begin, high = range.end;
+      while (low < high) {
+        const int64_t middle = (low + high) >> 1;
+        if ((Nearest(static_cast<LONG>(middle)) >= limit) != reversed_) {
+          high = middle;
+        } else {
+          low = middle + 1;
+        }
+      }
+      return static_cast<LONG>(low);
     };
-    while (range.begin < range.end && !isInside(range.begin)) ++range.begin;
-    while (range.begin < range.end && !isInside(range.end - 1)) --range.end;
-    return range;
+    return reversed_ ? Range{first(inside_.end), first(inside_.begin)}
+                     : Range{first(inside_.begin), first(inside_.end)};
   }
 
  private:

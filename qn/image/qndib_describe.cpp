@@ -99,14 +99,18 @@ HRESULT QnDibAlloc(BITMAPINFO** dib, int type, LONG width, LONG height, const RG
     const auto tag = static_cast<unsigned>(flags & ~QNDIBALLOC_ZERO);
     std::snprintf(qn::t_dibTag, sizeof(qn::t_dibTag), "QnDA:%x", tag ? tag : caller);
   }
+  // Where the bits of such a header are looked for, a whole table lies before them.
+  const bool hasWholeTable = found.header.biClrUsed == 0 && found.header.biBitCount <= 8;
+  const size_t tableBytes = hasWholeTable ? sizeof(RGBQUAD) << found.header.biBitCount : 0;
   const HGLOBAL block = GlobalAlloc(flags & QNDIBALLOC_ZERO ? GHND : GMEM_MOVEABLE,
-                                    found.headerBytes + found.header.biSizeImage);
+                                    found.headerBytes + tableBytes + found.header.biSizeImage);
   auto* const made = static_cast<BITMAPINFO*>(GlobalLock(block));
   if (!made) {
     GlobalFree(block);
     return E_OUTOFMEMORY;
   }
   qn::Write(made, found, palette);
+  std::memset(reinterpret_cast<BYTE*>(made) + found.headerBytes, 0, tableBytes);
   qn::g_dibs.bitmaps.fetch_add(1, std::memory_order_relaxed);
   qn::g_dibs.bytes.fetch_add(found.header.biSizeImage, std::memory_order_relaxed);
   *dib = made;

@@ -49,10 +49,15 @@ MovableRecord* RecordOf(HGLOBAL block) {
   return record->magic == kRecordMagic ? record : nullptr;
 }
 
-// The header of a block given by its address, or null.
-BlockHeader* BlockAt(const void* bytes) {
+// The header of a block given by its address, or null, also for memory that is not of here: what lies before
+// that on the same page can be looked at, a page before it may not be there.
+[[gnu::no_sanitize_address]] BlockHeader* BlockAt(const void* bytes) {
+  constexpr uintptr_t kLeastPage = 4096;
   if (!bytes || reinterpret_cast<uintptr_t>(bytes) % 16 != 0) return nullptr;
   BlockHeader* header = HeaderOf(bytes);
+  if (reinterpret_cast<uintptr_t>(bytes) % kLeastPage < sizeof(BlockHeader) &&
+      IsBadReadPtr(header, sizeof(BlockHeader)))
+    return nullptr;
   return header->magic == kBlockMagic ? header : nullptr;
 }
 

@@ -1,5 +1,6 @@
 // Descriptions, allocation, bits found behind the header, texts and palettes.
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 
 #include <algorithm>
 #include <array>
@@ -95,6 +96,14 @@ TEST(QnDib, Allocation) {
   }
   EXPECT_TRUE(qn::g_dibs.bitmaps == 0 && qn::g_dibs.bytes == 0);
   EXPECT_EQ(QnDibFree(nullptr, 0), 0);
+  // A table without colours lies before the bits all the same; other memory may begin with a page.
+  const RGBQUAD none[1] = {};
+  ASSERT_EQ(QnDibAlloc(&dib, 24, 4, 4, none, 0, 0), 0);
+  EXPECT_EQ(QnDibFillRect(&dib->bmiHeader, nullptr, nullptr, 0, &white), 0);
+  EXPECT_EQ(QnDibFree(dib, 0), 0);
+  void* const page = mmap(nullptr, 4096, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  EXPECT_EQ(QnDibFree(static_cast<BITMAPINFO*>(page), -1), 0);
+  munmap(page, 4096);
   EXPECT_EQ(QnDibAlloc(&dib, 36, 1, 1, nullptr, 0, 0), E_INVALIDARG);
 }
 
