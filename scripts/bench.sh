@@ -53,7 +53,7 @@ END
   scripts/bench_table.py build/bench.json
   measure '^peaks/'
   scripts/bench_table.py build/bench.json
-  for group in mix level resample fft fir iir dither effects; do
+  for group in mix level resample fft fir iir dither effects yuv; do
     measure "^$group/"
     scripts/bench_table.py build/bench.json
   done

@@ -17,7 +17,7 @@ packages=(
 )
 if [ "${1:-}" = --bench ]; then
   packages+=(libbenchmark-dev libswresample-dev libfmt-dev libfftw3-dev libkissfft-dev
-    libsoxr-dev libsamplerate0-dev libspeexdsp-dev)
+    libsoxr-dev libsamplerate0-dev libspeexdsp-dev libswscale-dev libyuv-dev)
 elif [ $# -gt 0 ]; then
   sed -n '2,6s/^# \{0,1\}//p' "$0"
   exit 2

@@ -132,7 +132,8 @@ YuvToRgb HowToRgb(const YuvLayout& layout, const YuvMatrix& matrix, double range
           matrix.plainRedV * chromaGain * scale,
           matrix.plainGreenU * chromaGain * scale,
           matrix.plainGreenV * chromaGain * scale,
-          matrix.plainBlueU * chromaGain * scale};
+          matrix.plainBlueU * chromaGain * scale,
+          false};
 }
 
 RgbToYuv HowToYuv(const YuvLayout& layout, const YuvMatrix& matrix, double range, LONG selector) {

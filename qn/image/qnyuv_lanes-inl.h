@@ -55,6 +55,15 @@ inline void StoreWords(VecInt x, BYTE* to) {
   hn::StoreU(hn::DemoteTo(TagHalfWord(), x), TagHalfWord(), reinterpret_cast<uint16_t*>(to));
 }
 
+// Colours and samples are small, which saves what ConvertTo does about large floats.
+inline VecInt Truncate(VecFloat x) {
+#if QN_YUV_HAS_VBMI
+  return VecInt{_mm512_cvttps_epi32(x.raw)};
+#else
+  return hn::ConvertTo(TagInt(), x);
+#endif
+}
+
 // Couples of samples next to each other.
 inline Couple LoadByteCouples(const BYTE* from) {
   const VecInt both = LoadWords(from);
@@ -195,8 +204,8 @@ struct Colours {
 inline hn::Vec<TagWord> Round(VecFloat left, VecFloat right) {
   const TagShort d;
   const TagWord dWord;
-  const VecInt low = hn::ConvertTo(TagInt(), left);
-  const VecInt high = hn::ShiftLeft<16>(hn::ConvertTo(TagInt(), right));
+  const VecInt low = Truncate(left);
+  const VecInt high = hn::ShiftLeft<16>(Truncate(right));
   const auto words = hn::OddEven(hn::BitCast(d, high), hn::BitCast(d, low));
   // The sum ends at 32767, which is just below 256, the difference at 0.
   constexpr int16_t kZero = 32767 - (256 * 32 - 1);
@@ -236,6 +245,40 @@ struct Pixels<RgbKind::kTriples> {
   }
 };
 
+#if QN_YUV_HAS_VBMI
+// Colours of 256ths, clipped, in blocks of eight words: four left pixels, then the right ones.
+inline hn::Vec<TagWord> PackBlocks(VecInt left, VecInt right) {
+  return hn::Vec<TagWord>{_mm512_packus_epi32(left.raw, right.raw)};
+}
+
+// Where the words of pixels in their order are among those of blue and green, and of red and alpha.
+struct alignas(64) WordOrder {
+  uint16_t at[64];
+
+  constexpr WordOrder() : at() {
+    for (int i = 0; i < 64; ++i) {
+      const int pair = i / 4;
+      const int place = pair / 4 * 8 + i / 2 % 2 * 4 + pair % 4;
+      at[i] = static_cast<uint16_t>(place + i % 2 * 32);
+    }
+  }
+};
+
+// The high bytes of blocks as pixels with alpha.
+inline void StoreBlocks(hn::Vec<TagWord> blue, hn::Vec<TagWord> green, hn::Vec<TagWord> red, BYTE* to) {
+  static constexpr WordOrder kOrder;
+  const TagWord d;
+  const auto high = hn::Set(d, 0xFF00);
+  const auto blueGreen = hn::OrAnd(hn::ShiftRight<8>(blue), green, high);
+  const auto redAlpha = hn::Or(hn::ShiftRight<8>(red), high);
+  for (size_t half = 0; half < 64; half += 32) {
+    const auto order = hn::Load(d, kOrder.at + half);
+    const hn::Vec<TagWord> pixels{_mm512_permutex2var_epi16(blueGreen.raw, order.raw, redAlpha.raw)};
+    hn::StoreU(pixels, d, reinterpret_cast<uint16_t*>(to) + half);
+  }
+}
+#endif
+
 template <>
 struct Pixels<RgbKind::kBytes> {
   static constexpr size_t kBytes = RgbBytes(RgbKind::kBytes);
@@ -243,42 +286,13 @@ struct Pixels<RgbKind::kBytes> {
 #if QN_YUV_HAS_VBMI
   static constexpr float kScale = 256;
 
-  // A colour of 256ths as byte in the high half of each word, halves rounded up. Blocks of eight words have
-  // four left pixels, then the right ones.
-  static hn::Vec<TagWord> RoundBlocks(VecFloat left, VecFloat right) {
-    const hn::Vec<TagWord> clipped{
-        _mm512_packus_epi32(hn::ConvertTo(TagInt(), left).raw, hn::ConvertTo(TagInt(), right).raw)};
-    return hn::SaturatedAdd(clipped, hn::Set(TagWord(), 128));
-  }
-
-  struct alignas(64) WordTable {
-    uint16_t at[2][32];
-  };
-  // Where the words of pixels in their order are among those of blue and green, and of red and alpha.
-  static constexpr WordTable MakeOrder() {
-    WordTable table = {};
-    for (int i = 0; i < 64; ++i) {
-      const int pair = i / 4;
-      const int place = pair / 4 * 8 + i / 2 % 2 * 4 + pair % 4;
-      table.at[i / 32][i % 32] = static_cast<uint16_t>(place + i % 2 * 32);
-    }
-    return table;
-  }
-
+  // Halves are rounded up.
   static void Store(const Colours& left, const Colours& right, BYTE* to) {
-    static constexpr WordTable kOrder = MakeOrder();
-    const TagWord d;
-    const auto high = hn::Set(d, 0xFF00);
-    const auto blue = RoundBlocks(left.blue, right.blue);
-    const auto green = RoundBlocks(left.green, right.green);
-    const auto red = RoundBlocks(left.red, right.red);
-    const auto blueGreen = hn::OrAnd(hn::ShiftRight<8>(blue), green, high);
-    const auto redAlpha = hn::Or(hn::ShiftRight<8>(red), high);
-    for (size_t half = 0; half < 2; ++half) {
-      const auto order = hn::Load(d, kOrder.at[half]);
-      const hn::Vec<TagWord> pixels{_mm512_permutex2var_epi16(blueGreen.raw, order.raw, redAlpha.raw)};
-      hn::StoreU(pixels, d, reinterpret_cast<uint16_t*>(to) + half * 32);
-    }
+    const auto round = [](VecFloat leftPixels, VecFloat rightPixels) {
+      return hn::SaturatedAdd(PackBlocks(Truncate(leftPixels), Truncate(rightPixels)),
+                              hn::Set(TagWord(), 128));
+    };
+    StoreBlocks(round(left.blue, right.blue), round(left.green, right.green), round(left.red, right.red), to);
   }
 #else
   static constexpr float kScale = 32;

@@ -18,31 +18,83 @@ namespace HWY_NAMESPACE {
 constexpr size_t kStep = 2 * kPairs;  // pixels
 
 inline VecInt Whole(VecFloat doubled) {
-  return hn::ShiftRight<1>(hn::Add(hn::ConvertTo(TagInt(), doubled), hn::Set(TagInt(), 1)));
+  return hn::ShiftRight<1>(hn::Add(Truncate(doubled), hn::Set(TagInt(), 1)));
 }
+
+// Samples less their offset, which is a power of two or 0, times a factor. A fused operation rounds as the
+// product of the difference does, since both are exact before.
+class Scaled {
+ public:
+  Scaled(int32_t offset, float factor)
+      : offset_(hn::Set(TagInt(), offset)),
+        factor_(hn::Set(TagFloat(), factor)),
+        product_(hn::Set(TagFloat(), static_cast<float>(offset) * factor)) {}
+
+  VecFloat operator()(VecInt samples) const {
+    const TagFloat d;
+#if HWY_NATIVE_FMA
+    return hn::MulSub(hn::ConvertTo(d, samples), factor_, product_);
+#else
+    return hn::Mul(hn::ConvertTo(d, hn::Sub(samples, offset_)), factor_);
+#endif
+  }
+
+ private:
+  [[maybe_unused]] VecInt offset_;
+  VecFloat factor_;
+  [[maybe_unused]] VecFloat product_;
+};
+
+#if QN_YUV_HAS_VBMI
+// The same as below for factors of whole 4096ths, in integers.
+void FixedStepsToRgb(const YuvRow& yuv, size_t pairs, const YuvToRgb& how, BYTE* rgb) {
+  const TagInt d;
+  const auto factors = [&](float byU, float byV) {
+    const int32_t low = static_cast<int32_t>(byU * 4096) & 0xFFFF;
+    return hn::Set(d, low | static_cast<int32_t>(byV * 4096) * 65536);
+  };
+  const VecInt blueBy = factors(how.blue, 0);
+  const VecInt greenBy = factors(how.greenU, how.greenV);
+  const VecInt redBy = factors(0, how.red);
+  const VecInt high = hn::Set(d, 0xFF00);
+  for (size_t pair = 0; pair < pairs; pair += kPairs) {
+    const VecInt all = LoadDoubles(yuv.luma + pair * 4);
+    const VecInt chroma = hn::And(all, hn::Set(d, 0x00FF00FF));
+    const __m512i centred = hn::Sub(hn::BitCast(TagShort(), chroma), hn::Set(TagShort(), 128)).raw;
+    const VecInt left = hn::And(all, high);
+    const VecInt right = hn::And(hn::ShiftRight<16>(all), high);
+    // Luma is whole 256ths: the bits that the rest loses before it is added are those that the sum would
+    // lose.
+    const auto colour = [&](VecInt by) {
+      const VecInt sum = hn::Add(VecInt{_mm512_madd_epi16(centred, by.raw)}, hn::Set(d, 2048));
+      const VecInt rest = hn::ShiftRight<4>(sum);
+      return PackBlocks(hn::Add(left, rest), hn::Add(right, rest));
+    };
+    StoreBlocks(colour(blueBy), colour(greenBy), colour(redBy), rgb + pair * 8);
+  }
+}
+#endif
 
 // `pairs` is a multiple of kPairs.
 template <RowKind kRows, RgbKind kRgb>
-void StepsToRgb(const YuvRow& yuv, size_t pairs, const YuvToRgb& how, BYTE* rgb) {
-  const TagFloat d;
-  const TagInt dInt;
-  const VecInt lumaOffset = hn::Set(dInt, how.lumaOffset);
-  const VecInt chromaOffset = hn::Set(dInt, how.chromaOffset);
+void StepsToRgb(YuvRow yuv, size_t pairs, const YuvToRgb& how, BYTE* rgb) {
+#if QN_YUV_HAS_VBMI
+  if constexpr (kRows == RowKind::kUYVY && kRgb == RgbKind::kBytes) {
+    if (how.isFixed) return FixedStepsToRgb(yuv, pairs, how, rgb);
+  }
+#endif
   // A power of two, which changes no rounding.
   constexpr float kScale = Pixels<kRgb>::kScale;
-  const VecFloat lumaGain = hn::Set(d, how.luma * kScale);
-  const VecFloat red = hn::Set(d, how.red * kScale);
-  const VecFloat greenU = hn::Set(d, how.greenU * kScale);
-  const VecFloat greenV = hn::Set(d, how.greenV * kScale);
-  const VecFloat blue = hn::Set(d, how.blue * kScale);
+  const Scaled byLuma(how.lumaOffset, how.luma * kScale);
+  const Scaled blue(how.chromaOffset, how.blue * kScale);
+  const Scaled greenU(how.chromaOffset, how.greenU * kScale);
+  const Scaled greenV(how.chromaOffset, how.greenV * kScale);
+  const Scaled red(how.chromaOffset, how.red * kScale);
   const auto chroma = [&](VecInt u, VecInt v) {
-    const VecFloat uFloat = hn::ConvertTo(d, hn::Sub(u, chromaOffset));
-    const VecFloat vFloat = hn::ConvertTo(d, hn::Sub(v, chromaOffset));
-    return Colours{hn::Mul(uFloat, blue), hn::Add(hn::Mul(uFloat, greenU), hn::Mul(vFloat, greenV)),
-                   hn::Mul(vFloat, red)};
+    return Colours{blue(u), hn::Add(greenU(u), greenV(v)), red(v)};
   };
   const auto add = [&](VecInt luma, const Colours& colour) {
-    const VecFloat y = hn::Mul(hn::ConvertTo(d, hn::Sub(luma, lumaOffset)), lumaGain);
+    const VecFloat y = byLuma(luma);
     return Colours{hn::Add(y, colour.blue), hn::Add(y, colour.green), hn::Add(y, colour.red)};
   };
   for (size_t pair = 0; pair < pairs; pair += kPairs) {
@@ -84,47 +136,118 @@ void RowToRgb(const YuvRow& yuv, size_t width, const YuvToRgb& how, BYTE* rgb) {
   std::memcpy(rgb + 2 * done * kBytes, pixels, left * kBytes);
 }
 
+#if QN_YUV_HAS_VBMI
+// The same as below for factors of whole 2048ths, in integers.
+void FixedStepsToYuv(const BYTE* rgb, size_t pairs, const RgbToYuv& how, YuvRow yuv) {
+  const TagInt d;
+  const TagShort dShort;
+  const VecInt lowBytes = hn::Set(d, 0x00FF00FF);
+  // Each word's low byte, as blue and red, and its high one, as green and alpha.
+  struct Words {
+    hn::Vec<TagShort> blueRed;
+    hn::Vec<TagShort> greenAlpha;
+  };
+  const auto split = [&](VecInt pixels) {
+    const auto green = hn::ShiftRight<8>(hn::BitCast(TagWord(), pixels));
+    return Words{hn::BitCast(dShort, hn::And(pixels, lowBytes)), hn::BitCast(dShort, green)};
+  };
+  struct Weights {
+    VecInt blueRed;
+    VecInt green;
+    VecInt offset;
+
+    Weights(const float* by, float plus)
+        : blueRed(hn::Set(TagInt(), (Whole(by[2]) & 0xFFFF) | Whole(by[0]) * 65536)),
+          green(hn::Set(TagInt(), Whole(by[1]) & 0xFFFF)),
+          offset(hn::Set(TagInt(), Whole(plus) + 2048)) {}
+    static int32_t Whole(float factor) { return static_cast<int32_t>(factor * 2048); }
+  };
+  const auto sample = [](const Words& x, const Weights& by) {
+    const VecInt ends{_mm512_madd_epi16(x.blueRed.raw, by.blueRed.raw)};
+    const VecInt middle{_mm512_madd_epi16(x.greenAlpha.raw, by.green.raw)};
+    return hn::ShiftRight<12>(hn::Add(hn::Add(ends, by.offset), middle));
+  };
+  const auto clip = [&](VecInt low, VecInt high) {
+    const auto both = hn::OddEven(hn::BitCast(dShort, hn::ShiftLeft<16>(high)), hn::BitCast(dShort, low));
+    return hn::BitCast(d, hn::Min(hn::Max(both, hn::Set(dShort, 1)), hn::Set(dShort, 254)));
+  };
+  const Weights toLuma(how.luma, how.lumaOffset);
+  const Weights toU(how.u, how.chromaOffset);
+  const Weights toV(how.v, how.chromaOffset);
+  for (size_t pair = 0; pair < pairs; pair += kPairs) {
+    VecInt leftPixels, rightPixels;
+    hn::LoadInterleaved2(d, reinterpret_cast<const int32_t*>(rgb + pair * 8), leftPixels, rightPixels);
+    const Words left = split(leftPixels);
+    const Words right = split(rightPixels);
+    const Words both = {hn::Add(left.blueRed, right.blueRed), hn::Add(left.greenAlpha, right.greenAlpha)};
+    const VecInt luma = clip(sample(left, toLuma), sample(right, toLuma));
+    const VecInt chroma = clip(sample(both, toU), sample(both, toV));
+    StoreDoubles(hn::Or(chroma, hn::ShiftLeft<8>(luma)), yuv.luma + pair * 4);
+  }
+}
+#endif
+
 template <RowKind kRows, RgbKind kRgb>
-void StepsToYuv(const BYTE* rgb, const BYTE* lowerRgb, size_t pairs, const RgbToYuv& how, const YuvRow& yuv,
-                const YuvRow& lower) {
+void StepsToYuv(const BYTE* rgb, const BYTE* lowerRgb, size_t pairs, const RgbToYuv& how, YuvRow yuv,
+                YuvRow lower) {
+#if QN_YUV_HAS_VBMI
+  if constexpr (kRows == RowKind::kUYVY && kRgb == RgbKind::kBytes) {
+    if (how.isFixed) return FixedStepsToYuv(rgb, pairs, how, yuv);
+  }
+#endif
   const TagFloat d;
   const VecFloat least = hn::Set(d, how.least);
   const VecFloat most = hn::Set(d, how.most);
-  const VecFloat lumaOffset = hn::Set(d, how.lumaOffset);
-  const VecFloat chromaOffset = hn::Set(d, how.chromaOffset);
-  const auto sample = [&](const Colours& x, const float* by, VecFloat offset) {
-    const VecFloat sum =
-        hn::Add(hn::Add(hn::Mul(x.red, hn::Set(d, by[0])), hn::Mul(x.green, hn::Set(d, by[1]))),
-                hn::Mul(x.blue, hn::Set(d, by[2])));
-    return Whole(hn::Min(hn::Max(hn::Add(sum, offset), least), most));
+  // The colours' factors and what is added.
+  struct Weights {
+    VecFloat red;
+    VecFloat green;
+    VecFloat blue;
+    VecFloat offset;
+
+    Weights(const float* by, float plus)
+        : red(hn::Set(TagFloat(), by[0])),
+          green(hn::Set(TagFloat(), by[1])),
+          blue(hn::Set(TagFloat(), by[2])),
+          offset(hn::Set(TagFloat(), plus)) {}
+  };
+  const Weights toLuma(how.luma, how.lumaOffset);
+  const Weights toU(how.u, how.chromaOffset);
+  const Weights toV(how.v, how.chromaOffset);
+  const auto sample = [&](const Colours& x, const Weights& by) {
+    const VecFloat all =
+        hn::Add(hn::Add(hn::Mul(x.red, by.red), hn::Mul(x.green, by.green)), hn::Mul(x.blue, by.blue));
+    return Whole(hn::Min(hn::Max(hn::Add(all, by.offset), least), most));
   };
   const auto sum = [](const Colours& a, const Colours& b) {
     return Colours{hn::Add(a.blue, b.blue), hn::Add(a.green, b.green), hn::Add(a.red, b.red)};
   };
+  const bool leftPixel = how.leftPixel;
+  const bool upperRow = how.upperRow;
+  const int lowest = how.lowest;
   constexpr bool kFullChroma = Rows<kRows>::kFullChroma;
   for (size_t pair = 0; pair < pairs; pair += kPairs) {
     const size_t at = pair * 2 * Pixels<kRgb>::kBytes;
     Colours left, right;
     Pixels<kRgb>::Load(rgb + at, left, right);
     Samples x;
-    x.luma = {sample(left, how.luma, lumaOffset), sample(right, how.luma, lumaOffset)};
+    x.luma = {sample(left, toLuma), sample(right, toLuma)};
     Colours shared = left;
-    if constexpr (!kFullChroma) shared = sum(left, how.leftPixel ? left : right);
+    if constexpr (!kFullChroma) shared = sum(left, leftPixel ? left : right);
     if (lower.luma) {
       Pixels<kRgb>::Load(lowerRgb + at, left, right);
-      const Samples second = {
-          {sample(left, how.luma, lumaOffset), sample(right, how.luma, lumaOffset)}, x.luma, x.luma};
-      Rows<kRows>::Store(second, how.lowest, lower, pair);
-      const Colours below = how.upperRow ? shared : sum(left, how.leftPixel ? left : right);
+      const Samples second = {{sample(left, toLuma), sample(right, toLuma)}, x.luma, x.luma};
+      Rows<kRows>::Store(second, lowest, lower, pair);
+      const Colours below = upperRow ? shared : sum(left, leftPixel ? left : right);
       shared = sum(shared, below);
     }
-    x.u.left = sample(shared, how.u, chromaOffset);
-    x.v.left = sample(shared, how.v, chromaOffset);
+    x.u.left = sample(shared, toU);
+    x.v.left = sample(shared, toV);
     if constexpr (kFullChroma) {
-      x.u.right = sample(right, how.u, chromaOffset);
-      x.v.right = sample(right, how.v, chromaOffset);
+      x.u.right = sample(right, toU);
+      x.v.right = sample(right, toV);
     }
-    Rows<kRows>::Store(x, how.lowest, yuv, pair);
+    Rows<kRows>::Store(x, lowest, yuv, pair);
   }
 }
 

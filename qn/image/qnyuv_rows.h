@@ -31,6 +31,7 @@ struct YuvToRgb {
   float greenU;  // by U
   float greenV;  // by V
   float blue;    // by U
+  bool isFixed;  // all factors are whole 4096ths, that of luma is 1
 };
 
 // Factors from red, green and blue in 0 to 255 to twice the sample, so that its halves are seen; those of
@@ -46,6 +47,7 @@ struct RgbToYuv {
   int lowest;      // the bit of a word where a sample starts
   bool leftPixel;  // the chroma of a pair is that of its left pixel
   bool upperRow;   // the chroma of two rows is that of the upper one
+  bool isFixed;    // all factors are whole 2048ths, samples lie in 1 to 254
 };
 
 using YuvToRgbRow = void (*)(const YuvRow& yuv, size_t width, const YuvToRgb& how, BYTE* rgb);

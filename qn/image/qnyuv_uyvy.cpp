@@ -92,7 +92,8 @@ float Factor(int fixed, float scale) {
 
 YuvToRgb ExactToRgb(const FixedMatrix& by) {
   return {
-      0xFF, 0, 128, 1, Factor(by.redV, 1), Factor(by.greenU, 1), Factor(by.greenV, 1), Factor(by.blueU, 1)};
+      0xFF, 0, 128, 1, Factor(by.redV, 1), Factor(by.greenU, 1), Factor(by.greenV, 1), Factor(by.blueU, 1),
+      true};
 }
 
 RgbToYuv ExactToYuv(const FixedMatrix& by) {
@@ -105,6 +106,7 @@ RgbToYuv ExactToYuv(const FixedMatrix& by) {
   how.chromaOffset = 2 * 128;
   how.least = 2 * 1;
   how.most = 2 * 254;
+  how.isFixed = true;
   return how;
 }
 
