@@ -87,10 +87,11 @@ SampleConverter::SampleConverter(const AudioFormat& source, QNSAMPLETYPE type, c
 }
 
 const void* SampleConverter::Checked(const void* samples, size_t count) {
-  if (!isChecked_ || CountNotNumbers(samples, count, source_.type) == 0) return samples;
+  const double most = kBeyondIntegers / gain_;
+  if (!isChecked_ || CountLouder(samples, count, source_.type, most) == 0) return samples;
   const auto* const bytes = static_cast<const uint8_t*>(samples);
   checked_.assign(bytes, bytes + count * source_.SampleBytes());
-  notNumbers_ += SilenceNotNumbers(checked_.data(), count, source_.type);
+  notNumbers_ += LimitSamples(checked_.data(), count, source_.type, most);
   return checked_.data();
 }
 

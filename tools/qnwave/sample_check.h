@@ -1,6 +1,7 @@
 // What is wrong with samples that come from a file or go to one.
 #pragma once
 
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
@@ -9,11 +10,20 @@
 
 namespace qnwave {
 
-// The floats that are infinite or no number; integers are all numbers. `samples` may stand at any address.
-uint64_t CountNotNumbers(const void* samples, size_t count, QNSAMPLETYPE type);
+// The floats beyond `most`, above 0, at either side, and those that are infinite or no number; no integers.
+// `samples` may stand at any address.
+uint64_t CountLouder(const void* samples, size_t count, QNSAMPLETYPE type, double most);
 
-// Makes them silence, for sums and filters would never get rid of them; how many there were.
-uint64_t SilenceNotNumbers(void* samples, size_t count, QNSAMPLETYPE type);
+// Makes those beyond `most` as loud as that, and silence of what is infinite or no number, which sums and
+// filters would never get rid of; how much of that there was.
+uint64_t LimitSamples(void* samples, size_t count, QNSAMPLETYPE type, double most);
+inline uint64_t SilenceNotNumbers(void* samples, size_t count, QNSAMPLETYPE type) {
+  return LimitSamples(samples, count, type, HUGE_VAL);
+}
+
+// What every integer type clips, and none of the library's conversions takes for a number of the other sign,
+// as they do from 2 to the power of 31 of its steps on.
+constexpr double kBeyondIntegers = 2;
 
 // The samples of the float type `from` that lie beyond the integers of a type, of which floats have none.
 uint64_t CountClipped(const void* samples, size_t count, QNSAMPLETYPE from, QNSAMPLETYPE type);

@@ -178,7 +178,8 @@ int PieceWriter::WritePiece(const Piece& piece) {
     HRESULT status = input.Read(piece.first + at, block.data(), count, between.type);
     if (status != S_OK) return Fail(piece.source->name, status);
     if (!IsFloat(targets_[0].format.type))
-      notNumbers_ += SilenceNotNumbers(block.data(), size_t{count} * between.channels, between.type);
+      notNumbers_ +=
+          LimitSamples(block.data(), size_t{count} * between.channels, between.type, kBeyondIntegers);
     status = WriteBlock(block, count, between.channels, between.type);
     if (status != S_OK) return Fail(targets_[failed_].name, status);
     done_ += count;
