@@ -20,9 +20,10 @@ class SampleWriter {
   // Writes frames from `first` on. The failure is not reported here.
   HRESULT Write(uint64_t first, const void* samples, uint32_t frames);
 
-  // What was clipped, and what became silence because it was no number, so far.
+  // What was clipped, and what became silence because it was infinite or no number, or too loud for the
+  // floats of the file, so far.
   uint64_t Clipped() const { return clipped_; }
-  uint64_t NotNumbers() const { return converter_.NotNumbers(); }
+  uint64_t NotNumbers() const { return converter_.NotNumbers() + notNumbers_; }
 
  private:
   AudioOutput& output_;
@@ -31,6 +32,7 @@ class SampleWriter {
   SampleConverter converter_;
   std::vector<uint8_t> block_;
   uint64_t clipped_ = 0;
+  uint64_t notNumbers_ = 0;
 };
 
 }  // namespace qnwave
