@@ -219,6 +219,7 @@ struct Pixels;
 template <>
 struct Pixels<RgbKind::kTriples> {
   static constexpr size_t kBytes = RgbBytes(RgbKind::kTriples);
+  static constexpr float kUnits[3] = {1, 1, 1};  // of red, green and blue when loaded
   static constexpr float kScale = 32;
   using TagHalfByte = hn::Rebind<uint8_t, TagShort>;
 
@@ -308,10 +309,13 @@ struct Pixels<RgbKind::kBytes> {
   }
 #endif
 
+  // The colours stay where they are in a pixel, which makes them so many times as large.
+  static constexpr float kUnits[3] = {65536, 256, 1};
   static Colours Split(VecInt pixels) {
     const TagFloat d;
-    return {hn::ConvertTo(d, LowByte(pixels)), hn::ConvertTo(d, LowByte(hn::ShiftRight<8>(pixels))),
-            hn::ConvertTo(d, LowByte(hn::ShiftRight<16>(pixels)))};
+    const TagInt dInt;
+    return {hn::ConvertTo(d, LowByte(pixels)), hn::ConvertTo(d, hn::And(pixels, hn::Set(dInt, 0xFF00))),
+            hn::ConvertTo(d, hn::And(pixels, hn::Set(dInt, 0xFF0000)))};
   }
   static void Load(const BYTE* from, Colours& left, Colours& right) {
     VecInt leftPixels;
@@ -325,6 +329,7 @@ struct Pixels<RgbKind::kBytes> {
 template <>
 struct Pixels<RgbKind::kFloats> {
   static constexpr size_t kBytes = RgbBytes(RgbKind::kFloats);
+  static constexpr float kUnits[3] = {1, 1, 1};
   static constexpr float kScale = 1;
 
   static VecFloat Clip(VecFloat x) {

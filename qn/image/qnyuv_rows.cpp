@@ -206,9 +206,9 @@ void StepsToYuv(const BYTE* rgb, const BYTE* lowerRgb, size_t pairs, const RgbTo
     VecFloat offset;
 
     Weights(const float* by, float plus)
-        : red(hn::Set(TagFloat(), by[0])),
-          green(hn::Set(TagFloat(), by[1])),
-          blue(hn::Set(TagFloat(), by[2])),
+        : red(hn::Set(TagFloat(), by[0] / Pixels<kRgb>::kUnits[0])),
+          green(hn::Set(TagFloat(), by[1] / Pixels<kRgb>::kUnits[1])),
+          blue(hn::Set(TagFloat(), by[2] / Pixels<kRgb>::kUnits[2])),
           offset(hn::Set(TagFloat(), plus)) {}
   };
   const Weights toLuma(how.luma, how.lumaOffset);

@@ -3,7 +3,7 @@
 
 #include <algorithm>
 #include <array>
-#include <system_error>
+#include <exception>
 #include <thread>
 
 #include "qn/platform/rows_internal.h"
@@ -11,7 +11,7 @@
 namespace qn {
 namespace {
 
-constexpr size_t kMostParts = 64;
+constexpr size_t kMostThreads = 64;
 
 size_t ProcessorsOfThread() {
   cpu_set_t set;
@@ -20,36 +20,42 @@ size_t ProcessorsOfThread() {
 
 }  // namespace
 
-constinit std::atomic<size_t> g_rowParts = 0;
+constinit std::atomic<size_t> g_rowThreads = 0;
 
 void ForRows(size_t rows, size_t least, RowWork work, const void* context) {
-  size_t parts = g_rowParts.load(std::memory_order_relaxed);
-  if (parts == 0) {
-    parts = rows / std::max<size_t>(least, 1);
-    if (parts > 1) parts = std::min(parts, ProcessorsOfThread());
+  size_t count = g_rowThreads.load(std::memory_order_relaxed);
+  if (count == 0) {
+    count = rows / std::max<size_t>(least, 1);
+    if (count > 1) count = std::min(count, ProcessorsOfThread());
   }
-  parts = std::clamp<size_t>(parts, 1, std::min(kMostParts, std::max<size_t>(rows, 1)));
-  const auto start = [=](size_t part) { return rows * part / parts; };
-  if (parts == 1) return work(context, 0, rows);
+  count = std::clamp<size_t>(count, 1, std::min(kMostThreads, std::max<size_t>(rows, 1)));
+  if (count == 1) return work(context, 0, rows);
+
+  // Whoever is done with some rows takes the next ones, so that a thread which starts late costs little.
+  std::atomic<size_t> next = 0;
+  const size_t some = std::max<size_t>(rows / (count * 8), 1);
+  const auto takeRows = [&, rows, some] {
+    for (size_t first; (first = next.fetch_add(some, std::memory_order_relaxed)) < rows;) {
+      work(context, first, std::min(first + some, rows));
+    }
+  };
 
   // A new thread has the signal mask of its creator.
   sigset_t all;
   sigset_t saved;
   sigfillset(&all);
   pthread_sigmask(SIG_BLOCK, &all, &saved);
-  std::array<std::thread, kMostParts> threads;
-  size_t running = 1;
+  std::array<std::thread, kMostThreads> threads;
   try {
-    for (; running < parts; ++running) {
-      threads[running] = std::thread(work, context, start(running), start(running + 1));
-    }
+    for (size_t i = 1; i < count; ++i) threads[i] = std::thread(takeRows);
   } catch (const std::exception&) {
   }
   pthread_sigmask(SIG_SETMASK, &saved, nullptr);
 
-  work(context, 0, start(1));
-  if (running < parts) work(context, start(running), rows);
-  for (size_t part = 1; part < running; ++part) threads[part].join();
+  takeRows();
+  for (std::thread& thread : threads) {
+    if (thread.joinable()) thread.join();
+  }
 }
 
 }  // namespace qn

@@ -8,10 +8,10 @@ namespace qn {
 
 using RowWork = void (*)(const void* context, size_t first, size_t end);
 
-// Calls work(context, first, end) for parts of the rows 0 to `rows` that together are all of them, each part
-// but the last of `least` rows or more, on as many threads as the calling one has processors. The calling
-// thread does the first part; the others live for the length of the call, with the arithmetic modes of the
-// caller and all signals blocked. Where a thread cannot be had the caller does its part.
+// Calls work(context, first, end) for parts of the rows 0 to `rows` that together are all of them, on as many
+// threads as the calling one has processors, but on one for each `least` rows at most. The calling thread is
+// one of them; the others live for the length of the call, with the arithmetic modes of the caller and all
+// signals blocked. With fewer threads than wanted the work takes longer, no more.
 //
 // A team of threads that waits for the next frame would stay when the library is unloaded, and be missing in
 // a process that was forked.
@@ -25,7 +25,7 @@ void ForRows(size_t rows, size_t least, const Work& work) {
   ForRows(rows, least, call, &work);
 }
 
-// The number of parts, whatever the processors and `least`; 0, the default, lets those decide. For tests.
-extern std::atomic<size_t> g_rowParts;
+// The number of threads, whatever the processors and `least`; 0, the default, lets those decide. For tests.
+extern std::atomic<size_t> g_rowThreads;
 
 }  // namespace qn

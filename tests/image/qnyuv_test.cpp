@@ -155,7 +155,7 @@ constexpr Model kModels[] = {
      {1.8814, -0.5714, -0.1646, 1.4746},
      {1.839404, -0.558646, -0.160926, 1.441685}}};
 
-// Runs with each instruction set, and as one and several parts; all must leave the same bytes.
+// Runs with each instruction set, and on one thread and several; all must leave the same bytes.
 void RunAllWays(const std::function<void()>& run, const void* bytes, size_t count) {
   std::vector<BYTE> first;
   const int64_t supported = hwy::SupportedTargets() | HWY_STATIC_TARGET;
@@ -163,15 +163,15 @@ void RunAllWays(const std::function<void()>& run, const void* bytes, size_t coun
     if (!(supported & target)) continue;
     hwy::SetSupportedTargetsForTest(target);
     hwy::GetChosenTarget().Update(hwy::SupportedTargets());
-    for (const size_t parts : {1, 3}) {
-      qn::g_rowParts = parts;
+    for (const size_t threads : {1, 3}) {
+      qn::g_rowThreads = threads;
       run();
       const auto* const now = static_cast<const BYTE*>(bytes);
       if (first.empty()) first.assign(now, now + count);
       EXPECT_TRUE(std::equal(first.begin(), first.end(), now)) << hwy::TargetName(target);
     }
   }
-  qn::g_rowParts = 0;
+  qn::g_rowThreads = 0;
   hwy::SetSupportedTargetsForTest(0);
   hwy::GetChosenTarget().Update(hwy::SupportedTargets());
 }
