@@ -120,7 +120,7 @@ int64_t FirstAt(const Instance& instance, double time, int64_t low, int64_t high
 // The outputs that vectors can make: from the first whose time is not negative on, with all that vectors read
 // inside the buffer.
 qn::LinearRun VectorRun(const Job& job, bool backward) {
-  const bool isServed = FrameOf(job.instance) != qn::LinearFrame::kNone && job.frames > qn::kLinearReach;
+  const bool isServed = job.instance.channels <= 2 && job.frames > qn::kLinearReach;
   const int64_t first = isServed ? FirstAt(job.instance, 0, 0, job.outputs) : job.outputs;
   const int64_t last =
       FirstAt(job.instance, static_cast<double>(job.frames - qn::kLinearReach), first, job.outputs);
@@ -144,14 +144,18 @@ void MakeOutputs(const Job& job, bool backward) {
     return;
   }
   qn::LinearRun run = VectorRun(job, backward);
+  const auto interpolate = [&] {
+    qn::InterpolateNear(job.instance.sampleType, job.instance.channels, run);
+    qn::InterpolateFrames(FrameOf(job.instance), run);
+  };
   const int64_t first = run.first, last = run.last;
   if (backward) {
     forEachChannel([&](const auto& c, double before) { c.MakeBackward(last, job.outputs, before); });
-    qn::InterpolateFrames(FrameOf(job.instance), run);
+    interpolate();
     forEachChannel([&](const auto& c, double before) { c.MakeBackward(0, run.last, before); });
   } else {
     forEachChannel([&](const auto& c, double before) { c.MakeForward(0, first, before); });
-    qn::InterpolateFrames(FrameOf(job.instance), run);
+    interpolate();
     forEachChannel([&](const auto& c, double before) { c.MakeForward(run.first, job.outputs, before); });
   }
 }

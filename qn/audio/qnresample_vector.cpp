@@ -97,75 +97,14 @@ HWY_INLINE FramePair GatherFrames(const uint8_t* src, VecDouble whole) {
   }
 }
 
-#if HWY_TARGET == HWY_AVX3_DL
-
-// Outputs less than 2 frames apart: 8 of them lie within 16 frames, which permutations reach.
 template <LinearFrame kFrame>
-HWY_INLINE FramePair PermuteFrames(const uint8_t* src, VecDouble whole) {
-  const double first = hn::GetLane(whole);
-  src += static_cast<int64_t>(first) << FrameShift<kFrame>();
-  const __m512d within = hn::Sub(whole, hn::Set(TagDouble(), first)).raw;
-  const __m512i lane = _mm512_cvttpd_epi64(within);  // in its low half
-  const auto get = [&](const uint8_t* from) {
-    if constexpr (kFrame == LinearFrame::kMono16) {
-      const __m256i words = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(from));
-      return VecPair{_mm512_permutexvar_epi32(lane, _mm512_cvtepi16_epi32(words))};
-    } else {
-      return VecPair{_mm512_permutexvar_epi32(lane, _mm512_loadu_si512(from))};
-    }
-  };
-  return {get(src), get(src + (size_t{1} << FrameShift<kFrame>()))};
-}
-
-#endif
-
-#if HWY_TARGET == HWY_AVX3_DL
-
-// Stereo floats as they lie, left beside right: four frames fill a vector of doubles.
-HWY_INLINE void MakeStereoFloats(const LinearRun& run, int64_t output, VecDouble whole, VecDouble factor) {
-  const double first = hn::GetLane(whole);
-  const uint8_t* const src = run.src + (static_cast<int64_t>(first) << 3);
-  const __m512i twice = _mm512_set_epi32(7, 7, 6, 6, 5, 5, 4, 4, 3, 3, 2, 2, 1, 1, 0, 0);
-  const __m512i side = _mm512_set1_epi64(int64_t{1} << 32);
-  const __m256i frame = _mm512_cvttpd_epi32(hn::Sub(whole, hn::Set(TagDouble(), first)).raw);
-  const __m512i both =
-      _mm512_permutexvar_epi32(twice, _mm512_castsi256_si512(_mm256_add_epi32(frame, frame)));
-  const __m512i lane = _mm512_or_si512(both, side);
-  const auto get = [&](const uint8_t* at) {
-    return _mm512_permutex2var_ps(_mm512_loadu_ps(at), lane, _mm512_loadu_ps(at + 64));
-  };
-  const __m512 from = get(src), to = get(src + 8);
-  const auto half = [&](__m256 a, __m256 b, __m512i places, size_t at) {
-    const VecDouble part{_mm512_permutexvar_pd(places, factor.raw)};
-    const VecInt x = BetweenFloats(VecInt{_mm256_castps_si256(a)}, VecInt{_mm256_castps_si256(b)}, part);
-    hn::StoreU(x, TagInt(), reinterpret_cast<int32_t*>(run.dst + (output << 3) + at));
-  };
-  half(_mm512_castps512_ps256(from), _mm512_castps512_ps256(to), _mm512_set_epi64(3, 3, 2, 2, 1, 1, 0, 0), 0);
-  half(_mm512_extractf32x8_ps(from, 1), _mm512_extractf32x8_ps(to, 1),
-       _mm512_set_epi64(7, 7, 6, 6, 5, 5, 4, 4), 32);
-}
-
-#endif
-
-template <LinearFrame kFrame, bool kIsNear>
 HWY_INLINE void MakeVector(const LinearRun& run, int64_t output) {
   const TagDouble d;
   const hn::Vec<TagDouble> number = hn::Add(hn::Iota(d, 0), hn::Set(d, static_cast<double>(output)));
   const VecDouble time = hn::Add(hn::Mul(hn::Set(d, run.step), number), hn::Set(d, run.position));
   const VecDouble whole = hn::Floor(time);
   const VecDouble factor = hn::Sub(time, whole);
-  FramePair frames;
-#if HWY_TARGET == HWY_AVX3_DL
-  if constexpr (kIsNear && kFrame == LinearFrame::kStereoFloat) {
-    return MakeStereoFloats(run, output, whole, factor);
-  } else if constexpr (kIsNear) {
-    frames = PermuteFrames<kFrame>(run.src, whole);
-  } else {
-    frames = GatherFrames<kFrame>(run.src, whole);
-  }
-#else
-  frames = GatherFrames<kFrame>(run.src, whole);
-#endif
+  const FramePair frames = GatherFrames<kFrame>(run.src, whole);
   const VecInt from = Low(frames.first), to = Low(frames.second);
   uint8_t* const dst = run.dst + (output << FrameShift<kFrame>());
   if constexpr (kFrame == LinearFrame::kMono16) {
@@ -185,40 +124,30 @@ HWY_INLINE void MakeVector(const LinearRun& run, int64_t output) {
   }
 }
 
-template <LinearFrame kFrame, bool kIsNear>
+template <LinearFrame kFrame>
 void RunVectors(LinearRun& run) {
   constexpr int64_t kLanes = static_cast<int64_t>(hn::MaxLanes(TagDouble()));
   const LinearRun same = run;  // a copy, which no store of a sample can change
   const int64_t vectors = std::max<int64_t>(run.last - run.first, 0) / kLanes;
   if (same.backward) {
-    for (int64_t i = 1; i <= vectors; ++i) MakeVector<kFrame, kIsNear>(same, same.last - i * kLanes);
+    for (int64_t i = 1; i <= vectors; ++i) MakeVector<kFrame>(same, same.last - i * kLanes);
     run.last -= vectors * kLanes;
   } else {
-    for (int64_t i = 0; i < vectors; ++i) MakeVector<kFrame, kIsNear>(same, same.first + i * kLanes);
+    for (int64_t i = 0; i < vectors; ++i) MakeVector<kFrame>(same, same.first + i * kLanes);
     run.first += vectors * kLanes;
-  }
-}
-
-template <LinearFrame kFrame>
-void RunFrames(LinearRun& run) {
-  constexpr bool kHasPermutations = HWY_TARGET == HWY_AVX3_DL;
-  if (kHasPermutations && run.step < 2) {
-    RunVectors<kFrame, true>(run);
-  } else {
-    RunVectors<kFrame, false>(run);
   }
 }
 
 void InterpolateFramesHere(LinearFrame frame, LinearRun& run) {
   switch (frame) {
     case LinearFrame::kMono16:
-      return RunFrames<LinearFrame::kMono16>(run);
+      return RunVectors<LinearFrame::kMono16>(run);
     case LinearFrame::kStereo16:
-      return RunFrames<LinearFrame::kStereo16>(run);
+      return RunVectors<LinearFrame::kStereo16>(run);
     case LinearFrame::kMonoFloat:
-      return RunFrames<LinearFrame::kMonoFloat>(run);
+      return RunVectors<LinearFrame::kMonoFloat>(run);
     case LinearFrame::kStereoFloat:
-      return RunFrames<LinearFrame::kStereoFloat>(run);
+      return RunVectors<LinearFrame::kStereoFloat>(run);
     case LinearFrame::kNone:
       return;
   }

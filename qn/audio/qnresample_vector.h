@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "qn/audio/qnwaveformat.h"
+
 namespace qn {
 
 // Outputs of linear interpolation: number n lies at the time step * n + position.
@@ -17,11 +19,15 @@ struct LinearRun {
   bool backward;  // for a destination that lies over the source
 };
 
-// Frames that vectors exist for. So many frames from the first one of an output on must be there.
+// Frames that vectors exist for at any distance. So many frames behind the first one of an output must be
+// there.
 enum class LinearFrame { kNone, kMono16, kStereo16, kMonoFloat, kStereoFloat };
-inline constexpr int64_t kLinearReach = 18;
+inline constexpr int64_t kLinearReach = 40;
 
-// Makes outputs from one end as far as whole vectors go, and takes them off the run.
+// Both make outputs from one end as far as whole vectors go, and take them off the run. The near ones are
+// less than 2 frames apart, of one or two channels and any common type, and made on processors that can; the
+// others are left as they are.
+void InterpolateNear(QNSAMPLETYPE type, int channels, LinearRun& run);
 void InterpolateFrames(LinearFrame frame, LinearRun& run);
 
 // A point of the sinc table, and the way to the next one.

@@ -207,7 +207,7 @@ TEST(ResampleSinc, KeepsTimeInBuffersOfAnySize) {
 }
 
 TEST(Resample, GivesTheSameBitsWithEveryInstructionSet) {
-  for (const int type : {17, 32, 33}) {
+  for (const int type : {17, 18, 19, 48, 32, 33}) {
     for (const int channels : {1, 2}) {
       for (const double ratio : {1.09, 0.92, 0.52, 0.3, 5.0}) {
         for (const DWORD quality : {QNRESAMPLE_LINEAR, QNRESAMPLE_SINC}) {
