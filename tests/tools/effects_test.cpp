@@ -1,5 +1,6 @@
 // Equalised, reverberated and compressed files and their pictures: `qnwave eq`, `reverb` and `compress`.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cmath>
 #include <complex>
@@ -234,6 +235,8 @@ TEST_F(Effects, RefuseWhatMakesNoSense) {
       {"eq in.wav out.wav --low-shelf 100,6,1", 2, "bad band"},
       {"eq in.wav out.wav --high-shelf 24000,6", 1, "24000 Hz is not below"},
       {"eq in.wav in.wav --preset warm --force", 1, "the audio file itself"},
+      {"eq in.wav link.png --container wav --preset warm --plot new.png --force", 1, "the same file as"},
+      {"eq in.wav out.wav --preset warm --plot new.png --size 1800x900", 1, "new.png", "ulimit -f 8;"},
       {"eq in.wav --preset warm --plot a.png --type s16", 2, "--type is not for a picture alone"},
       {"reverb in.wav out.wav --room 19", 2, "0 to 18"},
       {"reverb in.wav out.wav --wet loud", 2, "(-100 to 20, or none)"},
@@ -247,6 +250,7 @@ TEST_F(Effects, RefuseWhatMakesNoSense) {
       {"compress in.wav out.wav --size 300x200", 2, "--size is not for compress without --plot"},
       {"compress damaged.wav out.wav", 3, "repair"},
   };
+  ASSERT_EQ(symlink("new.png", folder.Native("link.png").c_str()), 0);
   const size_t files = List(folder.Native("")).size();
   for (const Row& row : kTable) {
     const ToolRun run = Run(row.words, row.before);

@@ -48,6 +48,12 @@ bool OutputFile::Create(const std::string& target, bool overwrite) {
   return CreateTemporary();
 }
 
+std::string OutputFile::Resolved() const {
+  const fs::path file = target_;
+  std::error_code ignored;
+  return (fs::canonical("." / file.parent_path(), ignored) / file.filename()).string();
+}
+
 // The name is short and its own, so that a long target name does not make it too long.
 bool OutputFile::CreateTemporary() {
   std::string folder = fs::path(target_).parent_path().string();

@@ -25,8 +25,8 @@ class OutputFile {
 
   // For reading and writing.
   int Descriptor() const { return descriptor_; }
-  // What the target's name leads to, behind links.
-  const std::string& Resolved() const { return target_; }
+  // The file that the target's name leads to, behind links, by the one name for it that all others lead to.
+  std::string Resolved() const;
   // The name that the file has for now.
   const std::string& Temporary() const { return temporary_; }
 

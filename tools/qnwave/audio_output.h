@@ -26,8 +26,8 @@ class AudioOutput {
 
   // The open file, for a stream to write frames from OffsetOf(0) on.
   int Descriptor() const { return file_.Descriptor(); }
-  // What the target's name leads to, behind links.
-  const std::string& Resolved() const { return file_.Resolved(); }
+  // As that of an OutputFile.
+  std::string Resolved() const { return file_.Resolved(); }
 
   // Ends the file and moves it to its target; reports a failure.
   bool Commit() { return file_.Commit(); }

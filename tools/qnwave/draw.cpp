@@ -125,7 +125,7 @@ int Draw(const Job& job, bool overwrite, bool quiet) {
   if (InterruptSignal() != 0) return ReportInterrupt(job.target.name);
   if (!isRead) return kExitFailed;
   DrawPicture(picture.GetCanvas(), waveform, job.request, job.style, TextOf(job));
-  if (!picture.Commit()) return kExitFailed;
+  if (!picture.Finish() || !picture.Commit()) return kExitFailed;
   const std::string from = waveform.peakFile.empty() ? "the audio" : Shown(waveform.peakFile);
   TellPicture(job.target, DescribeFrames(job.request.frames) + " from " + from, quiet);
   return kExitOk;

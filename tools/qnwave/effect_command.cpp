@@ -2,7 +2,6 @@
 
 #include <cmath>
 #include <cstdio>
-#include <filesystem>
 
 #include "qn/settings/qnstatus.h"
 #include "tools/common/interrupt.h"
@@ -87,17 +86,8 @@ bool IsMonoOrStereo(const AudioSource& source, const char* what) {
 int CompleteEffect(const char* command, const Arguments& arguments, uint64_t tail, EffectJob* job) {
   const AudioSource& source = job->source;
   Target& target = job->target;
-  const auto resolved = [](const std::string& name) {
-    std::error_code ignored;
-    return std::filesystem::weakly_canonical(std::filesystem::absolute(name, ignored), ignored);
-  };
   for (const std::string& name : {target.name, job->picture.name}) {
     if (!name.empty() && !IsOtherFile(source, name)) return kExitFailed;
-  }
-  if (job->HasTarget() && job->HasPicture() && resolved(target.name) == resolved(job->picture.name)) {
-    ReportError(job->picture.name, QN_E_FILE_EXISTS, {messages::SameTarget, {Message(Quoted(target.name))}},
-                qntool::kSavingFiles);
-    return kExitFailed;
   }
   if (!job->HasTarget()) return kExitOk;
   const QNSAMPLETYPE asked = target.format.type;
@@ -114,23 +104,38 @@ int ApplyEffect(const Arguments& arguments, const EffectJob& job, Effect* effect
   const bool quiet = arguments.Has("quiet");
   WatchInterrupts();
   PictureFile picture;
-  if (job.HasPicture()) {
-    if (!picture.Create(job.picture, overwrite)) return kExitFailed;
-    DrawLevelPlot(picture.GetCanvas(), *job.picture.theme, plot);
-  }
   std::optional<EffectRun> run;
+  if (job.HasPicture() && !picture.Create(job.picture, overwrite)) return kExitFailed;
   if (job.HasTarget()) {
     run.emplace(job.source, job.target, job.dither, job.keepsDelay, effect);
-    const bool isWritten = run->Prepare(overwrite) && run->Write(quiet);
-    if (InterruptSignal() != 0) return ReportInterrupt(job.target.name);
-    if (!isWritten || !run->Commit()) return kExitFailed;
+    if (!run->Prepare(overwrite)) return kExitFailed;
   }
-  if (job.HasPicture() && !picture.Commit()) return kExitFailed;
+  // Links may lead both names to one file, where the second would take the place of the first.
+  if (run && job.HasPicture() && run->Resolved() == picture.Resolved()) {
+    ReportError(job.picture.name, QN_E_FILE_EXISTS,
+                {messages::SameTarget, {Message(Quoted(job.target.name))}}, qntool::kSavingFiles);
+    return kExitFailed;
+  }
+  // The picture is whole before the long work, and both have their names only when both are whole.
+  bool isWritten = true;
+  if (job.HasPicture()) {
+    DrawLevelPlot(picture.GetCanvas(), *job.picture.theme, plot);
+    isWritten = picture.Finish();
+  }
+  if (isWritten && run) isWritten = run->Write(quiet);
+  if (InterruptSignal() != 0) return ReportInterrupt(job.HasTarget() ? job.target.name : job.picture.name);
+  if (!isWritten || (run && !run->Commit())) return kExitFailed;
   if (run) {
     run->Warn();
     TellWritten(job.target, quiet);
   }
-  if (job.HasPicture()) TellPicture(job.picture, plot.title, quiet);
+  if (!job.HasPicture()) return kExitOk;
+  if (!picture.Commit()) {
+    if (run)
+      ReportWarning(job.picture.name, {messages::TargetsStand, {Message::Number(1), Message::Number(2)}});
+    return kExitFailed;
+  }
+  TellPicture(job.picture, plot.title, quiet);
   return kExitOk;
 }
 

@@ -41,6 +41,9 @@ class EffectRun {
   // Writes all frames under a progress bar; false after an interrupt, or a failure, which is reported.
   bool Write(bool quiet);
 
+  // The file that the target's name leads to, as that of an OutputFile.
+  std::string Resolved() const { return output_.Resolved(); }
+
   // Moves the target to its place; reports a failure.
   bool Commit() { return output_.Commit(); }
 

@@ -161,9 +161,9 @@ bool PictureFile::Create(const PictureTarget& target, bool overwrite) {
   return canvas_ && (canvas_->Status() == S_OK || file_.Fail(canvas_->Status()));
 }
 
-bool PictureFile::Commit() {
+bool PictureFile::Finish() {
   const HRESULT status = canvas_->Finish();
-  return status == S_OK ? file_.Commit() : file_.Fail(status);
+  return status == S_OK || file_.Fail(status);
 }
 
 HRESULT PictureFile::Write(const uint8_t* bytes, size_t count) {

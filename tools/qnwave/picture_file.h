@@ -84,15 +84,21 @@ std::string DescribeSamples(const AudioFormat& format);
 // What is said of a picture that is written: its size and `details`.
 void TellPicture(const PictureTarget& target, const std::string& details, bool quiet);
 
-// A new picture that appears under its name only when it is whole. Both report their failures.
+// A new picture that appears under its name only when it is whole. Its functions report their failures.
 class PictureFile final : private PictureWriter {
  public:
   // The room for the picture is asked for here, before the work.
   bool Create(const PictureTarget& target, bool overwrite);
 
   Canvas* GetCanvas() const { return canvas_.get(); }
+  // As that of an OutputFile.
+  std::string Resolved() const { return file_.Resolved(); }
 
-  bool Commit();
+  // Writes what was drawn.
+  bool Finish();
+
+  // Moves it to its place, when it is finished.
+  bool Commit() { return file_.Commit(); }
 
  private:
   HRESULT Write(const uint8_t* bytes, size_t count) override;

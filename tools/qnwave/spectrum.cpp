@@ -239,7 +239,7 @@ int Draw(const Job& job, bool overwrite, bool quiet) {
   if (InterruptSignal() != 0) return ReportInterrupt(job.target.name);
   if (!isComputed) return kExitFailed;
   Painter(picture.GetCanvas(), job, scale).Paint(spectrogram);
-  if (!picture.Commit()) return kExitFailed;
+  if (!picture.Finish() || !picture.Commit()) return kExitFailed;
   TellPicture(job.target, DescribeFrames(job.request.frames), quiet);
   return kExitOk;
 }

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <map>
 #include <memory>
 #include <optional>
@@ -95,8 +94,7 @@ class StreamOutput {
     return status == S_OK && put == frames ? S_OK : SystemStatus(QN_E_FILE_WRITE);
   }
 
-  // The file that the target's name leads to.
-  const std::string& Resolved() const { return file_.Resolved(); }
+  std::string Resolved() const { return file_.Resolved(); }
 
   bool Commit() {
     stream_.reset();
@@ -190,15 +188,12 @@ int PieceWriter::WritePiece(const Piece& piece) {
 
 // False with the failure reported.
 bool PieceWriter::CreateOutputs(bool overwrite) {
-  std::map<std::filesystem::path, const Target*> resolved;
+  std::map<std::string, const Target*> resolved;
   for (size_t i = 0; i < targets_.size(); ++i) {
     const Target& target = targets_[i];
     if (!outputs_[i].Create(target, overwrite)) return false;
     // Links may lead two names to one file, where the second would take the place of the first.
-    const std::filesystem::path file = outputs_[i].Resolved();
-    std::error_code ignored;
-    const auto folder = std::filesystem::canonical("." / file.parent_path(), ignored);
-    const auto [twin, isNew] = resolved.emplace(folder / file.filename(), &target);
+    const auto [twin, isNew] = resolved.emplace(outputs_[i].Resolved(), &target);
     if (!isNew) {
       ReportError(target.name, QN_E_FILE_EXISTS,
                   {messages::SameTarget, {Message(Quoted(twin->second->name))}}, qntool::kSavingFiles);
