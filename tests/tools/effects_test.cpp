@@ -219,6 +219,7 @@ TEST_F(Effects, RefuseWhatMakesNoSense) {
   Put(&damaged, 40, 0, 4);
   WriteFileBytes(folder.Native("damaged.wav"), damaged);
   WriteFileBytes(folder.Native("six.wav"), WaveFile(Record(1, 6, kRate, 16), Bytes(1200)));
+  WriteFileBytes(folder.Native("slow.wav"), WaveFile(Record(1, 1, 8000, 16), Bytes(1200)));
   Bytes hours = WaveFile(Record(1, 1, kRate, 16), {});
   Put(&hours, 4, 2'000'000'036, 4);
   Put(&hours, 40, 2'000'000'000, 4);
@@ -238,6 +239,7 @@ TEST_F(Effects, RefuseWhatMakesNoSense) {
       {"eq in.wav link.png --container wav --preset warm --plot new.png --force", 1, "the same file as"},
       {"eq in.wav out.wav --preset warm --plot new.png --size 1800x900", 1, "new.png", "ulimit -f 8;"},
       {"eq in.wav --preset warm --plot a.png --type s16", 2, "--type is not for a picture alone"},
+      {"eq slow.wav out.wav --preset presence", 1, "below half the sample rate, 4000 Hz"},
       {"reverb in.wav out.wav --room 19", 2, "0 to 18"},
       {"reverb in.wav out.wav --wet loud", 2, "(-100 to 20, or none)"},
       {"reverb in.wav out.wav --early none --early-level 3", 2, "--early-level is not for --early none"},
@@ -258,9 +260,32 @@ TEST_F(Effects, RefuseWhatMakesNoSense) {
     EXPECT_NE(run.err.find(row.said), std::string::npos) << row.words << ": " << run.err;
     EXPECT_EQ(List(folder.Native("")).size(), files) << row.words;
   }
-  const ToolRun run = Run("eq in.wav out.wav --low-shelf 20000,20 --type s16 --dither triangular");
+  EXPECT_NE(Run("eq slow.wav out.wav --preset presence --preset warm").err.find("left out: 2"),
+            std::string::npos);
+  const ToolRun run = Run("eq in.wav out.wav --low-shelf 20000,20 --type s16 --dither triangular --force");
   EXPECT_NE(run.err.find("clipped samples"), std::string::npos) << run.err;
   EXPECT_EQ(ReadSound(folder.Native("out.wav")).samples.back(), 32767 / 32768.0);
+}
+
+TEST_F(Effects, SilenceWhatOverflowsAndClipWhatIsFarTooLoud) {
+  constexpr double kLoud[] = {0.25, 1e307, -1e307, 65536, -65536, 1e9, -1e30, 0.25};
+  WriteDoubles(1, 8, [&](size_t frame, size_t) { return kLoud[frame]; });
+  const auto written = [&](const std::string& line, const char* silenced) {
+    const ToolRun run = Run(line + " --force");
+    EXPECT_EQ(run.exit, 0);
+    EXPECT_NE(run.err.find(std::string("became silence: ") + silenced), std::string::npos) << line << run.err;
+    return ReadSound(folder.Native("out.wav")).samples;
+  };
+  for (const double sample : written("eq in.wav out.wav --peak 10000,1 --gain 60", ""))
+    EXPECT_TRUE(std::isfinite(sample));
+  EXPECT_EQ(written("mix in.wav out.wav --type f32", "2.")[1], 0);
+  EXPECT_EQ(Run("convert in.wav in32.wav --type f32").exit, 0);
+  for (const auto& [line, silenced] : {std::pair("convert in32.wav out.wav --type s16", "2."),
+                                       {"join in32.wav in32.wav out.wav --type s16", "4."}}) {
+    std::vector<double> samples = written(line, silenced);
+    samples.resize(8);
+    EXPECT_EQ(samples, std::vector<double>({0.25, 0, 0, 32767 / 32768.0, -1, 32767 / 32768.0, -1, 0.25}));
+  }
 }
 
 }  // namespace

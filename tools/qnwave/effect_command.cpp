@@ -65,15 +65,17 @@ bool ReadUnits(const char* command, const Arguments& arguments, const char* opti
   return true;
 }
 
+Message HertzMessage(double frequency) {
+  char digits[32];
+  std::snprintf(digits, sizeof digits, "%.10g", frequency);
+  return Message(std::string(digits));
+}
+
 bool IsBelowHalfRate(const AudioSource& source, double hertz) {
   const double half = source.format.rate / 2.0;
   if (hertz < half) return true;
-  const auto text = [](double frequency) {
-    char digits[32];
-    std::snprintf(digits, sizeof digits, "%.10g", frequency);
-    return Message(std::string(digits));
-  };
-  ReportError(source.name, E_INVALIDARG, {messages::FrequencyTooHigh, {text(hertz), text(half)}});
+  ReportError(source.name, E_INVALIDARG,
+              {messages::FrequencyTooHigh, {HertzMessage(hertz), HertzMessage(half)}});
   return false;
 }
 

@@ -2,10 +2,12 @@
 // formats, the picture and the run.
 #pragma once
 
+#include <initializer_list>
 #include <optional>
 #include <string>
 
 #include "tools/common/options.h"
+#include "tools/common/text.h"
 #include "tools/qnwave/effect_run.h"
 #include "tools/qnwave/level_plot.h"
 #include "tools/qnwave/picture_file.h"
@@ -44,6 +46,9 @@ bool RefuseOptions(const char* command, const qntool::Arguments& arguments,
 // taken.
 bool ReadUnits(const char* command, const qntool::Arguments& arguments, const char* option, double lowest,
                double highest, double units, std::optional<LONG> none, LONG* value);
+
+// A frequency as a part of a sentence that names its unit.
+qntool::Message HertzMessage(double frequency);
 
 // False, and that is reported, for a frequency that is not below half the rate of a file.
 bool IsBelowHalfRate(const AudioSource& source, double hertz);

@@ -90,8 +90,8 @@ constexpr Preset kPresets[] = {
 };
 
 struct Job : EffectJob {
-  std::vector<Band> bands;        // in the order in which the options are listed
-  std::vector<Band> presetBands;  // of which those that the rate does not reach are left out
+  std::vector<Band> bands;  // in the order in which the options are listed
+  std::vector<Band> presetBands;
   std::string title;
   double gain = 0;
 };
@@ -184,6 +184,23 @@ bool ReadBands(const Arguments& arguments, Job* job) {
   return ReadNumber("eq", arguments, "gain", -100.0, 60.0, &job->gain);
 }
 
+// Adds those bands of presets that the rate reaches; false, and that is reported, when there is none.
+bool AddPresets(Job* job) {
+  const double half = job->source.format.rate / 2.0;
+  const size_t before = job->bands.size();
+  for (const Band& band : job->presetBands) {
+    if (band.frequency < half) job->bands.push_back(band);
+  }
+  const size_t leftOut = job->presetBands.size() - (job->bands.size() - before);
+  if (leftOut == 0) return true;
+  if (leftOut < job->presetBands.size()) {
+    ReportWarning(job->source.name, {messages::PresetBandsLeftOut, {Message::Number(leftOut)}});
+    return true;
+  }
+  ReportError(job->source.name, E_INVALIDARG, {messages::NoPresetBand, {HertzMessage(half)}});
+  return false;
+}
+
 int Run(const Arguments& arguments) {
   if (arguments.Has("lang")) DressNumbers();
   Job job;
@@ -195,9 +212,7 @@ int Run(const Arguments& arguments) {
   for (const Band& band : job.bands) {
     if (!IsBelowHalfRate(job.source, band.frequency)) return kExitFailed;
   }
-  for (const Band& band : job.presetBands) {
-    if (band.frequency < format.rate / 2.0) job.bands.push_back(band);
-  }
+  if (!AddPresets(&job)) return kExitFailed;
   for (const Band& band : job.bands) edges.push_back(band.frequency);
   exitCode = CompleteEffect("eq", arguments, 0, &job);
   if (exitCode != kExitOk) return exitCode;

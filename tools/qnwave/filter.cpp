@@ -194,7 +194,7 @@ bool SuitsSource(const Job& job) {
 // Reports a failure.
 int Fail(const std::string& file, HRESULT status) {
   if (status == E_INVALIDARG || status == E_FAIL)
-    ReportError(file, status, messages::NoSuchFilter);
+    ReportError(file, E_INVALIDARG, messages::NoSuchFilter);
   else
     ReportError(file, status);
   return kExitFailed;
