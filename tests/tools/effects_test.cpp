@@ -146,6 +146,7 @@ TEST_F(Effects, ReverbHasTheEchoesTheDecayAndTheTail) {
   EXPECT_GT(right, 0.01);
   WriteDoubles(2, 0, {});
   EXPECT_TRUE(Made("reverb").samples.empty());
+  EXPECT_EQ(Made("reverb --tail 0.5").samples.size(), kRate);
 }
 
 TEST_F(Effects, CompressorHasItsCurveAndOneGainForAllChannels) {
@@ -154,12 +155,13 @@ TEST_F(Effects, CompressorHasItsCurveAndOneGainForAllChannels) {
     double in, out;  // dB
   };
   const Row kRows[] = {
-      {"", -40, -26},
-      {"", 0, -1},
+      {"", -40, -40},
+      {"", 0, -15},
+      {"--output-gain 0", -40, -26},
       {"--threshold -30 --ratio 10 --output-gain -3", -31, -13},
       {"--threshold -30 --ratio 10 --output-gain -3", 0, -9},
       {"--threshold 0 --ratio 100", -1, -1},
-      {"--ratio 1", -3, 11},
+      {"--ratio 1", -3, -3},
   };
   for (const Row& row : kRows) {
     WriteDoubles(3, kRate,
@@ -192,7 +194,7 @@ TEST_F(Effects, DrawTheirCurves) {
       return static_cast<double>(kBottom - 1 - y) / (kBottom - kTop);
     };
   };
-  const auto compress = draw("compress");  // -50 to 10 dB over -60 to 0
+  const auto compress = draw("compress --output-gain 0");  // -50 to 10 dB over -60 to 0
   for (const auto& [in, out] : {std::pair(-50, -36), {-30, -16}, {-20, -6}, {-1, -1}})
     EXPECT_NEAR(compress((in + 60) / 60.0), (out + 50) / 60.0, 0.02) << in;
   const auto reverb = draw("reverb --dry none --early none --high-cut none --low-cut none --decay 3");
@@ -202,6 +204,8 @@ TEST_F(Effects, DrawTheirCurves) {
   const auto eq = draw("eq --peak 1000,20");  // 1 kHz lies at 0.55, 20 kHz at 0.97
   EXPECT_GT(eq(0.552), eq(0.45) + 0.2);
   EXPECT_NEAR(eq(0.02), eq(0.97), 0.02);
+  const auto low = draw("eq --low-shelf 4,20");  // the axis begins at 1 Hz
+  EXPECT_GT(low(0.02), low(0.5) + 0.2);
   for (const char* line : {"eq --preset hum-50", "reverb --room 6", "compress --threshold -80"}) {
     EXPECT_EQ(
         Run(std::string(line) + " in.wav out.wav --plot out.svg --theme dark --size 300x200 --force").exit,
@@ -241,7 +245,9 @@ TEST_F(Effects, RefuseWhatMakesNoSense) {
       {"eq in.wav --preset warm --plot a.png --type s16", 2, "--type is not for a picture alone"},
       {"eq slow.wav out.wav --preset presence", 1, "below half the sample rate, 4000 Hz"},
       {"reverb in.wav out.wav --room 19", 2, "0 to 18"},
-      {"reverb in.wav out.wav --wet loud", 2, "(-100 to 20, or none)"},
+      {"reverb in.wav out.wav --wet loud", 2, "(-100 to 20 in steps of 0.1, or none)"},
+      {"reverb in.wav out.wav --wet -20.25", 2, "bad value '-20.25' for --wet"},
+      {"reverb in.wav out.wav --early 99", 2, "(0 to 9, none, or one of near,"},
       {"reverb in.wav out.wav --early none --early-level 3", 2, "--early-level is not for --early none"},
       {"reverb in.wav out.wav --low-cut 24000", 1, "24000 Hz is not below"},
       {"reverb six.wav out.wav", 1, "reverb is for files of up to 2 channels"},

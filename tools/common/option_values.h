@@ -27,6 +27,30 @@ std::string NamesOf(const Row (&rows)[count]) {
   return names;
 }
 
+// Reports a bad value of an option and what would be a good one. Always false.
+inline bool ReportBadValue(const char* command, const char* option, std::string_view value,
+                           const std::string& good) {
+  ReportUsage(command, "bad value " + Quoted(value) + " for --" + option + " (" + good + ")");
+  return false;
+}
+
+// The row of an option's value; null with the mistake reported. `others` are good values besides, such as
+// "0 to 9, or ".
+template <class Row, size_t count>
+const Row* FindRow(const char* command, const Row (&rows)[count], const char* option, std::string_view name,
+                   const std::string& others = {}) {
+  const Row* const row = FindByName(rows, name);
+  if (!row) ReportBadValue(command, option, name, others + "one of " + NamesOf(rows));
+  return row;
+}
+
+// "0.5 to 16"
+inline std::string LimitsText(double lowest, double highest) {
+  char limits[80];
+  std::snprintf(limits, sizeof limits, "%.10g to %.10g", lowest, highest);
+  return limits;
+}
+
 // Takes the number of an option, if that is given; false with the mistake reported.
 template <class Number>
 bool ReadNumber(const char* command, const Arguments& arguments, const char* option, Number lowest,
@@ -38,11 +62,8 @@ bool ReadNumber(const char* command, const Arguments& arguments, const char* opt
     *value = *number;
     return true;
   }
-  char limits[80];
-  std::snprintf(limits, sizeof limits, " (%.10g to %.10g)", static_cast<double>(lowest),
-                static_cast<double>(highest));
-  ReportUsage(command, "bad value " + Quoted(*text) + " for --" + option + limits);
-  return false;
+  return ReportBadValue(command, option, *text,
+                        LimitsText(static_cast<double>(lowest), static_cast<double>(highest)));
 }
 
 }  // namespace qntool

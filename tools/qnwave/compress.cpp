@@ -18,9 +18,12 @@ namespace {
 
 constexpr Option kOptions[] = {
     {"threshold", "DB", "the level above which it works, -80 to 0 (default -20)"},
-    {"ratio", "R", "so many dB more at the input are 1 dB more at the output, 1 to 1000 (default 4)"},
+    {"ratio", "R",
+     "from the threshold to full scale, the output rises by this part of what the input rises, 1 to 1000"
+     " (default 4)"},
     {"output-gain", "DB",
-     "a gain behind it, -60 to 60 (default 0), beside the make-up gain of 0.7 of the threshold"},
+     "a gain behind it, -60 to 60, beside the make-up gain of 0.7 of the threshold (default: takes that back,"
+     " so that nothing clips)"},
     {"remove-dc", nullptr, "take a constant offset out first, of mono and stereo files"},
     {"plot", "PICTURE",
      "draw the levels of steady sounds at output and input as a PNG or SVG picture, by its extension; without"
@@ -35,6 +38,8 @@ constexpr Option kOptions[] = {
     kEffectForceOption,
     kQuietOption,
 };
+
+constexpr double kMakeUp = 0.7;  // of the threshold, which the library makes up for
 
 struct Settings {
   double threshold = -20;
@@ -96,9 +101,10 @@ int Run(const Arguments& arguments) {
   settings.removesDc = arguments.Has("remove-dc");
   if (!ReadEffectOptions("compress", arguments, &job) ||
       !ReadNumber("compress", arguments, "threshold", -80.0, 0.0, &settings.threshold) ||
-      !ReadNumber("compress", arguments, "ratio", 1.0, 1000.0, &settings.ratio) ||
-      !ReadNumber("compress", arguments, "output-gain", -60.0, 60.0, &settings.outputGain))
+      !ReadNumber("compress", arguments, "ratio", 1.0, 1000.0, &settings.ratio))
     return kExitUsage;
+  settings.outputGain = kMakeUp * settings.threshold;
+  if (!ReadNumber("compress", arguments, "output-gain", -60.0, 60.0, &settings.outputGain)) return kExitUsage;
   int exitCode = OpenSource(arguments, arguments.Operands()[0], &job.source);
   if (exitCode != kExitOk) return exitCode;
   if (settings.removesDc && !IsMonoOrStereo(job.source, "--remove-dc")) return kExitFailed;
@@ -123,9 +129,8 @@ const Command kCompressCommand = {
     "compress",
     "FILE [OUT]",
     "Write a file with its loud passages softer, or draw the levels.",
-    "All channels have the same gain, so that the places of sounds stay. It falls in 2 ms and rises again in "
-    "30"
-    " ms. With --plot and without OUT the picture is made alone.",
+    "All channels have the same gain, so that the places of sounds stay. It falls in 2 ms and rises again in"
+    " 30 ms. With --plot and without OUT the picture is made alone.",
     kOptions,
     Run,
 };

@@ -5,6 +5,7 @@
 
 #include "qn/settings/qnstatus.h"
 #include "tools/common/interrupt.h"
+#include "tools/common/option_values.h"
 #include "tools/qnwave/command.h"
 #include "tools/qnwave/describe.h"
 #include "tools/qnwave/report.h"
@@ -55,14 +56,14 @@ bool ReadUnits(const char* command, const Arguments& arguments, const char* opti
     return true;
   }
   const auto number = ParseNumber<double>(*text, lowest, highest);
-  if (!number) {
-    char limits[80];
-    std::snprintf(limits, sizeof limits, " (%.10g to %.10g%s)", lowest, highest, none ? ", or none" : "");
-    ReportUsage(command, "bad value " + Quoted(*text) + " for --" + option + limits);
-    return false;
+  constexpr double kRounding = 1e-6;  // of decimal fractions
+  if (number && std::fabs(*number * units - std::round(*number * units)) < kRounding) {
+    *value = static_cast<LONG>(std::lround(*number * units));
+    return true;
   }
-  *value = static_cast<LONG>(std::lround(*number * units));
-  return true;
+  char step[48];
+  std::snprintf(step, sizeof step, " in steps of %g%s", 1 / units, none ? ", or none" : "");
+  return ReportBadValue(command, option, *text, LimitsText(lowest, highest) + step);
 }
 
 Message HertzMessage(double frequency) {
@@ -95,8 +96,7 @@ int CompleteEffect(const char* command, const Arguments& arguments, uint64_t tai
   const QNSAMPLETYPE asked = target.format.type;
   target.format = KeptFormat(source.format);
   if (asked != QNST_NONE) target.format.type = asked;
-  // Of nothing there is no echo.
-  target.frames = source.frames == 0 ? 0 : source.frames + tail;
+  target.frames = source.frames + tail;
   const int exitCode = CheckDither(command, arguments, job->dither, target);
   return exitCode == kExitOk && !CheckSize(target) ? kExitFailed : exitCode;
 }

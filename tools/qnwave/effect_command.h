@@ -42,8 +42,8 @@ bool RefuseOptions(const char* command, const qntool::Arguments& arguments,
                    std::initializer_list<const char*> options, const std::string& what);
 
 // The number of an option in the first unit of a pair, as a whole number of the second, of which `units` make
-// one of the first; false with the mistake reported. `none` is what the word "none" stands for, if it is
-// taken.
+// one of the first; false with the mistake reported, also for numbers between. `none` is what the word "none"
+// stands for, if it is taken.
 bool ReadUnits(const char* command, const qntool::Arguments& arguments, const char* option, double lowest,
                double highest, double units, std::optional<LONG> none, LONG* value);
 

@@ -17,15 +17,13 @@ namespace {
 
 constexpr Option kOptions[] = {
     {"peak", "HZ,DB[,OCTAVES]",
-     "a bell around a frequency, -100 to 25 dB, 0.1 to 5 octaves wide (default 1); all bands can be given"
-     " again"},
+     "a bell around a frequency, -100 to 25 dB, 0.1 to 5 octaves wide (default 1)"},
     {"low-shelf", "HZ,DB", "a gain for what lies below a frequency"},
     {"high-shelf", "HZ,DB", "a gain for what lies above a frequency"},
     {"preset", "NAME",
-     "bands that go together: voice, presence, warm, loudness, bass-boost, bass-cut, treble-boost, "
-     "treble-cut,"
-     " telephone, hum-50 or hum-60"},
-    {"gain", "DB", "of the whole, -100 to 60"},
+     "bands that go together: voice, presence, warm, loudness, bass-boost, bass-cut, treble-boost,"
+     " treble-cut, telephone, hum-50 or hum-60"},
+    {"gain", "DB", "of the whole, -100 to 60 (default 0)"},
     {"plot", "PICTURE", "draw the response as a PNG or SVG picture, by its extension; without OUT alone"},
     kPlotSizeOption,
     kThemeOption,
@@ -150,12 +148,17 @@ bool ReadBand(const char* option, QNEQ_TYPE type, std::string_view text, Job* jo
   return true;
 }
 
-// "50 Hz -6 dB"
+// " -6 dB"
+std::string GainText(double gain) {
+  char text[32];
+  std::snprintf(text, sizeof text, " %+g dB", gain);
+  return text;
+}
+
+// "peak 50 Hz -6 dB"
 std::string Describe(const Band& band) {
   constexpr const char* kTypes[] = {"low shelf", "peak", "high shelf"};
-  char gain[32];
-  std::snprintf(gain, sizeof gain, " %+g dB", band.gain);
-  return kTypes[band.type] + (" " + Hertz(band.frequency)) + gain;
+  return kTypes[band.type] + (" " + Hertz(band.frequency)) + GainText(band.gain);
 }
 
 bool ReadBands(const Arguments& arguments, Job* job) {
@@ -170,9 +173,8 @@ bool ReadBands(const Arguments& arguments, Job* job) {
     }
   }
   for (const std::string_view name : arguments.Values("preset")) {
-    const Preset* const preset = FindByName(kPresets, name);
-    if (!preset)
-      return Mistaken("bad value " + Quoted(name) + " for --preset (one of " + NamesOf(kPresets) + ")");
+    const Preset* const preset = FindRow("eq", kPresets, "preset", name);
+    if (!preset) return false;
     for (const Band& band : preset->bands) {
       if (band.frequency > 0) job->presetBands.push_back(band);
     }
@@ -181,7 +183,9 @@ bool ReadBands(const Arguments& arguments, Job* job) {
   if (job->bands.empty() && job->presetBands.empty()) return Mistaken("a band or a --preset is needed");
   for (const Band& band : job->bands)
     job->title += (job->title.empty() ? "Equaliser: " : ", ") + Describe(band);
-  return ReadNumber("eq", arguments, "gain", -100.0, 60.0, &job->gain);
+  if (!ReadNumber("eq", arguments, "gain", -100.0, 60.0, &job->gain)) return false;
+  if (job->gain != 0) job->title += ", gain" + GainText(job->gain);
+  return true;
 }
 
 // Adds those bands of presets that the rate reaches; false, and that is reported, when there is none.
@@ -235,9 +239,9 @@ const Command kEqCommand = {
     "eq",
     "FILE [OUT]",
     "Write a file equalised, or draw the response of the equaliser.",
-    "Shelves, peaks and presets work one after the other, in double precision; at least one is needed. Of a"
-    " --preset the bands at or above half the sample rate are left out. With --plot and without OUT the"
-    " picture of the response at the rate of FILE is made alone.",
+    "Shelves, peaks and presets work one after the other, in double precision; at least one is needed, and"
+    " each can be given several times. Of a --preset the bands at or above half the sample rate are left out."
+    " With --plot and without OUT the picture of the response at the rate of FILE is made alone.",
     kOptions,
     Run,
 };

@@ -88,14 +88,6 @@ constexpr NameRow<QNFIR_WINDOW> kWindows[] = {
     {"blackman-harris", "Blackman-Harris", QNFIR_BLACKMANHARRIS},
 };
 
-// The row of an option's value; null with the mistake reported.
-template <class Row, size_t count>
-const Row* FindRow(const Row (&rows)[count], const char* option, std::string_view name) {
-  const Row* const row = FindByName(rows, name);
-  if (!row) Mistaken("bad value " + Quoted(name) + " for --" + option + " (one of " + NamesOf(rows) + ")");
-  return row;
-}
-
 bool RefuseOthers(const Arguments& arguments, std::initializer_list<const char*> others,
                   const std::string& filter) {
   return RefuseOptions("filter", arguments, others, filter);
@@ -106,7 +98,8 @@ constexpr double kMostFrequency = kMostRate;
 
 bool ReadIir(const Arguments& arguments, const TypeRow& type, Job* job) {
   FilterDesign& design = job->design;
-  const auto* const row = FindRow(kDesigns, "design", arguments.Value("design").value_or("butterworth"));
+  const auto* const row =
+      FindRow("filter", kDesigns, "design", arguments.Value("design").value_or("butterworth"));
   if (!row || !RefuseOthers(arguments, {"frequency2", "taps", "window", "keep-delay"}, "--iir")) return false;
   design.iirType = type.iir;
   design.design = row->value;
@@ -139,7 +132,8 @@ bool ReadIir(const Arguments& arguments, const TypeRow& type, Job* job) {
 
 bool ReadFir(const Arguments& arguments, const TypeRow& type, Job* job) {
   FilterDesign& design = job->design;
-  const auto* const row = FindRow(kWindows, "window", arguments.Value("window").value_or("blackman"));
+  const auto* const row =
+      FindRow("filter", kWindows, "window", arguments.Value("window").value_or("blackman"));
   if (!row || !RefuseOthers(arguments, {"design", "order", "width", "gain"}, "--fir")) return false;
   design.isFir = true;
   design.firType = type.fir;
@@ -164,7 +158,7 @@ bool ReadOptions(const Arguments& arguments, Job* job) {
   const auto iir = arguments.Value("iir");
   const auto fir = arguments.Value("fir");
   if (iir.has_value() == fir.has_value()) return Mistaken("one of --iir and --fir is needed");
-  const TypeRow* const type = FindRow(kTypes, iir ? "iir" : "fir", iir ? *iir : *fir);
+  const TypeRow* const type = FindRow("filter", kTypes, iir ? "iir" : "fir", iir ? *iir : *fir);
   if (!type) return false;
   if (!arguments.Has("frequency")) return Mistaken("--frequency is needed");
   if (!ReadNumber("filter", arguments, "frequency", kLeastFrequency, kMostFrequency,

@@ -17,9 +17,9 @@ std::string FrequencyText(double hertz) {
 
 }  // namespace
 
-FrequencyScale::FrequencyScale(bool isLogarithmic, double sampleRate)
+FrequencyScale::FrequencyScale(bool isLogarithmic, double sampleRate, double lowest)
     : isLogarithmic_(isLogarithmic),
-      lowest_(isLogarithmic ? std::min(20.0, sampleRate / 200) : 0),
+      lowest_(isLogarithmic ? std::min({20.0, sampleRate / 200, lowest}) : 0),
       highest_(sampleRate / 2) {}
 
 double FrequencyScale::PlaceOf(double hertz) const {

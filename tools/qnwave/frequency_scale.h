@@ -1,6 +1,7 @@
 // An axis of frequencies, linear or logarithmic.
 #pragma once
 
+#include <cmath>
 #include <string>
 #include <vector>
 
@@ -8,8 +9,8 @@ namespace qnwave {
 
 class FrequencyScale {
  public:
-  // From 0, or on a logarithmic axis from 20 Hz or less, up to half the sample rate.
-  FrequencyScale(bool isLogarithmic, double sampleRate);
+  // From 0, or on a logarithmic axis from 20 Hz, `lowest` or less, up to half the sample rate.
+  FrequencyScale(bool isLogarithmic, double sampleRate, double lowest = HUGE_VAL);
 
   // Places are 0 at the lowest frequency and 1 at the highest.
   double PlaceOf(double hertz) const;

@@ -64,9 +64,8 @@ double Painter::LevelAt(double place) const {
 void Painter::ChooseRange() {
   const auto first = plot_.decibels.begin() + static_cast<ptrdiff_t>(plot_.indexAt(0));
   const auto [lowest, highest] = std::minmax_element(first, plot_.decibels.end());
-  top_ = 10 * std::ceil((*highest + 3) / 10);
-  bottom_ = std::max(std::min(10 * std::floor(*lowest / 10), top_ - kLeastRange),
-                     std::min(kLeastPlotLevel, top_ - kLeastRange));
+  top_ = std::max(10 * std::ceil((*highest + 3) / 10), kLeastPlotLevel + kLeastRange);
+  bottom_ = std::clamp(10 * std::floor(*lowest / 10), kLeastPlotLevel, top_ - kLeastRange);
 }
 
 void Painter::PaintGrid() {

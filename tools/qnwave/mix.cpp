@@ -78,7 +78,7 @@ bool ReadMap(std::string_view text, std::vector<Route>* routes) {
     for (const std::string_view to : Split(channel, '+')) {
       std::string mistake;
       const auto map = ParseChannelMap(to, true, &mistake);
-      if (!map) return Mistaken(mistake);
+      if (!map) return Mistaken(mistake + " for --map");
       if (map->front() != kSilence) routes->push_back({from, static_cast<uint32_t>(map->front())});
     }
     ++from;

@@ -46,7 +46,9 @@ HRESULT PlotResponse(Effect* effect, uint32_t rate, std::span<const double> edge
   plot->decibels.back() = PlotLevel(std::fabs(response[1]));
   for (size_t bin = 1; bin < response.size() / 2; ++bin)
     plot->decibels[bin] = PlotLevel(std::hypot(response[2 * bin], response[2 * bin + 1]));
-  const FrequencyScale scale(true, rate);
+  // What lies below the lowest edge is seen too.
+  const double lowest = edges.empty() ? rate : *std::min_element(edges.begin(), edges.end());
+  const FrequencyScale scale(true, rate, lowest / 4);
   const double binWidth = static_cast<double>(rate) / static_cast<double>(response.size());
   plot->indexAt = [scale, binWidth](double place) { return scale.At(place) / binWidth; };
   plot->marks = [scale](double length, double spacing) { return scale.Marks(length, spacing); };

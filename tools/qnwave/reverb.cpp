@@ -19,9 +19,8 @@ namespace {
 constexpr Option kOptions[] = {
     {"room", "NAME|N",
      "medium-room (the default), chamber, large-hall, small-room, theatre, concert-hall, echo-hall,"
-     " large-room, auditorium, booth, corridor, bathroom, stage, church, arena, cathedral, stairwell, closet "
-     "or"
-     " club, or their number from 0"},
+     " large-room, auditorium, booth, corridor, bathroom, stage, church, arena, cathedral, stairwell, closet"
+     " or club, or their number from 0"},
     {"early", "NAME|N",
      "the first echoes: near, small (the default), close, medium, large, far, small-right, small-left,"
      " medium-right or medium-left, or their number from 0, or none"},
@@ -93,20 +92,20 @@ class Reverb final : public Effect {
   std::unique_ptr<HQNREVERB, Close> handle_;
 };
 
-// A row by its name or number; false with the mistake reported.
+// A row by its name or number; false with the mistake reported. `others` are good values besides.
 template <size_t count>
-bool ReadRow(const Arguments& arguments, const char* option, const NameRow (&rows)[count], LONG* row) {
+bool ReadRow(const Arguments& arguments, const char* option, const NameRow (&rows)[count],
+             const std::string& others, LONG* row) {
   const auto text = arguments.Value(option);
   if (!text) return true;
-  const NameRow* const named = FindByName(rows, *text);
-  const auto number = ParseNumber<LONG>(*text, 0, count - 1);
-  if (!named && !number) {
-    ReportUsage("reverb", "bad value " + Quoted(*text) + " for --" + option + " (0 to " +
-                              std::to_string(count - 1) + ", or one of " + NamesOf(rows) + ")");
-    return false;
+  if (const auto number = ParseNumber<LONG>(*text, 0, count - 1)) {
+    *row = *number;
+    return true;
   }
-  *row = named ? static_cast<LONG>(named - rows) : *number;
-  return true;
+  const NameRow* const named =
+      FindRow("reverb", rows, option, *text, LimitsText(0, count - 1) + ", " + others + "or ");
+  if (named) *row = static_cast<LONG>(named - rows);
+  return named;
 }
 
 bool ReadOptions(const Arguments& arguments, Job* job) {
@@ -116,7 +115,7 @@ bool ReadOptions(const Arguments& arguments, Job* job) {
                         std::optional<LONG> none, LONG* value) {
     return ReadUnits("reverb", arguments, option, lowest, highest, units, none, value);
   };
-  if (!ReadRow(arguments, "room", kRooms, &props.room) ||
+  if (!ReadRow(arguments, "room", kRooms, "", &props.room) ||
       !read("decay", 0.1, 100, kTenths, {}, &props.decay) ||
       !read("pre-delay", 0, 1000, 1, {}, &props.preDelay) ||
       !read("dry", -100, 20, kTenths, kNoLevel, &props.dryGain) ||
@@ -128,7 +127,7 @@ bool ReadOptions(const Arguments& arguments, Job* job) {
     return false;
   props.lowCutOn = props.lowCutHz != 0;
   props.highCutOn = props.highCutHz != 0;
-  if (arguments.Value("early") != "none") return ReadRow(arguments, "early", kEarly, &props.early);
+  if (arguments.Value("early") != "none") return ReadRow(arguments, "early", kEarly, "none, ", &props.early);
   props.earlyGain = kNoEarlyLevel;
   return RefuseOptions("reverb", arguments, {"early-level"}, "--early none");
 }
@@ -175,7 +174,9 @@ int Run(const Arguments& arguments) {
   if (exitCode != kExitOk) return exitCode;
   if (!IsMonoOrStereo(job.source, "reverb") || !HasFrequencies(arguments, job)) return kExitFailed;
   const AudioFormat& format = job.source.format;
-  const double tail = job.tail < 0 ? job.Seconds() : job.tail / 1000.0;
+  // Of nothing there is no echo.
+  const double ownTail = job.source.frames == 0 ? 0 : job.Seconds();
+  const double tail = job.tail < 0 ? ownTail : job.tail / 1000.0;
   exitCode =
       CompleteEffect("reverb", arguments, static_cast<uint64_t>(std::llround(tail * format.rate)), &job);
   if (exitCode != kExitOk) return exitCode;
@@ -198,9 +199,9 @@ const Command kReverbCommand = {
     "reverb",
     "FILE [OUT]",
     "Write a mono or stereo file in a room, or draw how the room decays.",
-    "The defaults are those of a room of medium size behind the sound. A stereo file is heard in the same "
-    "room"
-    " on both sides. With --plot and without OUT the picture is made alone.",
+    "The defaults are those of a room of medium size behind the sound. A stereo file is heard in the same"
+    " room on both sides. Gains are in steps of 0.1 dB, frequencies and --pre-delay are whole numbers. With "
+    "--plot and without OUT the picture is made alone.",
     kOptions,
     Run,
 };
