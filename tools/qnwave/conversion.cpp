@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "qn/settings/qnstatus.h"
+#include "tools/qnwave/front_filter.h"
 #include "tools/qnwave/report.h"
 #include "tools/qnwave/sample_reader.h"
 #include "tools/qnwave/sample_writer.h"
@@ -42,6 +43,17 @@ uint64_t BlockFramesOf(const ConversionJob& job) {
   return job.rate.WholeTurns(std::max(kPieceFrames, 16 * job.rate.RunUp()));
 }
 
+// The frames of the source that go through the resampler at once, in blocks that fit the processor's cache.
+// The FIR low-pass takes half its taps, or all, at the cost of one.
+uint32_t ReadFrames(const RateChange& rate, uint32_t frameBytes) {
+  constexpr uint32_t kCallBytes = 128 << 10, kMostBytes = 8 << 20;  // of four such blocks
+  const uint32_t frames = std::max(1u, kCallBytes / frameBytes / rate.Oversampling());
+  if (!rate.hasFir) return frames;
+  const uint32_t piece = (rate.Taps() + 1) / rate.Oversampling();
+  const uint32_t wholes = std::max(1u, frames / piece) * piece;
+  return std::clamp(kMostBytes / frameBytes, 1u, wholes);
+}
+
 // Floats hold the samples of these exactly.
 bool FitsFloat(QNSAMPLETYPE type) {
   return type == QNST_FLOAT32 || (!IsFloat(type) && QnAudio_BitsFromSampleType(type) <= 24);
@@ -61,30 +73,34 @@ class Conversion::PieceResampler {
                                                                                        : QNST_FLOAT64),
         sampleBytes_(static_cast<uint32_t>(QnAudio_BytesFromSampleType(type_))),
         frameBytes_(job_.target.format.channels * sampleBytes_),
-        callFrames_(std::max(1u, kCallBytes / frameBytes_)),
-        reader_(job_.source, type_, job_.map, job_.gain, callFrames_),
+        times_(job_.rate.Oversampling()),
+        readFrames_(ReadFrames(job_.rate, frameBytes_)),
+        callFrames_(readFrames_ * times_),
+        reader_(job_.source, type_, job_.map, job_.gain, readFrames_),
         resampler_(job_.rate, type_, job_.target.format.channels, callFrames_),
         writer_(&whole->output_, job_.target.format, type_, callFrames_, job_.dither),
-        in_(size_t{callFrames_} * frameBytes_),
+        read_(size_t{readFrames_} * frameBytes_),
+        in_(size_t{job_.rate.hasFir ? callFrames_ : 0} * frameBytes_),
         out_(size_t{callFrames_} * frameBytes_) {}
 
-  bool Open() { return reader_.Open(); }
+  // False after a failure, which the run knows then.
+  bool Open();
 
   // Writes what comes of a piece of the source; false after a failure, which the run knows then, or when that
   // has ended.
   bool Write(uint64_t first, uint64_t frames);
 
-  const SampleReader& Reader() const { return reader_; }
-  const SampleWriter& Writer() const { return writer_; }
+  // As those of Conversion, so far.
+  uint64_t NotNumbers() const { return notNumbers_ + writer_.NotNumbers(); }
+  uint64_t Clipped() const { return writer_.Clipped(); }
 
  private:
-  static constexpr uint32_t kCallBytes = 128 << 10;  // of four such blocks
-
   bool Fail(const std::string& file, HRESULT status) {
     whole_.runner_.Fail(file, status);
     return false;
   }
-  bool Read(uint64_t first, uint32_t frames);
+  bool Read(uint64_t at, uint32_t frames);
+  bool Resample(uint32_t frames);
   bool Keep(int64_t at, uint32_t frames);
 
   Conversion& whole_;
@@ -92,23 +108,45 @@ class Conversion::PieceResampler {
   const QNSAMPLETYPE type_;
   const uint32_t sampleBytes_;
   const uint32_t frameBytes_;
+  const uint32_t times_;
+  const uint32_t readFrames_;
   const uint32_t callFrames_;
   SampleReader reader_;
+  std::unique_ptr<FrontFilter> filter_;
   Resampler resampler_;
   SampleWriter writer_;
-  std::vector<uint8_t> in_;
+  std::vector<uint8_t> read_;
+  std::vector<uint8_t> in_;  // behind the filter, if there is one
   std::vector<uint8_t> out_;
-  int64_t begin_ = 0;  // of the piece, in frames of the output
+  uint64_t first_ = 0;  // of the piece, in frames of the source, and where the next one begins
+  uint64_t next_ = 0;
+  int64_t begin_ = 0;  // the same in frames of the output
   int64_t end_ = 0;
+  int64_t at_ = 0;     // the output frame that the next one of the resampler stands for
+  uint32_t late_ = 0;  // the frames of the filter that are still in front of the source's
+  uint64_t notNumbers_ = 0;
 };
 
-// Reads frames of the source, behind whose end there is silence.
-bool Conversion::PieceResampler::Read(uint64_t first, uint32_t frames) {
-  const uint64_t total = job_.source.frames;
-  const auto held = static_cast<uint32_t>(first < total ? std::min<uint64_t>(frames, total - first) : 0);
-  if (held > 0 && !reader_.Read(first, in_.data(), held))
-    return Fail(job_.source.name, SystemStatus(QN_E_FILE_READ));
-  std::fill(in_.begin() + static_cast<ptrdiff_t>(size_t{held} * frameBytes_), in_.end(), uint8_t{0});
+bool Conversion::PieceResampler::Open() {
+  if (!reader_.Open()) return Fail(job_.source.name, QN_E_FILE_OPEN);
+  if (job_.rate.hasFir) filter_ = FrontFilter::Make(job_.rate, type_, job_.target.format.channels);
+  return !job_.rate.hasFir || filter_ || Fail(job_.source.name, E_OUTOFMEMORY);
+}
+
+// Reads frames of the source, behind whose end there is silence. What lies outside the piece is read for
+// another one too, and counted there.
+bool Conversion::PieceResampler::Read(uint64_t at, uint32_t frames) {
+  const uint64_t end = std::min(at + frames, job_.source.frames);
+  uint8_t* to = read_.data();
+  for (uint64_t stop; at < end; at = stop) {
+    stop = std::min(end, at < first_ ? first_ : at < next_ ? next_ : end);
+    const auto count = static_cast<uint32_t>(stop - at);
+    const uint64_t before = reader_.NotNumbers();
+    if (!reader_.Read(at, to, count)) return Fail(job_.source.name, SystemStatus(QN_E_FILE_READ));
+    if (at >= first_ && at < next_) notNumbers_ += reader_.NotNumbers() - before;
+    to += size_t{count} * frameBytes_;
+  }
+  std::fill(to, read_.data() + size_t{frames} * frameBytes_, uint8_t{0});
   return true;
 }
 
@@ -125,30 +163,46 @@ bool Conversion::PieceResampler::Keep(int64_t at, uint32_t frames) {
   return true;
 }
 
+// Sends the next frames of the source through the filter and the resampler, up to the end of the piece.
+bool Conversion::PieceResampler::Resample(uint32_t frames) {
+  if (filter_) filter_->Process(read_.data(), frames, in_.data());
+  const uint8_t* const in = filter_ ? in_.data() : read_.data();
+  const uint32_t count = frames * times_, early = std::min(late_, count);
+  late_ -= early;
+  uint32_t taken = 0, given = 0;
+  for (uint32_t used = early; used < count && at_ < end_; used += taken) {
+    if (!whole_.runner_.GoesOn()) return false;
+    const HRESULT status = resampler_.Process(in + size_t{used} * frameBytes_, count - used, &taken,
+                                              out_.data(), callFrames_, &given);
+    if (status != S_OK || taken + given == 0) return Fail(job_.source.name, status != S_OK ? status : E_FAIL);
+    if (!Keep(at_, given)) return false;
+    at_ += given;
+  }
+  return true;
+}
+
 bool Conversion::PieceResampler::Write(uint64_t first, uint64_t frames) {
   const RateChange& rate = job_.rate;
   const uint64_t start = first - std::min(first, rate.RunUp());
-  begin_ = static_cast<int64_t>(rate.FramesAfter(first));
-  end_ = static_cast<int64_t>(rate.FramesAfter(first + frames));
-  HRESULT status = resampler_.Start();
+  first_ = first;
+  next_ = first + frames;
+  begin_ = static_cast<int64_t>(rate.FramesAfter(first_));
+  end_ = static_cast<int64_t>(rate.FramesAfter(next_));
+  if (filter_) filter_->Start();
+  const HRESULT status = resampler_.Start();
   if (status != S_OK) return Fail(job_.source.name, status);
   // What comes first is as late as the low-pass makes it.
-  int64_t at = static_cast<int64_t>(rate.FramesAfter(start)) - rate.Delay();
-  for (uint64_t read = start; at < end_;) {
-    // No more than the piece still needs.
-    constexpr uint64_t kAhead = 32;
-    const uint64_t needed = rate.FramesBefore(static_cast<uint64_t>(end_ - at)) + kAhead;
-    const auto count = static_cast<uint32_t>(std::min<uint64_t>(callFrames_, needed));
-    if (!Read(read, count)) return false;
-    uint32_t taken = 0, given = 0;
-    for (uint32_t used = 0; used < count && at < end_; used += taken, at += given) {
-      if (!whole_.runner_.GoesOn()) return false;
-      status = resampler_.Process(in_.data() + size_t{used} * frameBytes_, count - used, &taken, out_.data(),
-                                  callFrames_, &given);
-      if (status != S_OK || taken + given == 0)
-        return Fail(job_.source.name, status != S_OK ? status : E_FAIL);
-      if (!Keep(at, given)) return false;
-    }
+  at_ = static_cast<int64_t>(rate.FramesAfter(start)) - rate.Delay();
+  late_ = rate.Late();
+  // The resampler looks up to half its taps ahead. Mostly nothing behind this is read.
+  constexpr uint64_t kAhead = 32;
+  const uint64_t last =
+      start + rate.FramesBefore(static_cast<uint64_t>(end_ - at_)) + late_ / times_ + kAhead;
+  uint64_t read = start;
+  while (at_ < end_) {
+    const uint64_t needed = read < last ? last - read : kAhead;
+    const auto count = static_cast<uint32_t>(std::min<uint64_t>(readFrames_, needed));
+    if (!Read(read, count) || !Resample(count)) return false;
     read += count;
   }
   return true;
@@ -202,13 +256,13 @@ void Conversion::ConvertBlocks() {
 
 void Conversion::ResamplePieces() {
   PieceResampler pieces(this);
-  if (!pieces.Open()) return runner_.Fail(job_.source.name, QN_E_FILE_OPEN);
+  if (!pieces.Open()) return;
   uint64_t first = 0, frames = 0;
   while (runner_.Next(&first, &frames)) {
     if (!pieces.Write(first, frames)) return;
   }
-  notNumbers_ += pieces.Reader().NotNumbers() + pieces.Writer().NotNumbers();
-  clipped_ += pieces.Writer().Clipped();
+  notNumbers_ += pieces.NotNumbers();
+  clipped_ += pieces.Clipped();
 }
 
 }  // namespace qnwave

@@ -48,7 +48,7 @@ bool ReadOptions(const Arguments& arguments, ConversionJob* job) {
     return false;
   if (arguments.Has("rate")) {
     if (!ReadNumber<uint32_t>("convert", arguments, "rate", 1, kMostRate, &job->rate.to) ||
-        !ChooseQuality("convert", arguments, &job->rate.flags))
+        !ChooseQuality("convert", arguments, &job->rate))
       return false;
   } else if (arguments.Has("quality")) {
     return mistaken("--quality goes with --rate");

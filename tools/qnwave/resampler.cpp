@@ -1,12 +1,14 @@
 #include "tools/qnwave/resampler.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <numbers>
 #include <numeric>
 
 #include "tools/common/option_values.h"
 #include "tools/qnwave/report.h"
+#include "tools/qnwave/sample_types.h"
 
 namespace qnwave {
 namespace {
@@ -14,15 +16,25 @@ namespace {
 struct QualityRow {
   const char* name;
   DWORD flags;
+  bool hasFir;
 };
 
-// The low-pass takes 110 dB off what would come back as a wrong frequency; docs/resampling.md has figures.
+// The recursive low-pass still lets through what is just above half the lower rate, the other one does not;
+// docs/resampling.md has figures.
 constexpr QualityRow kQualities[] = {
-    {"sinc", QNRESAMPLE2_SINC | QNRESAMPLE2_LOWPASS_11TH},
-    {"cubic", QNRESAMPLE2_CUBIC | QNRESAMPLE2_LOWPASS_11TH},
-    {"filtered", QNRESAMPLE2_LINEAR | QNRESAMPLE2_LOWPASS_11TH},
-    {"linear", QNRESAMPLE2_LINEAR},
+    {"sinc", QNRESAMPLE2_SINC, true},
+    {"cubic", QNRESAMPLE2_CUBIC | QNRESAMPLE2_LOWPASS_11TH, false},
+    {"filtered", QNRESAMPLE2_LINEAR | QNRESAMPLE2_LOWPASS_11TH, false},
+    {"linear", QNRESAMPLE2_LINEAR, false},
 };
+
+// The least taps of the FIR low-pass, for each time that its rate is the lower one: enough to fall within
+// a fourteenth of half of that.
+constexpr double kTapsATime = 234;
+constexpr uint32_t kMostTaps = 32767;
+
+// What lies between the corner of the window's low-pass and its full rejection, in taps' frequencies.
+constexpr double kHalfSlope = 4;
 
 }  // namespace
 
@@ -44,6 +56,7 @@ uint64_t RateChange::WholeTurns(uint64_t least) const {
 
 uint64_t RateChange::RunUp() const {
   constexpr uint64_t kFrames = 4096, kSlowFrames = 256;
+  if (hasFir) return WholeTurns(Taps() / Oversampling() + kSlowFrames);
   return WholeTurns(kFrames + kSlowFrames * (from / to));
 }
 
@@ -57,14 +70,29 @@ uint32_t RateChange::Delay() const {
   return static_cast<uint32_t>(std::lround(delay * std::min(ratio, 1.0)));
 }
 
-bool ChooseQuality(const char* command, const qntool::Arguments& arguments, DWORD* flags) {
+uint32_t RateChange::Oversampling() const {
+  return hasFir && from / 2 < to && from <= kMostRate / 2 ? 2 : 1;
+}
+
+uint32_t RateChange::Taps() const {
+  const double times = static_cast<double>(from) * Oversampling() / std::min(from, to);
+  // One less than a power of 2, for which the library's transforms have the least to do.
+  return std::min(std::bit_ceil(static_cast<uint32_t>(times * kTapsATime)) - 1, kMostTaps);
+}
+
+double RateChange::Corner() const {
+  return std::min(from, to) / 2.0 - kHalfSlope * from * Oversampling() / Taps();
+}
+
+bool ChooseQuality(const char* command, const qntool::Arguments& arguments, RateChange* change) {
   const auto name = arguments.Value(kQualityOption.name).value_or(kQualities[0].name);
   const QualityRow* const row = qntool::FindByName(kQualities, name);
   if (!row) {
     ReportUsage(command, "unknown quality " + Quoted(name) + " (one of " + qntool::NamesOf(kQualities) + ")");
     return false;
   }
-  *flags = row->flags;
+  change->flags = row->flags;
+  change->hasFir = row->hasFir;
   return true;
 }
 
@@ -87,9 +115,9 @@ uint32_t Resampler::GroupChannels(size_t group) const {
 HRESULT Resampler::Start() {
   for (size_t i = 0; i < instances_.size(); ++i) {
     tQNRESAMPLE2INSTANCE* instance = nullptr;
-    const HRESULT status =
-        QnAudio_Resample2Open(&instance, type_, static_cast<LONG>(GroupChannels(i)),
-                              static_cast<LONG>(change_.from), static_cast<LONG>(change_.to), change_.flags);
+    const HRESULT status = QnAudio_Resample2Open(&instance, type_, static_cast<LONG>(GroupChannels(i)),
+                                                 static_cast<LONG>(change_.from * change_.Oversampling()),
+                                                 static_cast<LONG>(change_.to), change_.flags);
     instances_[i].reset(instance);
     if (status != S_OK) return status;
   }

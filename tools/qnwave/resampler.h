@@ -15,8 +15,8 @@ namespace qnwave {
 
 constexpr qntool::Option kQualityOption = {
     "quality", "NAME",
-    "how --rate computes: sinc (25 taps and a low-pass), cubic, filtered (straight lines and the low-pass) or"
-    " linear (straight lines alone, quick and dull) (default: sinc)"};
+    "how --rate computes: sinc (of linear phase), cubic, filtered (straight lines and a low-pass) or linear "
+    "(straight lines alone, quick and dull) (default: sinc)"};
 
 // A change of rate, and what follows from it for a whole file. Time 0 stays where it is, to half a frame of
 // the slower rate, and an instant has its frame where the rates say.
@@ -30,6 +30,8 @@ struct RateChange {
   uint32_t from = 1;
   uint32_t to = 1;
   DWORD flags = 0;
+  // Whether an FIR low-pass goes ahead of the resampler, in place of the recursive one that the flags have.
+  bool hasFir = false;
 
   bool IsNone() const { return from == to; }
   bool IsPossible() const;
@@ -44,16 +46,27 @@ struct RateChange {
   // many has the same phases.
   uint64_t WholeTurns(uint64_t least) const;
 
-  // The frames in front of a place from which a stream has forgotten how it began: the low-pass has fallen
-  // far below the last bit of a double.
+  // The frames in front of a place from which a stream has forgotten how it began: the recursive low-pass
+  // has fallen far below the last bit of a double, the FIR one is full.
   uint64_t RunUp() const;
 
-  // The output frames that the low-pass is late for low frequencies, to the nearest.
+  // The output frames that the recursive low-pass is late for low frequencies, to the nearest.
   uint32_t Delay() const;
+
+  // How many frames the FIR low-pass makes of each: 2 where the resampler's own kernel, which is good up to
+  // a quarter of its rate, would have to reach higher.
+  uint32_t Oversampling() const;
+
+  // Of the FIR low-pass, an odd number. It is late by half of the others, in the frames that it makes.
+  uint32_t Taps() const;
+  uint32_t Late() const { return hasFir ? (Taps() - 1) / 2 : 0; }
+
+  // In hertz; from there to half the lower rate it falls.
+  double Corner() const;
 };
 
 // The flags of a quality; false with the mistake reported.
-bool ChooseQuality(const char* command, const qntool::Arguments& arguments, DWORD* flags);
+bool ChooseQuality(const char* command, const qntool::Arguments& arguments, RateChange* change);
 
 // Interleaved floats or doubles of any number of channels.
 class Resampler {

@@ -62,8 +62,7 @@ int WriteStretched(const Job& job, bool overwrite, bool quiet) {
   WatchInterrupts();
   Stretcher stretcher(job.ratio, format.rate, format.channels);
   // Blocks of one length, so that none is too short for a splice.
-  const uint64_t blocks =
-      std::max<uint64_t>(1, (source.frames + stretcher.BlockFrames() / 2) / stretcher.BlockFrames());
+  const uint64_t blocks = std::max<uint64_t>(1, source.frames / stretcher.BlockFrames());
   const auto edge = [blocks](uint64_t total, uint64_t block) {
     const long double share = static_cast<long double>(block) / blocks;
     return block == blocks ? total : static_cast<uint64_t>(total * share);
@@ -94,7 +93,7 @@ int WriteStretched(const Job& job, bool overwrite, bool quiet) {
     const auto inFrames = static_cast<uint32_t>(edge(source.frames, block + 1) - from);
     const auto outFrames = static_cast<uint32_t>(edge(frames, block + 1) - to);
     if (!reader.Read(from, in.data(), inFrames)) return fail(source.name, SystemStatus(QN_E_FILE_READ));
-    status = stretcher.Process(in.data(), inFrames, out.data(), outFrames);
+    status = stretcher.Process(in.data(), inFrames, block + 1 == blocks, out.data(), outFrames);
     if (status != S_OK) return fail(source.name, status);
     status = writer.Write(to, out.data(), outFrames);
     if (status != S_OK) return fail(name, status);
@@ -136,8 +135,8 @@ const Command kStretchCommand = {
     "FILE OUT",
     "Make a file faster or slower at the same pitch.",
     "OUT has the frames of FILE divided by --ratio. The audio is cut into blocks, each of which is spliced "
-    "where"
-    " it fits best. OUT is written beside its place under another name and moved there when it is whole.",
+    "where it fits best. OUT is written beside its place under another name and moved there when it is "
+    "whole.",
     kOptions,
     Run,
 };

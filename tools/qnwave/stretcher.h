@@ -19,14 +19,16 @@ class Stretcher {
   // `ratio` is how many input frames make an output frame.
   Stretcher(double ratio, uint32_t rate, uint32_t channels);
 
-  // How many frames a block has at best: as many as a splice takes to be short, and to happen seldom.
+  // How many frames a block has at least: as many as a splice takes to be short, and to happen seldom. Only a
+  // file that is shorter is one block of its own.
   uint32_t BlockFrames() const { return blockFrames_; }
 
   // Makes room for blocks of up to so many frames in front and behind.
   HRESULT Open(uint32_t mostIn, uint32_t mostOut);
 
-  // Stretches the next block to exactly `outFrames`.
-  HRESULT Process(const double* in, uint32_t inFrames, double* out, uint32_t outFrames);
+  // Stretches the next block to exactly `outFrames`. With the last one comes what the stages have held back;
+  // as that may be less than there is room for, up to 200 frames of silence may follow.
+  HRESULT Process(const double* in, uint32_t inFrames, bool isLast, double* out, uint32_t outFrames);
 
  private:
   struct Close {
@@ -34,7 +36,9 @@ class Stretcher {
   };
 
   using Stage = std::unique_ptr<HQNTIME, Close>;
-  HRESULT ProcessChannel(const std::vector<Stage>& stages, uint32_t inFrames, uint32_t outFrames);
+  HRESULT ProcessChannel(const std::vector<Stage>& stages, uint32_t inFrames, bool isLast,
+                         uint32_t outFrames);
+  HRESULT ProcessStage(HQNTIME* stage, uint32_t inFrames, bool isLast, uint32_t* outFrames);
 
   uint32_t rate_;
   uint32_t blockFrames_;

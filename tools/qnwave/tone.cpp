@@ -44,7 +44,7 @@ constexpr Option kOptions[] = {
 };
 
 struct Sine {
-  double frequency = 1000;
+  double frequency = 0;
   double level = 0;
 };
 
@@ -62,12 +62,14 @@ bool Mistaken(const std::string& mistake) {
   return false;
 }
 
+constexpr std::string_view kDefaultFrequency = "1000";
+
 // A frequency that the rate has; false with the mistake reported.
 bool ReadFrequency(std::string_view text, uint32_t rate, double* frequency) {
   constexpr double kLeast = 1e-3;
   const auto number = ParseNumber<double>(text, kLeast, rate / 2.0);
   if (!number || *number >= rate / 2.0) {
-    return Mistaken("bad frequency " + Quoted(text) + " (Hz from 0.001 to below half the rate, " +
+    return Mistaken("bad frequency " + Quoted(text) + " (Hz from 0.001 to below half the rate of " +
                     std::to_string(rate) + ")");
   }
   *frequency = *number;
@@ -78,9 +80,6 @@ bool ReadSignal(const Arguments& arguments, uint32_t rate, Job* job) {
   const auto frequencies = arguments.Values("frequency");
   const auto levels = arguments.Values("level");
   job->sines.resize(std::max<size_t>(1, frequencies.size()));
-  for (size_t i = 0; i < frequencies.size(); ++i) {
-    if (!ReadFrequency(frequencies[i], rate, &job->sines[i].frequency)) return false;
-  }
   if (const auto sweep = arguments.Value("sweep")) {
     const auto ends = Split(*sweep, ',');
     if (!frequencies.empty()) return Mistaken("--sweep and --frequency do not go together");
@@ -88,6 +87,12 @@ bool ReadSignal(const Arguments& arguments, uint32_t rate, Job* job) {
     if (!ReadFrequency(ends[0], rate, &job->sines[0].frequency) ||
         !ReadFrequency(ends[1], rate, &job->sweepTo.emplace()))
       return false;
+  } else {
+    for (size_t i = 0; i < job->sines.size(); ++i) {
+      if (!ReadFrequency(frequencies.empty() ? kDefaultFrequency : frequencies[i], rate,
+                         &job->sines[i].frequency))
+        return false;
+    }
   }
   if (const auto curve = arguments.Value("curve")) {
     if (!job->sweepTo) return Mistaken("--curve goes with --sweep");
@@ -122,8 +127,10 @@ bool ReadOptions(const Arguments& arguments, Job* job) {
   if (!ReadPosition("tone", arguments, "duration", true, format.rate, &duration) ||
       !ReadPosition("tone", arguments, "fade", true, format.rate, &fade))
     return false;
+  if (*duration == 0) return Mistaken("--duration is 0");
+  if (*fade > *duration / 2) return Mistaken("--fade is longer than half the duration");
   job->target.frames = *duration;
-  job->fade = std::min(*fade, *duration / 2);
+  job->fade = *fade;
   return true;
 }
 
@@ -160,18 +167,21 @@ double Signal::Fade(uint64_t frame) const {
 void Signal::Fill(uint64_t first, double* values, uint32_t frames) const {
   constexpr double kTurn = 2 * std::numbers::pi;
   std::fill_n(values, frames, 0.0);
-  for (const Sine& sine : job_.sines) {
-    // Each block starts at the exact phase, so that long files do not lose it.
-    const long double rate = job_.target.format.rate;
-    const long double cycles = std::fmod(static_cast<long double>(first) * sine.frequency, rate) / rate;
-    constexpr LONG kSeedSteps = 1024;  // so that low frequencies stay exact too
-    CSineOscillator oscillator(kTurn * sine.frequency / job_.target.format.rate,
-                               kTurn * static_cast<double>(cycles), 0, kSeedSteps);
+  if (job_.sweepTo) {
     for (uint32_t i = 0; i < frames; ++i) {
-      const double value = job_.sweepTo
-                               ? std::sin(kTurn * static_cast<double>(std::fmod(SweepCycles(first + i), 1)))
-                               : oscillator.FindNthSine(static_cast<LONG>(i));
-      values[i] += sine.level * value;
+      const auto cycles = static_cast<double>(std::fmod(SweepCycles(first + i), 1));
+      values[i] = job_.sines[0].level * std::sin(kTurn * cycles);
+    }
+  } else {
+    for (const Sine& sine : job_.sines) {
+      // Each block starts at the exact phase, so that long files do not lose it.
+      const long double rate = job_.target.format.rate;
+      const long double cycles = std::fmod(static_cast<long double>(first) * sine.frequency, rate) / rate;
+      constexpr LONG kSeedSteps = 1024;  // so that low frequencies stay exact too
+      CSineOscillator oscillator(kTurn * sine.frequency / job_.target.format.rate,
+                                 kTurn * static_cast<double>(cycles), 0, kSeedSteps);
+      for (uint32_t i = 0; i < frames; ++i)
+        values[i] += sine.level * oscillator.FindNthSine(static_cast<LONG>(i));
     }
   }
   if (job_.fade == 0) return;
@@ -241,8 +251,7 @@ const Command kToneCommand = {
     "OUT",
     "Write a test signal: sines, or a sweep.",
     "A POS is read as cut reads it. OUT is written beside its place under another name and moved there when "
-    "it"
-    " is whole.",
+    "it is whole.",
     kOptions,
     Run,
 };
