@@ -2,7 +2,7 @@
 """Measures `qnwave convert --rate` with tones, draws what it makes of a sweep, and puts both into
 docs/resampling.md and docs/images.
 
-    resampling_report.py [QNWAVE]      default: build/bench/tools/qnwave
+    resampling_report.py QNWAVE
 """
 import array
 import cmath
@@ -14,11 +14,30 @@ import struct
 import subprocess
 import sys
 import tempfile
+import typing
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
-QNWAVE = str(pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else ROOT / 'build/bench/tools/qnwave').resolve())
+if len(sys.argv) != 2:
+    sys.exit(__doc__)
+QNWAVE = str(pathlib.Path(sys.argv[1]).resolve())
 QUALITIES = ('sinc', 'cubic', 'filtered', 'linear')
-DIRECTIONS = ((48000, 44100), (44100, 48000))
+
+
+class Pair(typing.NamedTuple):
+    """Two rates and the tones that are measured: clean ones, ones near the end of the band, and ones that the new
+    rate has not, or that leave an image."""
+    before: int
+    after: int
+    clean: tuple
+    passed: tuple
+    wrong: tuple
+
+
+PAIRS = (Pair(48000, 44100, (1000, 15000), (19000, 20000, 20500, 21000), (22060, 22500, 23000)),
+         Pair(44100, 48000, (1000, 15000), (19000, 20000, 20500, 21000), (20500, 21100)),
+         Pair(96000, 44100, (1000, 15000), (19000, 20000, 20500, 21000), (23000, 25000, 30000)),
+         Pair(48000, 8000, (1000,), (3000, 3500, 3700), (4100, 4500, 6000)))
+DRAWN = ((48000, 44100), (44100, 48000))
 MOST_PICTURE_BYTES = 60_000
 
 
@@ -28,10 +47,12 @@ def run(*command):
 
 def read_doubles(path):
     data = pathlib.Path(path).read_bytes()
-    start = data.index(b'data')
+    start = 12
+    while data[start:start + 4] != b'data':
+        start += 8 + (struct.unpack_from('<I', data, start + 4)[0] + 1) // 2 * 2
     size = struct.unpack_from('<I', data, start + 4)[0]
     # A program that writes to the end of a file may leave the size open.
-    return array.array('d', data[start + 8:start + 8 + size // 8 * 8])
+    return array.array('d', data[start + 8:start + 8 + min(size, len(data) - start - 8) // 8 * 8])
 
 
 def fit(samples, frequency, rate):
@@ -60,27 +81,27 @@ def decibels(value):
     return 20 * math.log10(max(value, 1e-10))
 
 
-def measure(convert, scratch, before, after):
-    """SNR at 1 and 15 kHz, gain at 20 kHz, and what appears where nothing should be, all in dB."""
+def measure(convert, scratch, pair):
+    """What a converter makes of the tones of a pair of rates, in dB."""
     def tone(frequency):
         source, target = scratch / 'tone.wav', scratch / 'out.wav'
-        run(QNWAVE, 'tone', source, '--force', '--quiet', '--type', 'f64', '--level', -6, '--rate', before,
+        run(QNWAVE, 'tone', source, '--force', '--quiet', '--type', 'f64', '--level', -6, '--rate', pair.before,
             '--frequency', frequency)
-        convert(source, target, after)
+        convert(source, target, pair.after)
         samples = read_doubles(target)
         return samples[len(samples) // 4:len(samples) * 3 // 4]
 
     full = 10 ** (-6 / 20)
-    figures = []
-    for frequency in (1000, 15000):
-        amplitude, rest, _ = fit(tone(frequency), frequency, after)
-        figures.append(decibels(amplitude / math.sqrt(2) / rest))
-    figures.append(decibels(fit(tone(20000), 20000, after)[0] / full))
-    if before > after:  # 23 kHz is above half the new rate: all that is left of it is wrong
-        figures.append(decibels(fit(tone(23000), 1000, after)[2] * math.sqrt(2) / full))
-    else:  # what 21.1 kHz leaves at 23 kHz, on the other side of half the old rate
-        figures.append(decibels(fit(tone(before - 23000), 23000, after)[0] / full))
-    return figures
+    for frequency in pair.clean:
+        amplitude, rest, _ = fit(tone(frequency), frequency, pair.after)
+        yield decibels(amplitude / math.sqrt(2) / rest)
+    for frequency in pair.passed:
+        yield decibels(fit(tone(frequency), frequency, pair.after)[0] / full)
+    for frequency in pair.wrong:
+        if pair.before > pair.after:  # above half the new rate: all that is left of it is wrong
+            yield decibels(fit(tone(frequency), 1000, pair.after)[2] * math.sqrt(2) / full)
+        else:  # what it leaves on the other side of half the old rate
+            yield decibels(fit(tone(frequency), pair.before - frequency, pair.after)[0] / full)
 
 
 def converters():
@@ -96,27 +117,29 @@ def converters():
 
 
 def tables(scratch):
-    for before, after in DIRECTIONS:
-        alias = 'alias of 23 kHz' if before > after else 'image at 23 kHz'
-        yield f'| {before} to {after} | SNR at 1 kHz | SNR at 15 kHz | gain at 20 kHz | {alias} |'
-        yield '|---|---|---|---|---|'
+    for pair in PAIRS:
+        wrong = 'alias' if pair.before > pair.after else 'image'
+        kinds = [('SNR', pair.clean), ('gain', pair.passed), (wrong, pair.wrong)]
+        columns = [f'{kind} {frequency / 1000:g} kHz' for kind, tones in kinds for frequency in tones]
+        yield f'| {pair.before} to {pair.after} | ' + ' | '.join(columns) + ' |'
+        yield '|---|' + '---|' * len(columns)
         for name, convert in converters():
             yield f'| {name} | ' + ' | '.join(
-                f'{figure:.1f} dB' for figure in measure(convert, scratch, before, after)) + ' |'
+                f'{figure:.1f}' for figure in measure(convert, scratch, pair)) + ' |'
         yield ''
 
 
 def draw(scratch):
     images = ROOT / 'docs/images'
-    for before, after in DIRECTIONS:
+    for before, after in DRAWN:
         sweep = scratch / 'sweep.wav'
         run(QNWAVE, 'tone', sweep, '--force', '--quiet', '--type', 'f32', '--rate', before, '--duration', '6.0',
             '--sweep', f'20,{before // 2 - 20}')
         for quality in QUALITIES:
-            target = scratch / f'{quality}.wav'
+            target = scratch / f'{before}-{after}-{quality}.wav'
             picture = images / f'sweep-{before}-{after}-{quality}.png'
             run(QNWAVE, 'convert', sweep, target, '--force', '--quiet', '--rate', after, '--quality', quality)
-            run(QNWAVE, 'spectrum', target, picture, '--force', '--quiet', '--size', '380x220', '--range', 100,
+            run(QNWAVE, 'spectrum', target, picture, '--force', '--quiet', '--size', '400x210', '--range', 100,
                 '--window', 'blackman', '--colours', 'grey')
             if picture.stat().st_size > MOST_PICTURE_BYTES:
                 sys.exit(f'{picture} has {picture.stat().st_size} bytes')
