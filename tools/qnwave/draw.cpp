@@ -51,11 +51,6 @@ struct Job {
   std::vector<std::string> laneNames;
 };
 
-bool Mistaken(const std::string& mistake) {
-  ReportUsage("draw", mistake);
-  return false;
-}
-
 // What does not depend on the file: false with the mistake reported.
 bool ReadOptions(const Arguments& arguments, Job* job) {
   std::string mistake;
@@ -63,14 +58,15 @@ bool ReadOptions(const Arguments& arguments, Job* job) {
   job->style.theme = job->target.theme;
   const std::string_view scale = arguments.Value("scale").value_or("linear");
   job->style.inDecibels = scale == "db";
-  if (scale != "db" && scale != "linear") return Mistaken("the scale is linear or db, not " + Quoted(scale));
+  if (scale != "db" && scale != "linear")
+    return Mistaken("draw", "the scale is linear or db, not " + Quoted(scale));
   if (const auto channels = arguments.Value("channels")) {
     const auto map = ParseChannelMap(*channels, false, &mistake);
-    if (!map) return Mistaken(mistake);
+    if (!map) return Mistaken("draw", mistake);
     job->request.channels = *map;
   }
   const auto format = ReadTimeFormat(arguments, arguments.Value("format").value_or("time"), &mistake);
-  if (!format) return Mistaken(mistake);
+  if (!format) return Mistaken("draw", mistake);
   job->style.format = *format;
   job->request.withRms = arguments.Has("rms");
   return true;

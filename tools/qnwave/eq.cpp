@@ -94,11 +94,6 @@ struct Job : EffectJob {
   double gain = 0;
 };
 
-bool Mistaken(const std::string& mistake) {
-  ReportUsage("eq", mistake);
-  return false;
-}
-
 class Equaliser final : public Effect {
  public:
   HRESULT Make(const std::vector<Band>& bands, double gain, uint32_t rate, uint32_t channels) {
@@ -141,8 +136,9 @@ bool ReadBand(const char* option, QNEQ_TYPE type, std::string_view text, Job* jo
   const auto gain = ParseNumber<double>(values.size() > 1 ? values[1] : "", kLeastGain, kMostGain);
   const auto octaves = ParseNumber<double>(values.size() > 2 ? values[2] : "1", 0.1, 5);
   if (values.size() > mostValues || !frequency || !gain || !octaves) {
-    return Mistaken("bad band " + Quoted(text) + " for --" + option + " (HZ from 1, DB from -100 to 25" +
-                    (type == QNEQ_PEAK ? ", OCTAVES from 0.1 to 5)" : ")"));
+    return Mistaken("eq", "bad band " + Quoted(text) + " for --" + option +
+                              " (HZ from 1, DB from -100 to 25" +
+                              (type == QNEQ_PEAK ? ", OCTAVES from 0.1 to 5)" : ")"));
   }
   job->bands.push_back({type, *frequency, *gain, *octaves});
   return true;
@@ -180,7 +176,7 @@ bool ReadBands(const Arguments& arguments, Job* job) {
     }
     job->title += (job->title.empty() ? "Equaliser: " : ", ") + std::string(preset->name);
   }
-  if (job->bands.empty() && job->presetBands.empty()) return Mistaken("a band or a --preset is needed");
+  if (job->bands.empty() && job->presetBands.empty()) return Mistaken("eq", "a band or a --preset is needed");
   for (const Band& band : job->bands)
     job->title += (job->title.empty() ? "Equaliser: " : ", ") + Describe(band);
   if (!ReadNumber("eq", arguments, "gain", -100.0, 60.0, &job->gain)) return false;

@@ -49,11 +49,6 @@ struct Job : EffectJob {
   std::vector<double> edges;
 };
 
-bool Mistaken(const std::string& mistake) {
-  ReportUsage("filter", mistake);
-  return false;
-}
-
 struct TypeRow {
   const char* name;
   const char* words;
@@ -104,7 +99,7 @@ bool ReadIir(const Arguments& arguments, const TypeRow& type, Job* job) {
   design.iirType = type.iir;
   design.design = row->value;
   const bool isResonator = row->value == QNIIR_RESONATOR;
-  if (isResonator && !type.isBand) return Mistaken("a resonator is a bandpass or a bandstop");
+  if (isResonator && !type.isBand) return Mistaken("filter", "a resonator is a bandpass or a bandstop");
   if (isResonator && !RefuseOthers(arguments, {"order"}, "a resonator")) return false;
   if (!type.isBand && !RefuseOthers(arguments, {"width"}, type.name)) return false;
   const DWORD mostOrder = row->value == QNIIR_BESSEL ? 10 : 15;
@@ -143,10 +138,10 @@ bool ReadFir(const Arguments& arguments, const TypeRow& type, Job* job) {
       !ReadNumber("filter", arguments, "frequency2", kLeastFrequency, kMostFrequency, &design.frequency2)) {
     return false;
   }
-  if (design.taps % 2 == 0) return Mistaken("--taps is an odd number");
+  if (design.taps % 2 == 0) return Mistaken("filter", "--taps is an odd number");
   if (!type.isBand && !RefuseOthers(arguments, {"frequency2"}, type.name)) return false;
   if (type.isBand && design.frequency2 <= design.frequency)
-    return Mistaken("a band needs --frequency2, above --frequency");
+    return Mistaken("filter", "a band needs --frequency2, above --frequency");
   job->title = std::string(type.words) + ", " + std::to_string(design.taps) + " taps, " + row->words + ", " +
                Hertz(design.frequency);
   if (type.isBand) job->title += " to " + Hertz(design.frequency2);
@@ -157,10 +152,10 @@ bool ReadFir(const Arguments& arguments, const TypeRow& type, Job* job) {
 bool ReadOptions(const Arguments& arguments, Job* job) {
   const auto iir = arguments.Value("iir");
   const auto fir = arguments.Value("fir");
-  if (iir.has_value() == fir.has_value()) return Mistaken("one of --iir and --fir is needed");
+  if (iir.has_value() == fir.has_value()) return Mistaken("filter", "one of --iir and --fir is needed");
   const TypeRow* const type = FindRow("filter", kTypes, iir ? "iir" : "fir", iir ? *iir : *fir);
   if (!type) return false;
-  if (!arguments.Has("frequency")) return Mistaken("--frequency is needed");
+  if (!arguments.Has("frequency")) return Mistaken("filter", "--frequency is needed");
   if (!ReadNumber("filter", arguments, "frequency", kLeastFrequency, kMostFrequency,
                   &job->design.frequency) ||
       !(iir ? ReadIir(arguments, *type, job) : ReadFir(arguments, *type, job))) {

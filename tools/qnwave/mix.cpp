@@ -50,11 +50,6 @@ struct Job {
   DitherSettings dither;
 };
 
-bool Mistaken(const std::string& mistake) {
-  ReportUsage("mix", mistake);
-  return false;
-}
-
 // The value of an option for the file of a number, if there is one: a single one counts for all files.
 std::optional<std::string_view> ValueFor(const Arguments& arguments, const char* option, size_t file) {
   const auto values = arguments.Values(option);
@@ -66,8 +61,8 @@ bool CountValues(const Arguments& arguments, size_t files) {
   for (const char* option : {"gain", "map", "offset", "fade-in", "fade-out", "curve"}) {
     const size_t count = arguments.Values(option).size();
     if (count <= 1 || count == files) continue;
-    return Mistaken("--" + std::string(option) + " is given " + std::to_string(count) + " times for " +
-                    std::to_string(files) + (files == 1 ? " file" : " files"));
+    return Mistaken("mix", "--" + std::string(option) + " is given " + std::to_string(count) + " times for " +
+                               std::to_string(files) + (files == 1 ? " file" : " files"));
   }
   return true;
 }
@@ -78,7 +73,7 @@ bool ReadMap(std::string_view text, std::vector<Route>* routes) {
     for (const std::string_view to : Split(channel, '+')) {
       std::string mistake;
       const auto map = ParseChannelMap(to, true, &mistake);
-      if (!map) return Mistaken(mistake + " for --map");
+      if (!map) return Mistaken("mix", mistake + " for --map");
       if (map->front() != kSilence) routes->push_back({from, static_cast<uint32_t>(map->front())});
     }
     ++from;
@@ -91,7 +86,7 @@ bool ReadOptions(const Arguments& arguments, size_t file, MixInput* input) {
   if (const auto gain = ValueFor(arguments, "gain", file)) {
     std::string mistake;
     const auto factor = ParseGain(*gain, &mistake);
-    if (!factor) return Mistaken(mistake);
+    if (!factor) return Mistaken("mix", mistake);
     input->gain = *factor;
   }
   if (const auto map = ValueFor(arguments, "map", file); map && !ReadMap(*map, &input->routes)) return false;
@@ -103,7 +98,7 @@ bool ReadOptions(const Arguments& arguments, size_t file, MixInput* input) {
     } else if (*curve == "fast") {
       form = -kSlow;
     } else if (*curve != "linear") {
-      return Mistaken("unknown curve " + Quoted(*curve) + " (linear, slow or fast)");
+      return Mistaken("mix", "unknown curve " + Quoted(*curve) + " (linear, slow or fast)");
     }
     input->envelope.releaseCurve = form;
   }
@@ -151,9 +146,9 @@ int OpenInputs(const Arguments& arguments, const std::vector<std::string>& names
     for (const Route& route : input.routes) {
       if (route.from < source.format.channels) continue;
       const uint32_t channels = source.format.channels;
-      Mistaken("--map names channel " + std::to_string(route.from) + " of " + Quoted(source.name) +
-               ", which has " + std::to_string(channels) + (channels == 1 ? " channel" : " channels") +
-               ", counted from 0");
+      Mistaken("mix", "--map names channel " + std::to_string(route.from) + " of " + Quoted(source.name) +
+                          ", which has " + std::to_string(channels) +
+                          (channels == 1 ? " channel" : " channels") + ", counted from 0");
       return kExitUsage;
     }
     if (!IsOtherFile(source, job->target.name)) return kExitFailed;

@@ -20,11 +20,6 @@ namespace {
 
 constexpr char kDot[] = "  \u00B7  ";
 
-bool Mistaken(const char* command, const std::string& mistake) {
-  ReportUsage(command, mistake);
-  return false;
-}
-
 bool ReadSize(const char* command, std::string_view text, PictureSize* size) {
   const size_t at = text.find('@');
   const auto sides = Split(text.substr(0, at), 'x');

@@ -69,11 +69,6 @@ struct Job {
   std::vector<std::string> laneNames;
 };
 
-bool Mistaken(const std::string& mistake) {
-  ReportUsage("spectrum", mistake);
-  return false;
-}
-
 // What does not depend on the file: false with the mistake reported.
 bool ReadOptions(const Arguments& arguments, Job* job) {
   SpectrumRequest& request = job->request;
@@ -81,20 +76,22 @@ bool ReadOptions(const Arguments& arguments, Job* job) {
   if (!ReadPictureTarget("spectrum", arguments, &job->target)) return false;
   if (const auto channels = arguments.Value("channels")) {
     const auto map = ParseChannelMap(*channels, false, &mistake);
-    if (!map) return Mistaken(mistake);
+    if (!map) return Mistaken("spectrum", mistake);
     request.channels = *map;
   }
   const std::string_view scale = arguments.Value("scale").value_or("linear");
   job->isLogarithmic = scale == "log";
   if (scale != "log" && scale != "linear")
-    return Mistaken("the scale is linear or log, not " + Quoted(scale));
+    return Mistaken("spectrum", "the scale is linear or log, not " + Quoted(scale));
   const std::string_view window = arguments.Value("window").value_or("hann");
   request.window = FindSpectrumWindow(window);
   if (!request.window)
-    return Mistaken("unknown window " + Quoted(window) + " (one of " + SpectrumWindowNames() + ")");
+    return Mistaken("spectrum",
+                    "unknown window " + Quoted(window) + " (one of " + SpectrumWindowNames() + ")");
   const std::string_view colours = arguments.Value("colours").value_or("heat");
   const auto map = MakeColourMap(colours);
-  if (!map) return Mistaken("unknown colours " + Quoted(colours) + " (one of " + ColourMapNames() + ")");
+  if (!map)
+    return Mistaken("spectrum", "unknown colours " + Quoted(colours) + " (one of " + ColourMapNames() + ")");
   job->colours = *map;
   request.range = 100;
   double overlap = 75;
@@ -106,10 +103,10 @@ bool ReadOptions(const Arguments& arguments, Job* job) {
   const std::string_view size = arguments.Value("fft").value_or(job->isLogarithmic ? "8192" : "2048");
   const auto transform = ParseNumber<uint32_t>(size, kLeastTransform, kMostTransform);
   if (!transform || !std::has_single_bit(*transform))
-    return Mistaken("bad size " + Quoted(size) + " for --fft (a power of 2 from 64 to 262144)");
+    return Mistaken("spectrum", "bad size " + Quoted(size) + " for --fft (a power of 2 from 64 to 262144)");
   request.transform = *transform;
   const auto format = ReadTimeFormat(arguments, arguments.Value("format").value_or("time"), &mistake);
-  if (!format) return Mistaken(mistake);
+  if (!format) return Mistaken("spectrum", mistake);
   job->format = *format;
   request.isMixed = arguments.Has("mixed");
   request.isOfLoudest = arguments.Has("peak");
