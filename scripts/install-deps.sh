@@ -9,7 +9,7 @@ set -euo pipefail
 packages=(
   g++ cmake ninja-build pkg-config git python3
   libicu-dev libsqlite3-dev libhwy-dev gettext locales
-  libcairo2-dev libpango1.0-dev fonts-dejavu-core
+  libcairo2-dev libpango1.0-dev libpng-dev fonts-dejavu-core
   libavcodec-dev libavformat-dev libavutil-dev
   libgtest-dev libsndfile1-dev
   clang-format

@@ -9,11 +9,12 @@ scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 prefix=$scratch/prefix
 cmake --install "$build" --prefix "$prefix" >"$scratch/install.log"
-for file in bin/{qnmetric,qntext,qnwave} share/man/man1/{qnmetric,qntext,qnwave}.1 include/qn/qn.h; do
+for file in bin/{qnimage,qnmetric,qntext,qnwave} share/man/man1/{qnimage,qnmetric,qntext,qnwave}.1 include/qn/qn.h; do
   [ -e "$prefix/$file" ] || { echo "not installed: $file"; exit 1; }
 done
 ! find "$prefix" -name '*_internal.h' | grep . || { echo "an internal header is installed"; exit 1; }
 "$prefix/bin/qnwave" --version
+"$prefix/bin/qnimage" card "$scratch/card.png" --quiet
 # The tool finds the module that draws.
 sox -n "$scratch/tone.wav" synth 1 sine 440
 "$prefix/bin/qnwave" draw "$scratch/tone.wav" "$scratch/tone.png"
@@ -41,7 +42,7 @@ export PKG_CONFIG_PATH=$libdir/pkgconfig
 (cd "$scratch" && cpack --config "$build/CPackConfig.cmake" -B "$scratch/deb" >"$scratch/cpack.log") ||
   { cat "$scratch/cpack.log"; exit 1; }
 contents=$(dpkg-deb --contents "$scratch"/deb/*.deb)
-for file in libqnkernel.so.1 qnkernel.pc qnkernelConfig.cmake qn/qn.h bin/qntext bin/qnwave qnkernel/qnwave-draw.so qnwave.1; do
+for file in libqnkernel.so.1 qnkernel.pc qnkernelConfig.cmake qn/qn.h bin/qnimage bin/qntext bin/qnwave qnkernel/qnwave-draw.so qnwave.1; do
   grep -q "$file" <<<"$contents" || { echo "the package lacks $file"; exit 1; }
 done
 if [ -e "$build/qn/qnkernel/codec-names.so" ]; then

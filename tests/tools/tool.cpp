@@ -32,6 +32,10 @@ ToolRun Qnwave(const std::vector<std::string>& arguments, const std::string& bef
   return Run(before + " " QNWAVE, arguments);
 }
 
+ToolRun Qnimage(const std::vector<std::string>& arguments, const std::string& before) {
+  return Run(before + " " QNIMAGE, arguments);
+}
+
 ToolRun Qnmetric(const std::vector<std::string>& arguments, const std::string& before) {
   return Run(before + " " QNMETRIC, arguments);
 }

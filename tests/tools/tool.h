@@ -19,6 +19,7 @@ struct ToolRun {
 // Run a tool with arguments that are passed as they are. `before` is put in front of the command line in the
 // shell, such as "ulimit -f 100;".
 ToolRun Qnwave(const std::vector<std::string>& arguments, const std::string& before = "");
+ToolRun Qnimage(const std::vector<std::string>& arguments, const std::string& before = "");
 ToolRun Qnmetric(const std::vector<std::string>& arguments, const std::string& before = "");
 ToolRun Qntext(const std::vector<std::string>& arguments, const std::string& before = "");
 

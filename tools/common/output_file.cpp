@@ -97,6 +97,18 @@ void OutputFile::KeepOwnership() const {
   if (fchmod(descriptor_, old.st_mode & 0777) != 0 || !isOwned) errno = 0;
 }
 
+HRESULT OutputFile::Write(const void* bytes, size_t count) {
+  const char* at = static_cast<const char*>(bytes);
+  while (count > 0) {
+    const ssize_t written = write(descriptor_, at, count);
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) return StatusFromErrno(QN_E_FILE_WRITE);
+    at += written;
+    count -= static_cast<size_t>(written);
+  }
+  return S_OK;
+}
+
 bool OutputFile::Commit() {
   // Closing can bring up a write that failed behind our back.
   const int result = close(descriptor_);

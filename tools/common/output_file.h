@@ -4,6 +4,7 @@
 // leaves nothing under the target's name and an existing target stays whole until then.
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 #include "qn/platform/types.h"
@@ -29,6 +30,9 @@ class OutputFile {
   std::string Resolved() const;
   // The name that the file has for now.
   const std::string& Temporary() const { return temporary_; }
+
+  // Writes at the end of what was written; the status of a failure, which is not reported.
+  HRESULT Write(const void* bytes, size_t count);
 
   // Ends the file and moves it to its target; reports a failure.
   bool Commit();

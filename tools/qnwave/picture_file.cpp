@@ -1,10 +1,7 @@
 #include "tools/qnwave/picture_file.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cctype>
-#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <numeric>
@@ -162,14 +159,7 @@ bool PictureFile::Finish() {
 }
 
 HRESULT PictureFile::Write(const uint8_t* bytes, size_t count) {
-  while (count > 0) {
-    const ssize_t written = write(file_.Descriptor(), bytes, count);
-    if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) return qntool::StatusFromErrno(QN_E_FILE_WRITE);
-    bytes += written;
-    count -= static_cast<size_t>(written);
-  }
-  return S_OK;
+  return file_.Write(bytes, count);
 }
 
 }  // namespace qnwave

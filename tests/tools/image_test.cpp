@@ -1,0 +1,418 @@
+// qnimage: pictures against what other programs read and write, known colours, and hostile files.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <sstream>
+#include <thread>
+
+#include "tests/support/support.h"
+#include "tests/tools/tool.h"
+
+namespace qntest {
+namespace {
+
+namespace fs = std::filesystem;
+
+// A picture in a form of ffmpeg, such as rgb24.
+std::string PixelsOf(const std::string& name, const std::string& form) {
+  std::string pixels;
+  EXPECT_EQ(RunCommand("ffmpeg -v error -i " + name + " -f rawvideo -pix_fmt " + form + " -", &pixels), 0)
+      << name;
+  return pixels;
+}
+
+void Expect(const std::vector<std::string>& words, int exit = 0, const std::string& said = "") {
+  const ToolRun run = Qnimage(words);
+  std::string line;
+  for (const std::string& word : words) line += word + " ";
+  EXPECT_EQ(run.exit, exit) << line << run.err;
+  EXPECT_NE((run.out + run.err).find(said), std::string::npos) << line << said << ": " << run.out << run.err;
+}
+
+Pixels Card(const ScratchFolder& folder, const std::string& kind, const std::string& size,
+            const std::string& level = "75") {
+  const std::string name = folder.Native(kind + level + ".png");
+  Expect({"card", name, "--kind", kind, "--size", size, "--level", level, "--force"});
+  return Decode(name, static_cast<size_t>(std::atoi(size.c_str())));
+}
+
+// Pixels of a picture: "x,y rrggbb" and so on.
+void ExpectColours(const Pixels& pixels, const std::string& colours) {
+  std::istringstream words(colours);
+  for (std::string place, expected; words >> place >> expected;) {
+    size_t x = 0, y = 0;
+    std::sscanf(place.c_str(), "%zu,%zu", &x, &y);
+    char found[8];
+    const auto part = [&](size_t i) {
+      return static_cast<uint8_t>(pixels.rgb.at((y * pixels.width + x) * 3 + i));
+    };
+    std::snprintf(found, sizeof(found), "%02x%02x%02x", part(0), part(1), part(2));
+    EXPECT_EQ(found, expected) << place;
+  }
+}
+
+TEST(Image, CardsHaveTheirColours) {
+  const ScratchFolder folder;
+  ExpectColours(Card(folder, "bars", "80x20"),
+                "0,0 bfbfbf 9,19 bfbfbf 10,0 bfbf00 29,5 00bfbf 30,0 00bf00 45,9 bf00bf 55,9 bf0000 65,9 "
+                "0000bf 79,19 000000");
+  ExpectColours(Card(folder, "bars", "80x20", "100"), "0,0 ffffff 15,0 ffff00 65,0 0000ff");
+  ExpectColours(Card(folder, "ramp", "256x16"),
+                "0,0 000000 255,3 ffffff 100,1 646464 100,4 640000 7,8 000700 255,15 0000ff");
+  ExpectColours(Card(folder, "grid", "121x61"),
+                "0,30 ffffff 120,7 ffffff 60,7 ffffff 7,30 ffffff 65,7 ffffff 55,7 ffffff 62,32 000000");
+  // A pixel of the zone plate on the axis is at a square number of steps from the middle.
+  const Pixels zone = Card(folder, "zone", "65x33");
+  for (size_t i = 0; i <= 32; ++i) {
+    const double value = 127.5 * (1 + std::cos(M_PI * static_cast<double>(i * i) / 65));
+    EXPECT_NEAR(zone.Red(32 + i, 16), value, 0.51) << i;
+    EXPECT_EQ(zone.Red(32 + i, 16), zone.Red(32 - i, 16));
+  }
+}
+
+// Each type stays what it is on its way through both kinds of file, and reading is what others read.
+TEST(Image, TypesSurviveFilesAndOthersReadThem) {
+  const ScratchFolder folder;
+  const auto name = folder.Native("in.png"), bmp = folder.Native("a.bmp"), png = folder.Native("a.png");
+  Expect({"card", name, "--kind=ramp", "--size=131x16", "--type=rgba64"});
+  struct Row {
+    const char* type;
+    bool inPng, knownBmp;
+  };
+  const Row kRows[] = {{"palette1", true, true}, {"palette4", true, true},   {"palette8", true, true},
+                       {"gray1", true, false},   {"gray2", true, false},     {"gray4", true, false},
+                       {"gray8", true, false},   {"gray16", true, false},    {"gray32", false, false},
+                       {"rgb555", false, false}, {"rgb565", false, false},   {"rgb24", true, true},
+                       {"rgb32", false, true},   {"rgba32", true, true},     {"rgb30", false, false},
+                       {"rgba64", true, false},  {"rgbafloat", false, false}};
+  for (const Row& row : kRows) {
+    const std::string type = std::string("--type=") + row.type;
+    Expect({"convert", name, bmp, type, "--force"}, 0, row.type);
+    Expect({"info", bmp, "--json"}, 0, std::string("\"type\": \"") + row.type);
+    Expect({"convert", bmp, folder.Native("b.bmp"), type, "--force"});
+    // Work is done in floats, which have fewer bits.
+    if (row.type != std::string("gray32")) {
+      EXPECT_EQ(ReadFileBytes(bmp), ReadFileBytes(folder.Native("b.bmp"))) << row.type;
+    }
+    Expect({"convert", name, png, type, "--force"}, row.inPng ? 0 : 2, row.type);
+    if (!row.inPng) continue;
+    Expect({"info", png, "--json"}, 0, std::string("\"type\": \"") + row.type);
+    Expect({"convert", png, folder.Native("b.bmp"), type, "--force"});
+    EXPECT_EQ(ReadFileBytes(bmp), ReadFileBytes(folder.Native("b.bmp"))) << row.type;
+    if (row.knownBmp) {
+      EXPECT_TRUE(PixelsOf(bmp, "rgba") == PixelsOf(png, "rgba")) << row.type;
+    }
+  }
+}
+
+TEST(Image, ReadsWhatOthersWrite) {
+  const ScratchFolder folder;
+  const std::string out = folder.Native("out.png");
+  for (const std::string row : {"bmp bgr24", "bmp bgra", "bmp rgb565le", "bmp rgb555le", "bmp pal8",
+                                "bmp monob", "png rgb24", "png rgba", "png gray", "png ya8", "png monob",
+                                "png pal8", "png gray16be", "png ya16be", "png rgb48be", "png rgba64be"}) {
+    const std::string form = row.substr(4), in = folder.Native("in." + row.substr(0, 3));
+    Make(
+        "ffmpeg -v error -y -f lavfi -i testsrc=s=67x45:d=1 -frames:v 1 -vf "
+        "format=rgba,colorchannelmixer=aa=0.5 -pix_fmt " +
+        form + " " + in);
+    Expect({"convert", in, out, "--force"});
+    const std::string read = form.ends_with("be") ? "rgba64le" : "rgba";
+    const std::string expected = PixelsOf(in, read), found = PixelsOf(out, read);
+    ASSERT_EQ(expected.size(), found.size()) << row;
+    // 5 and 6 bits become 8 in more than one way; 32 bits of a plain BMP have no alpha.
+    const int most = form.starts_with("rgb5") ? 7 : 0;
+    for (size_t i = 0; i < found.size(); ++i) {
+      if (form == "bgra" && i % 4 == 3) continue;
+      ASSERT_NEAR(static_cast<uint8_t>(found[i]), static_cast<uint8_t>(expected[i]), most) << row << " " << i;
+    }
+  }
+}
+
+TEST(Image, FlipsAndScales) {
+  const ScratchFolder folder;
+  const std::string in = folder.Native("in.bmp"), out = folder.Native("out.png");
+  Make("ffmpeg -v error -f lavfi -i testsrc=s=61x46:d=1 -frames:v 1 " + in);
+  for (const auto& [words, filter] : std::vector<std::pair<std::vector<std::string>, std::string>>{
+           {{"flip", "--horizontal"}, "hflip"},
+           {{"flip", "--vertical"}, "vflip"},
+           {{"flip", "--vertical", "--horizontal"}, "hflip,vflip"},
+           {{"scale", "--size=183x92", "--filter=nearest"}, "scale=183:92:flags=neighbor"},
+           {{"scale", "--size=61x46"}, "null"}}) {
+    std::vector<std::string> line = words;
+    line.insert(line.end(), {in, out, "--force"});
+    Expect(line);
+    Make("ffmpeg -v error -y -i " + in + " -vf " + filter + " " + folder.Native("expected.png"));
+    EXPECT_TRUE(PixelsOf(out, "rgb24") == PixelsOf(folder.Native("expected.png"), "rgb24")) << filter;
+  }
+  // Between two columns bilinear goes straight; the outer quarters are the pixels themselves.
+  Expect({"card", in, "--kind=ramp", "--size=2x4", "--force"});
+  Expect({"scale", in, out, "--size=8x4", "--force"});
+  const Pixels pixels = Decode(out, 8);
+  for (size_t x = 0; x < 8; ++x)
+    EXPECT_NEAR(pixels.Red(x, 0), std::clamp((2.0 * static_cast<double>(x) - 3) / 8, 0.0, 1.0) * 255, 0.51)
+        << x;
+  // The rows of a bitmap of negative height are the other way round.
+  Bytes bytes = ReadFileBytes(in);
+  Put(&bytes, 22, static_cast<uint32_t>(-4), 4);
+  WriteFileBytes(in, bytes);
+  Expect({"convert", in, out, "--force"});
+  ExpectColours(Decode(out, 2), "1,0 0000ff 1,1 00ff00 1,3 ffffff");
+  // One without the file's header.
+  bytes.erase(bytes.begin(), bytes.begin() + 14);
+  WriteFileBytes(in, bytes);
+  Expect({"info", in}, 0, "DIB");
+  Expect({"convert", in, out, "--force"});
+  ExpectColours(Decode(out, 2), "1,0 0000ff 1,3 ffffff");
+}
+
+TEST(Image, KnowsLegalColours) {
+  const ScratchFolder folder;
+  const std::string full = folder.Native("bars100.png"), out = folder.Native("out.png");
+  Card(folder, "bars", "80x4", "75");
+  Card(folder, "bars", "80x4", "100");
+  for (const std::string standard : {"ntsc-yiq", "ntsc-yuv", "pal"}) {
+    const std::string option = "--standard=" + standard;
+    Expect({"legal", folder.Native("bars75.png"), out, option, "--force"}, 0, standard + ": 0 of 320 pixels");
+    Expect({"legal", full, out, option, "--force"}, 0, ": 80 of 320 pixels are not legal (25.00 %)\n");
+    // Yellow and cyan are too strong; half the luma of the others.
+    ExpectColours(Decode(out, 80), "5,0 808080 15,3 ff0000 25,0 ff0000 35,0 4b4b4b 55,0 262626 75,0 000000");
+    Expect({"legal", full, out, option, "--correct", "--force"}, 0,
+           standard == "pal" ? "40 after" : ", 0 after");
+    const Pixels corrected = Decode(out, 80);
+    ExpectColours(corrected, "5,0 ffffff 35,0 00ff00 55,0 ff0000 75,0 000000");
+    // Paler: less of what there was most of, more of the other.
+    EXPECT_LT(corrected.Red(15, 0), 255);
+    EXPECT_GT(corrected.rgb.at(15 * 3 + 2), 0);
+  }
+}
+
+TEST(Image, ConvertsRawFramesAsOthersDo) {
+  const ScratchFolder folder;
+  const std::string in = folder.Native("in.bmp"), raw = folder.Native("a.yuv"),
+                    out = folder.Native("out.bmp");
+  Expect({"card", in, "--size=96x48"});
+  struct Row {
+    const char* fourcc;
+    const char* form;  // ffmpeg's; null where it has none
+  };
+  const Row kRows[] = {{"UYVY", "uyvy422"}, {"YUYV", "yuyv422"}, {"I420", "yuv420p"}, {"IYUV", "yuv420p"},
+                       {"NV12", "nv12"},    {"YV12", nullptr},   {"YV16", nullptr},   {"YV24", nullptr},
+                       {"v210", nullptr},   {"P010", "p010le"},  {"P210", "p210le"},  {"P216", "p216le"},
+                       {"Y210", "y210le"},  {"P410", nullptr},   {"P012", nullptr},   {"P212", nullptr},
+                       {"P412", nullptr},   {"PL10", nullptr},   {"A410", nullptr},   {"A46B", nullptr},
+                       {"F32I", nullptr}};
+  const auto expectNear = [](const auto& found, const auto& expected, double most, const std::string& what) {
+    ASSERT_EQ(found.size(), expected.size()) << what;
+    double sum = 0;
+    for (size_t i = 0; i < found.size(); ++i)
+      sum += std::abs(static_cast<uint8_t>(found[i]) - static_cast<uint8_t>(expected[i]));
+    EXPECT_LT(sum / static_cast<double>(found.size()), most) << what;
+  };
+  for (const Row& row : kRows) {
+    for (const std::string matrix : {"601", "709", "2020"}) {
+      const std::string layout = std::string("--fourcc=") + row.fourcc, colours = "--matrix=" + matrix,
+                        range = matrix == "709" ? "--range=full" : "--range=studio";
+      Expect({"convert", in, raw, layout, colours, range, "--force"});
+      Expect({"convert", raw, out, "--size=96x48", layout, colours, range, "--force"});
+      expectNear(ReadFileBytes(out), ReadFileBytes(in), 0.7, row.fourcc + matrix);
+      if (!row.form || matrix != "601") continue;
+      Make("ffmpeg -v error -y -f rawvideo -s 96x48 -pix_fmt " + std::string(row.form) + " -i " + raw +
+           " -vf scale=in_color_matrix=bt601:flags=neighbor " + out);
+      expectNear(PixelsOf(out, "rgb24"), PixelsOf(in, "rgb24"), 1.5, row.form);
+    }
+  }
+  // The second of two frames and a rest.
+  const Bytes frame(96 * 48 * 2, 128);
+  WriteFileBytes(raw, frame + Bytes(96 * 48 * 2, 16) + Bytes{1, 2, 3});
+  Expect({"info", raw, "--size=96x48", "--fourcc=UYVY"}, 0, "Frames      2 of 9,216 bytes");
+  Expect({"convert", raw, out, "--size=96x48", "--fourcc=UYVY", "--force"}, 0, "3 bytes at the end");
+  ExpectColours(Decode(out, 96), "0,0 828282");
+  Expect({"convert", raw, out, "--size=96x48", "--fourcc=UYVY", "--frame=2"}, 1, "0x8004E032");
+  fs::remove(out);
+  Expect({"convert", raw, out, "--size=96x48", "--fourcc=UYVY", "--frame=2"}, 1, "no frame 2");
+  Expect({"convert", raw, out, "--size=5x5", "--fourcc=UYVY"}, 1, "cannot have the size 5x5");
+  Expect({"convert", raw, out, "--size=8x8", "--fourcc=NV16"}, 1, "NV16 cannot be converted");
+  // From one layout to another.
+  Expect({"convert", raw, folder.Native("b.yuv"), "--size=96x48", "--fourcc=UYVY", "--out-fourcc=NV12"});
+  EXPECT_EQ(ReadFileBytes(folder.Native("b.yuv")), Bytes(96 * 48 * 3 / 2, 128));
+}
+
+// A field of a good file of 24 bits, 4x4, that is not what it should be.
+TEST(Image, RefusesHostileFiles) {
+  const ScratchFolder folder;
+  const std::string name = folder.Native("in.bmp"), out = folder.Native("out.png");
+  Expect({"card", name, "--size=4x4"});
+  const Bytes good = ReadFileBytes(name);
+  ASSERT_EQ(good.size(), 54u + 48);
+  struct Row {
+    size_t offset;
+    uint64_t value;
+    int count;
+    const char* said;
+  };
+  const Row kRows[] = {
+      {0, 'X', 1, "no BMP or PNG"},
+      {10, 53, 4, "bfOffBits = 53"},
+      {10, 0xFFFFFFF0, 4, "bfOffBits = 4294967280"},
+      {10, 56, 4, "take 48 bytes, but only 46"},
+      {14, 12, 4, "biSize = 12"},
+      {14, 0xFFFFFFFF, 4, "biSize = 4294967295"},
+      {18, 0, 4, "biWidth = 0"},
+      {18, 0x80000000, 4, "biWidth = -2147483648"},
+      {18, 40'000, 4, "picture of 40000x4 "},
+      {18, 0x7FFFFFFF, 4, "picture of 2147483647x4 "},
+      {22, 0, 4, "biHeight = 0"},
+      {22, 0x80000000, 4, "picture of 4x2147483648 "},
+      {22, 5, 4, "take 60 bytes, but only 48"},
+      {18, 0x4000'00007000, 8, "picture of 28672x16384 "},
+      {26, 2, 2, "biPlanes = 2"},
+      {28, 7, 2, "cannot be read: RGB, 7 bits"},
+      {28, 0, 2, "cannot be read: RGB, 0 bits"},
+      {28, 64, 2, "cannot be read: RGB, 64 bits"},
+      {28, 8 | 1ull << 16, 4, "cannot be read: RLE, 8 bits"},
+      {30, 4, 4, "cannot be read: 4, 24 bits"},
+      {30, 0x32315659, 4, "cannot be read: YV12, 24 bits"},
+      {46, 100'000, 4, "biClrUsed = 100000"},
+  };
+  for (const Row& row : kRows) {
+    Bytes bytes = good;
+    Put(&bytes, row.offset, row.value, row.count);
+    WriteFileBytes(name, bytes);
+    Expect({"convert", name, out}, 1, row.said);
+  }
+  // Bit fields that no type has, and such as have red and blue exchanged.
+  Expect({"card", name, "--size=4x4", "--type=rgb565", "--level=100", "--force"});
+  Bytes fields = ReadFileBytes(name);
+  Put(&fields, 54, 0x001F, 4);
+  Put(&fields, 62, 0xF800, 4);
+  WriteFileBytes(name, fields);
+  Expect({"convert", name, out});
+  // Half a bar a pixel: white, cyan for yellow and so on.
+  ExpectColours(Decode(out, 4), "0,0 ffffff 1,0 ffff00");
+  Put(&fields, 54, 0x00F8, 4);
+  WriteFileBytes(name, fields);
+  Expect({"convert", name, out, "--force"}, 1, "RGB (bitfields), 16 bits");
+  // Pixels beyond a short palette are black.
+  Expect({"card", name, "--size=8x4", "--type=palette8", "--level=100", "--force"});
+  Bytes palette = ReadFileBytes(name);
+  Put(&palette, 46, 1, 4);
+  WriteFileBytes(name, palette);
+  Expect({"convert", name, out, "--force"});
+
+  // Whatever else is damaged: an answer in little memory and time, and no half of a file.
+  Expect({"card", folder.Native("good.png"), "--kind=zone", "--size=40x40"});
+  const Bytes png = ReadFileBytes(folder.Native("good.png"));
+  for (int i = 0; i < 120; ++i) {
+    Bytes bytes = i % 3 == 0 ? good : i % 3 == 1 ? palette : png;
+    for (int n = 0; n < 3; ++n)
+      bytes[Random()() % std::min<size_t>(bytes.size(), i % 3 == 2 ? 200 : 60)] =
+          static_cast<uint8_t>(Random()());
+    if (i % 4 == 0) bytes.resize(Random()() % bytes.size());
+    WriteFileBytes(name, bytes);
+    fs::remove(out);
+    const ToolRun run = Qnimage({"convert", name, out}, MemoryLimit(400'000));
+    EXPECT_TRUE(run.exit == 0 || run.exit == 1) << i << ": " << run.exit << run.err;
+    EXPECT_EQ(fs::exists(out), run.exit == 0) << i;
+  }
+  // A picture of 30,000 by 30,000 in a file of some bytes, with a checksum that is right.
+  std::string made;
+  EXPECT_EQ(RunCommand("python3 -c 'import zlib,struct as s;c=lambda "
+                       "t,d:s.pack(\">I\",len(d))+t+d+s.pack(\">I\",zlib.crc32(t+d));open(\"" +
+                       name +
+                       "\",\"wb\").write(b\"\\x89PNG\\r\\n\\x1a\\n\"+c(b\"IHDR\",s.pack(\">IIBBBBB\",16000,"
+                       "16000,8,6,0,0,0))+c(b\"IDAT\",zlib.compress(b\"\"))+c(b\"IEND\",b\"\"))'"),
+            0);
+  Expect({"convert", name, out, "--force"}, 1, "Not enough image data");
+  Expect({"info", name}, 1, "Not enough image data");
+}
+
+TEST(Image, SaysWhatIsWrong) {
+  const ScratchFolder folder;
+  const auto path = [&](const std::string& name) { return folder.Native(name); };
+  Expect({"card", path("in.png"), "--size=16x16"});
+  fs::create_hard_link(path("in.png"), path("hard.bmp"));
+  fs::create_symlink("in.png", path("link.png"));
+  WriteFileBytes(path("there.png"), {});
+  fs::create_directory(path("folder.png"));
+  const Bytes before = ReadFileBytes(path("in.png"));
+  struct Row {
+    std::vector<std::string> words;
+    int exit;
+    const char* said;
+  };
+  const Row kRows[] = {
+      {{}, 2, "no command"},
+      {{"paint"}, 2, "unknown command 'paint'"},
+      {{"info"}, 2, "no file"},
+      {{"convert", "in.png"}, 2, "IN and OUT"},
+      {{"convert", "in.png", "out.jpg"}, 2, "end it in .bmp"},
+      {{"convert", "none.png", "out.bmp"}, 1, "0x8004E007"},
+      {{"convert", "folder.png", "out.bmp"}, 1, "It is a directory"},
+      {{"convert", "/dev/null", "out.bmp"}, 1, "no regular file"},
+      {{"convert", "there.png", "out.bmp"}, 1, "no BMP or PNG"},
+      {{"convert", "in.png", "there.png"}, 1, "--force overwrites"},
+      {{"convert", "in.png", "in.png", "--force"}, 1, "the picture that is read"},
+      {{"convert", "in.png", "link.png", "--force"}, 1, "the picture that is read"},
+      {{"convert", "link.png", "hard.bmp", "--force"}, 1, "the picture that is read"},
+      {{"convert", "in.png", "out.yuv"}, 2, "need --fourcc"},
+      {{"convert", "in.png", "out.yuv", "--fourcc=XXXX"}, 2, "UYVY"},
+      {{"convert", "in.png", "out.yuv", "--fourcc=UYVY", "--type=rgb24"}, 2, "--type is for"},
+      {{"convert", "in.png", "out.yuv", "--fourcc=UYVY", "--matrix=7"}, 2, "601, 709"},
+      {{"convert", "in.png", "out.yuv", "--fourcc=UYVY", "--range=half"}, 2, "studio or full"},
+      {{"convert", "in.png", "out.bmp", "--frame=1"}, 2, "need --size"},
+      {{"convert", "in.png", "out.bmp", "--size=2"}, 2, "bad size"},
+      {{"convert", "in.png", "out.bmp", "--size=2x2"}, 2, "need --fourcc"},
+      {{"convert", "in.png", "out.bmp", "--type=rgb"}, 2, "rgb24"},
+      {{"flip", "in.png", "out.bmp"}, 2, "--horizontal"},
+      {{"scale", "in.png", "out.bmp"}, 2, "bad size"},
+      {{"scale", "in.png", "out.bmp", "--size=40000x1"}, 2, "32768"},
+      {{"scale", "in.png", "out.bmp", "--size=8x8", "--filter=cubic"}, 2, "nearest, bilinear"},
+      {{"legal", "in.png", "out.bmp", "--standard=secam"}, 2, "ntsc-yiq"},
+      {{"legal", "in.png", "out.bmp", "--map", "--correct"}, 2, "together"},
+      {{"card", "out.bmp", "--kind=cat"}, 2, "bars, ramp"},
+      {{"card", "out.bmp", "--level=50"}, 2, "75 or 100"},
+      {{"card", "none/out.bmp"}, 1, "folder does not exist"},
+      {{"convert", "there.png", "out.bmp", "--lang=de"}, 1, "keine BMP- oder PNG-Datei"},
+      {{"--version"}, 0, "qnimage 1"},
+      {{"--help"}, 0, "card"},
+      {{"legal", "--help"}, 0, "--correct"},
+  };
+  for (const Row& row : kRows) {
+    std::vector<std::string> words = row.words;
+    for (size_t i = 1; i < words.size(); ++i) {
+      if (words[i][0] != '-' && words[i][0] != '/') words[i] = path(words[i]);
+    }
+    Expect(words, row.exit, row.said);
+  }
+  // A full disk.
+  EXPECT_EQ(Qnimage({"card", path("out.bmp")}, "ulimit -f 100;").exit, 1);
+  EXPECT_EQ(Qnimage({"card", path("out.png"), "--kind=zone"}, "ulimit -f 100;").exit, 1);
+  EXPECT_EQ(List(path("")).size(), 5u);
+  EXPECT_EQ(ReadFileBytes(path("in.png")), before);
+}
+
+TEST(Image, LeavesNothingWhenInterrupted) {
+  const ScratchFolder folder;
+  std::vector<std::string> words = {QNIMAGE, "card", folder.Native("out.png"), "--kind=zone",
+                                    "--size=16000x8000"};
+  std::vector<char*> pointers;
+  for (std::string& word : words) pointers.push_back(word.data());
+  pointers.push_back(nullptr);
+  pid_t process = 0;
+  ASSERT_EQ(posix_spawn(&process, QNIMAGE, nullptr, nullptr, pointers.data(), environ), 0);
+  int status = 0;
+  while (List(folder.Native("")).empty() && waitpid(process, &status, WNOHANG) == 0)
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  kill(process, SIGINT);
+  waitpid(process, &status, 0);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 128 + SIGINT) << status;
+  EXPECT_TRUE(List(folder.Native("")).empty());
+}
+
+}  // namespace
+}  // namespace qntest

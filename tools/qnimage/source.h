@@ -1,0 +1,43 @@
+// The picture that a command reads: what its file says of it, and its pixels.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "qn/image/qnyuv.h"
+#include "tools/qnimage/image.h"
+#include "tools/qnimage/input_file.h"
+#include "tools/qnimage/raw_format.h"
+
+namespace qnimage {
+
+enum class Kind { kBmp, kDib, kPng, kRaw };
+
+const char* KindName(Kind kind);
+
+struct Source {
+  Kind kind = Kind::kRaw;
+  BITMAPINFOHEADER header = {};  // as the library describes the pixels of the file
+  int type = 0;
+  bool fromTop = false;  // the order of the rows
+  Palette palette;
+  // Raw frames.
+  uint64_t frames = 1;
+  uint64_t frameBytes = 0;
+  uint64_t restBytes = 0;  // behind the last whole frame
+  tQNYUVOFFSETS planes = {};
+};
+
+// Fill the description from the file, and with a picture that is not null that in its type to work on, rows
+// from the top. They report failures.
+bool ReadBmp(const InputFile& file, Source* source, Image* image);
+bool ReadPng(const InputFile& file, Source* source, Image* image);
+bool ReadRaw(const InputFile& file, const RawFormat& format, Source* source, Image* image);
+
+// One of these, by the first bytes of the file, or raw frames where the format has a size.
+bool ReadSource(const InputFile& file, const RawFormat& format, Source* source, Image* image);
+
+// False, and that is reported, for sides or a size of the pixels that are beyond all pictures.
+bool CheckSides(const InputFile& file, int type, uint64_t width, uint64_t height);
+
+}  // namespace qnimage
