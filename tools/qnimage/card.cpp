@@ -95,7 +95,8 @@ int Run(const Arguments& arguments) {
   Target target;
   uint32_t width = 0, height = 0;
   if (!ReadSize("card", arguments.Value("size").value_or("1920x1080"), &width, &height) ||
-      !ReadTarget("card", arguments, arguments.Operands()[0], &target))
+      !ReadTarget("card", arguments, arguments.Operands()[0], &target) ||
+      !HasRawForItsOptions("card", arguments, target.kind == Kind::kRaw))
     return kExitUsage;
   WatchInterrupts();
   OutputFile output;

@@ -97,7 +97,9 @@ int Run(const Arguments& arguments) {
     return kExitUsage;
   }
   RawFormat format;
-  if (!ReadRawSource("info", arguments, &format)) return kExitUsage;
+  if (!ReadRawSource("info", arguments, &format) ||
+      !HasRawForItsOptions("info", arguments, format.width != 0))
+    return kExitUsage;
   const bool asJson = arguments.Has("json");
   JsonWriter json;
   json.BeginArray();

@@ -95,6 +95,14 @@ bool ReadRawSource(const char* command, const qntool::Arguments& arguments, RawF
          qntool::ReadNumber<uint64_t>(command, arguments, "frame", 0, UINT64_MAX, &format->frame);
 }
 
+bool HasRawForItsOptions(const char* command, const qntool::Arguments& arguments, bool hasRaw) {
+  for (const char* const option : {"fourcc", "out-fourcc", "matrix", "range"}) {
+    if (!hasRaw && arguments.Has(option))
+      return Mistaken(command, "--" + std::string(option) + " is for raw frames, and there are none");
+  }
+  return true;
+}
+
 std::string FourccText(DWORD fourcc) {
   std::string text;
   for (int shift = 0; shift < 32; shift += 8) text += static_cast<char>(fourcc >> shift & 0xFF);

@@ -123,6 +123,8 @@ int RunOnPicture(const char* command, const Arguments& arguments, const std::fun
   // The size that scale takes is that of OUT.
   if (std::string_view(command) != kScaleCommand.name && !ReadRawSource(command, arguments, &format))
     return kExitUsage;
+  if (!HasRawForItsOptions(command, arguments, target.kind == Kind::kRaw || format.width != 0))
+    return kExitUsage;
   WatchInterrupts();
   InputFile input;
   if (!input.Open(operands[0])) return kExitFailed;
