@@ -11,8 +11,8 @@
 // before it, and gives none. Widths and heights of 1 have no chroma there and are refused, as are odd widths
 // of "UYVY", "YUYV" and "Y210"; "v210" takes any width.
 //
-// Functions return E_POINTER for null, E_INVALIDARG for bad sizes and strides, E_FAIL for layouts and types
-// that are not converted, in this order of checks unless they say otherwise. They may be called by several
+// Functions return E_POINTER for null, E_FAIL for layouts and types that are not converted, E_INVALIDARG for
+// bad sizes and strides, in this order of checks unless they say otherwise. They may be called by several
 // threads at once.
 #pragma once
 
@@ -73,7 +73,8 @@ QN_API DWORD QnYUVImageBytesAndOffsets(const BITMAPINFOHEADER* header, tQNYUVOFF
 //   stride      bytes from row to row, of either sign; 0 is that of the header
 // The top row of the frame goes to the last row, of the frame's height, of the bitmap, unless its height is
 // negative: then row goes to row. Colours are computed in floats and rounded to nearest, halves up.
-// Frames of some size are converted by several threads, as many as the caller has processors.
+// Frames of some size are converted by several threads, as many as the caller has processors and 64 at
+// most.
 QN_API HRESULT QnYUV_YUVToRGB(const BITMAPINFOHEADER* rgbHeader, double range, void* rgb, LONG stride,
                               const BITMAPINFOHEADER* yuvHeader, const void* yuv,
                               const tQNYUVOFFSETS* offsets, const tQNYUVCOLOR* colour);

@@ -7,7 +7,7 @@ namespace qn {
 
 struct YuvMatrix {
   double luma[3];  // of red, green, blue; the same in the next two
-  double u[3];     // of full swing, 255/219 of what luma has
+  double u[3];     // of full swing, 224/219 of what luma has
   double v[3];
   double redV;  // the way back
   double greenV;

@@ -1,7 +1,8 @@
 // The row kernels of YUV frames, one for each kind of rows and of RGB pixels.
 //
-// All kernels compute in floats, in one order on every processor, so that their bytes do not depend on it.
-// Rows may start at any address; nothing is read or written outside of `width` pixels.
+// All kernels compute in floats, in one order on every processor (the UYVY pair on some in integers, which
+// give the same), so that their bytes do not depend on it. Rows may start at any address; nothing is read or
+// written outside of `width` pixels.
 #pragma once
 
 #include "qn/image/qnyuv_internal.h"

@@ -84,8 +84,8 @@ void ToUyvyScalar(const BYTE* rgb, size_t width, const FixedMatrix& by, size_t p
   }
 }
 
-// The vector variant is that of floats, in which all sums of the fixed point are exact, and a half added
-// before the shift rounds as it does.
+// The vector variant is that of floats, but for processors with the integers for it: in floats all sums of
+// the fixed point are exact, and a half added before the shift rounds as it does.
 float Factor(int fixed, float scale) {
   return static_cast<float>(fixed) / kOne * scale;
 }
