@@ -27,7 +27,7 @@ def read_times(paths):
         for entry in run["benchmarks"]:
             if entry.get("run_type") == "aggregate" or entry.get("error_occurred"):
                 continue
-            group, *case, who = entry["run_name"].split("/")
+            group, *case, who = entry["run_name"].removesuffix("/real_time").split("/")
             nanoseconds = entry["real_time"] * UNITS[entry["time_unit"]]
             best = cases.setdefault((group, "/".join(case)), {})
             if who not in best or nanoseconds < best[who][0]:

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <future>
@@ -67,7 +66,7 @@ class ErrorHandler : public testing::Test {
 
 // The tables as they were agreed on, apart from the code: a letter, a number, what it stands for.
 TEST_F(ErrorHandler, EveryTableIsComplete) {
-  std::ifstream file(std::filesystem::path(__FILE__).replace_filename("error_tables.txt"));
+  std::ifstream file(QN_ERROR_TABLES);
   std::map<char, std::map<uint32_t, std::string>> tables;
   char table;
   for (uint32_t number; file >> table >> std::hex >> number;) {
