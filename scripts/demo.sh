@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
 # Builds the library and its tools, and takes one recording down the main road: what is in the file, its
-# samples as 32-bit float in a Wave64 file and back, a header destroyed and repaired, and a picture.
+# samples as 32-bit float in a Wave64 file and back, a header destroyed and repaired, and its picture; then a
+# video frame as a camera would give it, checked for broadcasting.
 #
 #   scripts/demo.sh [file.wav]    without a file: a recording from the package alsa-utils
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
-case "${1:-}" in -*) sed -n '2,5s/^# \{0,1\}//p' "$0"; exit 2 ;; esac
+case "${1:-}" in -*) sed -n '2,6s/^# \{0,1\}//p' "$0"; exit 2 ;; esac
 
 scripts/install-deps.sh
 source=${1:-/usr/share/sounds/alsa/Front_Center.wav}
@@ -16,9 +17,11 @@ cmake --preset release -DQN_BUILD_TESTS=OFF -B build/demo >build/demo.log 2>&1 &
   cmake --build build/demo -j "$(nproc)" >>build/demo.log 2>&1 || { tail -n 60 build/demo.log; exit 1; }
 qnwave=build/demo/tools/qnwave
 qntext=build/demo/tools/qntext
+qnimage=build/demo/tools/qnimage
 
 say() { printf '\n\033[1m%s\033[0m\n' "$*"; }
 step() { printf '$ qnwave %s\n' "$*"; "$qnwave" "$@"; }
+picture() { printf '$ qnimage %s\n' "$*"; "$qnimage" "$@"; }
 
 say "What is in the file"
 step info "$source"
@@ -57,6 +60,12 @@ say "Its peaks, for editors to draw from, and its picture"
 mv demo/damaged.wav demo/repaired.wav
 step peaks demo/repaired.wav
 step draw --force demo/repaired.wav demo/waveform.png
+
+say "Colour bars as a frame of video, and where they are too strong to be sent"
+picture card --force --kind bars --level 100 --fourcc v210 demo/bars.raw
+picture info --size 1920x1080 --fourcc v210 demo/bars.raw
+picture convert --force --size 1920x1080 --fourcc v210 demo/bars.raw demo/bars.png
+picture legal --force demo/bars.png demo/illegal.png
 
 say "All that was made"
 ls -l demo | awk 'NR > 1 {printf "%-30s %10d bytes\n", "demo/" $NF, $5}'
