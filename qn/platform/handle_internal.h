@@ -15,6 +15,10 @@ namespace qn {
 class SystemObject {
  public:
   virtual ~SystemObject() = default;
+
+  // A descriptor that poll finds readable once the object is signalled, for waits on its handle; -1 for an
+  // object that nobody can wait for. It stays the object's, and open while the object lives.
+  virtual int WaitDescriptor() const { return -1; }
 };
 
 // A new handle for an object; null when there is no memory.
