@@ -30,8 +30,7 @@ std::string NamesOf(const Row (&rows)[count]) {
 // Reports a bad value of an option and what would be a good one. Always false.
 inline bool ReportBadValue(const char* command, const char* option, std::string_view value,
                            const std::string& good) {
-  ReportUsage(command, "bad value " + Quoted(value) + " for --" + option + " (" + good + ")");
-  return false;
+  return Mistaken(command, "bad value " + Quoted(value) + " for --" + option + " (" + good + ")");
 }
 
 // The row of an option's value; null with the mistake reported. `others` are good values besides, such as

@@ -66,6 +66,20 @@ void PrintHelp(const Command& command) {
   PrintOption(kHelp);
 }
 
+void PrintOverview(std::span<const Command* const> commands) {
+  std::printf("Usage: %s COMMAND [OPTIONS] FILE...\n\nCommands:\n", kProgram);
+  for (const Command* const command : commands) std::printf("  %-10s%s\n", command->name, command->summary);
+  std::printf("\n'%s COMMAND --help' tells more, '%s --version' the version, 'man %s' all.\n", kProgram,
+              kProgram, kProgram);
+}
+
+// False, and that is reported, for an unknown one.
+bool TakeLanguage(const Command& command, const Arguments& arguments) {
+  const auto language = arguments.Value(kLanguage.name);
+  return !language || UseLanguage(*language) ||
+         Mistaken(command.name, "unknown language " + Quoted(*language));
+}
+
 }  // namespace
 
 std::optional<Arguments> Arguments::Parse(const Command& command, std::span<char* const> words) {
@@ -127,15 +141,32 @@ std::vector<std::string_view> Arguments::Values(std::string_view name) const {
 
 int RunCommand(const Command& command, std::span<char* const> words) {
   const auto arguments = Arguments::Parse(command, words);
-  if (!arguments) return kExitUsage;
-  const auto language = arguments->Value(kLanguage.name);
-  if (language && !UseLanguage(*language)) {
-    ReportUsage(command.name, "unknown language " + Quoted(*language));
-    return kExitUsage;
-  }
+  if (!arguments || !TakeLanguage(command, *arguments)) return kExitUsage;
   if (!arguments->Has("help")) return command.run(*arguments);
   PrintHelp(command);
   return kExitOk;
+}
+
+int RunCommands(std::span<const Command* const> commands, const char* version, std::span<char* const> words) {
+  constexpr Option kVersion = {"version", nullptr, ""};
+  const Command self = {"", "", "", "", {&kVersion, 1}, nullptr, true};
+  const auto arguments = Arguments::Parse(self, words);
+  if (!arguments || !TakeLanguage(self, *arguments)) return kExitUsage;
+  const auto& operands = arguments->Operands();
+  const std::string first = operands.empty() ? "" : operands[0];
+  if (arguments->Has("help") || first == "help") {
+    PrintOverview(commands);
+    return kExitOk;
+  }
+  if (arguments->Has("version")) {
+    std::printf("%s %s\n", kProgram, version);
+    return kExitOk;
+  }
+  for (const Command* const command : commands) {
+    if (first == command->name) return RunCommand(*command, words.last(operands.size() - 1));
+  }
+  ReportUsage("", operands.empty() ? "no command is given" : "unknown command " + Quoted(first));
+  return kExitUsage;
 }
 
 std::vector<std::string_view> Split(std::string_view text, char separator) {

@@ -56,6 +56,10 @@ class Arguments {
 // Takes the language of --lang and runs the command, or prints its help; the exit code.
 int RunCommand(const Command& command, std::span<char* const> words);
 
+// Runs the command that the first word names, or shows all of them or the version; the exit code. --lang may
+// stand in front of the command too.
+int RunCommands(std::span<const Command* const> commands, const char* version, std::span<char* const> words);
+
 // The number that a whole text spells, if it lies within the limits.
 template <class Number>
 std::optional<Number> ParseNumber(std::string_view text, Number lowest, Number highest) {

@@ -29,4 +29,10 @@ void ReportWarning(std::string_view subject, const Message& sentence);
 // empty.
 void ReportUsage(std::string_view command, std::string_view mistake);
 
+// The same. Always false.
+inline bool Mistaken(std::string_view command, std::string_view mistake) {
+  ReportUsage(command, mistake);
+  return false;
+}
+
 }  // namespace qntool

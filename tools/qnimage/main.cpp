@@ -1,7 +1,5 @@
 // qnimage: pictures and raw frames on the command line. Finds the sub-command and runs it.
-#include <cstdio>
 #include <span>
-#include <string_view>
 
 #include "tools/common/report.h"
 #include "tools/common/tool.h"
@@ -13,31 +11,8 @@ namespace {
 constexpr const Command* kCommands[] = {&kInfoCommand, &kConvertCommand, &kLegalCommand,
                                         &kFlipCommand, &kScaleCommand,   &kCardCommand};
 
-void PrintOverview() {
-  std::printf("Usage: qnimage COMMAND [OPTIONS] FILE...\n\nCommands:\n");
-  for (const Command* command : kCommands) std::printf("  %-10s%s\n", command->name, command->summary);
-  std::printf("\n'qnimage COMMAND --help' tells more, 'qnimage --version' the version, 'man qnimage' all.\n");
-}
-
 int Run(std::span<char* const> words) {
-  if (words.empty()) {
-    ReportUsage("", "no command is given");
-    return kExitUsage;
-  }
-  const std::string_view first = words[0];
-  if (first == "--help" || first == "-h" || first == "help") {
-    PrintOverview();
-    return kExitOk;
-  }
-  if (first == "--version") {
-    std::printf("qnimage %s\n", QNIMAGE_VERSION);
-    return kExitOk;
-  }
-  for (const Command* command : kCommands) {
-    if (first == command->name) return RunCommand(*command, words.subspan(1));
-  }
-  ReportUsage("", "unknown command " + Quoted(first));
-  return kExitUsage;
+  return RunCommands(kCommands, QNIMAGE_VERSION, words);
 }
 
 }  // namespace

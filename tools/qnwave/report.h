@@ -13,17 +13,12 @@ namespace qnwave {
 
 namespace messages = qntool::messages;
 using qntool::Message;
+using qntool::Mistaken;
 using qntool::Quoted;
 using qntool::ReportError;
 using qntool::ReportUsage;
 using qntool::ReportWarning;
 using qntool::Shown;
-
-// Reports a mistake in the arguments of a command. Always false.
-inline bool Mistaken(const char* command, const std::string& mistake) {
-  ReportUsage(command, mistake);
-  return false;
-}
 
 // The status of the latest failed system operation, or `fallback` where that says no more.
 HRESULT SystemStatus(HRESULT fallback);

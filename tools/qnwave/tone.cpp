@@ -57,11 +57,6 @@ struct Job {
   uint64_t fade = 0;
 };
 
-bool Mistaken(const std::string& mistake) {
-  ReportUsage("tone", mistake);
-  return false;
-}
-
 constexpr std::string_view kDefaultFrequency = "1000";
 
 // A frequency that the rate has; false with the mistake reported.
@@ -69,8 +64,8 @@ bool ReadFrequency(std::string_view text, uint32_t rate, double* frequency) {
   constexpr double kLeast = 1e-3;
   const auto number = ParseNumber<double>(text, kLeast, rate / 2.0);
   if (!number || *number >= rate / 2.0) {
-    return Mistaken("bad frequency " + Quoted(text) + " (Hz from 0.001 to below half the rate of " +
-                    std::to_string(rate) + ")");
+    return Mistaken("tone", "bad frequency " + Quoted(text) + " (Hz from 0.001 to below half the rate of " +
+                                std::to_string(rate) + ")");
   }
   *frequency = *number;
   return true;
@@ -82,8 +77,8 @@ bool ReadSignal(const Arguments& arguments, uint32_t rate, Job* job) {
   job->sines.resize(std::max<size_t>(1, frequencies.size()));
   if (const auto sweep = arguments.Value("sweep")) {
     const auto ends = Split(*sweep, ',');
-    if (!frequencies.empty()) return Mistaken("--sweep and --frequency do not go together");
-    if (ends.size() != 2) return Mistaken(Quoted(*sweep) + " is not FROM,TO");
+    if (!frequencies.empty()) return Mistaken("tone", "--sweep and --frequency do not go together");
+    if (ends.size() != 2) return Mistaken("tone", Quoted(*sweep) + " is not FROM,TO");
     if (!ReadFrequency(ends[0], rate, &job->sines[0].frequency) ||
         !ReadFrequency(ends[1], rate, &job->sweepTo.emplace()))
       return false;
@@ -95,18 +90,19 @@ bool ReadSignal(const Arguments& arguments, uint32_t rate, Job* job) {
     }
   }
   if (const auto curve = arguments.Value("curve")) {
-    if (!job->sweepTo) return Mistaken("--curve goes with --sweep");
+    if (!job->sweepTo) return Mistaken("tone", "--curve goes with --sweep");
     job->isLogarithmic = *curve == "log";
     if (!job->isLogarithmic && *curve != "linear")
-      return Mistaken("unknown curve " + Quoted(*curve) + " (linear or log)");
+      return Mistaken("tone", "unknown curve " + Quoted(*curve) + " (linear or log)");
   }
   if (levels.size() > 1 && levels.size() != job->sines.size())
-    return Mistaken("--level is given " + std::to_string(levels.size()) + " times for " +
-                    std::to_string(job->sines.size()) + (job->sines.size() == 1 ? " sine" : " sines"));
+    return Mistaken("tone", "--level is given " + std::to_string(levels.size()) + " times for " +
+                                std::to_string(job->sines.size()) +
+                                (job->sines.size() == 1 ? " sine" : " sines"));
   for (size_t i = 0; i < job->sines.size(); ++i) {
     std::string mistake;
     const auto level = ParseGain(levels.empty() ? "-6" : levels[levels.size() == 1 ? 0 : i], &mistake);
-    if (!level) return Mistaken(mistake);
+    if (!level) return Mistaken("tone", mistake);
     job->sines[i].level = *level;
   }
   return true;
@@ -127,8 +123,8 @@ bool ReadOptions(const Arguments& arguments, Job* job) {
   if (!ReadPosition("tone", arguments, "duration", true, format.rate, &duration) ||
       !ReadPosition("tone", arguments, "fade", true, format.rate, &fade))
     return false;
-  if (*duration == 0) return Mistaken("--duration is 0");
-  if (*fade > *duration / 2) return Mistaken("--fade is longer than half the duration");
+  if (*duration == 0) return Mistaken("tone", "--duration is 0");
+  if (*fade > *duration / 2) return Mistaken("tone", "--fade is longer than half the duration");
   job->target.frames = *duration;
   job->fade = *fade;
   return true;
