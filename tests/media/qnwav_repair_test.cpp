@@ -25,8 +25,9 @@ TEST(QnWavRepair, BringsBackDamagedRecordings) {
       // From the ids and sizes of the file, its format and its samples' chunk to one another.
       const int riff[] = {0, 4, 8, 12, 20, 38, end - 8, end - 4, end};
       const int riff64[] = {0, 4, 16, 24, 64, 88, end - 24, end - 8, end};
+      const int* const places = wave64 ? riff64 : riff;
       for (int i = 0; i < 9 * 9 * 2; ++i) {
-        const int from = (wave64 ? riff64 : riff)[i % 9], to = (wave64 ? riff64 : riff)[i / 9 % 9];
+        const int from = places[i % 9], to = places[i / 9 % 9];
         SCOPED_TRACE(std::to_string(end) + ": " + std::to_string(from) + " to " + std::to_string(to));
         Bytes spoilt = whole;
         std::fill(spoilt.begin() + from, spoilt.begin() + std::max(from, to), i < 9 * 9 ? 0 : 0xFF);
