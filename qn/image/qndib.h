@@ -195,7 +195,8 @@ QN_API HRESULT QnDibInfo(DWORD* headerBytes, DWORD* imageBytes, BITMAPINFO* info
 // Makes a bitmap of that description with its bits behind it in one movable, locked block of GlobalAlloc, all
 // zero if `flags` has QNDIBALLOC_ZERO. Flags above bit 0 are a tag that finds the caller again in a memory
 // dump; without one it is the caller's address, and negative flags leave none. Free the bitmap with
-// QnDibFree. 0, E_INVALIDARG as QnDibInfo and for null, or E_OUTOFMEMORY. `*dib` stays as it was on failure.
+// QnDibFree. 0, E_INVALIDARG for null, an unknown type and a negative width, or E_OUTOFMEMORY, for sizes
+// beyond 32 bits too. `*dib` stays as it was on failure.
 QN_API HRESULT QnDibAlloc(BITMAPINFO** dib, int type, LONG width, LONG height, const RGBQUAD* palette,
                           int entries, int flags);
 

@@ -25,6 +25,7 @@ struct Description {
   uint64_t headerBytes;
 };
 
+// E_OUTOFMEMORY for sizes beyond 32 bits.
 HRESULT Describe(Description* found, int type, LONG width, LONG height, const RGBQUAD* palette, int entries) {
   *found = {};
   BITMAPINFOHEADER& header = found->header;
@@ -47,12 +48,12 @@ HRESULT Describe(Description* found, int type, LONG width, LONG height, const RG
   uint64_t imageBytes = RowBytes(bits, width) * rows;
   if (storage) {
     imageBytes = QnYUVImageBytesAndOffsets(&header, nullptr);
-    if (imageBytes == 0 && width != 0 && rows != 0) return E_INVALIDARG;
+    if (imageBytes == 0 && width != 0 && rows != 0) return E_OUTOFMEMORY;
   }
   found->headerBytes = compression == BI_BITFIELDS
                            ? sizeof(header) + sizeof(found->masks)
                            : sizeof(header) + uint64_t{header.biClrUsed} * sizeof(RGBQUAD);
-  if (imageBytes > kMaxBytes || found->headerBytes > kMaxBytes) return E_INVALIDARG;
+  if (imageBytes > kMaxBytes || found->headerBytes > kMaxBytes) return E_OUTOFMEMORY;
   header.biSizeImage = static_cast<DWORD>(imageBytes);
   return S_OK;
 }
@@ -74,9 +75,7 @@ void Write(BITMAPINFO* info, const Description& found, const RGBQUAD* palette) {
 HRESULT QnDibInfo(DWORD* headerBytes, DWORD* imageBytes, BITMAPINFO* info, int type, LONG width, LONG height,
                   const RGBQUAD* palette, int entries) {
   qn::Description found;
-  if (!info) return E_INVALIDARG;
-  const HRESULT status = qn::Describe(&found, type, width, height, palette, entries);
-  if (FAILED(status)) return status;
+  if (!info || FAILED(qn::Describe(&found, type, width, height, palette, entries))) return E_INVALIDARG;
   qn::Write(info, found, palette);
   if (headerBytes) *headerBytes = static_cast<DWORD>(found.headerBytes);
   if (imageBytes) *imageBytes = found.header.biSizeImage;

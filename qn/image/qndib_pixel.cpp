@@ -12,25 +12,26 @@ namespace {
 // A key that no colour has.
 constexpr uint32_t kNoColour = 0xFFFFFFFF;
 
-DWORD ColoursOf(const BITMAPINFOHEADER& header) {
-  return header.biClrUsed == 0 && header.biBitCount <= 8 ? 1u << header.biBitCount : header.biClrUsed;
+// Some compressions leave the bit count of the header open: that of the type counts.
+DWORD ColoursOf(const BITMAPINFOHEADER& header, int bits) {
+  return header.biClrUsed == 0 && bits <= 8 ? 1u << bits : header.biClrUsed;
 }
 
 const BYTE* BehindHeader(const BITMAPINFOHEADER& header) {
   return reinterpret_cast<const BYTE*>(&header) + std::max<size_t>(header.biSize, sizeof(header));
 }
 
-const BYTE* BitsBehind(const BITMAPINFOHEADER& header) {
+const BYTE* BitsBehind(const BITMAPINFOHEADER& header, const PixelLayout& layout) {
   if (header.biCompression == BI_BITFIELDS) {
     return reinterpret_cast<const BYTE*>(&header) + sizeof(header) + 3 * sizeof(DWORD);
   }
-  return BehindHeader(header) + sizeof(RGBQUAD) * size_t{ColoursOf(header)};
+  return BehindHeader(header) + sizeof(RGBQUAD) * size_t{ColoursOf(header, layout.bits)};
 }
 
 }  // namespace
 
 Palette::Palette(const BITMAPINFOHEADER& header)
-    : count_(static_cast<int>(std::min(ColoursOf(header), 1u << header.biBitCount))) {
+    : count_(static_cast<int>(std::min(ColoursOf(header, header.biBitCount), 1u << header.biBitCount))) {
   std::memcpy(colours_, BehindHeader(header), sizeof(RGBQUAD) * static_cast<size_t>(count_));
   std::fill(std::begin(lookedFor_), std::end(lookedFor_), kNoColour);
 }
@@ -74,12 +75,11 @@ HRESULT FindArea(const BITMAPINFOHEADER* header, const void* bits, const RECT* r
   IntersectRect(&found->area, &whole, rectangle ? rectangle : &whole);
   if (found->IsEmpty()) return S_OK;
 
-  // Some compressions leave the bit count of the header open.
   found->stride =
       stride != 0 ? stride : static_cast<ptrdiff_t>(RowBytes(found->layout->bits, header->biWidth));
   found->bits = static_cast<BYTE*>(const_cast<void*>(bits));
   if (!bits) {
-    found->bits = const_cast<BYTE*>(BitsBehind(*header));
+    found->bits = const_cast<BYTE*>(BitsBehind(*header, *found->layout));
     if (stride < 0) found->bits -= found->stride * (height - 1);
   }
   return S_OK;

@@ -5,7 +5,6 @@
 #include <array>
 #include <cstring>
 #include <iterator>
-#include <map>
 #include <string>
 #include <utility>
 
@@ -21,71 +20,66 @@ struct MaskedHeader {
   Masks masks;
 };
 
-int TypeOf(DWORD compression, int bits, const Masks& masks, BOOL* compressed) {
-  MaskedHeader made = {{40, 6, -4, 1, static_cast<WORD>(bits), compression, 0, 0, 0, 0, 0}, masks};
-  *compressed = QnVideo_IsCompressed(&made.header);
-  return QnGetPixelType(&made.header);
-}
-
 void ExpectType(DWORD compression, int bits, const Masks& masks, int type) {
-  BOOL compressed;
-  EXPECT_EQ(TypeOf(compression, bits, masks, &compressed), type) << compression << " " << bits;
+  MaskedHeader made = {{40, 6, -4, 1, static_cast<WORD>(bits), compression, 0, 0, 0, 0, 0}, masks};
+  EXPECT_EQ(QnGetPixelType(&made.header), type) << compression << " " << bits;
   const bool plain =
       compression == 0 || compression == 3 || compression == QNBI_GRAY || compression == QNBI_DEEP;
-  EXPECT_EQ(compressed, !plain || type == 0) << compression << " " << bits;
+  EXPECT_EQ(QnVideo_IsCompressed(&made.header), !plain || type == 0) << compression << " " << bits;
 }
 
+// Each type's compression, bits, and those of red, green, blue and alpha.
+constexpr DWORD kRgb = BI_RGB, kMasks = BI_BITFIELDS, kGray = QNBI_GRAY, kDeep = QNBI_DEEP;
+constexpr DWORD kRows[][6] = {
+    {kRgb, 1, 0, 0, 0, 1},       {kGray, 1, 0, 0, 0, 1},          {kGray, 2, 0, 0, 0, 2},
+    {kGray, 4, 0, 0, 0, 4},      {kGray, 8, 0, 0, 0, 8},          {kGray, 16, 0, 0, 0, 16},
+    {kGray, 32, 0, 0, 0, 32},    {kRgb, 4, 8, 8, 8, 0},           {kRgb, 8, 8, 8, 8, 0},
+    {kRgb, 16, 5, 5, 5, 1},      {kMasks, 16, 5, 6, 5, 0},        {kRgb, 24, 8, 8, 8, 0},
+    {kRgb, 32, 8, 8, 8, 8},      {kDeep, 32, 8, 8, 8, 8},         {kMasks, 32, 10, 10, 10, 2},
+    {kDeep, 64, 16, 16, 16, 16}, {kDeep, 128, 32, 32, 32, 32},    {QNBI_A46B, 64, 16, 16, 16, 16},
+    {kRgb, 32, 10, 10, 10, 2},   {QNBI_F32I, 128, 32, 32, 32, 32}};
+
 TEST(PixelType, OfHeaders) {
-  using Types = std::map<int, int>;  // by bits
-  const Types plain = {{1, 16}, {4, 23}, {8, 24}, {16, 25}, {24, 27}, {32, 28}};
-  const std::map<DWORD, Types> all = {{BI_RGB, plain},
-                                      {QNBI_RGBA, plain},
-                                      {QNBI_GRAY, {{1, 17}, {2, 18}, {4, 19}, {8, 20}, {16, 21}, {32, 22}}},
-                                      {QNBI_DEEP, {{24, 27}, {32, 29}, {64, 31}, {128, 32}}},
-                                      {BI_BITFIELDS, {}}};
-  for (const auto& [compression, types] : all) {
+  for (const DWORD compression : {BI_RGB, BI_BITFIELDS, QNBI_GRAY, QNBI_DEEP, QNBI_RGBA}) {
     for (int bits = 0; bits <= 256; ++bits) {
-      ExpectType(compression, bits, {}, types.contains(bits) ? types.at(bits) : 0);
+      int type = 0;
+      for (int i = 19; i >= 0 && compression != BI_BITFIELDS; --i) {  // which needs its masks
+        const bool same = kRows[i][0] == (compression == QNBI_RGBA ? BI_RGB : compression);
+        if (same && static_cast<int>(kRows[i][1]) == bits) type = 16 + i;
+      }
+      ExpectType(compression, bits, {}, compression == QNBI_DEEP && bits == 24 ? 27 : type);
     }
   }
   ExpectType(BI_BITFIELDS, 16, {31, 31 << 5, 31 << 10}, 25);
   ExpectType(BI_BITFIELDS, 16, {31, 63 << 10, 31u << 21}, 26);
   ExpectType(BI_BITFIELDS, 32, {0xFF000000, 0xFF00, 0xFF}, 28);
-  ExpectType(BI_BITFIELDS, 32, {0x3FF, 0x3FF00000, 0xFFC00}, 30);
   ExpectType(BI_BITFIELDS, 32, {31, 31, 31}, 0);
   ExpectType(BI_BITFIELDS, 64, {65535, 65535, 65535}, 0);
   ExpectType(QNBI_A46B, 7, {}, 33);
   ExpectType(QnMakeFourCC('N', 'V', '1', '2'), 99, {}, 75);
   ExpectType(QnMakeFourCC('n', 'v', '1', '2'), 12, {}, 0);
-  EXPECT_EQ(QnGetPixelType(nullptr), 0);
-  EXPECT_EQ(QnVideo_IsCompressed(nullptr), 1);
+  EXPECT_TRUE(QnGetPixelType(nullptr) == 0 && QnVideo_IsCompressed(nullptr));
 }
 
-// Each type's bits and components, and that its header leads back to it.
 TEST(PixelType, Attributes) {
-  using Channels = std::array<BYTE, 4>;
-  const std::pair<int, Channels> rows[] = {
-      {1, {0, 0, 0, 1}},       {1, {0, 0, 0, 1}},      {2, {0, 0, 0, 2}},     {4, {0, 0, 0, 4}},
-      {8, {0, 0, 0, 8}},       {16, {0, 0, 0, 16}},    {32, {0, 0, 0, 32}},   {4, {8, 8, 8, 0}},
-      {8, {8, 8, 8, 0}},       {16, {5, 5, 5, 1}},     {16, {5, 6, 5, 0}},    {24, {8, 8, 8, 0}},
-      {32, {8, 8, 8, 8}},      {32, {8, 8, 8, 8}},     {32, {10, 10, 10, 2}}, {64, {16, 16, 16, 16}},
-      {128, {32, 32, 32, 32}}, {64, {16, 16, 16, 16}}, {32, {10, 10, 10, 2}}, {128, {32, 32, 32, 32}}};
   for (int type = -1; type < 100; ++type) {
-    const bool known = type >= 16 && type <= 35;
-    Channels channels = {9, 9, 9, 9};
-    EXPECT_EQ(QnGetPixelBitsPerChannel(type, channels.data()), known ? rows[type - 16].first : 0) << type;
-    EXPECT_EQ(channels, known ? rows[type - 16].second : (Channels{9, 9, 9, 9})) << type;
+    const bool known = type >= 16 && type <= 35, yuv = type >= 64 && type <= 86 && type != 81;
+    constexpr DWORD kNone[6] = {0, 0, 9, 9, 9, 9};
+    const auto& row = known ? kRows[type - 16] : kNone;
+    const auto rowBits = static_cast<int>(row[1]);
+    BYTE channels[] = {9, 9, 9, 9};
+    EXPECT_EQ(QnGetPixelBitsPerChannel(type, channels), rowBits) << type;
+    EXPECT_TRUE(std::equal(channels, channels + 4, row + 2)) << type;
     unsigned compression = 0;
     Masks masks = {7, 7, 7};
     const int bits = QnPixelTypeToBitAttribs(type, &compression, masks.data());
-    EXPECT_EQ(bits != 0, known || (type >= 64 && type <= 86 && type != 81)) << type;
-    EXPECT_TRUE(!known || bits == rows[type - 16].first) << type;
-    EXPECT_EQ(masks, type == 26   ? (Masks{0xF800, 0x07E0, 0x001F})
-                     : type == 30 ? (Masks{0x3FF00000, 0xFFC00, 0x3FF})
-                                  : Masks(bits == 0 ? Masks{7, 7, 7} : Masks{}))
+    EXPECT_TRUE(yuv ? bits != 0 : bits == rowBits && compression == row[0]) << type;
+    EXPECT_EQ(masks, type == 26     ? (Masks{0xF800, 0x07E0, 0x001F})
+                     : type == 30   ? (Masks{0x3FF00000, 0xFFC00, 0x3FF})
+                     : known || yuv ? Masks{}
+                                    : (Masks{7, 7, 7}))
         << type;
-    BOOL compressed;
-    EXPECT_TRUE(bits == 0 || type == 34 || TypeOf(compression, bits, masks, &compressed) == type) << type;
+    if (type == 30 || yuv) ExpectType(compression, bits, masks, type);
   }
 }
 
