@@ -1,99 +1,202 @@
+#include <pthread.h>
+#include <sys/random.h>
 #include <unistd.h>
 
+#include <bit>
 #include <mutex>
 #include <new>
 #include <utility>
-#include <vector>
 
 #include "qn/platform/error_internal.h"
 #include "qn/platform/file.h"
 #include "qn/platform/handle_internal.h"
 #include "qn/platform/unload_internal.h"
+#include "qn/platform/wait_internal.h"
 
 namespace qn {
 namespace {
 
-struct Slot {
-  std::shared_ptr<SystemObject> object;
-  uint32_t generation = 1;
-};
+// Slots stand in chunks, each of twice the size of the one before.
+constexpr unsigned kFirstChunk = 64;
+constexpr unsigned kFirstChunkBits = 6;
+constexpr unsigned kChunks = 24;  // numbers of slots have 30 bits in a handle
+constexpr uint32_t kNone = 0xFFFFFFFF;
 
+// All that changes under the mutex. It has no destructor to run at exit, where others may still close
+// handles.
 struct HandleTable {
-  const pid_t owner = getpid();
-  std::vector<Slot> slots;
-  std::vector<uint32_t> freeSlots;
+  pid_t owner = 0;  // 0 before the first handle
+  uint32_t firstGeneration = 0;
+  uint32_t used = 0;  // slots that ever were in use
+  uint32_t freeSlot = kNone;
 };
 
-// Made by the first handle. It has no destructor to run at exit, where others may still close handles;
-// ReleaseHandles ends it.
 constinit std::mutex g_mutex;
-constinit HandleTable* g_table = nullptr;
+constinit HandleTable g_table;
+constinit std::atomic<HandleSlot*> g_chunks[kChunks] = {};
 
 // Handle values: slot + 1 in bits 2 to 31 (values are multiples of 4, as hosts expect), generation above.
-constexpr unsigned kGenerationShift = 32;
-
 HANDLE Encode(uint32_t slot, uint32_t generation) {
-  const uint64_t value = (uint64_t{generation} << kGenerationShift) | (uint64_t{slot + 1} << 2);
+  const uint64_t value = (uint64_t{generation} << 32) | (uint64_t{slot + 1} << 2);
   return reinterpret_cast<HANDLE>(static_cast<uintptr_t>(value));
 }
 
-Slot* Decode(HANDLE handle, uint32_t* index) {
-  if (!g_table) return nullptr;
-  const HandleTable& table = *g_table;
-  const uint64_t value = reinterpret_cast<uintptr_t>(handle);
-  const uint64_t slot = (value & 0xFFFFFFFF) >> 2;
-  if (slot == 0 || slot > table.slots.size() || (value & 3) != 0) return nullptr;
-  Slot& found = g_table->slots[slot - 1];
-  if (found.generation != value >> kGenerationShift || !found.object) return nullptr;
-  *index = static_cast<uint32_t>(slot - 1);
-  return &found;
+// The slot of a handle, from 1.
+uint32_t NumberOf(HANDLE handle) {
+  return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(handle)) >> 2;
 }
+
+// Generation 0 would give values that look like the published numbers of keys, and with 0xFFFFFFFF a slot
+// would read as the invalid handle value.
+uint32_t NextGeneration(uint32_t generation) {
+  return generation >= 0xFFFFFFFE ? 1 : generation + 1;
+}
+
+uint32_t RandomGeneration() {
+  uint32_t random = 0;
+  if (getrandom(&random, sizeof random, GRND_NONBLOCK) != sizeof random) {
+    random = static_cast<uint32_t>(getpid()) * 0x9E3779B1 ^
+             static_cast<uint32_t>(reinterpret_cast<uintptr_t>(&g_table));
+  }
+  return NextGeneration(random);
+}
+
+constexpr unsigned ChunkOf(uint32_t slot) {
+  return static_cast<unsigned>(std::bit_width(slot + kFirstChunk)) - 1 - kFirstChunkBits;
+}
+constexpr uint32_t ChunkSize(unsigned chunk) {
+  return kFirstChunk << chunk;
+}
+
+HandleSlot* SlotAt(uint32_t slot) {
+  const unsigned chunk = ChunkOf(slot);
+  if (chunk >= kChunks) return nullptr;
+  HandleSlot* const slots = g_chunks[chunk].load(std::memory_order_acquire);
+  return slots ? slots + (slot + kFirstChunk - ChunkSize(chunk)) : nullptr;
+}
+
+// A slot for a new handle, under the mutex; kNone without memory.
+uint32_t TakeSlot() {
+  if (g_table.owner == 0) g_table = {getpid(), RandomGeneration(), 0, kNone};
+  if (const uint32_t slot = g_table.freeSlot; slot != kNone) {
+    g_table.freeSlot = SlotAt(slot)->nextFree;
+    return slot;
+  }
+  const uint32_t slot = g_table.used;
+  const unsigned chunk = ChunkOf(slot);
+  if (chunk >= kChunks) return kNone;
+  if (!g_chunks[chunk].load(std::memory_order_relaxed)) {
+    HandleSlot* const slots = new (std::nothrow) HandleSlot[ChunkSize(chunk)];
+    if (!slots) return kNone;
+    for (uint32_t i = 0; i < ChunkSize(chunk); ++i) {
+      slots[i].state.store(uint64_t{g_table.firstGeneration} << 32, std::memory_order_relaxed);
+    }
+    g_chunks[chunk].store(slots, std::memory_order_release);
+  }
+  ++g_table.used;
+  return slot;
+}
+
+HANDLE Open(uint64_t flags, std::shared_ptr<SystemObject> object) {
+  const std::lock_guard guard(g_mutex);
+  const uint32_t number = TakeSlot();
+  if (number == kNone) return nullptr;
+  HandleSlot& slot = *SlotAt(number);
+  slot.object = std::move(object);
+  const uint64_t state = slot.state.load(std::memory_order_relaxed);
+  slot.state.store(state | kSlotOpen | flags, std::memory_order_release);
+  return Encode(number, GenerationOf(state));
+}
+
+// Ends a slot's handle: the generation goes on, and whoever waits finds that out when woken. Tells if
+// somebody does.
+bool Close(HandleSlot& slot) {
+  uint64_t state = slot.state.load(std::memory_order_relaxed);
+  uint64_t closed;
+  do {
+    const uint64_t count = Counted(state) & kSlotCount;
+    closed = (uint64_t{NextGeneration(GenerationOf(state))} << 32) | count;
+  } while (!slot.state.compare_exchange_weak(state, closed, std::memory_order_acq_rel));
+  return (state & kSlotWaiters) != 0;
+}
+
+bool IsOpen(const HandleSlot& slot, HANDLE handle) {
+  const uint64_t state = slot.state.load(std::memory_order_acquire);
+  return (state & kSlotOpen) != 0 && GenerationOf(state) == GenerationOf(handle);
+}
+
+// Takes what a handle stands for out of the table; false for no open handle.
+bool Remove(HANDLE handle, std::shared_ptr<SystemObject>* object) {
+  HandleSlot* const slot = FindSlot(handle);
+  if (!slot) return false;
+  bool waiters;
+  {
+    const std::lock_guard guard(g_mutex);
+    if (!IsOpen(*slot, handle)) return false;
+    waiters = Close(*slot);
+    *object = std::move(slot->object);
+    slot->nextFree = std::exchange(g_table.freeSlot, NumberOf(handle) - 1);
+  }
+  if (waiters) WakeWaiters(slot);
+  return true;
+}
+
+// A fork's child finds the table whole.
+void LockTable() {
+  g_mutex.lock();
+}
+void UnlockTable() {
+  g_mutex.unlock();
+}
+[[maybe_unused]] const int g_forkHandlers = pthread_atfork(LockTable, UnlockTable, UnlockTable);
 
 }  // namespace
 
-HANDLE AddHandle(std::shared_ptr<SystemObject> object) try {
-  const std::lock_guard guard(g_mutex);
-  if (!g_table) g_table = new HandleTable;
-  HandleTable& table = *g_table;
-  if (table.freeSlots.empty()) {
-    // Room for the slot's later return is made now, so that closing never allocates.
-    table.freeSlots.reserve(table.slots.size() + 1);
-    table.slots.emplace_back();
-    table.freeSlots.push_back(static_cast<uint32_t>(table.slots.size() - 1));
-  }
-  const uint32_t slot = table.freeSlots.back();
-  table.freeSlots.pop_back();
-  table.slots[slot].object = std::move(object);
-  return Encode(slot, table.slots[slot].generation);
-} catch (const std::bad_alloc&) {
-  return nullptr;
+HandleSlot* FindSlot(HANDLE handle) {
+  const uint32_t number = NumberOf(handle);
+  return number == 0 || (reinterpret_cast<uintptr_t>(handle) & 3) != 0 ? nullptr : SlotAt(number - 1);
+}
+
+HANDLE AddHandle(std::shared_ptr<SystemObject> object) {
+  return Open(0, std::move(object));
+}
+
+HANDLE AddEvent(uint64_t flags) {
+  return Open(kSlotEvent | flags, nullptr);
 }
 
 std::shared_ptr<SystemObject> FindHandle(HANDLE handle) {
   const std::lock_guard guard(g_mutex);
-  uint32_t index = 0;
-  const Slot* slot = Decode(handle, &index);
-  return slot ? slot->object : nullptr;
+  const HandleSlot* const slot = FindSlot(handle);
+  return slot && IsOpen(*slot, handle) ? slot->object : nullptr;
 }
 
 std::shared_ptr<SystemObject> RemoveHandle(HANDLE handle) {
-  const std::lock_guard guard(g_mutex);
-  uint32_t index = 0;
-  Slot* slot = Decode(handle, &index);
-  if (!slot) return nullptr;
-  // Generation 0xFFFFFFFF is left out: with it, slot 0x3FFFFFFE would read as the invalid handle value.
-  slot->generation = slot->generation == 0xFFFFFFFE ? 1 : slot->generation + 1;
-  g_table->freeSlots.push_back(index);
-  return std::move(slot->object);
+  std::shared_ptr<SystemObject> object =
+      FindHandle(handle);  // which an event has not: it is not for its users
+  if (object && !Remove(handle, &object)) object = nullptr;
+  return object;
 }
 
 void ReleaseHandles() {
-  // What stands in the table is closed outside of its lock.
-  std::unique_ptr<HandleTable> table;
-  const std::lock_guard guard(g_mutex);
-  // A fork's copies go with its process: closing them here could delete a file that the parent works with.
-  if (!g_table || g_table->owner != getpid()) return;
-  table.reset(std::exchange(g_table, nullptr));
+  HandleSlot* chunks[kChunks] = {};
+  {
+    const std::lock_guard guard(g_mutex);
+    // A fork's copies go with its process: closing them here could delete a file that the parent works with.
+    if (g_table.owner != getpid()) return;
+    for (unsigned i = 0; i < kChunks; ++i) chunks[i] = g_chunks[i].exchange(nullptr);
+    g_table = {};
+  }
+  ReleaseThreads();
+  for (unsigned i = 0; i < kChunks; ++i) {
+    for (uint32_t slot = 0; chunks[i] && slot < ChunkSize(i); ++slot) {
+      if (Close(chunks[i][slot])) WakeWaiters(&chunks[i][slot]);
+      chunks[i][slot].object = nullptr;
+    }
+  }
+  // While another thread still waits, as one may at the end of a process, its slot stays.
+  if (IsAnyThreadWaiting()) return;
+  for (const HandleSlot* chunk : chunks) delete[] chunk;
 }
 
 }  // namespace qn
@@ -101,7 +204,8 @@ void ReleaseHandles() {
 inline namespace qnplatform {
 
 BOOL CloseHandle(HANDLE handle) {
-  return qn::RemoveHandle(handle) ? TRUE : qn::FailWith(ERROR_INVALID_HANDLE);
+  std::shared_ptr<qn::SystemObject> object;
+  return qn::Remove(handle, &object) ? TRUE : qn::FailWith(ERROR_INVALID_HANDLE);
 }
 
 }  // namespace qnplatform

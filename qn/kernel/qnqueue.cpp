@@ -1,0 +1,194 @@
+// The life of a queue, insertion and search. Removal with waits is in qnqueue_remove.cpp.
+#include "qn/kernel/qnqueue.h"
+
+#include "qn/kernel/qnqueue_internal.h"
+#include "qn/platform/file.h"
+#include "qn/platform/wait_internal.h"
+
+namespace {
+
+using qn::EventOf;
+using qn::First;
+using qn::Last;
+using qn::Load;
+using qn::QueueGuard;
+
+enum class Direction { kForward, kBackward };
+
+// The first hit of a walk, or null. A predicate that takes the element that it looks at out of the queue ends
+// the walk.
+template <typename Match>
+tQNQELM* Find(tQNQHEAD* head, Direction direction, Match match) {
+  const bool forward = direction == Direction::kForward;
+  for (tQNQELM* at = forward ? First(head) : Last(head); at && at != head;
+       at = Load(forward ? at->next : at->prev)) {
+    if (match(at)) return qn::IsLinked(at) ? at : nullptr;
+  }
+  return nullptr;
+}
+tQNQELM* Find(tQNQHEAD* head, Direction direction, QNQUEUEMATCH match, ULONGLONG parameter) {
+  if (!match) return nullptr;
+  return Find(head, direction, [=](tQNQELM* element) { return match(element, parameter) != 0; });
+}
+
+// Links an element at one end. An element that is alone in the queue signals the event; those that wait for
+// it are woken outside of the lock, which they will want at once.
+void InsertAtEnd(tQNQHEAD* head, tQNQELM* element, Direction from) {
+  if (!head || !element) return;
+  qn::HandleSlot* waiters = nullptr;
+  {
+    const QueueGuard guard(head);
+    tQNQELM* const place = from == Direction::kBackward ? head : Load(head->next);
+    if (!place || !Load(head->prev)) return;
+    qn::LinkBefore(place, element);
+    const HANDLE event = EventOf(head);
+    bool signalled;
+    if (Load(element->next) == head && Load(element->prev) == head && event) {
+      waiters = qn::SignalEvent(event, &signalled);
+    }
+  }
+  if (waiters) qn::WakeWaiters(waiters);
+}
+
+void InsertOrdered(tQNQHEAD* head, Direction direction, QNQUEUEMATCH match, ULONGLONG parameter,
+                   tQNQELM* element) {
+  if (!head) return;
+  const QueueGuard guard(head);
+  tQNQELM* const hit = Find(head, direction, match, parameter);
+  if (!element) return;
+  if (hit) {
+    qn::LinkBefore(hit, element);
+  } else {
+    QnQueueInsert(head, element);
+  }
+}
+
+tQNQELM* FindElement(tQNQHEAD* head, Direction direction, QNQUEUEMATCH match, ULONGLONG parameter) {
+  if (!head) return nullptr;
+  const QueueGuard guard(head);
+  return Find(head, direction, match, parameter);
+}
+
+tQNQELM* FindAndRemove(tQNQHEAD* head, Direction direction, QNQUEUEMATCH match, ULONGLONG parameter) {
+  if (!head) return nullptr;
+  const QueueGuard guard(head);
+  tQNQELM* const hit = Find(head, direction, match, parameter);
+  if (hit) qn::Take(head, hit);
+  return hit;
+}
+
+// Moves an element of the ring to one end, if it is not there; the event stays as it is.
+bool MoveToEnd(tQNQHEAD* head, tQNQELM* element, Direction from) {
+  if (element == (from == Direction::kForward ? First(head) : Last(head))) return false;
+  qn::Unlink(element);
+  qn::LinkBefore(from == Direction::kForward ? Load(head->next) : head, element);
+  return true;
+}
+
+tQNQELM* FindAndMove(tQNQHEAD* head, QNQUEUEMATCH match, ULONGLONG parameter, Direction to) {
+  if (!head) return nullptr;
+  const QueueGuard guard(head);
+  tQNQELM* const hit = Find(head, Direction::kForward, match, parameter);
+  if (hit) MoveToEnd(head, hit, to);
+  return hit;
+}
+
+BOOL MoveElement(tQNQHEAD* head, tQNQELM* element, Direction end) {
+  if (!head || !element) return 0;
+  const QueueGuard guard(head);
+  const auto isElement = [=](const tQNQELM* at) { return at == element; };
+  return Find(head, end, isElement) && MoveToEnd(head, element, end) ? 1 : 0;
+}
+
+}  // namespace
+
+void qn::Take(tQNQHEAD* head, tQNQELM* element) {
+  Unlink(element);
+  if (First(head)) return;
+  if (const HANDLE event = EventOf(head)) UnsignalEvent(event);
+}
+
+BOOL QnQueueInitialize(tQNQHEAD* head) {
+  if (!head) return 0;
+  if (const HANDLE live = EventOf(head)) {
+    const QueueGuard guard(head);
+    qn::Empty(head);
+    ResetEvent(live);
+    return 1;
+  }
+  const HANDLE event = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  if (!event) return 0;
+  InitializeCriticalSection(&head->lock);
+  qn::Empty(head);
+  std::atomic_ref(head->event).store(event, std::memory_order_release);
+  return 1;
+}
+
+void QnQueueDelete(tQNQHEAD* head) {
+  if (!head) return;
+  const HANDLE event = std::atomic_ref(head->event).exchange(nullptr, std::memory_order_acq_rel);
+  if (!event) return;
+  SetEvent(event);
+  CloseHandle(event);
+  {
+    const QueueGuard guard(head);  // waits for those that are inside
+    qn::Empty(head);
+  }
+  DeleteCriticalSection(&head->lock);
+}
+
+void QnQueueFlush(tQNQHEAD* head) {
+  if (!head) return;
+  const QueueGuard guard(head);
+  qn::Empty(head);
+  // Hosts rely on this: whoever waits wakes up and finds nothing.
+  if (const HANDLE event = EventOf(head)) SetEvent(event);
+}
+
+void QnQueueInsert(tQNQHEAD* head, tQNQELM* element) {
+  InsertAtEnd(head, element, Direction::kBackward);
+}
+void QnQueueInsertHead(tQNQHEAD* head, tQNQELM* element) {
+  InsertAtEnd(head, element, Direction::kForward);
+}
+
+void QnQueueInsertEx(tQNQHEAD* head, QNQUEUEMATCH match, ULONGLONG parameter, tQNQELM* element) {
+  InsertOrdered(head, Direction::kForward, match, parameter, element);
+}
+void QnQueueInsertExRev(tQNQHEAD* head, QNQUEUEMATCH match, ULONGLONG parameter, tQNQELM* element) {
+  InsertOrdered(head, Direction::kBackward, match, parameter, element);
+}
+
+tQNQELM* QnQueueFind(tQNQHEAD* head, QNQUEUEMATCH match, ULONGLONG parameter) {
+  return FindElement(head, Direction::kForward, match, parameter);
+}
+tQNQELM* QnQueueFindRev(tQNQHEAD* head, QNQUEUEMATCH match, ULONGLONG parameter) {
+  return FindElement(head, Direction::kBackward, match, parameter);
+}
+
+tQNQELM* QnQueueFindAndRemove(tQNQHEAD* head, QNQUEUEMATCH match, ULONGLONG parameter) {
+  return FindAndRemove(head, Direction::kForward, match, parameter);
+}
+tQNQELM* QnQueueFindAndRemoveRev(tQNQHEAD* head, QNQUEUEMATCH match, ULONGLONG parameter) {
+  return FindAndRemove(head, Direction::kBackward, match, parameter);
+}
+
+tQNQELM* QnQueueFindAndMoveToHead(tQNQHEAD* head, QNQUEUEMATCH match, ULONGLONG parameter) {
+  return FindAndMove(head, match, parameter, Direction::kForward);
+}
+tQNQELM* QnQueueFindAndMoveToTail(tQNQHEAD* head, QNQUEUEMATCH match, ULONGLONG parameter) {
+  return FindAndMove(head, match, parameter, Direction::kBackward);
+}
+
+BOOL QnQueueMoveToHead(tQNQHEAD* head, tQNQELM* element) {
+  return MoveElement(head, element, Direction::kForward);
+}
+BOOL QnQueueMoveToTail(tQNQHEAD* head, tQNQELM* element) {
+  return MoveElement(head, element, Direction::kBackward);
+}
+
+BOOL IsInQnQueue(tQNQHEAD* head, tQNQELM* element) {
+  if (!head || !element || !qn::IsLinked(element)) return 0;
+  const QueueGuard guard(head);
+  return Find(head, Direction::kForward, [=](const tQNQELM* at) { return at == element; }) ? 1 : 0;
+}

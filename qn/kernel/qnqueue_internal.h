@@ -1,0 +1,75 @@
+// The ring of a queue and its lock, for the queue's sources.
+#pragma once
+
+#include <atomic>
+
+#include "qn/kernel/qnqueue.h"
+
+namespace qn {
+
+// Links are read as hints without the lock, and `event` is taken away without it: all three are plain fields
+// of a public record, accessed as atomics.
+inline tQNQELM* Load(tQNQELM*& link) {
+  return std::atomic_ref(link).load(std::memory_order_relaxed);
+}
+inline void Store(tQNQELM*& link, tQNQELM* element) {
+  std::atomic_ref(link).store(element, std::memory_order_relaxed);
+}
+inline HANDLE EventOf(tQNQHEAD* head) {
+  return std::atomic_ref(head->event).load(std::memory_order_acquire);
+}
+
+class QueueGuard {
+ public:
+  explicit QueueGuard(tQNQHEAD* head) : lock_(&head->lock) { EnterCriticalSection(lock_); }
+  ~QueueGuard() { LeaveCriticalSection(lock_); }
+  QueueGuard(const QueueGuard&) = delete;
+  QueueGuard& operator=(const QueueGuard&) = delete;
+
+ private:
+  CRITICAL_SECTION* const lock_;
+};
+
+// The rest works on a head that is not null, with its lock held. A head of zeros has an empty ring.
+
+inline tQNQELM* First(tQNQHEAD* head) {
+  tQNQELM* const first = Load(head->next);
+  return first == head ? nullptr : first;
+}
+inline tQNQELM* Last(tQNQHEAD* head) {
+  tQNQELM* const last = Load(head->prev);
+  return last == head ? nullptr : last;
+}
+
+inline void Empty(tQNQHEAD* head) {
+  Store(head->next, head);
+  Store(head->prev, head);
+}
+
+// Links an element before another or, before the head, at the tail.
+inline void LinkBefore(tQNQELM* place, tQNQELM* element) {
+  tQNQELM* const before = Load(place->prev);
+  Store(element->next, place);
+  Store(element->prev, before);
+  Store(before->next, element);
+  Store(place->prev, element);
+}
+
+// Takes an element out of the ring and clears its links.
+inline void Unlink(tQNQELM* element) {
+  tQNQELM* const next = Load(element->next);
+  tQNQELM* const before = Load(element->prev);
+  Store(before->next, next);
+  Store(next->prev, before);
+  Store(element->next, nullptr);
+  Store(element->prev, nullptr);
+}
+
+inline bool IsLinked(tQNQELM* element) {
+  return Load(element->next) && Load(element->prev);
+}
+
+// Takes an element out; the event is reset with the last one.
+void Take(tQNQHEAD* head, tQNQELM* element);
+
+}  // namespace qn
