@@ -53,7 +53,7 @@ END
   scripts/bench_table.py build/bench.json
   measure '^peaks/'
   scripts/bench_table.py build/bench.json
-  for group in mix level resample fft fir iir dither effects yuv; do
+  for group in mix level resample fft fir iir dither effects yuv queue; do
     measure "^$group/"
     scripts/bench_table.py build/bench.json
   done
