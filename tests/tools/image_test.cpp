@@ -131,6 +131,10 @@ TEST(Image, ReadsWhatOthersWrite) {
       ASSERT_NEAR(static_cast<uint8_t>(found[i]), static_cast<uint8_t>(expected[i]), most) << row << " " << i;
     }
   }
+  // What has no room for alpha.
+  Expect({"convert", out, folder.Native("out.bmp"), "--type=gray8"}, 0, "left out: gray8 has none");
+  Expect({"convert", out, folder.Native("out.yuv"), "--fourcc=P010"}, 0, "left out: P010 has none");
+  EXPECT_EQ(Qnimage({"convert", out, folder.Native("out.yuv"), "--fourcc=A410", "--force"}).err, "");
 }
 
 TEST(Image, FlipsAndScales) {
@@ -189,6 +193,11 @@ TEST(Image, KnowsLegalColours) {
     EXPECT_LT(corrected.Red(15, 0), 255);
     EXPECT_GT(corrected.rgb.at(15 * 3 + 2), 0);
   }
+  // What few colours, and chroma that pixels share, make of the correction: 40 and 44 in the picture itself.
+  Expect({"legal", full, out, "--correct", "--force", "--type=palette8"}, 0, ", 80 after");
+  Card(folder, "bars", "84x4", "100");
+  Expect({"legal", full, out + ".yuv", "--correct", "--fourcc=I420"}, 0, ", 40 after");
+  Expect({"legal", out + ".yuv", out, "--size=84x4", "--fourcc=I420", "--force"}, 0, ": 40 of 336");
 }
 
 TEST(Image, ConvertsRawFramesAsOthersDo) {
@@ -237,7 +246,12 @@ TEST(Image, ConvertsRawFramesAsOthersDo) {
   Expect({"convert", raw, out, "--size=96x48", "--fourcc=UYVY", "--frame=2"}, 1, "no frame 2");
   Expect({"convert", raw, out, "--size=5x5", "--fourcc=UYVY"}, 1, "cannot have the size 5x5");
   Expect({"convert", raw, out, "--size=8x8", "--fourcc=NV16"}, 1, "NV16 cannot be converted");
-  // From one layout to another.
+  EXPECT_EQ(
+      Jq(Qnimage({"info", raw, "--size=96x48", "--fourcc=NV12", "--json"}).out, ".[0].planes[1].offset"),
+      "4608");
+  // As it is, whatever it is; and from one layout to another.
+  Expect({"convert", raw, out + ".yuv", "--size=96x48", "--fourcc=UYVY", "--frame=1"});
+  EXPECT_EQ(ReadFileBytes(out + ".yuv"), Bytes(96 * 48 * 2, 16));
   Expect({"convert", raw, folder.Native("b.yuv"), "--size=96x48", "--fourcc=UYVY", "--out-fourcc=NV12"});
   EXPECT_EQ(ReadFileBytes(folder.Native("b.yuv")), Bytes(96 * 48 * 3 / 2, 128));
 }
@@ -260,7 +274,8 @@ TEST(Image, RefusesHostileFiles) {
       {10, 53, 4, "bfOffBits = 53"},
       {10, 0xFFFFFFF0, 4, "bfOffBits = 4294967280"},
       {10, 56, 4, "take 48 bytes, but only 46"},
-      {14, 12, 4, "biSize = 12"},
+      {14, 12, 4, "this length cannot be read: 12 bytes"},
+      {14, 30, 4, "biSize = 30"},
       {14, 0xFFFFFFFF, 4, "biSize = 4294967295"},
       {18, 0, 4, "biWidth = 0"},
       {18, 0x80000000, 4, "biWidth = -2147483648"},
@@ -275,7 +290,8 @@ TEST(Image, RefusesHostileFiles) {
       {28, 0, 2, "cannot be read: RGB, 0 bits"},
       {28, 64, 2, "cannot be read: RGB, 64 bits"},
       {28, 8 | 1ull << 16, 4, "cannot be read: RLE, 8 bits"},
-      {30, 4, 4, "cannot be read: 4, 24 bits"},
+      {30, 4, 4, "cannot be read: JPEG, 24 bits"},
+      {30, 7, 4, "cannot be read: biCompression = 7, 24 bits"},
       {30, 0x32315659, 4, "cannot be read: YV12, 24 bits"},
       {46, 100'000, 4, "biClrUsed = 100000"},
   };
@@ -285,6 +301,8 @@ TEST(Image, RefusesHostileFiles) {
     WriteFileBytes(name, bytes);
     Expect({"convert", name, out}, 1, row.said);
   }
+  WriteFileBytes(name, Bytes(good.begin(), good.begin() + 30));
+  Expect({"info", name}, 1, "ends within its header");
   // Bit fields that no type has, and such as have red and blue exchanged.
   Expect({"card", name, "--size=4x4", "--type=rgb565", "--level=100", "--force"});
   Bytes fields = ReadFileBytes(name);
@@ -302,7 +320,8 @@ TEST(Image, RefusesHostileFiles) {
   Bytes palette = ReadFileBytes(name);
   Put(&palette, 46, 1, 4);
   WriteFileBytes(name, palette);
-  Expect({"convert", name, out, "--force"});
+  Expect({"convert", name, out, "--force"}, 0, "shown in black: 28.");
+  EXPECT_EQ(Jq(Qnimage({"info", name, "--json"}).out, ".[0].colours[]"), "000000");
 
   // Whatever else is damaged: an answer in little memory and time, and no half of a file.
   Expect({"card", folder.Native("good.png"), "--kind=zone", "--size=40x40"});
@@ -334,7 +353,7 @@ TEST(Image, RefusesHostileFiles) {
 TEST(Image, SaysWhatIsWrong) {
   const ScratchFolder folder;
   const auto path = [&](const std::string& name) { return folder.Native(name); };
-  Expect({"card", path("in.png"), "--size=16x16"});
+  Expect({"card", path("in.png"), "--size=16x16", "--type=rgba64"});
   fs::create_hard_link(path("in.png"), path("hard.bmp"));
   fs::create_symlink("in.png", path("link.png"));
   WriteFileBytes(path("there.png"), {});
@@ -372,7 +391,15 @@ TEST(Image, SaysWhatIsWrong) {
       {{"convert", "in.png", "out.bmp", "--size=2x2"}, 2, "need --fourcc"},
       {{"convert", "in.png", "out.bmp", "--type=rgb"}, 2, "rgb24"},
       {{"flip", "in.png", "out.bmp"}, 2, "--horizontal"},
-      {{"scale", "in.png", "out.bmp"}, 2, "bad size"},
+      {{"convert", "in.png", "out.bmp", "--out-fourcc=XXXX"}, 2, "and OUT is none"},
+      {{"convert", "in.png", "out.yuv", "--fourcc=UYVY", "--out-fourcc=NV12"}, 2, "need --size"},
+      {{"convert", "in.png", "out.yuv", "--size=2x2", "--fourcc=UYVY", "--frame=-1"}, 2, "from 0 on"},
+      {{"info", "in.png", "--size=32768x8192", "--fourcc=F32I"}, 1, "picture of 32768x8192 is not possible"},
+      {{"convert", "in.png", "out.yuv", "--size=9000x9000", "--fourcc=P010"}, 1, "is not possible"},
+      {{"card", "out.bmp", "--size=12000x12000", "--type=rgba64"}, 1, "is not possible"},
+      {{"card", "out.yuv", "--size=16000x16000", "--fourcc=F32I"}, 1, "is not possible"},
+      {{"scale", "in.png", "out.bmp", "--size=12000x12000"}, 1, "is not possible"},
+      {{"scale", "in.png", "out.bmp"}, 2, "--size is needed"},
       {{"scale", "in.png", "out.bmp", "--size=40000x1"}, 2, "32768"},
       {{"scale", "in.png", "out.bmp", "--size=8x8", "--filter=cubic"}, 2, "nearest, bilinear"},
       {{"legal", "in.png", "out.bmp", "--standard=secam"}, 2, "ntsc-yiq"},
@@ -382,7 +409,8 @@ TEST(Image, SaysWhatIsWrong) {
       {{"card", "none/out.bmp"}, 1, "folder does not exist"},
       {{"convert", "there.png", "out.bmp", "--lang=de"}, 1, "keine BMP- oder PNG-Datei"},
       {{"--version"}, 0, "qnimage 1"},
-      {{"--help"}, 0, "card"},
+      {{"--lang=de", "--help"}, 0, "card"},
+      {{"--lang=xx"}, 2, "unknown language"},
       {{"legal", "--help"}, 0, "--correct"},
   };
   for (const Row& row : kRows) {

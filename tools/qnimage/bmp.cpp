@@ -2,9 +2,11 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 
 #include "qn/platform/text.h"
 #include "qn/settings/qnstatus.h"
+#include "tools/common/report.h"
 #include "tools/qnimage/source.h"
 #include "tools/qnimage/target.h"
 
@@ -44,10 +46,11 @@ bool FailPixels(const InputFile& file, const BITMAPINFOHEADER& header) {
   WCHAR name[64];
   QnVideo_GetFormatText(header.biCompression, name, 64);
   const DWORD kind = header.biCompression;
+  constexpr const char* kKinds[] = {nullptr, "RLE", "RLE", nullptr, "JPEG", "PNG"};
   constexpr DWORD kFirstFourcc = 1 << 8;
-  const std::string text = kind == BI_RLE8 || kind == BI_RLE4 ? "RLE"
-                           : kind < kFirstFourcc && kind != BI_RGB && kind != BI_BITFIELDS
-                               ? std::to_string(kind)
+  const std::string text = kind < std::size(kKinds) && kKinds[kind] ? kKinds[kind]
+                           : kind < kFirstFourcc && kind >= std::size(kKinds)
+                               ? "biCompression = " + std::to_string(kind)
                                : qn::ToUtf8(name);
   return file.Fail(QN_E_FILE_UNSUPPORTED,
                    {messages::PixelsUnreadable, {Message(text), Message(std::to_string(header.biBitCount))}});
@@ -72,16 +75,20 @@ bool HasMasksOf(const Header& header, int type, bool* isSwapped) {
 
 bool ReadHeader(const InputFile& file, Kind kind, Header* header) {
   const uint64_t start = kind == Kind::kBmp ? kFileHeader : 0;
-  if (file.Size() < start + sizeof(BITMAPINFOHEADER))
-    return FailField(file, "bfSize", static_cast<int64_t>(file.Size()));
-  const uint64_t there = std::min<uint64_t>(sizeof(header->bytes), file.Size() - start);
-  if (!file.ReadAt(start, header->bytes, there)) return false;
   const BITMAPINFOHEADER& fields = header->fields;
+  const uint64_t there =
+      std::min<uint64_t>(sizeof(header->bytes), file.Size() - std::min(start, file.Size()));
+  if (there < sizeof(fields.biSize)) return file.Fail(QN_E_FILE_FORMAT, messages::HeaderCut);
+  if (!file.ReadAt(start, header->bytes, there)) return false;
+  // Those of systems that nobody has any more.
+  if (fields.biSize == 12 || fields.biSize == 16)
+    return file.Fail(QN_E_FILE_UNSUPPORTED, {messages::HeaderUnreadable, {Message::Bytes(fields.biSize)}});
   const bool hasMasksBehind =
       fields.biSize == sizeof(BITMAPINFOHEADER) && fields.biCompression == BI_BITFIELDS;
   const uint64_t length = uint64_t{fields.biSize} + (hasMasksBehind ? 3 * sizeof(DWORD) : 0);
-  if (fields.biSize < sizeof(BITMAPINFOHEADER) || fields.biSize > kLongestHeader || length > there)
+  if (fields.biSize < sizeof(BITMAPINFOHEADER) || fields.biSize > kLongestHeader)
     return FailField(file, "biSize", fields.biSize);
+  if (length > there) return file.Fail(QN_E_FILE_FORMAT, messages::HeaderCut);
   header->end = start + length;
   if (fields.biPlanes != 1) return FailField(file, "biPlanes", fields.biPlanes);
   if (fields.biWidth < 1) return FailField(file, "biWidth", fields.biWidth);
@@ -102,12 +109,29 @@ bool ReadHeader(const InputFile& file, Kind kind, Header* header) {
 }
 
 // The colours in front of the bits, and black for pixels that name one beyond them.
-bool ReadPalette(const InputFile& file, const Header& header, Palette* palette) {
+bool ReadPalette(const InputFile& file, const Header& header, Source* source) {
   const size_t most = size_t{1} << header.fields.biBitCount;
   const size_t count = std::min<size_t>(header.fields.biClrUsed ? header.fields.biClrUsed : most,
                                         (std::min(header.bits, file.Size()) - header.end) / sizeof(RGBQUAD));
-  palette->assign(most, RGBQUAD{});
-  return count == 0 || file.ReadAt(header.end, palette->data(), count * sizeof(RGBQUAD));
+  source->palette.assign(most, RGBQUAD{});
+  source->colours = count;
+  return count == 0 || file.ReadAt(header.end, source->palette.data(), count * sizeof(RGBQUAD));
+}
+
+// Pixels whose colour the file does not have are no failure, but may be a surprise.
+void WarnOfColours(const InputFile& file, const Source& source, const Image& stored) {
+  const int bits = QnGetPixelBitsPerChannel(source.type, nullptr);
+  uint64_t missing = 0;
+  for (uint32_t y = 0; y < stored.Height() && source.colours < source.palette.size(); ++y) {
+    const uint8_t* const row = stored.Row(y);
+    for (uint64_t x = 0; x < stored.Width(); ++x) {
+      const uint64_t at = x * static_cast<uint64_t>(bits);
+      const int shift = 8 - bits - static_cast<int>(at % 8);
+      missing += static_cast<size_t>(row[at / 8] >> shift & ((1 << bits) - 1)) >= source.colours;
+    }
+  }
+  if (missing != 0)
+    qntool::ReportWarning(file.Name(), {messages::ColoursMissing, {Message::Number(missing)}});
 }
 
 }  // namespace
@@ -133,7 +157,7 @@ bool ReadBmp(const InputFile& file, Source* source, Image* image) {
   const auto height = static_cast<uint64_t>(std::abs(int64_t{header.fields.biHeight}));
   if (!CheckSides(file, type, width, height)) return false;
   const bool hasPalette = type == QNPIXEL_PALETTE1 || type == QNPIXEL_PALETTE4 || type == QNPIXEL_PALETTE8;
-  if (hasPalette && !ReadPalette(file, header, &source->palette)) return false;
+  if (hasPalette && !ReadPalette(file, header, source)) return false;
 
   const uint64_t bytes = ImageBytes(type, width, height);
   if (header.bits > file.Size() || bytes > file.Size() - header.bits) {
@@ -143,6 +167,7 @@ bool ReadBmp(const InputFile& file, Source* source, Image* image) {
   if (!image) return true;
   const Image stored(type, header.fields.biWidth, header.fields.biHeight, source->palette);
   if (!file.ReadAt(header.bits, stored.Bits().data(), bytes)) return false;
+  WarnOfColours(file, *source, stored);
   if (isSwapped) QnDibSwapRB(stored.Header(), nullptr, nullptr, 0);
   *image = stored.ConvertedTo(WorkingType(type), true);
   return true;

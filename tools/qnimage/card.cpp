@@ -101,7 +101,9 @@ int Run(const Arguments& arguments) {
   WatchInterrupts();
   OutputFile output;
   if (!output.Create(target.name, target.overwrite)) return kExitFailed;
-  const Image image(WorkingTypeFor(target), static_cast<LONG>(width), -static_cast<LONG>(height));
+  const int type = WorkingTypeFor(target);
+  if (!CheckSides(output, type, width, height)) return kExitFailed;
+  const Image image(type, static_cast<LONG>(width), -static_cast<LONG>(height));
   Paint({width, height, level == "100" ? 1.0f : 0.75f}, *kind, image);
   return InterruptSignal() != 0 ? ReportInterrupt(target.name) : WritePicture(target, image, {}, &output);
 }

@@ -9,7 +9,7 @@ constexpr Option kOptions[] = {kTypeOption,   kRawSizeOption, kFourccOption, kFr
                                kMatrixOption, kRangeOption,   kForceOption,  kQuietOption};
 
 int Run(const Arguments& arguments) {
-  return RunOnPicture("convert", arguments, [](Image*) {});
+  return RunOnPicture("convert", arguments, {});
 }
 
 }  // namespace

@@ -25,8 +25,10 @@ int Run(const Arguments& arguments) {
     ReportUsage("flip", "give --horizontal, --vertical or both");
     return kExitUsage;
   }
-  return RunOnPicture("flip", arguments,
-                      [flags](Image* image) { QnDibFlip(image->Header(), nullptr, nullptr, 0, flags); });
+  return RunOnPicture("flip", arguments, [flags](const OutputFile&, Image* image) {
+    QnDibFlip(image->Header(), nullptr, nullptr, 0, flags);
+    return true;
+  });
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <string>
 
 namespace qnimage {
 namespace {
@@ -23,6 +24,13 @@ bool IsPossible(int type, uint64_t width, uint64_t height) {
   return width >= 1 && width <= kMostSide && height >= 1 && height <= kMostSide &&
          std::max(ImageBytes(type, width, height), ImageBytes(WorkingType(type), width, height)) <=
              kMostBytes;
+}
+
+qntool::Message TooLarge(uint64_t width, uint64_t height) {
+  using qntool::Message;
+  return {qntool::messages::PictureTooLarge,
+          {Message(std::to_string(width) + "x" + std::to_string(height)), Message(std::to_string(kMostSide)),
+           Message::Bytes(kMostBytes)}};
 }
 
 int WorkingType(int type) {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "qn/image/qndib.h"
+#include "tools/common/text.h"
 
 namespace qnimage {
 
@@ -21,6 +22,9 @@ uint64_t ImageBytes(int type, uint64_t width, uint64_t height);
 
 // True for sides from 1 on of which a picture can be made, here and at the depth at which the tool works.
 bool IsPossible(int type, uint64_t width, uint64_t height);
+
+// What to say of sides that are not.
+qntool::Message TooLarge(uint64_t width, uint64_t height);
 
 // The type at which a picture of another type is worked on: four components of 8 or 16 bits or floats.
 int WorkingType(int type);

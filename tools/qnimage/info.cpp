@@ -42,6 +42,28 @@ std::string TypeName(const Source& source) {
   return row ? row->name : FourccText(source.header.biCompression);
 }
 
+std::string CompressionName(DWORD compression) {
+  return compression == BI_RGB ? "RGB" : compression == BI_BITFIELDS ? "BITFIELDS" : FourccText(compression);
+}
+
+struct Plane {
+  std::string name;
+  DWORD offset;
+  DWORD stride;
+};
+
+std::vector<Plane> PlanesOf(const Source& source) {
+  const tQNYUVOFFSETS& at = source.planes;
+  std::vector<Plane> planes;
+  for (const Plane& plane : {Plane{"Y", 0, at.yStride},
+                             {at.vStride != 0 ? "U" : "UV", at.uOffset, at.uStride},
+                             {"V", at.vOffset, at.vStride},
+                             {"A", at.alphaOffset, at.alphaStride}}) {
+    if (plane.stride != 0) planes.push_back(plane);
+  }
+  return planes;
+}
+
 void PrintLine(const char* label, const std::string& text) {
   std::printf("  %-12s%s\n", label, text.c_str());
 }
@@ -56,18 +78,38 @@ void Print(const std::string& name, const Source& source) {
   PrintLine("Pixel type", std::to_string(source.type) + " (" + TypeName(source) + "), " +
                               std::to_string(BitsOf(source)) + " bits a pixel");
   PrintLine("Rows", source.fromTop ? "from the top" : "from the bottom");
-  if (!source.palette.empty()) PrintLine("Palette", std::to_string(source.palette.size()) + " colours");
+  if (!source.palette.empty()) PrintLine("Palette", std::to_string(source.colours) + " colours");
   if (source.kind != Kind::kRaw) return;
   PrintLine("Frames", std::to_string(source.frames) + " of " + Message::Bytes(source.frameBytes).English());
   if (source.restBytes != 0) PrintLine("Rest", Message::Bytes(source.restBytes).English());
-  const auto plane = [](const char* label, DWORD offset, DWORD stride) {
-    if (stride != 0)
-      PrintLine(label, "at " + std::to_string(offset) + ", rows of " + std::to_string(stride) + " bytes");
-  };
-  plane("Plane Y", 0, source.planes.yStride);
-  plane(source.planes.vStride != 0 ? "Plane U" : "Plane UV", source.planes.uOffset, source.planes.uStride);
-  plane("Plane V", source.planes.vOffset, source.planes.vStride);
-  plane("Plane A", source.planes.alphaOffset, source.planes.alphaStride);
+  for (const Plane& plane : PlanesOf(source)) {
+    PrintLine(("Plane " + plane.name).c_str(),
+              "at " + std::to_string(plane.offset) + ", rows of " + std::to_string(plane.stride) + " bytes");
+  }
+}
+
+void WriteColours(JsonWriter* json, const Source& source) {
+  json->Number("palette", source.colours);
+  json->BeginArray("colours");
+  for (size_t i = 0; i < source.colours; ++i) {
+    const RGBQUAD& colour = source.palette[i];
+    char text[8];
+    std::snprintf(text, sizeof(text), "%02x%02x%02x", colour.rgbRed, colour.rgbGreen, colour.rgbBlue);
+    json->String("", text);
+  }
+  json->EndArray();
+}
+
+void WritePlanes(JsonWriter* json, const Source& source) {
+  json->BeginArray("planes");
+  for (const Plane& plane : PlanesOf(source)) {
+    json->BeginObject();
+    json->String("name", plane.name);
+    json->Number("offset", plane.offset);
+    json->Number("stride", plane.stride);
+    json->EndObject();
+  }
+  json->EndArray();
 }
 
 void Write(JsonWriter* json, const InputFile& file, const Source& source) {
@@ -78,15 +120,17 @@ void Write(JsonWriter* json, const InputFile& file, const Source& source) {
   json->Number("width", static_cast<uint64_t>(source.header.biWidth));
   json->Number("height", static_cast<uint64_t>(std::abs(source.header.biHeight)));
   json->Number("compression", source.header.biCompression);
+  json->String("compressionName", CompressionName(source.header.biCompression));
   json->Number("pixelType", static_cast<uint64_t>(source.type));
   json->String("type", TypeName(source));
   json->Number("bits", static_cast<uint64_t>(BitsOf(source)));
   json->String("rows", source.fromTop ? "top" : "bottom");
-  if (!source.palette.empty()) json->Number("palette", source.palette.size());
+  if (!source.palette.empty()) WriteColours(json, source);
   if (source.kind == Kind::kRaw) {
     json->Number("frames", source.frames);
     json->Number("frameBytes", source.frameBytes);
     json->Number("restBytes", source.restBytes);
+    WritePlanes(json, source);
   }
   json->EndObject();
 }

@@ -37,7 +37,6 @@ constexpr StandardRow kStandards[] = {{"ntsc-yiq", HotCheckNTSCYIQ, HotCheckNTSC
 struct Counts {
   uint64_t all = 0;
   uint64_t illegal = 0;
-  uint64_t left = 0;  // after the correction
 };
 
 // The luma at half of its brightness, so that the marks stand out.
@@ -46,8 +45,9 @@ QNRGBAFLOAT Shade(const QNRGBAFLOAT& pixel) {
   return {gray, gray, gray, pixel.alpha};
 }
 
-// Changes the picture and counts its pixels.
-Counts Check(const StandardRow& standard, bool corrects, const Image& image) {
+// Counts the pixels of a picture, and may change it.
+enum class Change { kNone, kCorrect, kMark };
+Counts Check(const StandardRow& standard, Change change, const Image& image) {
   Counts counts = {uint64_t{image.Width()} * image.Height()};
   const FloatRow row(image.Width());
   for (uint32_t y = 0; y < image.Height() && InterruptSignal() == 0; ++y) {
@@ -55,17 +55,13 @@ Counts Check(const StandardRow& standard, bool corrects, const Image& image) {
     for (QNRGBAFLOAT& pixel : row.Pixels()) {
       const bool isIllegal = standard.isIllegal(&pixel) != 0;
       counts.illegal += isIllegal;
-      if (!corrects) {
+      if (change == Change::kMark) {
         pixel = isIllegal ? QNRGBAFLOAT{0, 0, 1, pixel.alpha} : Shade(pixel);
-      } else if (isIllegal) {
+      } else if (change == Change::kCorrect && isIllegal) {
         standard.correct(&pixel);
       }
     }
-    row.Put(image, y);
-    if (!corrects) continue;
-    // As the picture holds them.
-    row.Get(image, y);
-    for (const QNRGBAFLOAT& pixel : row.Pixels()) counts.left += standard.isIllegal(&pixel) != 0;
+    if (change != Change::kNone) row.Put(image, y);
   }
   return counts;
 }
@@ -82,15 +78,19 @@ int Run(const Arguments& arguments) {
     ReportUsage("legal", "--map and --correct do not go together");
     return kExitUsage;
   }
-  Counts counts;
-  const int exitCode =
-      RunOnPicture("legal", arguments, [&](Image* image) { counts = Check(*standard, corrects, *image); });
+  Counts counts, left;
+  const auto work = [&](const OutputFile&, Image* image) {
+    counts = Check(*standard, corrects ? Change::kCorrect : Change::kMark, *image);
+    return true;
+  };
+  const auto inspect = [&](const Image& held) { left = Check(*standard, Change::kNone, held); };
+  const int exitCode = RunOnPicture("legal", arguments, work, corrects ? Inspection(inspect) : Inspection());
   if (exitCode != kExitOk) return exitCode;
   std::printf("%s: %s of %s pixels are not legal (%.2f %%)", standard->name,
               Message::Number(counts.illegal).English().c_str(),
               Message::Number(counts.all).English().c_str(),
               100.0 * static_cast<double>(counts.illegal) / static_cast<double>(counts.all));
-  if (corrects) std::printf(", %s after the correction", Message::Number(counts.left).English().c_str());
+  if (corrects) std::printf(", %s after the correction", Message::Number(left.illegal).English().c_str());
   std::printf("\n");
   return exitCode;
 }

@@ -2,6 +2,7 @@
 // nothing to clean up.
 #include <png.h>
 
+#include <algorithm>
 #include <csetjmp>
 #include <cstring>
 
@@ -97,14 +98,15 @@ int TypeOf(int colours, int depth) {
 }
 
 // The palette, black behind its end.
-Palette PaletteOf(const Reader& reader, int type) {
+void ReadPalette(const Reader& reader, Source* source) {
   png_colorp colours = nullptr;
   int count = 0;
-  Palette palette(UsualPalette(type).size());
+  Palette& palette = source->palette;
+  palette.assign(UsualPalette(source->type).size(), RGBQUAD{});
   png_get_PLTE(reader.png, reader.info, &colours, &count);
-  for (size_t i = 0; i < palette.size() && i < static_cast<size_t>(count); ++i)
+  source->colours = std::min(palette.size(), static_cast<size_t>(count));
+  for (size_t i = 0; i < source->colours; ++i)
     palette[i] = {colours[i].blue, colours[i].green, colours[i].red, 0};
-  return palette;
 }
 
 // All pixels as blue, green, red and alpha of 8 or 16 bits.
@@ -189,7 +191,7 @@ bool ReadPng(const InputFile& file, Source* source, Image* image) {
   source->kind = Kind::kPng;
   source->type = type;
   source->fromTop = true;
-  source->palette = PaletteOf(reader, type);
+  ReadPalette(reader, source);
   if (!CheckSides(file, type, width, height)) return false;
   if (uint64_t{png_get_rowbytes(reader.png, reader.info)} * height > file.Size() * kMostDeflated) {
     std::snprintf(outcome.reason, sizeof(outcome.reason), "Not enough image data");

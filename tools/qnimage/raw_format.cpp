@@ -6,8 +6,8 @@
 
 namespace qnimage {
 
+using qntool::Mistaken;
 using qntool::Quoted;
-using qntool::ReportUsage;
 
 namespace {
 
@@ -20,11 +20,6 @@ struct MatrixRow {
   DWORD matrix;
 };
 constexpr MatrixRow kMatrices[] = {{"auto", 0}, {"601", QNYUV_601}, {"709", QNYUV_709}, {"2020", QNYUV_2020}};
-
-bool Mistaken(const char* command, const std::string& mistake) {
-  ReportUsage(command, mistake);
-  return false;
-}
 
 // The FourCC of a pixel type, or 0.
 DWORD FourccOf(int type) {
@@ -46,6 +41,14 @@ bool ReadFourcc(const char* command, const qntool::Arguments& arguments, const c
   }
   return *found != 0 ||
          Mistaken(command, "unknown layout " + Quoted(*text) + " (one of " + names + ", IYUV)");
+}
+
+bool ReadFrameNumber(const char* command, const qntool::Arguments& arguments, uint64_t* frame) {
+  const auto text = arguments.Value("frame");
+  if (!text) return true;
+  const auto number = qntool::ParseNumber<uint64_t>(*text, 0, UINT64_MAX);
+  if (number) *frame = *number;
+  return number || qntool::ReportBadValue(command, "frame", *text, "a number from 0 on");
 }
 
 }  // namespace
@@ -92,11 +95,11 @@ bool ReadRawSource(const char* command, const qntool::Arguments& arguments, RawF
   return ReadSize(command, *size, &format->width, &format->height) &&
          ReadFourcc(command, arguments, "fourcc", &format->fourcc) &&
          (format->fourcc != 0 || Mistaken(command, "raw frames need --fourcc")) &&
-         qntool::ReadNumber<uint64_t>(command, arguments, "frame", 0, UINT64_MAX, &format->frame);
+         ReadFrameNumber(command, arguments, &format->frame);
 }
 
 bool HasRawForItsOptions(const char* command, const qntool::Arguments& arguments, bool hasRaw) {
-  for (const char* const option : {"fourcc", "out-fourcc", "matrix", "range"}) {
+  for (const char* const option : {"fourcc", "matrix", "range"}) {
     if (!hasRaw && arguments.Has(option))
       return Mistaken(command, "--" + std::string(option) + " is for raw frames, and there are none");
   }
@@ -109,12 +112,23 @@ std::string FourccText(DWORD fourcc) {
   return text;
 }
 
+namespace {
+
+// Whether samples have more than 8 bits.
 bool IsDeep(int yuvType) {
   for (const int plain : {QNPIXEL_UYVY, QNPIXEL_YUYV, QNPIXEL_Y41B, QNPIXEL_I420, QNPIXEL_NV12, QNPIXEL_YV12,
                           QNPIXEL_YV16, QNPIXEL_YV24, QNPIXEL_NV16}) {
     if (yuvType == plain) return false;
   }
   return true;
+}
+
+}  // namespace
+
+int WorkingTypeOf(const RawFormat& format) {
+  const BITMAPINFOHEADER header = RawHeader(format, 2, 2);
+  const int type = QnGetPixelType(&header);
+  return type < QNPIXEL_UYVY ? WorkingType(type) : IsDeep(type) ? QNPIXEL_RGBAFLOAT : QNPIXEL_RGBA32;
 }
 
 BITMAPINFOHEADER RawHeader(const RawFormat& format, uint32_t width, uint32_t height) {

@@ -45,8 +45,8 @@ bool HasRawForItsOptions(const char* command, const qntool::Arguments& arguments
 // The code as text.
 std::string FourccText(DWORD fourcc);
 
-// Whether samples have more than 8 bits.
-bool IsDeep(int yuvType);
+// The type at which frames are worked on; as deep as they are.
+int WorkingTypeOf(const RawFormat& format);
 
 // The frame of a size, as the library describes it.
 BITMAPINFOHEADER RawHeader(const RawFormat& format, uint32_t width, uint32_t height);

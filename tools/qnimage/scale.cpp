@@ -30,12 +30,18 @@ int Run(const Arguments& arguments) {
     ReportUsage("scale", "unknown filter " + Quoted(name) + " (one of " + NamesOf(kFilters) + ")");
     return kExitUsage;
   }
-  if (!ReadSize("scale", arguments.Value("size").value_or(""), &width, &height)) return kExitUsage;
-  return RunOnPicture("scale", arguments, [&](Image* image) {
-    // The bytes of a deep picture may pass the limit where those of the size did not: then memory decides.
+  const auto size = arguments.Value("size");
+  if (!size) {
+    ReportUsage("scale", "--size is needed");
+    return kExitUsage;
+  }
+  if (!ReadSize("scale", *size, &width, &height)) return kExitUsage;
+  return RunOnPicture("scale", arguments, [&](const OutputFile& output, Image* image) {
+    if (!CheckSides(output, image->Type(), width, height)) return false;
     Image scaled(image->Type(), static_cast<LONG>(width), -static_cast<LONG>(height));
     QnDibCopy(scaled.Header(), nullptr, nullptr, 0, image->Header(), nullptr, nullptr, 0, filter->filter);
     *image = std::move(scaled);
+    return true;
   });
 }
 

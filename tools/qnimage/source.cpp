@@ -3,12 +3,9 @@
 #include <algorithm>
 #include <cstring>
 
-#include "qn/settings/qnstatus.h"
-
 namespace qnimage {
 
 namespace messages = qntool::messages;
-using qntool::Message;
 
 const char* KindName(Kind kind) {
   constexpr const char* kNames[] = {"BMP", "DIB", "PNG", "raw"};
@@ -27,13 +24,6 @@ bool ReadSource(const InputFile& file, const RawFormat& format, Source* source, 
   if (std::memcmp(start, "BM", 2) == 0 || (size >= sizeof(BITMAPINFOHEADER) && size <= 124))
     return ReadBmp(file, source, image);
   return file.Fail(QN_E_FILE_FORMAT, messages::NoKnownPicture);
-}
-
-bool CheckSides(const InputFile& file, int type, uint64_t width, uint64_t height) {
-  return IsPossible(type, width, height) ||
-         file.Fail(QN_E_FILE_UNSUPPORTED, {messages::PictureTooLarge,
-                                           {Message(std::to_string(width) + "x" + std::to_string(height)),
-                                            Message(std::to_string(kMostSide)), Message::Bytes(kMostBytes)}});
 }
 
 }  // namespace qnimage

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
+#include <iterator>
 
 #include "qn/settings/qnstatus.h"
 #include "tools/common/failure.h"
@@ -23,11 +24,6 @@ constexpr EndingRow kEndings[] = {
     {".raw", Kind::kRaw}, {".yuv", Kind::kRaw},
 };
 
-bool Mistaken(const char* command, const std::string& mistake) {
-  ReportUsage(command, mistake);
-  return false;
-}
-
 const EndingRow* FindEnding(const std::string& name) {
   std::string lower = name;
   std::transform(lower.begin(), lower.end(), lower.begin(),
@@ -43,6 +39,55 @@ int StoredType(const Target& target, const Image& image, bool isOpaque) {
   if (target.type != 0) return target.type;
   if (target.kind == Kind::kPng && image.Type() != QNPIXEL_RGBA32) return QNPIXEL_RGBA64;
   return isOpaque ? QNPIXEL_RGB24 : QNPIXEL_RGBA32;
+}
+
+bool HasAlpha(int type) {
+  constexpr int kTypes[] = {QNPIXEL_RGBA32, QNPIXEL_RGBA64, QNPIXEL_RGBAFLOAT,
+                            QNPIXEL_A46B,   QNPIXEL_F32I,   QNPIXEL_A410};
+  return std::find(std::begin(kTypes), std::end(kTypes), type) != std::end(kTypes);
+}
+
+// What a file gets: the picture in its type or as a frame.
+struct Stored {
+  int type = 0;
+  std::string typeName;
+  BITMAPINFOHEADER rawHeader = {};
+};
+
+Stored Describe(const Target& target, const Image& image, bool isOpaque) {
+  Stored stored;
+  if (target.kind == Kind::kRaw) {
+    stored.rawHeader = RawHeader(target.raw, image.Width(), image.Height());
+    stored.type = QnGetPixelType(&stored.rawHeader);
+    stored.typeName = FourccText(target.raw.fourcc);
+  } else {
+    stored.type = StoredType(target, image, isOpaque);
+    stored.typeName = FindPixelType(stored.type)->name;
+  }
+  return stored;
+}
+
+// Ends the writing, the status of which may be a failure, and tells of it; an exit code.
+int Finish(const Target& target, uint32_t width, uint32_t height, const std::string& type, OutputFile* file,
+           HRESULT status, const Message& details) {
+  if (InterruptSignal() != 0) return ReportInterrupt(target.name);
+  if (status != S_OK) file->Fail(status, details);
+  if (status != S_OK || !file->Commit()) return kExitFailed;
+  if (!target.quiet) {
+    std::printf("%s: %ux%u pixels, %s, %s\n", Shown(target.name).c_str(), width, height,
+                KindName(target.kind), type.c_str());
+  }
+  return kExitOk;
+}
+
+// Copies a frame whose layout stays.
+int CopyFrame(const InputFile& input, const RawFormat& format, const Target& target, OutputFile* output) {
+  Source source;
+  std::vector<uint8_t> frame;
+  if (!ReadRaw(input, format, &source, nullptr) || !ReadRawFrame(input, format, source, &frame))
+    return kExitFailed;
+  return Finish(target, format.width, format.height, FourccText(format.fourcc), output,
+                output->Write(frame.data(), frame.size()), {});
 }
 
 }  // namespace
@@ -62,6 +107,8 @@ bool ReadTarget(const char* command, const Arguments& arguments, const std::stri
     return ReadRawTarget(command, arguments, &target->raw) &&
            (target->raw.fourcc != 0 || Mistaken(command, "raw frames need --fourcc"));
   }
+  if (arguments.Has("out-fourcc"))
+    return Mistaken(command, "--out-fourcc is for raw frames, and OUT is none: end it in .raw or .yuv");
   if (!type) return true;
   const PixelTypeRow* const row = FindPixelType(*type);
   if (!row)
@@ -73,10 +120,7 @@ bool ReadTarget(const char* command, const Arguments& arguments, const std::stri
 }
 
 int WorkingTypeFor(const Target& target) {
-  if (target.kind != Kind::kRaw) return WorkingType(target.type);
-  const BITMAPINFOHEADER header = RawHeader(target.raw, 2, 2);
-  const int type = QnGetPixelType(&header);
-  return type < QNPIXEL_UYVY ? WorkingType(type) : IsDeep(type) ? QNPIXEL_RGBA64 : QNPIXEL_RGBA32;
+  return target.kind == Kind::kRaw ? WorkingTypeOf(target.raw) : WorkingType(target.type);
 }
 
 int ReportInterrupt(const std::string& target) {
@@ -84,34 +128,35 @@ int ReportInterrupt(const std::string& target) {
   return kExitInterruptedBase + InterruptSignal();
 }
 
-int WritePicture(const Target& target, const Image& image, const Palette& palette, OutputFile* file) {
+int WritePicture(const Target& target, const Image& image, const Palette& palette, OutputFile* file,
+                 const Inspection& inspect) {
+  const bool isOpaque = image.IsOpaque();
+  const Stored stored = Describe(target, image, isOpaque);
+  const int widest = target.kind == Kind::kRaw ? WorkingTypeOf(target.raw) : stored.type;
+  if (!CheckSides(*file, widest, image.Width(), image.Height())) return kExitFailed;
+  if (!isOpaque && !HasAlpha(stored.type))
+    ReportWarning(target.name, {messages::AlphaLeftOut, {Message(stored.typeName)}});
   HRESULT status = S_OK;
   Message details;
-  std::string type;
+  Image held;
   if (target.kind == Kind::kRaw) {
-    status = WriteRaw(target.raw, image, file, &details);
-    type = FourccText(target.raw.fourcc);
+    std::vector<uint8_t> frame;
+    status = EncodeRaw(target.raw, image, &frame, &details);
+    if (status == S_OK) status = file->Write(frame.data(), frame.size());
+    if (status == S_OK && inspect) status = DecodeRaw(target.raw, stored.rawHeader, frame, &held, &details);
   } else {
-    const bool isOpaque = image.IsOpaque();
-    const int stored = StoredType(target, image, isOpaque);
-    const Palette usual = UsualPalette(stored);
-    const Image pixels = image.ConvertedTo(stored, target.kind == Kind::kPng,
-                                           palette.size() == usual.size() ? palette : usual);
-    status = target.kind == Kind::kPng ? WritePng(pixels, isOpaque && target.type == 0, file)
-                                       : WriteBmp(pixels, file);
-    type = FindPixelType(stored)->name;
+    const Palette usual = UsualPalette(stored.type);
+    held = image.ConvertedTo(stored.type, target.kind == Kind::kPng,
+                             palette.size() == usual.size() ? palette : usual);
+    status =
+        target.kind == Kind::kPng ? WritePng(held, isOpaque && target.type == 0, file) : WriteBmp(held, file);
   }
-  if (InterruptSignal() != 0) return ReportInterrupt(target.name);
-  if (status != S_OK) file->Fail(status, details);
-  if (status != S_OK || !file->Commit()) return kExitFailed;
-  if (!target.quiet) {
-    std::printf("%s: %ux%u pixels, %s, %s\n", Shown(target.name).c_str(), image.Width(), image.Height(),
-                KindName(target.kind), type.c_str());
-  }
-  return kExitOk;
+  if (status == S_OK && inspect && InterruptSignal() == 0) inspect(held);
+  return Finish(target, image.Width(), image.Height(), stored.typeName, file, status, details);
 }
 
-int RunOnPicture(const char* command, const Arguments& arguments, const std::function<void(Image*)>& work) {
+int RunOnPicture(const char* command, const Arguments& arguments, const Work& work,
+                 const Inspection& inspect) {
   const auto& operands = arguments.Operands();
   if (operands.size() != 2) {
     ReportUsage(command, "two files are needed: IN and OUT");
@@ -123,6 +168,10 @@ int RunOnPicture(const char* command, const Arguments& arguments, const std::fun
   // The size that scale takes is that of OUT.
   if (std::string_view(command) != kScaleCommand.name && !ReadRawSource(command, arguments, &format))
     return kExitUsage;
+  if (format.width == 0 && arguments.Has("fourcc") && arguments.Has("out-fourcc")) {
+    Mistaken(command, "--fourcc is for raw frames in IN, which need --size");
+    return kExitUsage;
+  }
   if (!HasRawForItsOptions(command, arguments, target.kind == Kind::kRaw || format.width != 0))
     return kExitUsage;
   WatchInterrupts();
@@ -135,11 +184,13 @@ int RunOnPicture(const char* command, const Arguments& arguments, const std::fun
   OutputFile output;
   Source source;
   Image image;
-  if (!output.Create(target.name, target.overwrite) || !ReadSource(input, format, &source, &image))
-    return kExitFailed;
-  if (InterruptSignal() == 0) work(&image);
+  if (!output.Create(target.name, target.overwrite)) return kExitFailed;
+  if (!work && target.kind == Kind::kRaw && format.width != 0 && format.fourcc == target.raw.fourcc)
+    return CopyFrame(input, format, target, &output);
+  if (!ReadSource(input, format, &source, &image)) return kExitFailed;
+  if (InterruptSignal() == 0 && work && !work(output, &image)) return kExitFailed;
   return InterruptSignal() != 0 ? ReportInterrupt(target.name)
-                                : WritePicture(target, image, source.palette, &output);
+                                : WritePicture(target, image, source.palette, &output, inspect);
 }
 
 }  // namespace qnimage

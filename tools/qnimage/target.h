@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "tools/common/options.h"
 #include "tools/common/output_file.h"
@@ -39,22 +40,32 @@ bool ReadTarget(const char* command, const qntool::Arguments& arguments, const s
 // The depth of a new picture for the target: a type to work on.
 int WorkingTypeFor(const Target& target);
 
+// Looks at the picture as the target holds it.
+using Inspection = std::function<void(const Image& held)>;
+
 // Writes a picture of a type to work on and tells of it; the palette, where the target needs one, is that of
 // a source or empty. An exit code.
-int WritePicture(const Target& target, const Image& image, const Palette& palette, qntool::OutputFile* file);
+int WritePicture(const Target& target, const Image& image, const Palette& palette, qntool::OutputFile* file,
+                 const Inspection& inspect = {});
 
 // The exit code of an interrupted run, which is reported about the file that is not there then.
 int ReportInterrupt(const std::string& target);
 
-// Reads IN, lets `work` change it and writes OUT; an exit code. The work ends at once when a signal has come.
-int RunOnPicture(const char* command, const qntool::Arguments& arguments,
-                 const std::function<void(Image*)>& work);
+// Changes the picture that is read; `output` is there to report failures about, which end the command. Ends
+// at once when a signal has come.
+using Work = std::function<bool(const qntool::OutputFile& output, Image* image)>;
+
+// Reads IN, lets `work` change it and writes OUT; an exit code. Without work a raw frame whose layout stays
+// is copied as it is.
+int RunOnPicture(const char* command, const qntool::Arguments& arguments, const Work& work,
+                 const Inspection& inspect = {});
 
 // Write a picture behind each other; the status of a failure. Their types are the target's.
 HRESULT WriteBmp(const Image& image, qntool::OutputFile* file);
 HRESULT WritePng(const Image& image, bool isOpaque, qntool::OutputFile* file);
-// This one of a type to work on, with a sentence on a failure.
-HRESULT WriteRaw(const RawFormat& format, const Image& image, qntool::OutputFile* file,
-                 qntool::Message* details);
+
+// The frame of a picture of a type to work on; the status of a failure, which `details` explain.
+HRESULT EncodeRaw(const RawFormat& format, const Image& image, std::vector<uint8_t>* frame,
+                  qntool::Message* details);
 
 }  // namespace qnimage
