@@ -139,7 +139,8 @@ YuvToRgb HowToRgb(const YuvLayout& layout, const YuvMatrix& matrix, double range
 RgbToYuv HowToYuv(const YuvLayout& layout, const YuvMatrix& matrix, double range, LONG selector) {
   const bool full = range == 0.0;
   const double gain = full ? 1.0 : 219.0 / 255;
-  const auto scale = static_cast<float>(2 << (layout.bits - 8));
+  const int fraction = 16 - layout.bits;
+  const auto scale = static_cast<float>(fraction ? 256 : 512);
   const int sharing = ShapeOf(layout.rows).HasFullChroma() ? 1 : 2 * layout.lumaRows;
   RgbToYuv how = {};
   for (int i = 0; i < 3; ++i) {
@@ -149,7 +150,9 @@ RgbToYuv HowToYuv(const YuvLayout& layout, const YuvMatrix& matrix, double range
   }
   how.lumaOffset = full ? 0 : 16 * scale;
   how.chromaOffset = 128 * scale;
-  how.most = static_cast<float>(2 * ((1 << layout.bits) - 1));
+  how.fraction = fraction;
+  how.half = static_cast<WORD>(1 << fraction >> 1);
+  how.most = 0xFFFF;
   how.lowest = layout.lowest;
   how.leftPixel = selector & QNYUV_CHROMA_LEFT;
   how.upperRow = selector & QNYUV_CHROMA_UPPER;

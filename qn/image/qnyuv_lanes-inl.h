@@ -31,6 +31,7 @@ using TagHalfWord = hn::Rebind<uint16_t, TagInt>;
 using TagByte = hn::Rebind<uint8_t, TagInt>;
 using VecInt = hn::Vec<TagInt>;
 using VecFloat = hn::Vec<TagFloat>;
+using VecWord = hn::Vec<TagWord>;
 
 inline constexpr size_t kPairs = hn::MaxLanes(TagInt());  // of a step
 
@@ -51,9 +52,6 @@ inline VecInt LoadWords(const BYTE* from) {
 inline void StoreDoubles(VecInt x, BYTE* to) {
   hn::StoreU(x, TagInt(), reinterpret_cast<int32_t*>(to));
 }
-inline void StoreWords(VecInt x, BYTE* to) {
-  hn::StoreU(hn::DemoteTo(TagHalfWord(), x), TagHalfWord(), reinterpret_cast<uint16_t*>(to));
-}
 
 // Colours and samples are small, which saves what ConvertTo does about large floats.
 inline VecInt Truncate(VecFloat x) {
@@ -69,15 +67,77 @@ inline Couple LoadByteCouples(const BYTE* from) {
   const VecInt both = LoadWords(from);
   return {LowByte(both), hn::ShiftRight<8>(both)};
 }
-inline void StoreByteCouples(const Couple& x, BYTE* to) {
-  StoreWords(hn::Or(x.left, hn::ShiftLeft<8>(x.right)), to);
-}
 inline Couple SplitWords(VecInt both, int32_t mask) {
   const VecInt bits = hn::Set(TagInt(), mask);
   return {hn::And(both, bits), hn::And(hn::ShiftRight<16>(both), bits)};
 }
-inline VecInt JoinWords(VecInt low, VecInt high, int lowest) {
-  return hn::ShiftLeftSame(hn::Or(low, hn::ShiftLeft<16>(high)), lowest);
+
+#if QN_YUV_HAS_VBMI
+// Numbers clipped to words, in blocks of eight: four left ones, then the right ones.
+inline VecWord Pack(VecInt left, VecInt right) {
+  return VecWord{_mm512_packus_epi32(left.raw, right.raw)};
+}
+
+enum class Order { kWords, kHighBytes, kHighBytesOfHalves };
+
+// Where the bytes of pixels in their order, or of the left ones and the right ones, are in blocks.
+template <Order kOrder>
+struct alignas(64) BlockOrder {
+  uint8_t at[64];
+
+  constexpr BlockOrder() : at() {
+    for (int i = 0; i < 64; ++i) {
+      const int word = kOrder == Order::kWords       ? i / 2
+                       : kOrder == Order::kHighBytes ? i % 32
+                                                     : i % 16 * 2 + i / 16 % 2;
+      const int pair = word / 2;
+      const int place = pair / 4 * 8 + word % 2 * 4 + pair % 4;
+      at[i] = static_cast<uint8_t>(2 * place + (kOrder == Order::kWords ? i % 2 : 1));
+    }
+  }
+};
+
+template <Order kOrder>
+VecWord InOrder(VecWord blocks) {
+  static constexpr BlockOrder<kOrder> kTable;
+  return VecWord{_mm512_permutexvar_epi8(_mm512_load_si512(kTable.at), blocks.raw)};
+}
+inline VecWord InOrder(VecWord blocks) {
+  return InOrder<Order::kWords>(blocks);
+}
+inline void StoreHighBytes(VecWord x, BYTE* to) {
+  _mm256_storeu_si256(reinterpret_cast<__m256i*>(to),
+                      _mm512_castsi512_si256(InOrder<Order::kHighBytes>(x).raw));
+}
+inline void StoreHighBytes(VecWord x, BYTE* toLeft, BYTE* toRight) {
+  const __m256i both = _mm512_castsi512_si256(InOrder<Order::kHighBytesOfHalves>(x).raw);
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(toLeft), _mm256_castsi256_si128(both));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(toRight), _mm256_extracti128_si256(both, 1));
+}
+#else
+// Numbers clipped to words.
+inline VecWord Pack(VecInt left, VecInt right) {
+  const TagWord d;
+  const auto clip = [](VecInt x) {
+    return hn::Min(hn::Max(x, hn::Zero(TagInt())), hn::Set(TagInt(), 0xFFFF));
+  };
+  return hn::OddEven(hn::BitCast(d, hn::ShiftLeft<16>(clip(right))), hn::BitCast(d, clip(left)));
+}
+inline VecWord InOrder(VecWord x) {
+  return x;
+}
+inline void StoreHighBytes(VecWord x, BYTE* to) {
+  const hn::Rebind<uint8_t, TagShort> d;
+  hn::StoreU(hn::DemoteTo(d, hn::BitCast(TagShort(), hn::ShiftRight<8>(x))), d, to);
+}
+inline void StoreHighBytes(VecWord x, BYTE* toLeft, BYTE* toRight) {
+  const VecInt bytes = hn::BitCast(TagInt(), hn::ShiftRight<8>(x));
+  hn::StoreU(hn::DemoteTo(TagByte(), LowByte(bytes)), TagByte(), toLeft);
+  hn::StoreU(hn::DemoteTo(TagByte(), hn::ShiftRight<16>(bytes)), TagByte(), toRight);
+}
+#endif
+inline void StoreWords(VecWord x, BYTE* to) {
+  hn::StoreU(InOrder(x), TagWord(), reinterpret_cast<uint16_t*>(to));
 }
 
 // The samples of pairs of pixels, by kind of rows; where a pair shares its chroma, that is on the left.
@@ -91,6 +151,7 @@ template <RowKind kKind>
 struct Rows {
   static constexpr RowShape kShape = ShapeOf(kKind);
   static constexpr bool kFullChroma = kShape.HasFullChroma();
+  static constexpr bool kIsBytes = kKind <= RowKind::kPixels;
 
   static Samples Load(const YuvRow& row, size_t pair, int32_t mask) {
     const BYTE* const luma = row.luma + pair * kShape.luma;
@@ -142,43 +203,36 @@ struct Rows {
     return x;
   }
 
-  static void Store(const Samples& x, int lowest, const YuvRow& row, size_t pair) {
+  // Words as Pack() orders them, bytes in the high ones: of luma, then of U and V, or of both in couples
+  // where a pair shares them, which leaves `v` unused.
+  static void Store(VecWord y, VecWord u, VecWord v, const YuvRow& row, size_t pair) {
+    const TagWord d;
     BYTE* const luma = row.luma + pair * kShape.luma;
     if constexpr (kKind == RowKind::kUYVY || kKind == RowKind::kYUYV) {
-      constexpr bool kLumaFirst = kKind == RowKind::kYUYV;
-      const VecInt chroma = hn::Or(x.u.left, hn::ShiftLeft<16>(x.v.left));
-      const VecInt lumas = hn::Or(x.luma.left, hn::ShiftLeft<16>(x.luma.right));
-      StoreDoubles(
-          kLumaFirst ? hn::Or(lumas, hn::ShiftLeft<8>(chroma)) : hn::Or(chroma, hn::ShiftLeft<8>(lumas)),
-          luma);
+      const VecWord first = kKind == RowKind::kYUYV ? y : u;
+      const VecWord second = kKind == RowKind::kYUYV ? u : y;
+      StoreWords(hn::OrAnd(hn::ShiftRight<8>(first), second, hn::Set(d, 0xFF00)), luma);
     } else if constexpr (kKind == RowKind::kUYVYWords || kKind == RowKind::kYUYVWords) {
-      constexpr bool kLumaFirst = kKind == RowKind::kYUYVWords;
-      const auto join = [lowest](VecInt y, VecInt chroma) {
-        return kLumaFirst ? JoinWords(y, chroma, lowest) : JoinWords(chroma, y, lowest);
-      };
-      hn::StoreInterleaved2(join(x.luma.left, x.u.left), join(x.luma.right, x.v.left), TagInt(),
-                            reinterpret_cast<int32_t*>(luma));
+      const VecWord first = kKind == RowKind::kYUYVWords ? y : u;
+      const VecWord second = kKind == RowKind::kYUYVWords ? u : y;
+      hn::StoreInterleaved2(InOrder(first), InOrder(second), d, reinterpret_cast<uint16_t*>(luma));
     } else {
-      constexpr bool kBytes = kShape.luma == 2;
-      const auto store = [lowest](const Couple& each, BYTE* to) {
-        if constexpr (kBytes) {
-          StoreByteCouples(each, to);
+      const auto store = [](VecWord x, BYTE* to) {
+        if constexpr (kIsBytes) {
+          StoreHighBytes(x, to);
         } else {
-          StoreDoubles(JoinWords(each.left, each.right, lowest), to);
+          StoreWords(x, to);
         }
       };
-      store(x.luma, luma);
+      store(y, luma);
       if (!row.u) return;
-      BYTE* const u = row.u + pair * kShape.u;
-      BYTE* const v = row.v + pair * kShape.v;
-      if constexpr (kFullChroma) {
-        store(x.u, u);
-        store(x.v, v);
-      } else if constexpr (kShape.v == 0) {
-        store({x.u.left, x.v.left}, u);
+      BYTE* const toU = row.u + pair * kShape.u;
+      BYTE* const toV = row.v + pair * kShape.v;
+      if constexpr (kKind == RowKind::kPairs) {
+        StoreHighBytes(u, toU, toV);
       } else {
-        hn::StoreU(hn::DemoteTo(TagByte(), x.u.left), TagByte(), u);
-        hn::StoreU(hn::DemoteTo(TagByte(), x.v.left), TagByte(), v);
+        store(u, toU);
+        if constexpr (kFullChroma) store(v, toV);
       }
     }
   }
@@ -194,11 +248,18 @@ struct Rest {
   YuvRow Row() { return {luma, u, v}; }
 };
 
-struct Colours {
-  VecFloat blue;
-  VecFloat green;
-  VecFloat red;
+template <class Vec>
+struct ColoursOf {
+  Vec blue;
+  Vec green;
+  Vec red;
 };
+using Colours = ColoursOf<VecFloat>;
+using WholeColours = ColoursOf<VecInt>;
+template <class Vec>
+ColoursOf<Vec> Sum(const ColoursOf<Vec>& a, const ColoursOf<Vec>& b) {
+  return {hn::Add(a.blue, b.blue), hn::Add(a.green, b.green), hn::Add(a.red, b.red)};
+}
 
 // A colour of 32nds as byte in bits 5 to 12 of each word, halves rounded up.
 inline hn::Vec<TagWord> Round(VecFloat left, VecFloat right) {
@@ -220,6 +281,7 @@ template <>
 struct Pixels<RgbKind::kTriples> {
   static constexpr size_t kBytes = RgbBytes(RgbKind::kTriples);
   static constexpr float kUnits[3] = {1, 1, 1};  // of red, green and blue when loaded
+  using Loaded = WholeColours;
   static constexpr float kScale = 32;
   using TagHalfByte = hn::Rebind<uint8_t, TagShort>;
 
@@ -231,13 +293,12 @@ struct Pixels<RgbKind::kTriples> {
                           Byte(left.red, right.red), TagHalfByte(), to);
   }
 
-  static void Split(hn::Vec<TagHalfByte> both, VecFloat& left, VecFloat& right) {
-    const TagFloat d;
+  static void Split(hn::Vec<TagHalfByte> both, VecInt& left, VecInt& right) {
     const VecInt words = hn::BitCast(TagInt(), hn::PromoteTo(TagShort(), both));
-    left = hn::ConvertTo(d, LowByte(words));
-    right = hn::ConvertTo(d, hn::ShiftRight<16>(words));
+    left = LowByte(words);
+    right = hn::ShiftRight<16>(words);
   }
-  static void Load(const BYTE* from, Colours& left, Colours& right) {
+  static void Load(const BYTE* from, WholeColours& left, WholeColours& right) {
     hn::Vec<TagHalfByte> blue, green, red;
     hn::LoadInterleaved3(TagHalfByte(), from, blue, green, red);
     Split(blue, left.blue, right.blue);
@@ -247,11 +308,6 @@ struct Pixels<RgbKind::kTriples> {
 };
 
 #if QN_YUV_HAS_VBMI
-// Colours of 256ths, clipped, in blocks of eight words: four left pixels, then the right ones.
-inline hn::Vec<TagWord> PackBlocks(VecInt left, VecInt right) {
-  return hn::Vec<TagWord>{_mm512_packus_epi32(left.raw, right.raw)};
-}
-
 // Where the words of pixels in their order are among those of blue and green, and of red and alpha.
 struct alignas(64) WordOrder {
   uint16_t at[64];
@@ -290,8 +346,7 @@ struct Pixels<RgbKind::kBytes> {
   // Halves are rounded up.
   static void Store(const Colours& left, const Colours& right, BYTE* to) {
     const auto round = [](VecFloat leftPixels, VecFloat rightPixels) {
-      return hn::SaturatedAdd(PackBlocks(Truncate(leftPixels), Truncate(rightPixels)),
-                              hn::Set(TagWord(), 128));
+      return hn::SaturatedAdd(Pack(Truncate(leftPixels), Truncate(rightPixels)), hn::Set(TagWord(), 128));
     };
     StoreBlocks(round(left.blue, right.blue), round(left.green, right.green), round(left.red, right.red), to);
   }
@@ -311,13 +366,12 @@ struct Pixels<RgbKind::kBytes> {
 
   // The colours stay where they are in a pixel, which makes them so many times as large.
   static constexpr float kUnits[3] = {65536, 256, 1};
-  static Colours Split(VecInt pixels) {
-    const TagFloat d;
-    const TagInt dInt;
-    return {hn::ConvertTo(d, LowByte(pixels)), hn::ConvertTo(d, hn::And(pixels, hn::Set(dInt, 0xFF00))),
-            hn::ConvertTo(d, hn::And(pixels, hn::Set(dInt, 0xFF0000)))};
+  using Loaded = WholeColours;
+  static WholeColours Split(VecInt pixels) {
+    const TagInt d;
+    return {LowByte(pixels), hn::And(pixels, hn::Set(d, 0xFF00)), hn::And(pixels, hn::Set(d, 0xFF0000))};
   }
-  static void Load(const BYTE* from, Colours& left, Colours& right) {
+  static void Load(const BYTE* from, WholeColours& left, WholeColours& right) {
     VecInt leftPixels;
     VecInt rightPixels;
     hn::LoadInterleaved2(TagInt(), reinterpret_cast<const int32_t*>(from), leftPixels, rightPixels);
@@ -330,6 +384,7 @@ template <>
 struct Pixels<RgbKind::kFloats> {
   static constexpr size_t kBytes = RgbBytes(RgbKind::kFloats);
   static constexpr float kUnits[3] = {1, 1, 1};
+  using Loaded = Colours;
   static constexpr float kScale = 1;
 
   static VecFloat Clip(VecFloat x) {

@@ -5,6 +5,7 @@
 #define HWY_TARGET_INCLUDE "qn/image/qnyuv_rows.cpp"
 #include "qn/audio/qncopy_targets.h"
 //
+#include <type_traits>
 #include <utility>
 
 #include "hwy/foreach_target.h"
@@ -16,10 +17,6 @@ namespace qn {
 namespace HWY_NAMESPACE {
 
 constexpr size_t kStep = 2 * kPairs;  // pixels
-
-inline VecInt Whole(VecFloat doubled) {
-  return hn::ShiftRight<1>(hn::Add(Truncate(doubled), hn::Set(TagInt(), 1)));
-}
 
 // Samples less their offset, which is a power of two or 0, times a factor. A fused operation rounds as the
 // product of the difference does, since both are exact before.
@@ -68,7 +65,7 @@ void FixedStepsToRgb(const YuvRow& yuv, size_t pairs, const YuvToRgb& how, BYTE*
     const auto colour = [&](VecInt by) {
       const VecInt sum = hn::Add(VecInt{_mm512_madd_epi16(centred, by.raw)}, hn::Set(d, 2048));
       const VecInt rest = hn::ShiftRight<4>(sum);
-      return PackBlocks(hn::Add(left, rest), hn::Add(right, rest));
+      return Pack(hn::Add(left, rest), hn::Add(right, rest));
     };
     StoreBlocks(colour(blueBy), colour(greenBy), colour(redBy), rgb + pair * 8);
   }
@@ -137,7 +134,7 @@ void RowToRgb(const YuvRow& yuv, size_t width, const YuvToRgb& how, BYTE* rgb) {
 }
 
 #if QN_YUV_HAS_VBMI
-// The same as below for factors of whole 2048ths, in integers.
+// The same as below for factors of whole 16ths, in integers.
 void FixedStepsToYuv(const BYTE* rgb, size_t pairs, const RgbToYuv& how, YuvRow yuv) {
   const TagInt d;
   const TagShort dShort;
@@ -160,7 +157,7 @@ void FixedStepsToYuv(const BYTE* rgb, size_t pairs, const RgbToYuv& how, YuvRow 
         : blueRed(hn::Set(TagInt(), (Whole(by[2]) & 0xFFFF) | Whole(by[0]) * 65536)),
           green(hn::Set(TagInt(), Whole(by[1]) & 0xFFFF)),
           offset(hn::Set(TagInt(), Whole(plus) + 2048)) {}
-    static int32_t Whole(float factor) { return static_cast<int32_t>(factor * 2048); }
+    static int32_t Whole(float factor) { return static_cast<int32_t>(factor * 16); }
   };
   const auto sample = [](const Words& x, const Weights& by) {
     const VecInt ends{_mm512_madd_epi16(x.blueRed.raw, by.blueRed.raw)};
@@ -195,9 +192,7 @@ void StepsToYuv(const BYTE* rgb, const BYTE* lowerRgb, size_t pairs, const RgbTo
     if (how.isFixed) return FixedStepsToYuv(rgb, pairs, how, yuv);
   }
 #endif
-  const TagFloat d;
-  const VecFloat least = hn::Set(d, how.least);
-  const VecFloat most = hn::Set(d, how.most);
+  const TagWord dWord;
   // The colours' factors and what is added.
   struct Weights {
     VecFloat red;
@@ -214,40 +209,61 @@ void StepsToYuv(const BYTE* rgb, const BYTE* lowerRgb, size_t pairs, const RgbTo
   const Weights toLuma(how.luma, how.lumaOffset);
   const Weights toU(how.u, how.chromaOffset);
   const Weights toV(how.v, how.chromaOffset);
-  const auto sample = [&](const Colours& x, const Weights& by) {
-    const VecFloat all =
-        hn::Add(hn::Add(hn::Mul(x.red, by.red), hn::Mul(x.green, by.green)), hn::Mul(x.blue, by.blue));
-    return Whole(hn::Min(hn::Max(hn::Add(all, by.offset), least), most));
-  };
-  const auto sum = [](const Colours& a, const Colours& b) {
-    return Colours{hn::Add(a.blue, b.blue), hn::Add(a.green, b.green), hn::Add(a.red, b.red)};
-  };
-  const bool leftPixel = how.leftPixel;
-  const bool upperRow = how.upperRow;
+  const VecWord least = hn::Set(dWord, how.least);
+  const VecWord most = hn::Set(dWord, how.most);
+  const VecWord half = hn::Set(dWord, how.half);
+  const int fraction = how.fraction;
   const int lowest = how.lowest;
-  constexpr bool kFullChroma = Rows<kRows>::kFullChroma;
+  const bool isHalves = how.fraction == 0;
+  constexpr bool kIsBytes = Rows<kRows>::kIsBytes;
+  using Loaded = typename Pixels<kRgb>::Loaded;
+  const auto product = [](auto x, VecFloat by) {
+    if constexpr (std::is_same_v<decltype(x), VecInt>) {
+      return hn::Mul(hn::ConvertTo(TagFloat(), x), by);
+    } else {
+      return hn::Mul(x, by);
+    }
+  };
+  const auto weigh = [&](const Loaded& x, const Weights& by) {
+    const VecFloat redGreen = hn::Add(product(x.red, by.red), product(x.green, by.green));
+    return hn::Add(hn::Add(redGreen, product(x.blue, by.blue)), by.offset);
+  };
+  const auto samples = [&](const Loaded& left, const Weights& byLeft, const Loaded& right,
+                           const Weights& byRight) {
+    const auto whole = [isHalves](VecFloat x) {
+      const VecInt parts = Truncate(x);
+      if (!kIsBytes && isHalves) return hn::ShiftRight<1>(hn::Add(parts, hn::Set(TagInt(), 1)));
+      return parts;
+    };
+    const VecWord all =
+        hn::SaturatedAdd(Pack(whole(weigh(left, byLeft)), whole(weigh(right, byRight))), half);
+    if constexpr (kRows == RowKind::kUYVY) return hn::Min(hn::Max(all, least), most);
+    if constexpr (kIsBytes) return all;
+    return hn::ShiftLeftSame(hn::ShiftRightSame(all, fraction), lowest);
+  };
+  const auto couple = [leftPixel = how.leftPixel](const Loaded& left, const Loaded& right) {
+    if (leftPixel) [[unlikely]]
+      return Sum(left, left);
+    return Sum(left, right);
+  };
+  const bool upperRow = how.upperRow;
   for (size_t pair = 0; pair < pairs; pair += kPairs) {
     const size_t at = pair * 2 * Pixels<kRgb>::kBytes;
-    Colours left, right;
+    Loaded left, right;
     Pixels<kRgb>::Load(rgb + at, left, right);
-    Samples x;
-    x.luma = {sample(left, toLuma), sample(right, toLuma)};
-    Colours shared = left;
-    if constexpr (!kFullChroma) shared = sum(left, leftPixel ? left : right);
-    if (lower.luma) {
-      Pixels<kRgb>::Load(lowerRgb + at, left, right);
-      const Samples second = {{sample(left, toLuma), sample(right, toLuma)}, x.luma, x.luma};
-      Rows<kRows>::Store(second, lowest, lower, pair);
-      const Colours below = upperRow ? shared : sum(left, leftPixel ? left : right);
-      shared = sum(shared, below);
+    const VecWord luma = samples(left, toLuma, right, toLuma);
+    if constexpr (Rows<kRows>::kFullChroma) {
+      Rows<kRows>::Store(luma, samples(left, toU, right, toU), samples(left, toV, right, toV), yuv, pair);
+    } else {
+      Loaded shared = couple(left, right);
+      if (lower.luma) {
+        Pixels<kRgb>::Load(lowerRgb + at, left, right);
+        Rows<kRows>::Store(samples(left, toLuma, right, toLuma), luma, luma, lower, pair);
+        shared = Sum(shared, upperRow ? shared : couple(left, right));
+      }
+      const VecWord chroma = samples(shared, toU, shared, toV);
+      Rows<kRows>::Store(luma, chroma, chroma, yuv, pair);
     }
-    x.u.left = sample(shared, toU);
-    x.v.left = sample(shared, toV);
-    if constexpr (kFullChroma) {
-      x.u.right = sample(right, toU);
-      x.v.right = sample(right, toV);
-    }
-    Rows<kRows>::Store(x, lowest, yuv, pair);
   }
 }
 

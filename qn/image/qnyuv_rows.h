@@ -35,20 +35,23 @@ struct YuvToRgb {
   bool isFixed;  // all factors are whole 4096ths, that of luma is 1
 };
 
-// Factors from red, green and blue in 0 to 255 to twice the sample, so that its halves are seen; those of
-// chroma are for the sum of the pixels that share it.
+// Factors from red, green and blue in 0 to 255 to a sample with its fraction, which fill a word together; to
+// twice the sample of a whole word, so that its halves are seen. Those of chroma are for the sum of the
+// pixels that share it.
 struct RgbToYuv {
   float luma[3];
   float u[3];
   float v[3];
   float lumaOffset;
   float chromaOffset;
-  float least;  // twice the smallest and the largest sample
-  float most;
+  int fraction;  // the bits of it
+  WORD half;     // of a sample; 0 for a whole word
+  WORD least;    // the smallest and the largest sample of "UYVY", with all of its fraction
+  WORD most;
   int lowest;      // the bit of a word where a sample starts
   bool leftPixel;  // the chroma of a pair is that of its left pixel
   bool upperRow;   // the chroma of two rows is that of the upper one
-  bool isFixed;    // all factors are whole 2048ths, samples lie in 1 to 254
+  bool isFixed;    // all factors are whole 16ths, samples lie in 1 to 254
 };
 
 using YuvToRgbRow = void (*)(const YuvRow& yuv, size_t width, const YuvToRgb& how, BYTE* rgb);

@@ -99,13 +99,15 @@ YuvToRgb ExactToRgb(const FixedMatrix& by) {
 RgbToYuv ExactToYuv(const FixedMatrix& by) {
   RgbToYuv how = {};
   for (int i = 0; i < 3; ++i) {
-    how.luma[i] = Factor(by.luma[i], 2);
-    how.u[i] = Factor(by.u[i], 2);
-    how.v[i] = Factor(by.v[i], 2);
+    how.luma[i] = Factor(by.luma[i], 256);
+    how.u[i] = Factor(by.u[i], 256);
+    how.v[i] = Factor(by.v[i], 256);
   }
-  how.chromaOffset = 2 * 128;
-  how.least = 2 * 1;
-  how.most = 2 * 254;
+  how.chromaOffset = 128 * 256;
+  how.fraction = 8;
+  how.half = 128;
+  how.least = 1 * 256;
+  how.most = 254 * 256 + 255;
   how.isFixed = true;
   return how;
 }
