@@ -80,7 +80,8 @@ void Print(const std::string& name, const Source& source) {
   PrintLine("Rows", source.fromTop ? "from the top" : "from the bottom");
   if (!source.palette.empty()) PrintLine("Palette", std::to_string(source.colours) + " colours");
   if (source.kind != Kind::kRaw) return;
-  PrintLine("Frames", std::to_string(source.frames) + " of " + Message::Bytes(source.frameBytes).English());
+  PrintLine("Frames",
+            Message::Number(source.frames).English() + " of " + Message::Bytes(source.frameBytes).English());
   if (source.restBytes != 0) PrintLine("Rest", Message::Bytes(source.restBytes).English());
   for (const Plane& plane : PlanesOf(source)) {
     PrintLine(("Plane " + plane.name).c_str(),
