@@ -3,7 +3,6 @@
 
 #include "qn/kernel/qnqueue_internal.h"
 #include "qn/platform/file.h"
-#include "qn/platform/wait_internal.h"
 
 namespace {
 
@@ -35,19 +34,21 @@ tQNQELM* Find(tQNQHEAD* head, Direction direction, QNQUEUEMATCH match, ULONGLONG
 // it are woken outside of the lock, which they will want at once.
 void InsertAtEnd(tQNQHEAD* head, tQNQELM* element, Direction from) {
   if (!head || !element) return;
-  qn::HandleSlot* waiters = nullptr;
+  qn::HandleSlot* event = nullptr;
   {
     const QueueGuard guard(head);
     tQNQELM* const place = from == Direction::kBackward ? head : Load(head->next);
     if (!place || !Load(head->prev)) return;
+    const bool alone = !First(head);
     qn::LinkBefore(place, element);
-    const HANDLE event = EventOf(head);
-    bool signalled;
-    if (Load(element->next) == head && Load(element->prev) == head && event) {
-      waiters = qn::SignalEvent(event, &signalled);
+    if (!alone) return;
+    if (guard.IsNested()) {  // in a predicate: the lock stays, and with it the fence that follows below
+      if (const HANDLE live = EventOf(head)) SetEvent(live);
+      return;
     }
+    event = qn::WriteSignal(EventOf(head), true);
   }
-  if (waiters) qn::WakeWaiters(waiters);
+  if (event) qn::WakeWaiters(event);  // leaving the lock was the fence
 }
 
 void InsertOrdered(tQNQHEAD* head, Direction direction, QNQUEUEMATCH match, ULONGLONG parameter,
@@ -102,12 +103,6 @@ BOOL MoveElement(tQNQHEAD* head, tQNQELM* element, Direction end) {
 
 }  // namespace
 
-void qn::Take(tQNQHEAD* head, tQNQELM* element) {
-  Unlink(element);
-  if (First(head)) return;
-  if (const HANDLE event = EventOf(head)) UnsignalEvent(event);
-}
-
 BOOL QnQueueInitialize(tQNQHEAD* head) {
   if (!head) return 0;
   if (const HANDLE live = EventOf(head)) {
@@ -129,9 +124,9 @@ void QnQueueDelete(tQNQHEAD* head) {
   const HANDLE event = std::atomic_ref(head->event).exchange(nullptr, std::memory_order_acq_rel);
   if (!event) return;
   SetEvent(event);
-  CloseHandle(event);
   {
-    const QueueGuard guard(head);  // waits for those that are inside
+    const QueueGuard guard(head);  // waits for those that are inside, who may be writing the event's signal
+    CloseHandle(event);
     qn::Empty(head);
   }
   DeleteCriticalSection(&head->lock);

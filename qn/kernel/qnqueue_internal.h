@@ -4,6 +4,8 @@
 #include <atomic>
 
 #include "qn/kernel/qnqueue.h"
+#include "qn/platform/sync_internal.h"
+#include "qn/platform/wait_internal.h"
 
 namespace qn {
 
@@ -21,10 +23,13 @@ inline HANDLE EventOf(tQNQHEAD* head) {
 
 class QueueGuard {
  public:
-  explicit QueueGuard(tQNQHEAD* head) : lock_(&head->lock) { EnterCriticalSection(lock_); }
-  ~QueueGuard() { LeaveCriticalSection(lock_); }
+  explicit QueueGuard(tQNQHEAD* head) : lock_(&head->lock) { Enter(lock_); }
+  ~QueueGuard() { LeaveOwned(lock_); }
   QueueGuard(const QueueGuard&) = delete;
   QueueGuard& operator=(const QueueGuard&) = delete;
+
+  // True if the thread was in the lock before, and will be after.
+  bool IsNested() const { return lock_->RecursionCount > 1; }
 
  private:
   CRITICAL_SECTION* const lock_;
@@ -70,6 +75,9 @@ inline bool IsLinked(tQNQELM* element) {
 }
 
 // Takes an element out; the event is reset with the last one.
-void Take(tQNQHEAD* head, tQNQELM* element);
+inline void Take(tQNQHEAD* head, tQNQELM* element) {
+  Unlink(element);
+  if (!First(head)) WriteSignal(EventOf(head), false);
+}
 
 }  // namespace qn

@@ -41,16 +41,15 @@ Next AfterWait(DWORD result, DWORD handleCount, bool pump) {
 }
 
 // Takes the first or the last element, if there is one.
-tQNQELM* TakeFrom(tQNQHEAD* head, bool front) {
+inline tQNQELM* TakeFrom(tQNQHEAD* head, bool front) {
   const QueueGuard guard(head);
   tQNQELM* const element = front ? qn::First(head) : qn::Last(head);
   if (element) qn::Take(head, element);
   return element;
 }
 
-// One plain wait.
-tQNQELM* RemoveWithOneWait(tQNQHEAD* head, bool front, DWORD timeout, DWORD* waitResult) {
-  if (tQNQELM* const element = TakeFrom(head, front)) return element;
+// One plain wait, and another look.
+tQNQELM* WaitOnceAndTake(tQNQHEAD* head, bool front, DWORD timeout, DWORD* waitResult) {
   const HANDLE event = EventOf(head);
   if (timeout == 0 || !event) return nullptr;
   const DWORD result = WaitForSingleObject(event, timeout);
@@ -58,10 +57,15 @@ tQNQELM* RemoveWithOneWait(tQNQHEAD* head, bool front, DWORD timeout, DWORD* wai
   return EventOf(head) ? TakeFrom(head, front) : nullptr;
 }
 
+inline tQNQELM* RemoveWithOneWait(tQNQHEAD* head, bool front, DWORD timeout, DWORD* waitResult) {
+  tQNQELM* const element = TakeFrom(head, front);
+  return element ? element : WaitOnceAndTake(head, front, timeout, waitResult);
+}
+
 }  // namespace
 
 tQNQELM* QnQueueRemove(tQNQHEAD* head, DWORD timeout) {
-  return QnQueueRemoveEx(head, nullptr, 0, 0, timeout, nullptr);
+  return head ? RemoveWithOneWait(head, true, timeout, nullptr) : nullptr;
 }
 
 tQNQELM* QnQueueRemoveAlertable(tQNQHEAD* head, DWORD timeout) {

@@ -13,8 +13,6 @@
 namespace qn {
 namespace {
 
-constinit std::atomic<int> g_waiting = 0;
-
 uint32_t* FutexOf(HandleSlot* slot) {
   static_assert(std::endian::native == std::endian::little && std::atomic<uint64_t>::is_always_lock_free);
   return reinterpret_cast<uint32_t*>(&slot->state);
@@ -28,16 +26,31 @@ void Sleep(HandleSlot* slot, uint64_t state, int64_t deadline) {
 }
 
 DWORD WaitForEvent(HandleSlot* slot, uint32_t generation, DWORD milliseconds) {
-  uint64_t armed = 0;
-  DWORD result = LookAtEvent(slot, generation, kLookTake, &armed);
+  uint64_t seen = 0;
+  DWORD result = LookAtEvent(slot, generation, true, &seen);
   if (result != WAIT_TIMEOUT || milliseconds == 0) return result;
   const int64_t deadline = DeadlineAfter(milliseconds);
-  const WaitingThread waiting;
+  slot->waiters.fetch_add(1);
   for (;;) {
-    result = LookAtEvent(slot, generation, kLookTake | kLookArm, &armed);
-    if (result != WAIT_TIMEOUT || (deadline != kNoDeadline && MonotonicNow() >= deadline)) return result;
-    Sleep(slot, armed, deadline);
+    result = LookAtEvent(slot, generation, true, &seen);
+    if (result != WAIT_TIMEOUT || (deadline != kNoDeadline && MonotonicNow() >= deadline)) break;
+    Sleep(slot, seen, deadline);
   }
+  slot->waiters.fetch_sub(1);
+  return result;
+}
+
+// Changes the state of an event that is open; false if there is none.
+template <typename Change>
+bool ChangeEvent(HANDLE event, Change change) {
+  HandleSlot* const slot = FindSlot(event);
+  if (!slot) return FailWith(ERROR_INVALID_HANDLE);
+  uint64_t state = slot->state.load(std::memory_order_relaxed);
+  do {
+    if (!IsEventOf(state, GenerationOf(event))) return FailWith(ERROR_INVALID_HANDLE);
+  } while (!slot->state.compare_exchange_weak(state, change(state)));
+  WakeWaiters(slot);
+  return true;
 }
 
 }  // namespace
@@ -52,77 +65,30 @@ int64_t DeadlineAfter(DWORD milliseconds) {
   return milliseconds == INFINITE ? kNoDeadline : MonotonicNow() + int64_t{milliseconds} * 1'000'000;
 }
 
-WaitingThread::WaitingThread() {
-  g_waiting.fetch_add(1, std::memory_order_seq_cst);
-}
-WaitingThread::~WaitingThread() {
-  g_waiting.fetch_sub(1, std::memory_order_release);
-}
-bool IsAnyThreadWaiting() {
-  return g_waiting.load(std::memory_order_seq_cst) != 0;
-}
-
-DWORD LookAtEvent(HandleSlot* slot, uint32_t generation, unsigned flags, uint64_t* armed) {
-  uint64_t state = slot->state.load(std::memory_order_acquire);
+DWORD LookAtEvent(HandleSlot* slot, uint32_t generation, bool take, uint64_t* seen) {
   for (;;) {
+    uint64_t state = slot->state.load();
     const bool open = IsEventOf(state, generation);
-    if (*armed != 0 && (*armed & kSlotAutoReset) == 0) {
+    if (*seen != 0 && (*seen & kSlotAutoReset) == 0) {
       // A signal releases all waiters of the moment, even if it was taken back since, or the event was
       // closed, which counts too.
-      const uint64_t counts = (state & kSlotCount) - (*armed & kSlotCount);
-      if ((counts & kSlotCount) > (open ? 0 : kSlotCountOne)) return WAIT_OBJECT_0;
+      const uint64_t counts = (state - *seen) & kSlotCount;
+      if (counts > (open ? 0 : kSlotCountOne)) return WAIT_OBJECT_0;
     }
     if (!open) {
       SetLastError(ERROR_INVALID_HANDLE);
       return WAIT_FAILED;
     }
-    uint64_t next = state;
-    if (state & kSlotSignalled) {
-      if ((state & kSlotAutoReset) == 0 || (flags & kLookTake) == 0) return WAIT_OBJECT_0;
-      next = state & ~kSlotSignalled;
-    } else {
-      if ((flags & kLookArm) == 0) return WAIT_TIMEOUT;
-      next = state | kSlotWaiters;
-    }
-    if (next == state || slot->state.compare_exchange_weak(state, next, std::memory_order_acq_rel,
-                                                           std::memory_order_acquire)) {
-      if (state & kSlotSignalled) return WAIT_OBJECT_0;
-      *armed = next;
-      return WAIT_TIMEOUT;
-    }
+    *seen = state;
+    if ((state & kSlotSignalled) == 0) return WAIT_TIMEOUT;
+    if ((state & kSlotAutoReset) == 0 || !take) return WAIT_OBJECT_0;
+    if (slot->state.compare_exchange_weak(state, Unsignalled(state))) return WAIT_OBJECT_0;
   }
 }
 
-HandleSlot* SignalEvent(HANDLE event, bool* found) {
-  HandleSlot* const slot = FindSlot(event);
-  *found = false;
-  if (!slot) return nullptr;
-  uint64_t state = slot->state.load(std::memory_order_relaxed);
-  uint64_t next;
-  do {
-    if (!IsEventOf(state, GenerationOf(event))) return nullptr;
-    next = ((state & kSlotSignalled ? state : Counted(state)) | kSlotSignalled) & ~kSlotWaiters;
-  } while (
-      !slot->state.compare_exchange_weak(state, next, std::memory_order_acq_rel, std::memory_order_relaxed));
-  *found = true;
-  return state & kSlotWaiters ? slot : nullptr;
-}
-
-void WakeWaiters(HandleSlot* slot) {
-  if (!slot) return;
+void WakeAll(HandleSlot* slot) {
   syscall(SYS_futex, FutexOf(slot), FUTEX_WAKE_PRIVATE, INT_MAX, nullptr, nullptr, 0);
   WakeMultiWaits(slot);
-}
-
-bool UnsignalEvent(HANDLE event) {
-  HandleSlot* const slot = FindSlot(event);
-  if (!slot) return false;
-  uint64_t state = slot->state.load(std::memory_order_relaxed);
-  do {
-    if (!IsEventOf(state, GenerationOf(event))) return false;
-  } while (!slot->state.compare_exchange_weak(state, state & ~kSlotSignalled, std::memory_order_acq_rel,
-                                              std::memory_order_relaxed));
-  return true;
 }
 
 }  // namespace qn
@@ -141,13 +107,11 @@ HANDLE CreateEventW(void*, BOOL manualReset, BOOL initialState, const WCHAR* nam
 }
 
 BOOL SetEvent(HANDLE event) {
-  bool found;
-  qn::WakeWaiters(qn::SignalEvent(event, &found));
-  return found ? TRUE : qn::FailWith(ERROR_INVALID_HANDLE);
+  return qn::ChangeEvent(event, qn::Signalled) ? TRUE : FALSE;
 }
 
 BOOL ResetEvent(HANDLE event) {
-  return qn::UnsignalEvent(event) ? TRUE : qn::FailWith(ERROR_INVALID_HANDLE);
+  return qn::ChangeEvent(event, qn::Unsignalled) ? TRUE : FALSE;
 }
 
 DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds) {

@@ -2,7 +2,6 @@
 #include <sys/random.h>
 #include <unistd.h>
 
-#include <bit>
 #include <mutex>
 #include <new>
 #include <utility>
@@ -14,12 +13,11 @@
 #include "qn/platform/wait_internal.h"
 
 namespace qn {
+
+constinit std::atomic<HandleSlot*> g_chunks[kChunks] = {};
+
 namespace {
 
-// Slots stand in chunks, each of twice the size of the one before.
-constexpr unsigned kFirstChunk = 64;
-constexpr unsigned kFirstChunkBits = 6;
-constexpr unsigned kChunks = 24;  // numbers of slots have 30 bits in a handle
 constexpr uint32_t kNone = 0xFFFFFFFF;
 
 // All that changes under the mutex. It has no destructor to run at exit, where others may still close
@@ -33,17 +31,10 @@ struct HandleTable {
 
 constinit std::mutex g_mutex;
 constinit HandleTable g_table;
-constinit std::atomic<HandleSlot*> g_chunks[kChunks] = {};
 
-// Handle values: slot + 1 in bits 2 to 31 (values are multiples of 4, as hosts expect), generation above.
 HANDLE Encode(uint32_t slot, uint32_t generation) {
   const uint64_t value = (uint64_t{generation} << 32) | (uint64_t{slot + 1} << 2);
   return reinterpret_cast<HANDLE>(static_cast<uintptr_t>(value));
-}
-
-// The slot of a handle, from 1.
-uint32_t NumberOf(HANDLE handle) {
-  return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(handle)) >> 2;
 }
 
 // Generation 0 would give values that look like the published numbers of keys, and with 0xFFFFFFFF a slot
@@ -61,63 +52,49 @@ uint32_t RandomGeneration() {
   return NextGeneration(random);
 }
 
-constexpr unsigned ChunkOf(uint32_t slot) {
-  return static_cast<unsigned>(std::bit_width(slot + kFirstChunk)) - 1 - kFirstChunkBits;
-}
-constexpr uint32_t ChunkSize(unsigned chunk) {
-  return kFirstChunk << chunk;
-}
-
-HandleSlot* SlotAt(uint32_t slot) {
-  const unsigned chunk = ChunkOf(slot);
-  if (chunk >= kChunks) return nullptr;
-  HandleSlot* const slots = g_chunks[chunk].load(std::memory_order_acquire);
-  return slots ? slots + (slot + kFirstChunk - ChunkSize(chunk)) : nullptr;
-}
-
-// A slot for a new handle, under the mutex; kNone without memory.
-uint32_t TakeSlot() {
+// A slot for a new handle, under the mutex; null without memory.
+HandleSlot* TakeSlot(uint32_t* number) {
   if (g_table.owner == 0) g_table = {getpid(), RandomGeneration(), 0, kNone};
-  if (const uint32_t slot = g_table.freeSlot; slot != kNone) {
-    g_table.freeSlot = SlotAt(slot)->nextFree;
+  if (g_table.freeSlot != kNone) {
+    *number = g_table.freeSlot;
+    HandleSlot* const slot = SlotAt(*number);
+    if (slot) g_table.freeSlot = slot->nextFree;
     return slot;
   }
-  const uint32_t slot = g_table.used;
-  const unsigned chunk = ChunkOf(slot);
-  if (chunk >= kChunks) return kNone;
+  *number = g_table.used;
+  const unsigned chunk = ChunkOf(*number);
+  if (chunk >= kChunks) return nullptr;
   if (!g_chunks[chunk].load(std::memory_order_relaxed)) {
     HandleSlot* const slots = new (std::nothrow) HandleSlot[ChunkSize(chunk)];
-    if (!slots) return kNone;
+    if (!slots) return nullptr;
     for (uint32_t i = 0; i < ChunkSize(chunk); ++i) {
       slots[i].state.store(uint64_t{g_table.firstGeneration} << 32, std::memory_order_relaxed);
     }
     g_chunks[chunk].store(slots, std::memory_order_release);
   }
   ++g_table.used;
-  return slot;
+  return SlotAt(*number);
 }
 
 HANDLE Open(uint64_t flags, std::shared_ptr<SystemObject> object) {
   const std::lock_guard guard(g_mutex);
-  const uint32_t number = TakeSlot();
-  if (number == kNone) return nullptr;
-  HandleSlot& slot = *SlotAt(number);
-  slot.object = std::move(object);
-  const uint64_t state = slot.state.load(std::memory_order_relaxed);
-  slot.state.store(state | kSlotOpen | flags, std::memory_order_release);
+  uint32_t number;
+  HandleSlot* const slot = TakeSlot(&number);
+  if (!slot) return nullptr;
+  slot->object = std::move(object);
+  const uint64_t state = slot->state.load(std::memory_order_relaxed);
+  slot->state.store(state | kSlotOpen | flags, std::memory_order_release);
   return Encode(number, GenerationOf(state));
 }
 
-// Ends a slot's handle: the generation goes on, and whoever waits finds that out when woken. Tells if
-// somebody does.
-bool Close(HandleSlot& slot) {
+// Ends a slot's handle: the generation goes on, and whoever waits finds that out when woken.
+void Close(HandleSlot& slot) {
   uint64_t state = slot.state.load(std::memory_order_relaxed);
   uint64_t closed;
   do {
     const uint64_t count = Counted(state) & kSlotCount;
     closed = (uint64_t{NextGeneration(GenerationOf(state))} << 32) | count;
-  } while (!slot.state.compare_exchange_weak(state, closed, std::memory_order_acq_rel));
-  return (state & kSlotWaiters) != 0;
+  } while (!slot.state.compare_exchange_weak(state, closed));
 }
 
 bool IsOpen(const HandleSlot& slot, HANDLE handle) {
@@ -129,15 +106,14 @@ bool IsOpen(const HandleSlot& slot, HANDLE handle) {
 bool Remove(HANDLE handle, std::shared_ptr<SystemObject>* object) {
   HandleSlot* const slot = FindSlot(handle);
   if (!slot) return false;
-  bool waiters;
   {
     const std::lock_guard guard(g_mutex);
     if (!IsOpen(*slot, handle)) return false;
-    waiters = Close(*slot);
+    Close(*slot);
     *object = std::move(slot->object);
     slot->nextFree = std::exchange(g_table.freeSlot, NumberOf(handle) - 1);
   }
-  if (waiters) WakeWaiters(slot);
+  WakeWaiters(slot);
   return true;
 }
 
@@ -151,11 +127,6 @@ void UnlockTable() {
 [[maybe_unused]] const int g_forkHandlers = pthread_atfork(LockTable, UnlockTable, UnlockTable);
 
 }  // namespace
-
-HandleSlot* FindSlot(HANDLE handle) {
-  const uint32_t number = NumberOf(handle);
-  return number == 0 || (reinterpret_cast<uintptr_t>(handle) & 3) != 0 ? nullptr : SlotAt(number - 1);
-}
 
 HANDLE AddHandle(std::shared_ptr<SystemObject> object) {
   return Open(0, std::move(object));
@@ -189,14 +160,17 @@ void ReleaseHandles() {
   }
   ReleaseThreads();
   for (unsigned i = 0; i < kChunks; ++i) {
-    for (uint32_t slot = 0; chunks[i] && slot < ChunkSize(i); ++slot) {
-      if (Close(chunks[i][slot])) WakeWaiters(&chunks[i][slot]);
-      chunks[i][slot].object = nullptr;
+    bool waited = false;
+    for (uint32_t j = 0; chunks[i] && j < ChunkSize(i); ++j) {
+      HandleSlot& slot = chunks[i][j];
+      Close(slot);
+      waited = waited || slot.waiters.load() != 0;
+      WakeWaiters(&slot);
+      slot.object = nullptr;
     }
+    // While another thread still waits, as one may at the end of a process, its slot stays.
+    if (!waited) delete[] chunks[i];
   }
-  // While another thread still waits, as one may at the end of a process, its slot stays.
-  if (IsAnyThreadWaiting()) return;
-  for (const HandleSlot* chunk : chunks) delete[] chunk;
 }
 
 }  // namespace qn

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <atomic>
+#include <bit>
 #include <memory>
 
 #include "qn/platform/types.h"
@@ -38,6 +39,7 @@ struct alignas(64) HandleSlot {
   // Bits 32 to 63: the generation of the handle, or of the next one while none is open. Bits 8 to 31: a count
   // of the signals of the events that lived here and of their ends. Below: kSlot*.
   std::atomic<uint64_t> state = 0;
+  std::atomic<uint32_t> waiters = 0;  // threads that are to be woken when the state changes
   uint32_t nextFree = 0;
   std::shared_ptr<SystemObject> object;  // null for an event
 };
@@ -46,7 +48,6 @@ constexpr uint64_t kSlotOpen = 1;
 constexpr uint64_t kSlotEvent = 2;
 constexpr uint64_t kSlotAutoReset = 4;
 constexpr uint64_t kSlotSignalled = 8;
-constexpr uint64_t kSlotWaiters = 16;  // who signals or closes the event has somebody to wake
 constexpr uint64_t kSlotCountOne = 256;
 constexpr uint64_t kSlotCount = 0xFFFFFF00;
 
@@ -66,8 +67,35 @@ constexpr bool IsEventOf(uint64_t state, uint32_t generation) {
   return GenerationOf(state) == generation && (state & (kSlotOpen | kSlotEvent)) == (kSlotOpen | kSlotEvent);
 }
 
+// Slots stand in chunks, each of twice the size of the one before.
+constexpr unsigned kFirstChunkBits = 6;
+constexpr unsigned kFirstChunk = 1 << kFirstChunkBits;
+constexpr unsigned kChunks = 24;  // numbers of slots have 30 bits in a handle
+extern constinit std::atomic<HandleSlot*> g_chunks[kChunks];
+
+constexpr unsigned ChunkOf(uint32_t slot) {
+  return static_cast<unsigned>(std::bit_width(slot + kFirstChunk)) - 1 - kFirstChunkBits;
+}
+constexpr uint32_t ChunkSize(unsigned chunk) {
+  return kFirstChunk << chunk;
+}
+inline HandleSlot* SlotAt(uint32_t slot) {
+  const unsigned chunk = ChunkOf(slot);
+  if (chunk >= kChunks) return nullptr;
+  HandleSlot* const slots = g_chunks[chunk].load(std::memory_order_acquire);
+  return slots ? slots + (slot + kFirstChunk - ChunkSize(chunk)) : nullptr;
+}
+
+// Handle values: slot + 1 in bits 2 to 31 (values are multiples of 4, as hosts expect), generation above.
+inline uint32_t NumberOf(HANDLE handle) {
+  return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(handle)) >> 2;
+}
+
 // The slot that a handle names, whatever is in it now; null for none.
-HandleSlot* FindSlot(HANDLE handle);
+inline HandleSlot* FindSlot(HANDLE handle) {
+  const uint32_t number = NumberOf(handle);
+  return number == 0 || (reinterpret_cast<uintptr_t>(handle) & 3) != 0 ? nullptr : SlotAt(number - 1);
+}
 
 // A new handle for an event: `flags` are kSlotAutoReset and kSlotSignalled. Null when there is no memory.
 HANDLE AddEvent(uint64_t flags);

@@ -4,38 +4,26 @@
 #include <time.h>
 #include <unistd.h>
 
-#include <atomic>
+#include "qn/platform/sync_internal.h"
 
-namespace {
+namespace qn {
 
-constexpr LONG kFree = 0;
-constexpr LONG kHeld = 1;
-constexpr LONG kContended = 2;
+constinit thread_local DWORD t_threadId = 0;
 
-constexpr int64_t kCounterFrequency = 10'000'000;
-
-// Owner ids are compared by threads that do not hold the section, so they are read and written as atomics.
-std::atomic_ref<HANDLE> Owner(CRITICAL_SECTION* section) {
-  return std::atomic_ref(section->OwningThread);
-}
-std::atomic_ref<LONG> State(CRITICAL_SECTION* section) {
-  return std::atomic_ref(section->LockCount);
-}
-
-HANDLE OwnId() {
-  return reinterpret_cast<HANDLE>(static_cast<uintptr_t>(GetCurrentThreadId()));
-}
-
-void TakeOwnership(CRITICAL_SECTION* section, HANDLE self) {
-  Owner(section).store(self, std::memory_order_relaxed);
+void EnterContended(CRITICAL_SECTION* section) {
+  // Whoever had to wait leaves the state contended: that costs one wake-up too many at worst.
+  while (StateOf(section).exchange(kSectionContended, std::memory_order_acquire) != kSectionFree) {
+    StateOf(section).wait(kSectionContended, std::memory_order_relaxed);
+  }
+  OwnerOf(section).store(OwnId(), std::memory_order_relaxed);
   section->RecursionCount = 1;
 }
 
-bool EnterAgain(CRITICAL_SECTION* section, HANDLE self) {
-  if (Owner(section).load(std::memory_order_relaxed) != self) return false;
-  ++section->RecursionCount;
-  return true;
-}
+}  // namespace qn
+
+namespace {
+
+constexpr int64_t kCounterFrequency = 10'000'000;
 
 timespec Now() {
   timespec now;
@@ -56,39 +44,18 @@ void InitializeCriticalSection(CRITICAL_SECTION* section) {
 void DeleteCriticalSection(CRITICAL_SECTION*) {}
 
 BOOL TryEnterCriticalSection(CRITICAL_SECTION* section) {
-  const HANDLE self = OwnId();
-  if (EnterAgain(section, self)) return TRUE;
-  LONG expected = kFree;
-  if (!State(section).compare_exchange_strong(expected, kHeld, std::memory_order_acquire)) return FALSE;
-  TakeOwnership(section, self);
-  return TRUE;
+  return qn::TryEnter(section) ? TRUE : FALSE;
 }
-
 void EnterCriticalSection(CRITICAL_SECTION* section) {
-  const HANDLE self = OwnId();
-  if (EnterAgain(section, self)) return;
-  LONG expected = kFree;
-  if (!State(section).compare_exchange_strong(expected, kHeld, std::memory_order_acquire)) {
-    // Whoever had to wait leaves the state contended: that costs one wake-up too many at worst.
-    while (State(section).exchange(kContended, std::memory_order_acquire) != kFree) {
-      State(section).wait(kContended, std::memory_order_relaxed);
-    }
-  }
-  TakeOwnership(section, self);
+  qn::Enter(section);
 }
-
 void LeaveCriticalSection(CRITICAL_SECTION* section) {
-  if (Owner(section).load(std::memory_order_relaxed) != OwnId()) return;
-  if (--section->RecursionCount > 0) return;
-  Owner(section).store(nullptr, std::memory_order_relaxed);
-  if (State(section).exchange(kFree, std::memory_order_release) == kContended) State(section).notify_one();
+  qn::Leave(section);
 }
 
 DWORD GetCurrentThreadId() {
-  // In a signal too, where the first use of other thread-local memory might allocate.
-  __attribute__((tls_model("initial-exec"))) constinit static thread_local DWORD id = 0;
-  if (id == 0) id = static_cast<DWORD>(syscall(SYS_gettid));
-  return id;
+  if (qn::t_threadId == 0) qn::t_threadId = static_cast<DWORD>(syscall(SYS_gettid));
+  return qn::t_threadId;
 }
 
 DWORD GetTickCount() {

@@ -24,7 +24,7 @@ bool IsReadable(int descriptor) {
 struct WaitItem {
   HANDLE handle = nullptr;
   qn::HandleSlot* slot = nullptr;
-  uint64_t armed = 0;
+  uint64_t seen = 0;
   std::shared_ptr<qn::SystemObject> object;
   bool ready = false;  // at the latest look of a wait for all
 
@@ -36,8 +36,8 @@ struct WaitItem {
     object = qn::FindHandle(handle);
     return object && object->WaitDescriptor() >= 0;
   }
-  DWORD Look(unsigned flags) {
-    if (slot) return qn::LookAtEvent(slot, qn::GenerationOf(handle), flags, &armed);
+  DWORD Look(bool take) {
+    if (slot) return qn::LookAtEvent(slot, qn::GenerationOf(handle), take, &seen);
     return IsReadable(object->WaitDescriptor()) ? WAIT_OBJECT_0 : WAIT_TIMEOUT;
   }
   void GiveBack() const {
@@ -121,11 +121,9 @@ class MultiWait {
            t_messages->HasInput(wakeMask_, (flags_ & MWMO_INPUTAVAILABLE) != 0);
   }
 
-  unsigned Arm() const { return wakeUp_ >= 0 ? qn::kLookArm : 0; }
-
   DWORD LookForOne() {
     for (DWORD i = 0; i < count_; ++i) {
-      const DWORD result = items_[i].Look(qn::kLookTake | Arm());
+      const DWORD result = items_[i].Look(true);
       if (result != WAIT_TIMEOUT) return result == WAIT_OBJECT_0 ? i : result;
     }
     return HasInput() ? count_ : WAIT_TIMEOUT;
@@ -136,15 +134,15 @@ class MultiWait {
     for (;;) {
       bool all = wakeMask_ == 0 || HasInput();
       for (DWORD i = 0; i < count_; ++i) {
-        items_[i].armed = 0;  // a signal that is gone again does not count here
-        const DWORD look = items_[i].Look(Arm());
+        items_[i].seen = 0;  // a signal that is gone again does not count here
+        const DWORD look = items_[i].Look(false);
         if (look == WAIT_FAILED) return look;
         items_[i].ready = look == WAIT_OBJECT_0;
         all = all && items_[i].ready;
       }
       if (!all) return WAIT_TIMEOUT;
       DWORD taken = 0;
-      while (taken < count_ && items_[taken].Look(qn::kLookTake) == WAIT_OBJECT_0) ++taken;
+      while (taken < count_ && items_[taken].Look(true) == WAIT_OBJECT_0) ++taken;
       if (taken == count_) return WAIT_OBJECT_0;
       while (taken > 0) items_[--taken].GiveBack();
     }
@@ -154,6 +152,7 @@ class MultiWait {
   bool Join() {
     wakeUp_ = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
     if (wakeUp_ < 0) return false;
+    CountIn(1);
     const std::lock_guard guard(g_mutex);
     next_ = g_first;
     if (next_) next_->previous_ = this;
@@ -169,7 +168,13 @@ class MultiWait {
       if (next_) next_->previous_ = previous_;
       g_count.fetch_sub(1, std::memory_order_relaxed);
     }
+    CountIn(-1);
     close(wakeUp_);
+  }
+  void CountIn(int difference) {
+    for (DWORD i = 0; i < count_; ++i) {
+      if (items_[i].slot) items_[i].slot->waiters.fetch_add(static_cast<uint32_t>(difference));
+    }
   }
 
   // A wait for all does not watch what it has already: that would end each sleep at once.
@@ -187,7 +192,6 @@ class MultiWait {
     eventfd_read(wakeUp_, &woken);
   }
 
-  const qn::WaitingThread waiting_;
   const DWORD thread_ = GetCurrentThreadId();
   const DWORD count_;
   const DWORD wakeMask_;

@@ -27,37 +27,41 @@ class ThreadMessages {
 // Sets the messages of the calling thread, which stay the caller's; null takes them away.
 void SetThreadMessages(ThreadMessages* messages);
 
-// SetEvent in two steps, for a caller that signals inside of a lock: who is woken should not run into that
-// lock. `*found` tells if there is such an event. It is signalled at once; the slot, which may be null, goes
-// to WakeWaiters outside.
-HandleSlot* SignalEvent(HANDLE event, bool* found);
-void WakeWaiters(HandleSlot* slot);
+// Wakes whoever waits for what a slot stands for, if anybody does. The state must have changed before, by an
+// atomic exchange or with a full fence in between: waiters count themselves before they look at it.
+void WakeAll(HandleSlot* slot);
+inline void WakeWaiters(HandleSlot* slot) {
+  if (slot->waiters.load() != 0) WakeAll(slot);
+}
 
-// Takes the signal back, as ResetEvent does.
-bool UnsignalEvent(HANDLE event);
+constexpr uint64_t Signalled(uint64_t state) {
+  return (state & kSlotSignalled ? state : Counted(state)) | kSlotSignalled;
+}
+constexpr uint64_t Unsignalled(uint64_t state) {
+  return state & ~kSlotSignalled;
+}
+
+// For the owner of an event who makes all changes to it inside of a lock: a plain write, without the exchange
+// that SetEvent and ResetEvent need. Gives the slot, for WakeWaiters after a full fence; null for no event.
+inline HandleSlot* WriteSignal(HANDLE event, bool signalled) {
+  HandleSlot* const slot = FindSlot(event);
+  if (!slot) return nullptr;
+  const uint64_t state = slot->state.load(std::memory_order_relaxed);
+  if (!IsEventOf(state, GenerationOf(event))) return nullptr;
+  slot->state.store(signalled ? Signalled(state) : Unsignalled(state), std::memory_order_release);
+  return slot;
+}
 
 // The monotonic clock in nanoseconds, and the end of a wait by it: kNoDeadline for INFINITE.
 constexpr int64_t kNoDeadline = -1;
 int64_t MonotonicNow();
 int64_t DeadlineAfter(DWORD milliseconds);
 
-// Counts the threads that sleep: what they look at when they wake up must stay.
-bool IsAnyThreadWaiting();
-class WaitingThread {
- public:
-  WaitingThread();
-  ~WaitingThread();
-  WaitingThread(const WaitingThread&) = delete;
-  WaitingThread& operator=(const WaitingThread&) = delete;
-};
-
 // Looks at an event for a wait on it: WAIT_OBJECT_0 if it is signalled, WAIT_TIMEOUT if not, WAIT_FAILED if
-// it is closed. With kLookTake the signal of an auto-reset event is taken. With kLookArm, whoever signals the
-// event from now on wakes the waiters. Between two looks the signal of a manual-reset event may have come and
-// gone, which releases the wait as well: it keeps what it has seen in `*armed`, 0 at first.
-constexpr unsigned kLookTake = 1;
-constexpr unsigned kLookArm = 2;
-DWORD LookAtEvent(HandleSlot* slot, uint32_t generation, unsigned flags, uint64_t* armed);
+// it is closed. With `take` the signal of an auto-reset event is taken. Between two looks the signal of a
+// manual-reset event may have come and gone, which releases the wait as well: it keeps what it has seen in
+// `*seen`, 0 at first.
+DWORD LookAtEvent(HandleSlot* slot, uint32_t generation, bool take, uint64_t* seen);
 
 // Wakes the waits on several objects that a slot is one of.
 void WakeMultiWaits(const HandleSlot* slot);
