@@ -306,17 +306,71 @@ void RowsToYuv(const BYTE* rgb, const BYTE* lowerRgb, size_t width, const RgbToY
 }
 
 // v210 goes through words of its samples, a chunk of pixels at a time.
-constexpr size_t kChunk = 96;
+constexpr size_t kChunk = 480;
 constexpr size_t kChunkDoubles = kChunk / 6 * 4;
-static_assert(kChunk % kStep == 0 && kChunkDoubles % kPairs == 0);
+static_assert(kChunk % kStep == 0 && kChunkDoubles % (2 * kPairs) == 0);
 constexpr size_t V210Bytes(size_t pixels) {
   return (pixels + 5) / 6 * 16;
 }
 
-void UnpackV210(const BYTE* from, BYTE* words) {
+// Reads and writes whole steps of 2 * kPairs double words, of which `doubles` are the first ones.
+#if QN_YUV_HAS_VBMI
+struct V210Order {
+  // For each third of a step's words: the first double word of its vector, the bytes around each sample, and
+  // what shifts it to the upper end of its word.
+  static constexpr size_t kFirst[3] = {0, 10, 16};
+  alignas(64) uint8_t bytes[3][64] = {};
+  alignas(64) uint16_t factors[3][32] = {};
+  // Where the first two samples of a double word are among 48 words, and the last one.
+  alignas(64) uint16_t couples[32] = {};
+  alignas(64) uint16_t last[32] = {};
+
+  constexpr V210Order() {
+    for (size_t i = 0; i < 96; ++i) {
+      const size_t byte = (i / 3 - kFirst[i / 32]) * 4 + i % 3;
+      bytes[i / 32][i % 32 * 2] = static_cast<uint8_t>(byte);
+      bytes[i / 32][i % 32 * 2 + 1] = static_cast<uint8_t>(byte + 1);
+      factors[i / 32][i % 32] = static_cast<uint16_t>(64 >> i % 3 * 2);
+    }
+    for (size_t i = 0; i < 32; ++i) {
+      couples[i] = Among(i / 2 * 3 + i % 2);
+      last[i] = Among(i / 2 * 3 + 2);
+    }
+  }
+  // The second vector has the last 32 of the words.
+  static constexpr uint16_t Among(size_t word) { return static_cast<uint16_t>(word < 32 ? word : word + 16); }
+};
+constexpr V210Order kV210Order;
+
+void UnpackV210(const BYTE* from, size_t doubles, BYTE* words) {
+  const TagWord d;
+  for (size_t at = 0; at < doubles; at += 2 * kPairs) {
+    for (size_t third = 0; third < 3; ++third) {
+      const VecInt all = LoadDoubles(from + (at + V210Order::kFirst[third]) * 4);
+      const VecWord samples{_mm512_permutexvar_epi8(_mm512_load_si512(kV210Order.bytes[third]), all.raw)};
+      const VecWord high = hn::Mul(samples, hn::Load(d, kV210Order.factors[third]));
+      hn::StoreU(hn::ShiftRight<6>(high), d, reinterpret_cast<uint16_t*>(words) + at * 3 + third * 32);
+    }
+  }
+}
+
+void PackV210(const BYTE* words, size_t doubles, BYTE* to) {
+  const __m512i couples = _mm512_load_si512(kV210Order.couples);
+  const __m512i last = _mm512_load_si512(kV210Order.last);
+  for (size_t at = 0; at < doubles; at += kPairs) {
+    const __m512i low = _mm512_loadu_si512(words + at * 6);
+    const __m512i high = _mm512_loadu_si512(words + at * 6 + 32);
+    const __m512i two =
+        _mm512_madd_epi16(_mm512_permutex2var_epi16(low, couples, high), _mm512_set1_epi32(0x04000001));
+    const VecInt third{_mm512_permutex2var_epi16(low, last, high)};
+    StoreDoubles(hn::Or(VecInt{two}, hn::ShiftLeft<20>(third)), to + at * 4);
+  }
+}
+#else
+void UnpackV210(const BYTE* from, size_t doubles, BYTE* words) {
   const TagHalfWord d;
   const VecInt mask = hn::Set(TagInt(), 0x3FF);
-  for (size_t at = 0; at < kChunkDoubles; at += kPairs) {
+  for (size_t at = 0; at < doubles; at += kPairs) {
     const VecInt all = LoadDoubles(from + at * 4);
     hn::StoreInterleaved3(hn::DemoteTo(d, hn::And(all, mask)),
                           hn::DemoteTo(d, hn::And(hn::ShiftRight<10>(all), mask)),
@@ -325,10 +379,10 @@ void UnpackV210(const BYTE* from, BYTE* words) {
   }
 }
 
-void PackV210(const BYTE* words, BYTE* to) {
+void PackV210(const BYTE* words, size_t doubles, BYTE* to) {
   const TagHalfWord d;
   const TagInt dInt;
-  for (size_t at = 0; at < kChunkDoubles; at += kPairs) {
+  for (size_t at = 0; at < doubles; at += kPairs) {
     hn::Vec<TagHalfWord> low, middle, high;
     hn::LoadInterleaved3(d, reinterpret_cast<const uint16_t*>(words) + at * 3, low, middle, high);
     StoreDoubles(hn::Or(hn::PromoteTo(dInt, low), hn::Or(hn::ShiftLeft<10>(hn::PromoteTo(dInt, middle)),
@@ -336,6 +390,7 @@ void PackV210(const BYTE* words, BYTE* to) {
                  to + at * 4);
   }
 }
+#endif
 
 template <RgbKind kRgb>
 void V210ToRgb(const YuvRow& yuv, size_t width, const YuvToRgb& how, BYTE* rgb) {
@@ -349,7 +404,7 @@ void V210ToRgb(const YuvRow& yuv, size_t width, const YuvToRgb& how, BYTE* rgb) 
       std::memcpy(rest, from, V210Bytes(count));
       from = rest;
     }
-    UnpackV210(from, words);
+    UnpackV210(from, V210Bytes(count) / 4, words);
     RowToRgb<RowKind::kUYVYWords, kRgb>({words, nullptr, nullptr}, count, how,
                                         rgb + done * Pixels<kRgb>::kBytes);
   }
@@ -366,10 +421,10 @@ void RgbToV210(const BYTE* rgb, const BYTE*, size_t width, const RgbToYuv& how, 
                                          {words, nullptr, nullptr}, {});
     BYTE* const to = yuv.luma + V210Bytes(done);
     if (count == kChunk) {
-      PackV210(words, to);
+      PackV210(words, kChunkDoubles, to);
     } else {
       BYTE rest[kChunkDoubles * 4];
-      PackV210(words, rest);
+      PackV210(words, V210Bytes(count) / 4, rest);
       std::memcpy(to, rest, V210Bytes(count));
     }
   }
