@@ -88,17 +88,24 @@ QN_API DWORD GetFileSize(HANDLE file, DWORD* high);
 QN_API BOOL GetFileSizeEx(HANDLE file, LARGE_INTEGER* size);
 
 constexpr DWORD PAGE_READONLY = 2;
+constexpr DWORD PAGE_READWRITE = 4;
+constexpr DWORD FILE_MAP_WRITE = 2;
 constexpr DWORD FILE_MAP_READ = 4;
 
-// Makes the whole file, as long as it is now, ready for views that are read: `protection` is PAGE_READONLY,
-// the sizes are 0 and `name` is null (else last error 87). Returns the handle, to be closed with CloseHandle,
-// or null with the last error: 6 a bad handle, 1006 an empty file.
+// Makes ready for views either a whole file, as long as it is now, to be read: `protection` is PAGE_READONLY
+// and the sizes are 0. Or, with INVALID_HANDLE_VALUE for `file`, new zeroed memory that other processes can
+// share (see process.h): `protection` is PAGE_READWRITE and the sizes are the halves of its bytes, not 0.
+// Only what is touched of it takes room. While one of these is open a thread of the library answers other
+// processes that ask for it. `name` is null (else, as for what is not so, last error 87). Returns the handle,
+// to be closed with CloseHandle, or null with the last error: 6 a bad handle, 1006 an empty file.
 QN_API HANDLE CreateFileMappingW(HANDLE file, void* security, DWORD protection, DWORD sizeHigh, DWORD sizeLow,
                                  const WCHAR* name);
 
-// The file's bytes in memory from its start on, all for 0 `bytes`: `access` is FILE_MAP_READ and the offset 0
+// The bytes of a mapping in memory from its start on, all for 0 `bytes`: `access` is FILE_MAP_READ, of shared
+// memory also FILE_MAP_WRITE, which can be read too, or both; the offset is 0 and `bytes` within the mapping
 // (else last error 87). The view outlives both handles; give it back with UnmapViewOfFile. Null with the last
-// error on failure. Memory behind the end of a file that was cut meanwhile must not be touched.
+// error on failure. Memory behind the end of a file that was cut meanwhile must not be touched; shared memory
+// cannot be cut.
 QN_API void* MapViewOfFile(HANDLE mapping, DWORD access, DWORD offsetHigh, DWORD offsetLow, SIZE_T bytes);
 
 // Zero with last error 487 for what is no view.

@@ -1,4 +1,4 @@
-// Views of files: read only, the whole file.
+// Views of files, read only, and of shared memory, from the start on.
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -9,24 +9,11 @@
 #include <utility>
 
 #include "qn/platform/error_internal.h"
-#include "qn/platform/file_internal.h"
+#include "qn/platform/mapping_object_internal.h"
 #include "qn/platform/unload_internal.h"
 
 namespace qn {
 namespace {
-
-// What a handle of CreateFileMappingW stands for. It keeps the file open, as a published mapping does.
-class MappingObject final : public SystemObject {
- public:
-  MappingObject(std::shared_ptr<FileObject> file, size_t bytes) : file_(std::move(file)), bytes_(bytes) {}
-
-  int Descriptor() const { return file_->Descriptor(); }
-  size_t Bytes() const { return bytes_; }
-
- private:
-  std::shared_ptr<FileObject> file_;
-  size_t bytes_;
-};
 
 using Views = std::map<const void*, size_t>;
 
@@ -46,6 +33,7 @@ bool AddView(const void* view, size_t bytes) try {
 }  // namespace
 
 void ReleaseViews() {
+  StopServing();
   const std::lock_guard guard(g_mutex);
   if (!g_views) return;
   for (const auto& [view, bytes] : *g_views) munmap(const_cast<void*>(view), bytes);
@@ -58,12 +46,17 @@ inline namespace qnplatform {
 
 HANDLE CreateFileMappingW(HANDLE handle, void*, DWORD protection, DWORD high, DWORD low,
                           const WCHAR* name) try {
-  const auto file = qn::FindFile(handle);
-  if (!file) return nullptr;
-  if (protection != PAGE_READONLY || high || low || name) {
+  const uint64_t bytes = uint64_t{high} << 32 | low;
+  const bool isShared = handle == INVALID_HANDLE_VALUE;
+  const auto file = isShared ? nullptr : qn::FindFile(handle);
+  if (!isShared && !file) return nullptr;
+  const bool isPossible =
+      isShared ? protection == PAGE_READWRITE && bytes : protection == PAGE_READONLY && !bytes;
+  if (!isPossible || name) {
     qn::FailWith(ERROR_INVALID_PARAMETER);
     return nullptr;
   }
+  if (isShared) return qn::MakeSharedMapping(bytes);
   struct stat info;
   if (fstat(file->Descriptor(), &info) != 0) {
     qn::FailWithErrno();
@@ -74,7 +67,7 @@ HANDLE CreateFileMappingW(HANDLE handle, void*, DWORD protection, DWORD high, DW
     return nullptr;
   }
   const HANDLE mapping =
-      qn::AddHandle(std::make_shared<qn::MappingObject>(file, static_cast<size_t>(info.st_size)));
+      qn::AddHandle(std::make_shared<qn::FileMapping>(file, static_cast<size_t>(info.st_size)));
   if (!mapping) qn::FailWith(ERROR_NOT_ENOUGH_MEMORY);
   return mapping;
 } catch (const std::bad_alloc&) {
@@ -84,12 +77,14 @@ HANDLE CreateFileMappingW(HANDLE handle, void*, DWORD protection, DWORD high, DW
 
 void* MapViewOfFile(HANDLE handle, DWORD access, DWORD high, DWORD low, SIZE_T bytes) {
   const auto mapping = std::dynamic_pointer_cast<qn::MappingObject>(qn::FindHandle(handle));
-  if (!mapping || access != FILE_MAP_READ || high || low || bytes > mapping->Bytes()) {
+  if (!mapping || !access || (access & ~mapping->Access()) || high || low || bytes > mapping->Bytes()) {
     qn::FailWith(mapping ? ERROR_INVALID_PARAMETER : ERROR_INVALID_HANDLE);
     return nullptr;
   }
   const size_t length = bytes ? bytes : mapping->Bytes();
-  void* const view = mmap(nullptr, length, PROT_READ, MAP_SHARED, mapping->Descriptor(), 0);
+  // Writing takes reading with it, as published.
+  const int protection = access & FILE_MAP_WRITE ? PROT_READ | PROT_WRITE : PROT_READ;
+  void* const view = mmap(nullptr, length, protection, MAP_SHARED, mapping->Descriptor(), 0);
   if (view == MAP_FAILED) {
     qn::FailWithErrno();
     return nullptr;

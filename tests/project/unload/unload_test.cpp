@@ -46,6 +46,16 @@ void UseCodecNames() {
   EXPECT_EQ(text[0], QN_HAS_CODEC_NAMES ? 'M' : 'U');
 }
 
+// Shares memory, for which a thread runs, and forgets to end that.
+void LeaveShared() {
+  const auto create = Find(static_cast<decltype(&CreateFileMappingW)>(nullptr),
+                           "_ZN10qnplatform18CreateFileMappingWEPvS0_jjjPKDs");
+  const auto map =
+      Find(static_cast<decltype(&MapViewOfFile)>(nullptr), "_ZN10qnplatform13MapViewOfFileEPvjjjm");
+  const HANDLE mapping = create(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 5000, nullptr);
+  EXPECT_TRUE(map(mapping, FILE_MAP_WRITE, 0, 0, 0));
+}
+
 // Writes a setting, and forgets to close a file.
 void LeaveOpen() {
   const auto create =
@@ -85,7 +95,7 @@ TEST(Unload, LeavesNothingBehind) {
   fs::current_path(folder);
   for (const char* variable : {"HOME", "XDG_CONFIG_HOME", "TMPDIR"}) setenv(variable, folder.c_str(), 1);
   unsetenv("QNKERNEL_USER_REGISTRY");
-  for (void (*use)() : {UseNothing, UseTexts, UseCodecNames, ConvertFrame, LeaveOpen}) {
+  for (void (*use)() : {UseNothing, UseTexts, UseCodecNames, ConvertFrame, LeaveShared, LeaveOpen}) {
     std::vector<ptrdiff_t> before;
     ptrdiff_t memory = 0;
     for (int round = 0; round < 60; ++round) {
