@@ -59,8 +59,10 @@ END
   done
   measure '^text/'
   scripts/bench_table.py build/bench.json
-  measure '^host/'
-  scripts/bench_table.py build/bench.json
+  for group in host token; do
+    measure "^$group/"
+    scripts/bench_table.py build/bench.json
+  done
   printf '\n## Whole commands\n\n'
   time_commands() {
     (cd "$scratch" && python3 "$OLDPWD/scripts/bench_commands.py" 11 "$@")
