@@ -161,11 +161,19 @@ RgbToYuv HowToYuv(const YuvLayout& layout, const YuvMatrix& matrix, double range
 
 // A row of the alpha plane, of 10 bits in the high ones of words; without alpha it is opaque.
 void StoreAlpha(const BYTE* rgb, RgbKind kind, bool hasAlpha, size_t width, BYTE* to) {
+  if (!hasAlpha) {
+    constexpr WORD kOpaque = 1023 << 6;
+    std::memcpy(to, &kOpaque, sizeof(kOpaque));
+    for (size_t done = 1; done < width; done *= 2) {
+      std::memcpy(to + 2 * done, to, 2 * std::min(done, width - done));
+    }
+    return;
+  }
   for (size_t x = 0; x < width; ++x) {
-    uint32_t alpha = 1023;
-    if (hasAlpha && kind == RgbKind::kBytes) {
+    uint32_t alpha = 0;
+    if (kind == RgbKind::kBytes) {
       alpha = (rgb[4 * x + 3] * 1023u + 127) / 255;
-    } else if (hasAlpha) {
+    } else {
       float value;
       std::memcpy(&value, rgb + 16 * x + 12, sizeof(value));
       alpha = value > 0 ? static_cast<uint32_t>(std::min(value, 1.0f) * 1023 + 0.5f) : 0;
