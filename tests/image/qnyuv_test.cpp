@@ -242,10 +242,10 @@ TEST(Yuv, FollowsItsEquations) {
     if ((!whole && width % 2) || (&layout.form != &kV210 && width < layout.columns)) continue;
     SCOPED_TRACE(std::string(layout.fourcc) + " " + std::to_string(width) + "x" + std::to_string(height));
     Frame frame(layout, width, std::abs(height));
-    Bitmap bitmap(kTypes[i / 8 % 3], width, height);
+    Bitmap bitmap(kTypes[i / 8 % 3], width, height), source = bitmap;
     const auto any = static_cast<LONG>(qntest::Random()() % 32);
     CheckToRgb(frame, bitmap, any % 4, any & 4 ? 1.0 : 0.0, any & 8);
-    CheckToYuv(frame, bitmap, any % 4, any & 4 ? 1.0 : 0.0, any / 8);
+    CheckToYuv(frame, source, any % 4, any & 4 ? 1.0 : 0.0, any / 8);
   }
 }
 
@@ -349,6 +349,9 @@ TEST(Yuv, Refuses) {
   }
   for (DWORD* const each : {&frame.at.yStride, &frame.at.uStride, &frame.at.vStride})
     expect(each, 2u, E_INVALIDARG, E_INVALIDARG);
+  Frame packed(kLayouts[16], 6, 4);
+  packed.at.yStride = 11;
+  EXPECT_EQ(ToRgb(packed, bitmap, 0, 0), E_INVALIDARG);
   for (const LONG bad : {-23, 23}) expect(&stride, bad, E_INVALIDARG, E_INVALIDARG);
   // Pixels of 3 bytes get 4 where a row has room.
   bitmap.header.biBitCount = 24;
