@@ -32,7 +32,8 @@ tQNQELM* Find(tQNQHEAD* head, Direction direction, QNQUEUEMATCH match, ULONGLONG
 
 // Links an element at one end. An element that is alone in the queue signals the event; those that wait for
 // it are woken outside of the lock, which they will want at once.
-void InsertAtEnd(tQNQHEAD* head, tQNQELM* element, Direction from) {
+template <Direction from>
+void InsertAtEnd(tQNQHEAD* head, tQNQELM* element) {
   if (!head || !element) return;
   qn::HandleSlot* event = nullptr;
   {
@@ -141,10 +142,10 @@ void QnQueueFlush(tQNQHEAD* head) {
 }
 
 void QnQueueInsert(tQNQHEAD* head, tQNQELM* element) {
-  InsertAtEnd(head, element, Direction::kBackward);
+  InsertAtEnd<Direction::kBackward>(head, element);
 }
 void QnQueueInsertHead(tQNQHEAD* head, tQNQELM* element) {
-  InsertAtEnd(head, element, Direction::kForward);
+  InsertAtEnd<Direction::kForward>(head, element);
 }
 
 void QnQueueInsertEx(tQNQHEAD* head, QNQUEUEMATCH match, ULONGLONG parameter, tQNQELM* element) {

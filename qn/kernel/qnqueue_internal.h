@@ -60,14 +60,15 @@ inline void LinkBefore(tQNQELM* place, tQNQELM* element) {
   Store(place->prev, element);
 }
 
-// Takes an element out of the ring and clears its links.
-inline void Unlink(tQNQELM* element) {
+// Takes an element out of the ring and clears its links; true if it was the last one.
+inline bool Unlink(tQNQELM* element) {
   tQNQELM* const next = Load(element->next);
   tQNQELM* const before = Load(element->prev);
   Store(before->next, next);
   Store(next->prev, before);
   Store(element->next, nullptr);
   Store(element->prev, nullptr);
+  return next == before;
 }
 
 inline bool IsLinked(tQNQELM* element) {
@@ -76,8 +77,7 @@ inline bool IsLinked(tQNQELM* element) {
 
 // Takes an element out; the event is reset with the last one.
 inline void Take(tQNQHEAD* head, tQNQELM* element) {
-  Unlink(element);
-  if (!First(head)) WriteSignal(EventOf(head), false);
+  if (Unlink(element)) WriteSignal(EventOf(head), false);
 }
 
 }  // namespace qn

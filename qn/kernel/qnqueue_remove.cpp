@@ -41,7 +41,7 @@ Next AfterWait(DWORD result, DWORD handleCount, bool pump) {
 }
 
 // Takes the first or the last element, if there is one.
-inline tQNQELM* TakeFrom(tQNQHEAD* head, bool front) {
+tQNQELM* TakeFrom(tQNQHEAD* head, bool front) {
   const QueueGuard guard(head);
   tQNQELM* const element = front ? qn::First(head) : qn::Last(head);
   if (element) qn::Take(head, element);

@@ -80,7 +80,7 @@ constexpr uint32_t ChunkSize(unsigned chunk) {
   return kFirstChunk << chunk;
 }
 inline HandleSlot* SlotAt(uint32_t slot) {
-  const unsigned chunk = ChunkOf(slot);
+  const unsigned chunk = slot < kFirstChunk ? 0 : ChunkOf(slot);  // most are there, without arithmetic
   if (chunk >= kChunks) return nullptr;
   HandleSlot* const slots = g_chunks[chunk].load(std::memory_order_acquire);
   return slots ? slots + (slot + kFirstChunk - ChunkSize(chunk)) : nullptr;
