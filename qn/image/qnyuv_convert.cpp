@@ -11,8 +11,8 @@
 namespace qn {
 namespace {
 
-// What a thread more is worth.
-constexpr size_t kLeastPixels = size_t{1} << 17;
+// What a thread more is worth: some 30 us of work, as it takes 20 to start.
+constexpr size_t kLeastPixels = size_t{1} << 18;
 
 struct Plane {
   BYTE* bits = nullptr;
@@ -231,7 +231,7 @@ HRESULT QnYUV_RGBToYUV(const BITMAPINFOHEADER* yuvHeader, void* yuv, const tQNYU
   const RgbToYuv how = HowToYuv(*frame.layout, MatrixOf(*colour, frame), range, selector);
   const RgbToYuvRows convert = FindRgbToYuvRows(frame.layout->rows, bitmap.kind);
   const size_t step = static_cast<size_t>(frame.layout->lumaRows);
-  ForRows((frame.height + step - 1) / step, kLeastPixels / frame.width, [&](size_t first, size_t end) {
+  ForRows((frame.height + step - 1) / step, kLeastPixels / frame.width / step, [&](size_t first, size_t end) {
     for (size_t row = first * step; row < std::min(end * step, frame.height); row += step) {
       const BYTE* const upper = bitmap.Row(frame, row);
       const bool two = step == 2 && row + 1 < frame.height;

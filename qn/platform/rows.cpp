@@ -31,9 +31,10 @@ void ForRows(size_t rows, size_t least, RowWork work, const void* context) {
   count = std::clamp<size_t>(count, 1, std::min(kMostThreads, std::max<size_t>(rows, 1)));
   if (count == 1) return work(context, 0, rows);
 
-  // Whoever is done with some rows takes the next ones, so that a thread which starts late costs little.
+  // Whoever is done with some rows takes the next ones, few at a time, so that a thread which starts late
+  // costs little and all end together.
   std::atomic<size_t> next = 0;
-  const size_t some = std::max<size_t>(rows / (count * 8), 1);
+  const size_t some = std::max<size_t>(rows / (count * 32), 1);
   const auto takeRows = [&, rows, some] {
     for (size_t first; (first = next.fetch_add(some, std::memory_order_relaxed)) < rows;) {
       work(context, first, std::min(first + some, rows));
