@@ -1,10 +1,9 @@
-// A process that owns or asks for memory by tokens: the test itself, or a second process that runs what it is
-// told through a pipe. Both do the same work, so a test can let either be the owner.
+// A process that owns or asks for memory by tokens: the test itself, or a second process that does what a
+// socket says. Both do the same work, so a test can let either be the owner.
 #pragma once
 
 #include <sys/mman.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <iterator>
 #include <memory>
@@ -18,43 +17,26 @@
 namespace qntest {
 
 enum class Memory { kLow, kHigh, kMapping };  // below 4 GiB, above, a shared mapping
-enum class Work {
-  kMake,
-  kWrap,
-  kLook,
-  kUnwrap,
-  kCloseHandle,
-  kFree,
-  kOpen,
-  kPut,
-  kDispose,
-  kCopyOut,
-  kCopyIn,
-  kCount
-};
+enum class Work { kMake, kUnwrap, kCloseHandle, kFree, kUse, kCopyOut, kCopyIn };
 
 struct Request {
-  Work work = Work::kCount;
+  Work work = Work::kMake;
   _qnmemorytoken token = {};  // of the memory that is asked for
   Memory memory = Memory::kLow;
   uint32_t size = 0;  // of the data; what is made starts kOffset earlier
   DWORD access = 0;
   int direct = 0;
-  uint8_t value = 0;
+  uint8_t value = 0;  // for the ends of the data, if not 0
   qn::ProcessAccess allowed = qn::ProcessAccess::kFull;
 };
 
 struct Reply {
-  HRESULT status;
-  _qnmemorytoken token;
-  LONG size;
-  uint8_t first, last;  // bytes of the data
-  ptrdiff_t descriptors, threads;
+  HRESULT status = S_OK;
+  _qnmemorytoken token = {};
+  LONG size = 0;
+  int ends = 0;  // the first byte of the data and, times 10, the last; of what is used, or of the own memory
+  ptrdiff_t resources = 0;  // descriptors and threads
 };
-
-inline ptrdiff_t CountEntries(const char* folder) {
-  return std::distance(std::filesystem::directory_iterator(folder), std::filesystem::directory_iterator());
-}
 
 class Peer {
  public:
@@ -62,109 +44,76 @@ class Peer {
 
   Reply Do(const Request& request) {
     qn::SetProcessAccess(request.allowed);
-    Reply reply = {};
-    switch (request.work) {
-      case Work::kMake:
-        reply.status = Make(request.memory, request.size);
-        Fill(Data(), request.size, request.value);
-        break;
-      case Work::kWrap:
-        wrap_ = std::make_unique<COutOfProcessMemoryToken>(own_, request.access, request.direct);
-        reply.status = wrap_->GetMemoryToken(reply.token);
-        break;
-      case Work::kLook:
-        Look(Data(), own_.size, &reply);
-        break;
-      case Work::kUnwrap:
-        wrap_.reset();
-        break;
-      case Work::kCloseHandle:
-        reply.status = !CloseHandle(OwnHandle());
-        break;
-      case Work::kFree:
-        if (own_.kind == QNMEMORYTOKEN_MAPPING) {
-          UnmapViewOfFile(reinterpret_cast<void*>(own_.address));
-          CloseHandle(OwnHandle());
-        } else {
-          munmap(reinterpret_cast<void*>(own_.address), own_.offset + own_.size);
-        }
-        break;
-      case Work::kOpen:
-        mapping_ = std::make_unique<CMappingOfQnMemoryToken>(request.token, request.access);
-        reply.status = mapping_->Pointer() ? S_OK : E_FAIL;
-        reply.size = mapping_->DataSize();
-        if (mapping_->Pointer()) Look(mapping_->Pointer(), request.token.size, &reply);
-        break;
-      case Work::kPut:
-        Fill(mapping_->Pointer(), mapping_->token.size, request.value);
-        break;
-      case Work::kDispose:
-        reply.status = mapping_->Dispose();
-        break;
-      case Work::kCopyOut: {
-        std::vector<uint8_t> bytes(request.size + 1);
-        reply.status =
-            CMappingOfQnMemoryToken::CopyData(bytes.data(), request.token, static_cast<LONG>(request.size));
-        Look(bytes.data(), request.token.size, &reply);
-        break;
-      }
-      case Work::kCopyIn: {
-        const std::vector<uint8_t> bytes(request.size + 1, request.value);
-        reply.status =
-            CMappingOfQnMemoryToken::CopyData(request.token, bytes.data(), static_cast<LONG>(request.size));
-        break;
-      }
-      case Work::kCount:
-        break;
+    Reply reply;
+    std::vector<uint8_t> bytes(request.size < 1 << 20 ? request.size + 1 : 0, request.value);
+    if (request.work == Work::kMake) {
+      Make(request.memory, request.size);
+      Put(Data(), request.size, request.value);
+      wrap_ = std::make_unique<COutOfProcessMemoryToken>(own_, request.access, request.direct);
+      reply.status = wrap_->GetMemoryToken(reply.token);
+    } else if (request.work == Work::kUnwrap) {
+      wrap_.reset();
+      reply.ends = Ends(Data(), own_.size);
+    } else if (request.work == Work::kCloseHandle) {
+      CloseHandle(reinterpret_cast<HANDLE>(own_.handle));
+    } else if (request.work == Work::kFree) {
+      CloseHandle(reinterpret_cast<HANDLE>(own_.handle));
+      void* const base = reinterpret_cast<void*>(own_.address);
+      if (!UnmapViewOfFile(base)) munmap(base, own_.offset + own_.size);
+    } else if (request.work == Work::kUse) {
+      const CMappingOfQnMemoryToken mapping(request.token, request.access);
+      reply.size = mapping.DataSize();
+      void* pointer;
+      reply.status = mapping.GetPointer(&pointer);
+      if (pointer) reply.ends = Ends(pointer, request.token.size);
+      if (pointer) Put(pointer, request.token.size, request.value);
+    } else if (request.work == Work::kCopyOut) {
+      reply.status = CMappingOfQnMemoryToken::CopyData(bytes.data(), request.token, LONG(request.size));
+    } else {
+      reply.status = CMappingOfQnMemoryToken::CopyData(request.token, bytes.data(), LONG(request.size));
     }
-    reply.descriptors = CountEntries("/proc/self/fd");
-    reply.threads = CountEntries("/proc/self/task");
+    for (const char* folder : {"/proc/self/fd", "/proc/self/task"}) {
+      reply.resources += std::distance(std::filesystem::directory_iterator(folder), {});
+    }
     return reply;
   }
 
-  const _qnmemorytoken& Own() const { return own_; }
-
  private:
-  HRESULT Make(Memory memory, uint32_t size) {
+  void Make(Memory memory, uint32_t size) {
     void* base;
+    const uint64_t bytes = kOffset + size;
+    const bool isMapping = memory == Memory::kMapping;
     HANDLE mapping = INVALID_HANDLE_VALUE;
-    if (memory == Memory::kMapping) {
-      const uint64_t bytes = kOffset + size;
-      mapping = CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE,
-                                   static_cast<DWORD>(bytes >> 32), static_cast<DWORD>(bytes), nullptr);
+    if (isMapping) {
+      mapping =
+          CreateFileMappingW(mapping, nullptr, PAGE_READWRITE, DWORD(bytes >> 32), DWORD(bytes), nullptr);
       base = MapViewOfFile(mapping, FILE_MAP_WRITE, 0, 0, 0);
     } else {
-      const int flags =
-          MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | (memory == Memory::kLow ? MAP_32BIT : 0);
-      base = mmap(nullptr, kOffset + size, PROT_READ | PROT_WRITE, flags, -1, 0);
+      const int low = memory == Memory::kLow ? MAP_32BIT : 0;
+      base = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | low, -1, 0);
     }
-    own_ = {static_cast<int64_t>(reinterpret_cast<uintptr_t>(mapping)),
+    own_ = {reinterpret_cast<intptr_t>(mapping),
             reinterpret_cast<uintptr_t>(base),
             size,
             size,
             kOffset,
-            memory == Memory::kMapping ? QNMEMORYTOKEN_MAPPING : QNMEMORYTOKEN_PROCESS,
+            isMapping,
             GetCurrentProcessId()};
-    return base ? S_OK : E_FAIL;
   }
 
-  HANDLE OwnHandle() const { return reinterpret_cast<HANDLE>(own_.handle); }
   void* Data() const { return reinterpret_cast<char*>(own_.address) + own_.offset; }
 
   // The ends alone: memory of gigabytes stays empty between.
-  static void Fill(void* data, uint32_t size, uint8_t value) {
-    if (size == 0) return;
-    static_cast<uint8_t*>(data)[0] = static_cast<uint8_t*>(data)[size - 1] = value;
+  static void Put(void* data, uint32_t size, uint8_t value) {
+    if (size && value) static_cast<uint8_t*>(data)[0] = static_cast<uint8_t*>(data)[size - 1] = value;
   }
-  static void Look(const void* data, uint32_t size, Reply* reply) {
-    if (size == 0) return;
-    reply->first = static_cast<const uint8_t*>(data)[0];
-    reply->last = static_cast<const uint8_t*>(data)[size - 1];
+  static int Ends(const void* data, uint32_t size) {
+    const auto* const bytes = static_cast<const uint8_t*>(data);
+    return size ? bytes[0] + bytes[size - 1] * 10 : 0;
   }
 
   _qnmemorytoken own_ = {};
   std::unique_ptr<COutOfProcessMemoryToken> wrap_;
-  std::unique_ptr<CMappingOfQnMemoryToken> mapping_;
 };
 
 }  // namespace qntest
