@@ -241,6 +241,13 @@ TEST(Example, RecordsATonePrintsItsPeak) {
   EXPECT_NEAR(std::stod(out.substr(out.find("peak ") + 5)), 0.5, 1e-4);
 }
 
+TEST(Example, HelperProcessesMayDie) {
+  std::string out;
+  EXPECT_EQ(RunCommand(EXAMPLE_HELPER_PROCESS " --blocks 50 --die-after 20 2>&1", &out), 0);
+  EXPECT_NE(out.find("has died in block 20;"), std::string::npos) << out;
+  EXPECT_NE(out.find("50 blocks, peak 0.500, "), std::string::npos) << out;
+}
+
 TEST(Example, HostTellsAFailureInItsLanguage) {
   const ScratchFolder folder;
   const std::string run = "XDG_CONFIG_HOME=" + folder.Native("") + " " EXAMPLE_HOST " 0x407 ";
