@@ -118,10 +118,16 @@ inline void StoreHighBytes(VecWord x, BYTE* toLeft, BYTE* toRight) {
 // Numbers clipped to words.
 inline VecWord Pack(VecInt left, VecInt right) {
   const TagWord d;
+#if HWY_TARGET == HWY_AVX2
+  static constexpr uint8_t kOrder[16] = {0, 1, 8, 9, 2, 3, 10, 11, 4, 5, 12, 13, 6, 7, 14, 15};
+  const auto order = hn::LoadDup128(hn::Repartition<uint8_t, TagInt>(), kOrder);
+  return hn::TableLookupBytes(VecWord{_mm256_packus_epi32(left.raw, right.raw)}, hn::BitCast(d, order));
+#else
   const auto clip = [](VecInt x) {
     return hn::Min(hn::Max(x, hn::Zero(TagInt())), hn::Set(TagInt(), 0xFFFF));
   };
   return hn::OddEven(hn::BitCast(d, hn::ShiftLeft<16>(clip(right))), hn::BitCast(d, clip(left)));
+#endif
 }
 inline VecWord InOrder(VecWord x) {
   return x;
