@@ -47,8 +47,8 @@ run release -- --output-on-failure
 if [ $quick = 0 ]; then
   export ASAN_OPTIONS=detect_leaks=1:allocator_may_return_null=1 UBSAN_OPTIONS=print_stacktrace=1
   run asan -- --output-on-failure
-  run tsan test_platform test_kernel test_settings test_text test_media -- --output-on-failure \
-    -R '^((platform|kernel|settings|text)\.|media\.PeakThreads)'
+  run tsan test_platform test_kernel test_settings test_text test_media test_image_threads -- --output-on-failure \
+    -R '^((platform|kernel|settings|text|image_threads)\.|media\.PeakThreads)'
 fi
 echo "$passed passed, $failed failed"
 [ $failed = 0 ]
