@@ -156,8 +156,8 @@ LONG CMappingOfQnMemoryToken::DataSize() const {
 
 HRESULT CMappingOfQnMemoryToken::Dispose() {
   if (!failed && mapped) {
-    UnmapViewOfFile(view);
-    CloseHandle(duplicate);
+    // A handle is closed once: if a copy of this object has done it, the view's place may be another one's.
+    if (CloseHandle(duplicate)) UnmapViewOfFile(view);
     duplicate = INVALID_HANDLE_VALUE;
     view = nullptr;
   }

@@ -25,10 +25,8 @@ _qnmemorytoken MakeMirror(uint32_t size) {
 }
 
 void ReleaseMirror(_qnmemorytoken* mirror) {
-  if (mirror->handle) {
-    UnmapViewOfFile(reinterpret_cast<void*>(mirror->address));
-    CloseHandle(qn::TokenHandle(*mirror));
-  }
+  // A handle is closed once: if a copy of the object has done it, the view has gone, too.
+  if (CloseHandle(qn::TokenHandle(*mirror))) UnmapViewOfFile(reinterpret_cast<void*>(mirror->address));
   *mirror = {};
 }
 
