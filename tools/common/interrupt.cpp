@@ -23,7 +23,7 @@ void WatchInterrupts() {
   struct sigaction action = {};
   action.sa_handler = Remember;
   action.sa_flags = SA_RESTART;
-  for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+  for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
     struct sigaction before = {};
     // A signal that the caller has switched off, as nohup does, stays off.
     if (sigaction(number, nullptr, &before) == 0 && before.sa_handler != SIG_IGN) {

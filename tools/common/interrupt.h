@@ -3,8 +3,8 @@
 
 namespace qntool {
 
-// From now on SIGINT, SIGTERM and SIGHUP set a mark. Further ones change nothing, so that a
-// run can tidy up; only SIGKILL ends it at once.
+// From now on SIGINT, SIGTERM, SIGHUP and SIGQUIT set a mark. Further ones change nothing, so that a run can
+// tidy up; only SIGKILL ends it at once.
 void WatchInterrupts();
 
 // The number of the signal that came, or 0.

@@ -7,6 +7,7 @@
 
 #include "qn/settings/qnstatus.h"
 #include "tools/common/failure.h"
+#include "tools/common/interrupt.h"
 #include "tools/common/output_file.h"
 
 namespace qnmetric {
@@ -38,6 +39,7 @@ std::optional<std::string> ReadWhole(const std::string& file) {
 }
 
 bool WriteWhole(const std::string& file, const std::string& text, bool overwrite) {
+  WatchInterrupts();  // the little that is left is done
   OutputFile output;
   if (!output.Create(file, overwrite)) return false;
   for (size_t done = 0; done < text.size();) {

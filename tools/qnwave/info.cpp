@@ -237,6 +237,7 @@ int Run(const Arguments& arguments) {
   bool damaged = false;
   bool first = true;
   for (const std::string& name : arguments.Operands()) {
+    if (std::ferror(stdout)) break;  // nobody reads on
     FileInfo info;
     if (!Inspect(name, &info)) {
       failed = true;

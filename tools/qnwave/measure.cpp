@@ -154,6 +154,7 @@ int Run(const Arguments& arguments) {
   json.BeginArray();
   int worst = kExitOk;
   for (const std::string& name : arguments.Operands()) {
+    if (std::ferror(stdout)) break;  // nobody reads on
     AudioSource source;
     int result = OpenSource(arguments, name, &source);
     if (result == kExitOk) {

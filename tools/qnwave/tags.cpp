@@ -274,6 +274,7 @@ int Run(const Arguments& arguments) {
   json.BeginArray();
   int worst = kExitOk;
   for (const std::string& name : arguments.Operands()) {
+    if (std::ferror(stdout)) break;  // nobody reads on
     const int result = Work(name, job, &json);
     if (InterruptSignal() != 0) return kExitInterruptedBase + InterruptSignal();
     // A failure outweighs damage.
