@@ -10,7 +10,7 @@ namespace qntool {
 bool UseLanguage(std::string_view name);
 
 // Takes the language that the user has saved for the tool (`qnmetric language TOOL none LANG`), or else that
-// of the environment (LC_ALL, LC_MESSAGES, LC_NUMERIC, LANG).
+// of the environment (LC_ALL, then LC_MESSAGES for texts and LC_NUMERIC for numbers, then LANG).
 void UseLanguageOfUser();
 
 }  // namespace qntool
