@@ -135,6 +135,16 @@ TEST(Image, ReadsWhatOthersWrite) {
   Expect({"convert", out, folder.Native("out.bmp"), "--type=gray8"}, 0, "left out: gray8 has none");
   Expect({"convert", out, folder.Native("out.yuv"), "--fourcc=P010"}, 0, "left out: P010 has none");
   EXPECT_EQ(Qnimage({"convert", out, folder.Native("out.yuv"), "--fourcc=A410", "--force"}).err, "");
+  EXPECT_EQ(Qnimage({"convert", out, folder.Native("b.yuv"), "--fourcc=NV16"}).err.find("left out"),
+            std::string::npos);
+  // A warning that nobody reads, or that has nowhere to go, leaves the file alone.
+  const std::string whole = folder.Native("a.bmp");
+  for (const std::string where : {"2>&1 >/dev/null | true", "<&- 2>&-"}) {
+    RunCommand("{ sleep 0.1; " QNIMAGE " convert " + out + " " + whole + " --type=rgb24; } " + where);
+    EXPECT_EQ(ReadFileBytes(whole).size(), 54u + 45 * 204) << where;
+    fs::remove(whole);
+  }
+  EXPECT_NE(List(folder.Native("")).front()[0], '.');
 }
 
 TEST(Image, FlipsAndScales) {
@@ -198,6 +208,15 @@ TEST(Image, KnowsLegalColours) {
   Card(folder, "bars", "84x4", "100");
   Expect({"legal", full, out + ".yuv", "--correct", "--fourcc=I420"}, 0, ", 40 after");
   Expect({"legal", out + ".yuv", out, "--size=84x4", "--fourcc=I420", "--force"}, 0, ": 40 of 336");
+  Bytes noise(96 * 48 * 2);
+  std::generate(noise.begin(), noise.end(), std::ref(Random()));
+  WriteFileBytes(out + ".yuv", noise);
+  const std::string said = Qnimage({"legal", out + ".yuv", out + ".bmp", "--correct", "--type=rgb555",
+                                    "--quiet", "--size=96x48", "--fourcc=UYVY"})
+                               .out;
+  const size_t at = said.find("%), ") + 4;
+  Expect({"legal", out + ".bmp", out, "--force"}, 0,
+         ": " + said.substr(at, said.find(" after") - at) + " of");
 }
 
 TEST(Image, ConvertsRawFramesAsOthersDo) {
@@ -223,9 +242,13 @@ TEST(Image, ConvertsRawFramesAsOthersDo) {
     EXPECT_LT(sum / static_cast<double>(found.size()), most) << what;
   };
   for (const Row& row : kRows) {
+    const bool isRgb = std::end(kRows) - &row <= 2;  // which takes no options of YUV
     for (const std::string matrix : {"601", "709", "2020"}) {
-      const std::string layout = std::string("--fourcc=") + row.fourcc, colours = "--matrix=" + matrix,
-                        range = matrix == "709" ? "--range=full" : "--range=studio";
+      const std::string layout = std::string("--fourcc=") + row.fourcc,
+                        colours = isRgb ? "--quiet" : "--matrix=" + matrix,
+                        range = isRgb             ? "--quiet"
+                                : matrix == "709" ? "--range=full"
+                                                  : "--range=studio";
       Expect({"convert", in, raw, layout, colours, range, "--force"});
       Expect({"convert", raw, out, "--size=96x48", layout, colours, range, "--force"});
       expectNear(ReadFileBytes(out), ReadFileBytes(in), 0.7, row.fourcc + matrix);
@@ -235,17 +258,24 @@ TEST(Image, ConvertsRawFramesAsOthersDo) {
       expectNear(PixelsOf(out, "rgb24"), PixelsOf(in, "rgb24"), 1.5, row.form);
     }
   }
+  // All four planes keep their samples, a row of two each; alpha too.
+  const auto frameOf = [](std::initializer_list<uint64_t> rows) {
+    Bytes all;
+    for (const uint64_t row : rows) all = all + Le(row * 0x400040, 4);
+    return all;
+  };
+  WriteFileBytes(raw, frameOf({400, 800, 512, 512, 512, 512, 1, 700}));
+  Expect({"flip", "--vertical", raw, out + ".raw", "--size=2x2", "--fourcc=A410"});
+  EXPECT_EQ(ReadFileBytes(out + ".raw"), frameOf({800, 400, 512, 512, 512, 512, 700, 1}));
   // The second of two frames and a rest.
   const Bytes frame(96 * 48 * 2, 128);
   WriteFileBytes(raw, frame + Bytes(96 * 48 * 2, 16) + Bytes{1, 2, 3});
   Expect({"info", raw, "--size=96x48", "--fourcc=UYVY"}, 0, "Frames      2 of 9,216 bytes");
   Expect({"convert", raw, out, "--size=96x48", "--fourcc=UYVY", "--force"}, 0, "3 bytes at the end");
   ExpectColours(Decode(out, 96), "0,0 828282");
-  Expect({"convert", raw, out, "--size=96x48", "--fourcc=UYVY", "--frame=2"}, 1, "0x8004E032");
-  fs::remove(out);
-  Expect({"convert", raw, out, "--size=96x48", "--fourcc=UYVY", "--frame=2"}, 1, "no frame 2");
-  Expect({"convert", raw, out, "--size=5x5", "--fourcc=UYVY"}, 1, "cannot have the size 5x5");
-  Expect({"convert", raw, out, "--size=8x8", "--fourcc=NV16"}, 1, "NV16 cannot be converted");
+  Expect({"convert", raw, out, "--size=96x48", "--fourcc=UYVY", "--frame=2", "--force"}, 1, "no frame 2");
+  Expect({"convert", raw, out, "--size=5x5", "--fourcc=UYVY", "--force"}, 1, "cannot have the size 5x5");
+  Expect({"convert", raw, out, "--size=8x8", "--fourcc=NV16", "--force"}, 1, "NV16 cannot be converted");
   EXPECT_EQ(
       Jq(Qnimage({"info", raw, "--size=96x48", "--fourcc=NV12", "--json"}).out, ".[0].planes[1].offset"),
       "4608");
@@ -277,20 +307,15 @@ TEST(Image, RefusesHostileFiles) {
       {14, 12, 4, "this length cannot be read: 12 bytes"},
       {14, 30, 4, "biSize = 30"},
       {14, 0xFFFFFFFF, 4, "biSize = 4294967295"},
-      {18, 0, 4, "biWidth = 0"},
       {18, 0x80000000, 4, "biWidth = -2147483648"},
       {18, 40'000, 4, "picture of 40000x4 "},
-      {18, 0x7FFFFFFF, 4, "picture of 2147483647x4 "},
       {22, 0, 4, "biHeight = 0"},
       {22, 0x80000000, 4, "picture of 4x2147483648 "},
       {22, 5, 4, "take 60 bytes, but only 48"},
       {18, 0x4000'00007000, 8, "picture of 28672x16384 "},
       {26, 2, 2, "biPlanes = 2"},
-      {28, 7, 2, "cannot be read: RGB, 7 bits"},
       {28, 0, 2, "cannot be read: RGB, 0 bits"},
-      {28, 64, 2, "cannot be read: RGB, 64 bits"},
       {28, 8 | 1ull << 16, 4, "cannot be read: RLE, 8 bits"},
-      {30, 4, 4, "cannot be read: JPEG, 24 bits"},
       {30, 7, 4, "cannot be read: biCompression = 7, 24 bits"},
       {30, 0x32315659, 4, "cannot be read: YV12, 24 bits"},
       {46, 100'000, 4, "biClrUsed = 100000"},
@@ -318,6 +343,10 @@ TEST(Image, RefusesHostileFiles) {
   // Pixels beyond a short palette are black.
   Expect({"card", name, "--size=8x4", "--type=palette8", "--level=100", "--force"});
   Bytes palette = ReadFileBytes(name);
+  Put(&palette, 46, 216, 4);
+  WriteFileBytes(name, palette);
+  Expect({"convert", name, out, "--type=palette8", "--force"});
+  EXPECT_EQ(Jq(Qnimage({"info", out, "--json"}).out, ".[0].palette"), "216");
   Put(&palette, 46, 1, 4);
   WriteFileBytes(name, palette);
   Expect({"convert", name, out, "--force"}, 0, "shown in black: 28.");
@@ -356,7 +385,7 @@ TEST(Image, SaysWhatIsWrong) {
   Expect({"card", path("in.png"), "--size=16x16", "--type=rgba64"});
   fs::create_hard_link(path("in.png"), path("hard.bmp"));
   fs::create_symlink("in.png", path("link.png"));
-  WriteFileBytes(path("there.png"), {});
+  WriteFileBytes(path("there.png"), {0x28});
   fs::create_directory(path("folder.png"));
   const Bytes before = ReadFileBytes(path("in.png"));
   struct Row {
@@ -366,28 +395,24 @@ TEST(Image, SaysWhatIsWrong) {
   };
   const Row kRows[] = {
       {{}, 2, "no command"},
-      {{"paint"}, 2, "unknown command 'paint'"},
-      {{"info"}, 2, "no file"},
       {{"convert", "in.png"}, 2, "IN and OUT"},
       {{"convert", "in.png", "out.jpg"}, 2, "end it in .bmp"},
       {{"convert", "none.png", "out.bmp"}, 1, "0x8004E007"},
       {{"convert", "folder.png", "out.bmp"}, 1, "It is a directory"},
       {{"convert", "/dev/null", "out.bmp"}, 1, "no regular file"},
       {{"convert", "there.png", "out.bmp"}, 1, "no BMP or PNG"},
+      {{"scale", "there.png", "out.bmp", "--size=8x8"}, 1, "PNG file. ("},
       {{"convert", "in.png", "there.png"}, 1, "--force overwrites"},
-      {{"convert", "in.png", "in.png", "--force"}, 1, "the picture that is read"},
       {{"convert", "in.png", "link.png", "--force"}, 1, "the picture that is read"},
       {{"convert", "link.png", "hard.bmp", "--force"}, 1, "the picture that is read"},
       {{"convert", "in.png", "out.yuv"}, 2, "need --fourcc"},
       {{"convert", "in.png", "out.yuv", "--fourcc=XXXX"}, 2, "UYVY"},
       {{"convert", "in.png", "out.yuv", "--fourcc=UYVY", "--type=rgb24"}, 2, "--type is for"},
       {{"convert", "in.png", "out.yuv", "--fourcc=UYVY", "--matrix=7"}, 2, "601, 709"},
-      {{"convert", "in.png", "out.yuv", "--fourcc=UYVY", "--range=half"}, 2, "studio or full"},
       {{"convert", "in.png", "out.bmp", "--frame=1"}, 2, "need --size"},
       {{"scale", "in.png", "out.bmp", "--size=8x8", "--fourcc=UYVY"}, 2, "--fourcc is for raw frames"},
       {{"card", "out.bmp", "--range=full"}, 2, "--range is for raw frames"},
-      {{"info", "in.png", "--fourcc=UYVY"}, 2, "and there are none"},
-      {{"convert", "in.png", "out.bmp", "--size=2"}, 2, "bad size"},
+      {{"card", "out.yuv", "--fourcc=A46B", "--matrix=601"}, 2, "--matrix is for raw frames"},
       {{"convert", "in.png", "out.bmp", "--size=2x2"}, 2, "need --fourcc"},
       {{"convert", "in.png", "out.bmp", "--type=rgb"}, 2, "rgb24"},
       {{"flip", "in.png", "out.bmp"}, 2, "--horizontal"},
@@ -397,21 +422,12 @@ TEST(Image, SaysWhatIsWrong) {
       {{"info", "in.png", "--size=32768x8192", "--fourcc=F32I"}, 1, "picture of 32768x8192 is not possible"},
       {{"convert", "in.png", "out.yuv", "--size=9000x9000", "--fourcc=P010"}, 1, "is not possible"},
       {{"card", "out.bmp", "--size=12000x12000", "--type=rgba64"}, 1, "is not possible"},
-      {{"card", "out.yuv", "--size=16000x16000", "--fourcc=F32I"}, 1, "is not possible"},
       {{"scale", "in.png", "out.bmp", "--size=12000x12000"}, 1, "is not possible"},
       {{"scale", "in.png", "out.bmp"}, 2, "--size is needed"},
       {{"scale", "in.png", "out.bmp", "--size=40000x1"}, 2, "32768"},
-      {{"scale", "in.png", "out.bmp", "--size=8x8", "--filter=cubic"}, 2, "nearest, bilinear"},
-      {{"legal", "in.png", "out.bmp", "--standard=secam"}, 2, "ntsc-yiq"},
       {{"legal", "in.png", "out.bmp", "--map", "--correct"}, 2, "together"},
-      {{"card", "out.bmp", "--kind=cat"}, 2, "bars, ramp"},
-      {{"card", "out.bmp", "--level=50"}, 2, "75 or 100"},
-      {{"card", "none/out.bmp"}, 1, "folder does not exist"},
       {{"convert", "there.png", "out.bmp", "--lang=de"}, 1, "keine BMP- oder PNG-Datei"},
       {{"--version"}, 0, "qnimage 1"},
-      {{"--lang=de", "--help"}, 0, "card"},
-      {{"--lang=xx"}, 2, "unknown language"},
-      {{"legal", "--help"}, 0, "--correct"},
   };
   for (const Row& row : kRows) {
     std::vector<std::string> words = row.words;
@@ -421,7 +437,6 @@ TEST(Image, SaysWhatIsWrong) {
     Expect(words, row.exit, row.said);
   }
   // A full disk.
-  EXPECT_EQ(Qnimage({"card", path("out.bmp")}, "ulimit -f 100;").exit, 1);
   EXPECT_EQ(Qnimage({"card", path("out.png"), "--kind=zone"}, "ulimit -f 100;").exit, 1);
   EXPECT_EQ(List(path("")).size(), 5u);
   EXPECT_EQ(ReadFileBytes(path("in.png")), before);
@@ -439,9 +454,9 @@ TEST(Image, LeavesNothingWhenInterrupted) {
   int status = 0;
   while (List(folder.Native("")).empty() && waitpid(process, &status, WNOHANG) == 0)
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  kill(process, SIGINT);
+  kill(process, SIGQUIT);
   waitpid(process, &status, 0);
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 128 + SIGINT) << status;
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 128 + SIGQUIT) << status;
   EXPECT_TRUE(List(folder.Native("")).empty());
 }
 

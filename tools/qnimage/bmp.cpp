@@ -118,20 +118,24 @@ bool ReadPalette(const InputFile& file, const Header& header, Source* source) {
   return count == 0 || file.ReadAt(header.end, source->palette.data(), count * sizeof(RGBQUAD));
 }
 
-// Pixels whose colour the file does not have are no failure, but may be a surprise.
-void WarnOfColours(const InputFile& file, const Source& source, const Image& stored) {
-  const int bits = QnGetPixelBitsPerChannel(source.type, nullptr);
+// Pixels whose colour the file does not have are no failure, but may be a surprise. Without such the palette
+// needs no others than those of the file.
+void CheckColours(const InputFile& file, const Image& stored, Source* source) {
+  const int bits = QnGetPixelBitsPerChannel(source->type, nullptr);
   uint64_t missing = 0;
-  for (uint32_t y = 0; y < stored.Height() && source.colours < source.palette.size(); ++y) {
+  for (uint32_t y = 0; y < stored.Height() && source->colours < source->palette.size(); ++y) {
     const uint8_t* const row = stored.Row(y);
     for (uint64_t x = 0; x < stored.Width(); ++x) {
       const uint64_t at = x * static_cast<uint64_t>(bits);
       const int shift = 8 - bits - static_cast<int>(at % 8);
-      missing += static_cast<size_t>(row[at / 8] >> shift & ((1 << bits) - 1)) >= source.colours;
+      missing += static_cast<size_t>(row[at / 8] >> shift & ((1 << bits) - 1)) >= source->colours;
     }
   }
-  if (missing != 0)
+  if (missing == 0) {
+    source->palette.resize(source->colours);
+  } else {
     qntool::ReportWarning(file.Name(), {messages::ColoursMissing, {Message::Number(missing)}});
+  }
 }
 
 }  // namespace
@@ -167,7 +171,7 @@ bool ReadBmp(const InputFile& file, Source* source, Image* image) {
   if (!image) return true;
   const Image stored(type, header.fields.biWidth, header.fields.biHeight, source->palette);
   if (!file.ReadAt(header.bits, stored.Bits().data(), bytes)) return false;
-  WarnOfColours(file, *source, stored);
+  CheckColours(file, stored, source);
   if (isSwapped) QnDibSwapRB(stored.Header(), nullptr, nullptr, 0);
   *image = stored.ConvertedTo(WorkingType(type), true);
   return true;

@@ -96,7 +96,7 @@ int Run(const Arguments& arguments) {
   uint32_t width = 0, height = 0;
   if (!ReadSize("card", arguments.Value("size").value_or("1920x1080"), &width, &height) ||
       !ReadTarget("card", arguments, arguments.Operands()[0], &target) ||
-      !HasRawForItsOptions("card", arguments, target.kind == Kind::kRaw))
+      !HasRawForItsOptions("card", arguments, target.kind == Kind::kRaw, IsYuv(target.raw)))
     return kExitUsage;
   WatchInterrupts();
   OutputFile output;

@@ -143,16 +143,17 @@ int Run(const Arguments& arguments) {
   }
   RawFormat format;
   if (!ReadRawSource("info", arguments, &format) ||
-      !HasRawForItsOptions("info", arguments, format.width != 0))
+      !HasRawForItsOptions("info", arguments, format.width != 0, false))
     return kExitUsage;
   const bool asJson = arguments.Has("json");
   JsonWriter json;
   json.BeginArray();
   bool failed = false, first = true;
   for (const std::string& name : arguments.Operands()) {
+    if (std::ferror(stdout)) break;  // nobody reads on
     InputFile file;
     Source source;
-    if (!file.Open(name) || !ReadSource(file, format, &source, nullptr)) {
+    if (!file.Open(name) || !ReadSource(file, &format, &source, nullptr)) {
       failed = true;
       continue;
     }

@@ -205,6 +205,7 @@ bool ReadPng(const InputFile& file, Source* source, Image* image) {
 
   Image made(WorkingType(type), static_cast<LONG>(width), -static_cast<LONG>(height));
   if (!Run(reader.png, [&] { ReadRows(reader, made); })) return fail();
+  source->palette.resize(source->colours);
   *image = std::move(made);
   return true;
 }

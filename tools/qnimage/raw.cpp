@@ -1,5 +1,6 @@
 // Raw frames: files that hold the samples of pictures one after the other, and nothing else.
 #include <cstdlib>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -23,6 +24,20 @@ Message Explain(HRESULT status, const BITMAPINFOHEADER& header) {
   const Message layout(FourccText(header.biCompression));
   if (status == E_FAIL) return {messages::LayoutNotConverted, {layout}};
   return {messages::LayoutSize, {layout, Message(SizeText(header))}};
+}
+
+// The alpha plane, which the library's converter leaves out: 10 bits in the high ones of words.
+void TakeAlpha(const tQNYUVOFFSETS& planes, const std::vector<uint8_t>& frame, const Image& image) {
+  for (uint32_t y = 0; y < image.Height(); ++y) {
+    const uint8_t* const row = &frame[planes.alphaOffset + size_t{planes.alphaStride} * y];
+    for (uint32_t x = 0; x < image.Width(); ++x) {
+      uint16_t word;
+      std::memcpy(&word, row + size_t{x} * sizeof(word), sizeof(word));
+      const float alpha = static_cast<float>(word >> 6) / 1023;
+      std::memcpy(image.Row(y) + sizeof(QNRGBAFLOAT) * x + offsetof(QNRGBAFLOAT, alpha), &alpha,
+                  sizeof(alpha));
+    }
+  }
 }
 
 }  // namespace
@@ -50,6 +65,7 @@ HRESULT DecodeRaw(const RawFormat& format, const BITMAPINFOHEADER& header, const
                                : QnDibCopy(made.Header(), nullptr, nullptr, 0, &header, frame.data(), nullptr,
                                            0, QNDIBFILTER_NEAREST);
   if (status == S_OK) {
+    if (planes.alphaStride != 0) TakeAlpha(planes, frame, made);
     *image = std::move(made);
     return status;
   }

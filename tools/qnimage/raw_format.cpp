@@ -98,12 +98,21 @@ bool ReadRawSource(const char* command, const qntool::Arguments& arguments, RawF
          ReadFrameNumber(command, arguments, &format->frame);
 }
 
-bool HasRawForItsOptions(const char* command, const qntool::Arguments& arguments, bool hasRaw) {
-  for (const char* const option : {"fourcc", "matrix", "range"}) {
-    if (!hasRaw && arguments.Has(option))
-      return Mistaken(command, "--" + std::string(option) + " is for raw frames, and there are none");
+bool HasRawForItsOptions(const char* command, const qntool::Arguments& arguments, bool hasRaw,
+                         bool convertsYuv) {
+  if (!hasRaw && arguments.Has("fourcc"))
+    return Mistaken(command, "--fourcc is for raw frames, and there are none");
+  for (const char* const option : {"matrix", "range"}) {
+    if (!convertsYuv && arguments.Has(option))
+      return Mistaken(command, "--" + std::string(option) +
+                                   " is for raw frames of YUV that are converted, and there are none");
   }
   return true;
+}
+
+bool IsYuv(const RawFormat& format) {
+  const BITMAPINFOHEADER header = RawHeader(format, 2, 2);
+  return QnGetPixelType(&header) >= QNPIXEL_UYVY;
 }
 
 std::string FourccText(DWORD fourcc) {

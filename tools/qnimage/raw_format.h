@@ -39,8 +39,13 @@ bool ReadSize(const char* command, std::string_view text, uint32_t* width, uint3
 bool ReadRawTarget(const char* command, const qntool::Arguments& arguments, RawFormat* format);
 bool ReadRawSource(const char* command, const qntool::Arguments& arguments, RawFormat* format);
 
-// False, and that is reported, where options of raw frames are given and there are none.
-bool HasRawForItsOptions(const char* command, const qntool::Arguments& arguments, bool hasRaw);
+// False, and that is reported, where options of raw frames are given and there are none, or those of the
+// conversion of YUV where there is no such.
+bool HasRawForItsOptions(const char* command, const qntool::Arguments& arguments, bool hasRaw,
+                         bool convertsYuv);
+
+// Whether frames are of YUV; the layout may be untold.
+bool IsYuv(const RawFormat& format);
 
 // The code as text.
 std::string FourccText(DWORD fourcc);

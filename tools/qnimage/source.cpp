@@ -12,8 +12,8 @@ const char* KindName(Kind kind) {
   return kNames[static_cast<int>(kind)];
 }
 
-bool ReadSource(const InputFile& file, const RawFormat& format, Source* source, Image* image) {
-  if (format.width != 0) return ReadRaw(file, format, source, image);
+bool ReadSource(const InputFile& file, const RawFormat* format, Source* source, Image* image) {
+  if (format && format->width != 0) return ReadRaw(file, *format, source, image);
   constexpr uint8_t kPng[] = {0x89, 'P', 'N', 'G'};
   uint8_t start[4] = {};
   if (!file.ReadAt(0, start, std::min<uint64_t>(sizeof(start), file.Size()))) return false;
@@ -21,9 +21,9 @@ bool ReadSource(const InputFile& file, const RawFormat& format, Source* source, 
   DWORD size;
   std::memcpy(&size, start, sizeof(size));
   // A header alone starts with its size.
-  if (std::memcmp(start, "BM", 2) == 0 || (size >= sizeof(BITMAPINFOHEADER) && size <= 124))
-    return ReadBmp(file, source, image);
-  return file.Fail(QN_E_FILE_FORMAT, messages::NoKnownPicture);
+  const bool isDib = file.Size() >= sizeof(size) && size >= sizeof(BITMAPINFOHEADER) && size <= 124;
+  if (isDib || std::memcmp(start, "BM", 2) == 0) return ReadBmp(file, source, image);
+  return file.Fail(QN_E_FILE_FORMAT, format ? messages::NoKnownPicture : messages::NoPicture);
 }
 
 }  // namespace qnimage

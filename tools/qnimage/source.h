@@ -21,7 +21,7 @@ struct Source {
   BITMAPINFOHEADER header = {};  // as the library describes the pixels of the file
   int type = 0;
   bool fromTop = false;  // the order of the rows
-  Palette palette;       // for all values that a pixel may have
+  Palette palette;       // for all values that a pixel may have, or those that the pixels of the picture have
   size_t colours = 0;    // of it, that the file has
   // Raw frames.
   uint64_t frames = 1;
@@ -36,8 +36,9 @@ bool ReadBmp(const InputFile& file, Source* source, Image* image);
 bool ReadPng(const InputFile& file, Source* source, Image* image);
 bool ReadRaw(const InputFile& file, const RawFormat& format, Source* source, Image* image);
 
-// One of these, by the first bytes of the file, or raw frames where the format has a size.
-bool ReadSource(const InputFile& file, const RawFormat& format, Source* source, Image* image);
+// One of these, by the first bytes of the file, or raw frames where the format has a size; null where they
+// are not read.
+bool ReadSource(const InputFile& file, const RawFormat* format, Source* source, Image* image);
 
 // Reads the bytes of the format's frame, of a file that was described; false with the failure reported.
 bool ReadRawFrame(const InputFile& file, const RawFormat& format, const Source& source,

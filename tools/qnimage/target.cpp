@@ -128,28 +128,28 @@ int ReportInterrupt(const std::string& target) {
   return kExitInterruptedBase + InterruptSignal();
 }
 
-int WritePicture(const Target& target, const Image& image, const Palette& palette, OutputFile* file,
+int WritePicture(const Target& target, const Image& image, const Source& source, OutputFile* file,
                  const Inspection& inspect) {
   const bool isOpaque = image.IsOpaque();
   const Stored stored = Describe(target, image, isOpaque);
   const int widest = target.kind == Kind::kRaw ? WorkingTypeOf(target.raw) : stored.type;
   if (!CheckSides(*file, widest, image.Width(), image.Height())) return kExitFailed;
-  if (!isOpaque && !HasAlpha(stored.type))
-    ReportWarning(target.name, {messages::AlphaLeftOut, {Message(stored.typeName)}});
   HRESULT status = S_OK;
   Message details;
   Image held;
+  std::vector<uint8_t> frame;
+  if (target.kind == Kind::kRaw) status = EncodeRaw(target.raw, image, &frame, &details);
+  if (status == S_OK && !isOpaque && !HasAlpha(stored.type))
+    ReportWarning(target.name, {messages::AlphaLeftOut, {Message(stored.typeName)}});
   if (target.kind == Kind::kRaw) {
-    std::vector<uint8_t> frame;
-    status = EncodeRaw(target.raw, image, &frame, &details);
     if (status == S_OK) status = file->Write(frame.data(), frame.size());
     if (status == S_OK && inspect) status = DecodeRaw(target.raw, stored.rawHeader, frame, &held, &details);
   } else {
-    const Palette usual = UsualPalette(stored.type);
     held = image.ConvertedTo(stored.type, target.kind == Kind::kPng,
-                             palette.size() == usual.size() ? palette : usual);
+                             source.type == stored.type ? source.palette : UsualPalette(stored.type));
     status =
         target.kind == Kind::kPng ? WritePng(held, isOpaque && target.type == 0, file) : WriteBmp(held, file);
+    if (inspect) held = held.ConvertedTo(WorkingType(stored.type), true);
   }
   if (status == S_OK && inspect && InterruptSignal() == 0) inspect(held);
   return Finish(target, image.Width(), image.Height(), stored.typeName, file, status, details);
@@ -166,13 +166,16 @@ int RunOnPicture(const char* command, const Arguments& arguments, const Work& wo
   Target target;
   if (!ReadTarget(command, arguments, operands[1], &target)) return kExitUsage;
   // The size that scale takes is that of OUT.
-  if (std::string_view(command) != kScaleCommand.name && !ReadRawSource(command, arguments, &format))
-    return kExitUsage;
+  const bool takesRaw = std::string_view(command) != kScaleCommand.name;
+  if (takesRaw && !ReadRawSource(command, arguments, &format)) return kExitUsage;
   if (format.width == 0 && arguments.Has("fourcc") && arguments.Has("out-fourcc")) {
     Mistaken(command, "--fourcc is for raw frames in IN, which need --size");
     return kExitUsage;
   }
-  if (!HasRawForItsOptions(command, arguments, target.kind == Kind::kRaw || format.width != 0))
+  const bool isCopy =
+      !work && target.kind == Kind::kRaw && format.width != 0 && format.fourcc == target.raw.fourcc;
+  if (!HasRawForItsOptions(command, arguments, target.kind == Kind::kRaw || format.width != 0,
+                           !isCopy && (IsYuv(format) || IsYuv(target.raw))))
     return kExitUsage;
   WatchInterrupts();
   InputFile input;
@@ -185,12 +188,11 @@ int RunOnPicture(const char* command, const Arguments& arguments, const Work& wo
   Source source;
   Image image;
   if (!output.Create(target.name, target.overwrite)) return kExitFailed;
-  if (!work && target.kind == Kind::kRaw && format.width != 0 && format.fourcc == target.raw.fourcc)
-    return CopyFrame(input, format, target, &output);
-  if (!ReadSource(input, format, &source, &image)) return kExitFailed;
+  if (isCopy) return CopyFrame(input, format, target, &output);
+  if (!ReadSource(input, takesRaw ? &format : nullptr, &source, &image)) return kExitFailed;
   if (InterruptSignal() == 0 && work && !work(output, &image)) return kExitFailed;
   return InterruptSignal() != 0 ? ReportInterrupt(target.name)
-                                : WritePicture(target, image, source.palette, &output, inspect);
+                                : WritePicture(target, image, source, &output, inspect);
 }
 
 }  // namespace qnimage

@@ -40,12 +40,12 @@ bool ReadTarget(const char* command, const qntool::Arguments& arguments, const s
 // The depth of a new picture for the target: a type to work on.
 int WorkingTypeFor(const Target& target);
 
-// Looks at the picture as the target holds it.
+// Looks at the picture as one reads it that opens the target.
 using Inspection = std::function<void(const Image& held)>;
 
 // Writes a picture of a type to work on and tells of it; the palette, where the target needs one, is that of
-// a source or empty. An exit code.
-int WritePicture(const Target& target, const Image& image, const Palette& palette, qntool::OutputFile* file,
+// a source of its type. An exit code.
+int WritePicture(const Target& target, const Image& image, const Source& source, qntool::OutputFile* file,
                  const Inspection& inspect = {});
 
 // The exit code of an interrupted run, which is reported about the file that is not there then.
