@@ -88,8 +88,11 @@ enum class ProcessAccess {
 void SetProcessAccess(ProcessAccess access);
 ProcessAccess AllowedProcessAccess();
 
-// True once the process of a descriptor has ended.
-bool HasEnded(int processDescriptor);
+// True once the process of a descriptor has ended, which may be waited for.
+bool HasEnded(int processDescriptor, int milliseconds = 0);
+
+// True for the errno of a call that found no free descriptor.
+bool IsShortage(int error);
 
 // The mark of a handle's descriptor.
 constexpr off_t MarkOf(HANDLE handle) {
@@ -100,8 +103,10 @@ constexpr off_t MarkOf(HANDLE handle) {
 // Ends the thread whatever is served. For the unloading of the library.
 void StopServing();
 
-enum class Answer { kNone, kUnknown, kFound, kLate };
-// Asks a process for the descriptor of a handle. kNone with errno when nobody answers there.
+// How far a search got; of several the greatest counts. kLate is that nobody answered in time.
+enum class Answer { kNone, kLate, kUnknown, kFound };
+
+// Asks a process for the descriptor of a handle. errno tells of a shortage of descriptors, or EACCES.
 Answer AskForMapping(pid_t process, HANDLE handle, Descriptor* found);
 
 }  // namespace qn

@@ -9,16 +9,16 @@
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <mutex>
-#include <optional>
+#include <new>
 
 #include "qn/platform/mapping_object_internal.h"
 
@@ -27,23 +27,68 @@ namespace {
 
 // The copies of the library in one process that can serve.
 constexpr int kAddresses = 16;
-constexpr int kAnswerMilliseconds = 1000;
-constexpr int kRequestMilliseconds = 200;
+// Of those that have not asked yet: one more takes the place of the oldest.
+constexpr int kConnections = 32;
+constexpr std::chrono::milliseconds kAnswerTime(1000);
+// What an owner whose listener cannot be made, or was closed by others, takes to notice and to try again.
+constexpr int kLookMilliseconds = 500;
+constexpr int kShortageMilliseconds = 10;
+constexpr int kQueueMilliseconds = 2;  // between tries to get into a full queue
 
-struct Server {
-  pthread_t thread;
-  int listener;
+// A socket of the server. What hosts do with descriptors that they do not know may have made its number that
+// of another file, which is left alone.
+class OwnSocket {
+ public:
+  OwnSocket() = default;
+  ~OwnSocket() { Set(qn::Descriptor()); }
+  OwnSocket(const OwnSocket&) = delete;
+  OwnSocket& operator=(const OwnSocket&) = delete;
+
+  void Set(qn::Descriptor socket) {
+    if (Get() < 0) socket_.Release();
+    socket_ = std::move(socket);
+    struct stat info = {};
+    if (socket_) fstat(socket_.Get(), &info);
+    device_ = info.st_dev;
+    inode_ = info.st_ino;
+  }
+
+  // -1 if it is not there, or no longer.
+  int Get() const {
+    struct stat info;
+    const bool isThere =
+        socket_ && fstat(socket_.Get(), &info) == 0 && info.st_dev == device_ && info.st_ino == inode_;
+    return isThere ? socket_.Get() : -1;
+  }
+
+ private:
+  qn::Descriptor socket_;
+  dev_t device_ = 0;
+  ino_t inode_ = 0;
 };
 
-// A mapping ends under the lock, and never on the server's thread: that one would have to wait for itself.
+struct Server {
+  pthread_t thread = {};
+  bool isEnding = false;
+  OwnSocket listener;
+  OwnSocket connections[kConnections];
+  unsigned accepted = 0;
+  Server* older = nullptr;
+};
+
+// The server's thread does all under the lock but wait. A mapping ends under it too, and never on that
+// thread, which would have to wait for itself.
 constinit std::mutex g_mutex;
 constinit SharedMapping* g_served = nullptr;
-constinit std::optional<Server> g_server;
-constinit pid_t g_process = 0;  // whose the server is: a fork's child has a copy of all this, but no thread
+constinit Server* g_servers = nullptr;  // all but the first are ending
 
-// A fork's child finds the lock free.
+// A fork's child has no thread: it closes its copies, which would keep the names taken, and forgets the rest.
+void ForgetServers() {
+  while (g_servers) delete std::exchange(g_servers, g_servers->older);
+  g_mutex.unlock();
+}
 [[maybe_unused]] const int g_forkHandlers =
-    pthread_atfork([] { g_mutex.lock(); }, [] { g_mutex.unlock(); }, [] { g_mutex.unlock(); });
+    pthread_atfork([] { g_mutex.lock(); }, [] { g_mutex.unlock(); }, ForgetServers);
 
 struct Address {
   sockaddr_un name = {};
@@ -60,7 +105,7 @@ struct Address {
 };
 
 qn::Descriptor OpenSocket() {
-  return qn::Descriptor(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+  return qn::Descriptor(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
 }
 
 bool PeerOf(int connection, ucred* peer) {
@@ -96,151 +141,166 @@ bool Send(int connection, uint64_t value, int descriptor) {
   return sendmsg(connection, &message.header, MSG_NOSIGNAL | MSG_DONTWAIT) == sizeof message.value;
 }
 
+// False with errno: EAGAIN nothing has come yet, EMFILE no descriptor was left for what came. Nothing is kept
+// of a message that is not as Send makes it.
 bool Receive(int connection, uint64_t* value, qn::Descriptor* descriptor) {
   Message message;
   message.header.msg_control = message.control;
-  message.header.msg_controllen = sizeof message.control;
-  const ssize_t got = recvmsg(connection, &message.header, MSG_CMSG_CLOEXEC | MSG_DONTWAIT);
+  message.header.msg_controllen = CMSG_LEN(sizeof(int));  // the space has room for two
+  const ssize_t got = recvmsg(connection, &message.header, MSG_CMSG_CLOEXEC);
   if (got < 0) return false;
+  qn::Descriptor received;
   const cmsghdr* const rights = CMSG_FIRSTHDR(&message.header);
   if (rights && rights->cmsg_level == SOL_SOCKET && rights->cmsg_type == SCM_RIGHTS &&
       rights->cmsg_len == CMSG_LEN(sizeof(int))) {
-    int received = -1;
-    std::memcpy(&received, CMSG_DATA(rights), sizeof received);
-    *descriptor = qn::Descriptor(received);
+    int number = -1;
+    std::memcpy(&number, CMSG_DATA(rights), sizeof number);
+    received = qn::Descriptor(number);
   }
+  const int flags = message.header.msg_flags;
+  errno = (flags & MSG_CTRUNC) && !received ? EMFILE : EPROTO;
+  if ((flags & (MSG_TRUNC | MSG_CTRUNC)) || got != sizeof message.value) return false;
   *value = message.value;
-  return got == sizeof message.value;
+  *descriptor = std::move(received);
+  return true;
 }
 
-void Serve(int listener, int connection) {
-  ucred peer;
-  if (!PeerOf(connection, &peer) || (peer.uid != 0 && peer.uid != geteuid())) return;
-  // Also ends when the listener is shut down.
-  pollfd waited[] = {{connection, POLLIN, 0}, {listener, 0, 0}};
-  if (poll(waited, 2, kRequestMilliseconds) <= 0 || waited[1].revents) return;
+// Leaves it as it is on failure.
+void Listen(OwnSocket* listener) {
+  qn::Descriptor made = OpenSocket();
+  bool isBound = false;
+  for (int number = 0; made && !isBound && number < kAddresses; ++number) {
+    const Address address(getpid(), number);
+    isBound = bind(made.Get(), address.Get(), address.length) == 0;
+  }
+  if (isBound && listen(made.Get(), 64) == 0) listener->Set(std::move(made));
+}
+
+// Answers if the question has come; true when nothing more is to be done for the one that asks.
+bool Serve(int connection) {
   uint64_t value = 0;
   qn::Descriptor unasked;
-  if (!Receive(connection, &value, &unasked)) return;
-  const std::lock_guard guard(g_mutex);
+  if (!Receive(connection, &value, &unasked)) return errno != EAGAIN;
   const SharedMapping* mapping = g_served;
   while (mapping && reinterpret_cast<uintptr_t>(mapping->served.handle) != value)
     mapping = mapping->served.next;
   Send(connection, value, mapping ? mapping->Descriptor() : -1);
+  return true;
+}
+
+// False if no descriptor is left, perhaps: whoever waits may be served later.
+bool Accept(Server* server) {
+  const int listener = server->listener.Get();
+  if (listener < 0) return Listen(&server->listener), true;
+  qn::Descriptor connection(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+  ucred peer;
+  if (!connection) return errno == EAGAIN;
+  if (PeerOf(connection.Get(), &peer) && (peer.uid == 0 || peer.uid == geteuid())) {
+    server->connections[server->accepted++ % kConnections].Set(std::move(connection));
+  }
+  return true;
 }
 
 void* Run(void* argument) {
-  const auto listener = static_cast<int>(reinterpret_cast<intptr_t>(argument));
+  Server* const server = static_cast<Server*>(argument);
   for (;;) {
-    const qn::Descriptor connection(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
-    if (connection) {
-      Serve(listener, connection.Get());
-    } else if (errno == EINVAL || errno == EBADF || errno == ENOTSOCK) {
-      return nullptr;  // shut down, or closed by a host that closes what it does not know
-    } else if (errno != EINTR && errno != ECONNABORTED) {
-      // No descriptor is left, perhaps: whoever waits may be served later.
-      pollfd waited = {listener, 0, 0};
-      poll(&waited, 1, 10);
+    pollfd waited[1 + kConnections];
+    bool isAccepting;
+    {
+      const std::lock_guard guard(g_mutex);
+      if (server->isEnding) return nullptr;
+      for (OwnSocket& connection : server->connections) {
+        const int open = connection.Get();
+        if (open >= 0 && Serve(open)) connection.Set(qn::Descriptor());
+      }
+      isAccepting = Accept(server);
+      waited[0] = {server->listener.Get(), static_cast<short>(isAccepting ? POLLIN : 0), 0};
+      for (int i = 0; i < kConnections; ++i) waited[1 + i] = {server->connections[i].Get(), POLLIN, 0};
     }
+    // A listener that others close wakes nobody, so nothing waits for good.
+    poll(waited, std::size(waited), isAccepting ? kLookMilliseconds : kShortageMilliseconds);
   }
 }
 
-std::optional<Server> Start() {
-  qn::Descriptor listener = OpenSocket();
-  bool isBound = false;
-  for (int number = 0; listener && !isBound && number < kAddresses; ++number) {
-    const Address address(getpid(), number);
-    isBound = bind(listener.Get(), address.Get(), address.length) == 0;
-  }
-  if (!isBound || listen(listener.Get(), 64) != 0) return {};
-  Server server = {};
-  server.listener = listener.Get();
+void Start() {
+  Server* const server = new (std::nothrow) Server;
+  if (!server) return;
+  Listen(&server->listener);
   // The host's signals are for the host's threads.
   sigset_t all, before;
   sigfillset(&all);
   pthread_sigmask(SIG_SETMASK, &all, &before);
-  const int failure =
-      pthread_create(&server.thread, nullptr, Run, reinterpret_cast<void*>(intptr_t{server.listener}));
+  const int failure = pthread_create(&server->thread, nullptr, Run, server);
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
-  if (failure) return {};
-  listener.Release();
-  return server;
-}
-
-// Takes the server out, under the lock, to be stopped outside of it: its thread may be waiting for it.
-std::optional<Server> TakeServer() {
-  return g_process == getpid() ? std::exchange(g_server, std::nullopt) : std::nullopt;
-}
-
-void Stop(const std::optional<Server>& server) {
-  if (!server) return;
-  // Shut down and not only closed, since a fork's child may hold the socket too.
-  shutdown(server->listener, SHUT_RDWR);
-  pthread_join(server->thread, nullptr);
-  close(server->listener);
-}
-
-class Deadline {
- public:
-  explicit Deadline(int milliseconds) : end_(Now() + milliseconds) {}
-  int Left() const { return static_cast<int>(std::max<int64_t>(end_ - Now(), 0)); }
-
- private:
-  static int64_t Now() {
-    timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
+  if (failure) {
+    delete server;
+    return;
   }
-  const int64_t end_;
-};
-
-bool Connect(int connection, const Address& address) {
-  // An owner that is stopped has a full queue at some time.
-  const timeval limit = {kAnswerMilliseconds / 1000, kAnswerMilliseconds % 1000 * 1000};
-  setsockopt(connection, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
-  int result;
-  do {
-    result = connect(connection, address.Get(), address.length);
-  } while (result != 0 && errno == EINTR);
-  return result == 0;
+  server->older = std::exchange(g_servers, server);
 }
 
-Answer AskAt(const Address& address, pid_t process, uint64_t value, qn::Descriptor* found) {
-  const qn::Descriptor connection = OpenSocket();
-  if (!connection) return Answer::kNone;
-  if (!Connect(connection.Get(), address)) return errno == EAGAIN ? Answer::kLate : Answer::kNone;
+bool IsServing() {
+  return g_servers && !g_servers->isEnding;
+}
+
+void Stop(bool isServedToo) {
+  Server* server;
+  {
+    const std::lock_guard guard(g_mutex);
+    if (!IsServing() || (g_served && !isServedToo)) return;
+    server = g_servers;
+    server->isEnding = true;
+    shutdown(server->listener.Get(), SHUT_RDWR);  // wakes it
+  }
+  pthread_join(server->thread, nullptr);
+  const std::lock_guard guard(g_mutex);
+  Server** link = &g_servers;
+  while (*link != server) link = &(*link)->older;
+  *link = server->older;
+  delete server;
+}
+
+// Asks at one address. kLate: the answer has to be waited for, or without a connection the server's queue is
+// full, as that of a process that is stopped is at some time. kNone with errno.
+Answer Ask(const Address& address, pid_t process, uint64_t value, qn::Descriptor* connection) {
+  qn::Descriptor made = OpenSocket();
+  if (!made) return Answer::kNone;
+  if (connect(made.Get(), address.Get(), address.length) != 0) {
+    return errno == EAGAIN ? Answer::kLate : Answer::kNone;
+  }
   ucred peer;
   const uid_t user = geteuid();
-  if (!PeerOf(connection.Get(), &peer) || peer.pid != process || (user != 0 && peer.uid != user) ||
-      !Send(connection.Get(), value, -1)) {
+  // An owner that began as root and is another user now still listens as root.
+  if (!PeerOf(made.Get(), &peer) || peer.pid != process || (user != 0 && peer.uid != user && peer.uid != 0) ||
+      !Send(made.Get(), value, -1)) {
     errno = EACCES;
     return Answer::kNone;
   }
-  const Deadline deadline(kAnswerMilliseconds);
-  pollfd waited = {connection.Get(), POLLIN, 0};
-  int ready;
-  do {
-    ready = poll(&waited, 1, deadline.Left());
-  } while (ready < 0 && errno == EINTR);
-  if (ready == 0) return Answer::kLate;
+  *connection = std::move(made);
+  return Answer::kLate;
+}
+
+Answer Hear(int connection, uint64_t value, qn::Descriptor* found) {
   uint64_t answered = 0;
-  if (!Receive(connection.Get(), &answered, found) || answered != value) return Answer::kNone;
-  return *found ? Answer::kFound : Answer::kUnknown;
+  qn::Descriptor received;
+  if (!Receive(connection, &answered, &received)) {
+    return errno == EAGAIN ? Answer::kLate : Answer::kNone;
+  }
+  errno = EPROTO;
+  if (answered != value) return Answer::kNone;
+  if (!received) return Answer::kUnknown;
+  *found = std::move(received);
+  return Answer::kFound;
 }
 
 }  // namespace
 
 void BeginServing(SharedMapping* mapping, HANDLE handle) {
   const std::lock_guard guard(g_mutex);
-  if (g_process != getpid()) {
-    if (g_server) close(g_server->listener);
-    g_server.reset();
-    g_process = getpid();
-  }
   mapping->served = {handle, g_served, &g_served};
   if (g_served) g_served->served.link = &mapping->served.next;
   g_served = mapping;
-  if (!g_server) g_server = Start();
+  if (!IsServing()) Start();
 }
 
 bool IsServed(const SharedMapping& mapping) {
@@ -249,38 +309,51 @@ bool IsServed(const SharedMapping& mapping) {
 }
 
 void EndServing(SharedMapping* mapping) {
-  std::optional<Server> server;
   {
     const std::lock_guard guard(g_mutex);
     const auto& [handle, next, link] = mapping->served;
     if (!link) return;
     *link = next;
     if (next) next->served.link = link;
-    if (!g_served) server = TakeServer();
   }
-  Stop(server);
+  Stop(false);
 }
 
 void StopServing() {
-  std::optional<Server> server;
-  {
-    const std::lock_guard guard(g_mutex);
-    server = TakeServer();
-  }
-  Stop(server);
+  Stop(true);
 }
 
 Answer AskForMapping(pid_t process, HANDLE handle, Descriptor* found) {
   const uint64_t value = reinterpret_cast<uintptr_t>(handle);
-  Answer best = Answer::kNone;
+  using Clock = std::chrono::steady_clock;
+  const auto end = Clock::now() + kAnswerTime;
+  Descriptor connections[kAddresses];
+  Answer answers[kAddresses];
+  std::fill(std::begin(answers), std::end(answers), Answer::kLate);
   int error = EACCES;
-  for (int number = 0; number < kAddresses && best != Answer::kFound && best != Answer::kLate; ++number) {
-    const Answer answer = AskAt(Address(process, number), process, value, found);
-    if (answer != Answer::kNone) best = answer;
-    if (answer == Answer::kNone && errno != ECONNREFUSED) error = errno;
+  // All addresses at once: anybody may have taken one of them, and keep whoever asks there waiting.
+  for (;;) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
+    int timeout = static_cast<int>(std::max<int64_t>(left, 0));
+    bool isLate = false;
+    pollfd waited[kAddresses];
+    for (int i = 0; i < kAddresses; ++i) {
+      waited[i] = {-1, POLLIN, 0};
+      if (answers[i] != Answer::kLate) continue;
+      answers[i] = connections[i] ? Hear(connections[i].Get(), value, found)
+                                  : Ask(Address(process, i), process, value, &connections[i]);
+      if (answers[i] == Answer::kFound) return Answer::kFound;
+      if (answers[i] == Answer::kNone && IsShortage(errno)) error = errno;
+      if (answers[i] != Answer::kLate) continue;
+      isLate = true;
+      waited[i].fd = connections[i].Get();
+      if (!connections[i]) timeout = std::min(timeout, kQueueMilliseconds);
+    }
+    if (!isLate || left <= 0) break;
+    poll(waited, kAddresses, timeout);
   }
   errno = error;
-  return best;
+  return *std::max_element(std::begin(answers), std::end(answers));
 }
 
 }  // namespace qn

@@ -30,8 +30,8 @@ QN_API HANDLE OpenProcess(DWORD access, BOOL inherit, DWORD id);
 // CloseHandle. From this process that is any handle but an event's, from another one that of a shared
 // mapping. `targetProcess` is this process and `options` DUPLICATE_SAME_ACCESS (else last error 87); `access`
 // and `inherit` are not used. Zero with `*target` as it was and the last error: 6 the handle is none of that
-// kind there or its process has ended, 5 every way to it is refused, 170 its process does not answer within a
-// second.
+// kind there or its process has ended, 5 every way to it is refused, or the only way left is to ask and its
+// process has no mapping open, 170 its process does not answer within a second, 4 no descriptor is left.
 QN_API BOOL DuplicateHandle(HANDLE sourceProcess, HANDLE source, HANDLE targetProcess, HANDLE* target,
                             DWORD access, BOOL inherit, DWORD options);
 

@@ -6,6 +6,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <charconv>
@@ -57,27 +58,43 @@ HANDLE AddMapping(qn::Descriptor memory, uint64_t bytes, bool isServed, bool isM
   return nullptr;
 }
 
-// Looks through the descriptors of a process. kNone where that is refused.
+// The descriptor of the mapping that was found last: the next one is often it again, or the one behind it.
+std::atomic<int> g_lastFound = -1;
+
+// Whether the descriptor with a name in a process's list is a handle's mapping. kNone with errno.
+Answer Take(int folder, const char* name, int processDescriptor, HANDLE handle, qn::Descriptor* found) {
+  char link[sizeof kLinkStart] = {};
+  if (readlinkat(folder, name, link, sizeof link - 1) < 0 || std::strcmp(link, kLinkStart) != 0) {
+    return Answer::kUnknown;
+  }
+  int number = -1;
+  std::from_chars(name, name + std::strlen(name), number);
+  qn::Descriptor taken(static_cast<int>(syscall(SYS_pidfd_getfd, processDescriptor, number, 0)));
+  if (!taken && errno != EBADF) return Answer::kNone;
+  // Whatever has got the number since the look at it, the mark tells which handle it is of.
+  if (!taken || lseek(taken.Get(), 0, SEEK_CUR) != MarkOf(handle)) return Answer::kUnknown;
+  *found = std::move(taken);
+  g_lastFound = number;
+  return Answer::kFound;
+}
+
+// Looks through the descriptors of a process. kNone with errno where that cannot be done.
 Answer FindDescriptor(int processDescriptor, pid_t process, HANDLE handle, qn::Descriptor* found) {
   char path[32];
   std::snprintf(path, sizeof path, "/proc/%d/fd", static_cast<int>(process));
   constexpr auto kClose = [](DIR* opened) { closedir(opened); };
   const std::unique_ptr<DIR, decltype(kClose)> folder(opendir(path), kClose);
   if (!folder) return Answer::kNone;
+  const int last = g_lastFound;
+  for (const int number : {last, last + 1}) {
+    char name[16];
+    std::snprintf(name, sizeof name, "%d", number);
+    const Answer answer = Take(dirfd(folder.get()), name, processDescriptor, handle, found);
+    if (answer != Answer::kUnknown) return answer;
+  }
   while (const dirent* entry = readdir(folder.get())) {
-    char link[sizeof kLinkStart] = {};
-    if (readlinkat(dirfd(folder.get()), entry->d_name, link, sizeof link - 1) < 0 ||
-        std::strcmp(link, kLinkStart) != 0) {
-      continue;
-    }
-    int number = -1;
-    std::from_chars(entry->d_name, entry->d_name + std::strlen(entry->d_name), number);
-    qn::Descriptor taken(static_cast<int>(syscall(SYS_pidfd_getfd, processDescriptor, number, 0)));
-    if (!taken && errno != EBADF) return Answer::kNone;
-    // Whatever has got the number since the look at it, the mark tells which handle it is of.
-    if (!taken || lseek(taken.Get(), 0, SEEK_CUR) != MarkOf(handle)) continue;
-    *found = std::move(taken);
-    return Answer::kFound;
+    const Answer answer = Take(dirfd(folder.get()), entry->d_name, processDescriptor, handle, found);
+    if (answer != Answer::kUnknown) return answer;
   }
   return Answer::kUnknown;
 }
@@ -92,9 +109,18 @@ ProcessAccess AllowedProcessAccess() {
   return g_access;
 }
 
-bool HasEnded(int processDescriptor) {
+bool HasEnded(int processDescriptor, int milliseconds) {
   pollfd waited = {processDescriptor, POLLIN, 0};
-  return poll(&waited, 1, 0) != 0;
+  int result;
+  // A signal cuts a step short, not more.
+  do {
+    result = poll(&waited, 1, milliseconds > 0 ? 1 : 0);
+  } while (result <= 0 && milliseconds-- > 0);
+  return result > 0;
+}
+
+bool IsShortage(int error) {
+  return error == EMFILE || error == ENFILE;
 }
 
 HANDLE MakeSharedMapping(uint64_t bytes) {
@@ -127,27 +153,32 @@ HANDLE AdoptSharedMapping(int descriptor, bool isServed) {
 
 Descriptor FetchMapping(int processDescriptor, pid_t process, HANDLE handle) {
   qn::Descriptor found;
-  const ProcessAccess access = AllowedProcessAccess();
-  Answer looked = Answer::kNone, asked = Answer::kNone;
-  int error = EACCES;
   // What can be no handle has no mark.
   if (!handle || reinterpret_cast<uintptr_t>(handle) % 4 != 0) {
     FailWith(ERROR_INVALID_HANDLE);
     return found;
   }
-  if (access == ProcessAccess::kFull) looked = FindDescriptor(processDescriptor, process, handle, &found);
-  if (access != ProcessAccess::kNone && looked != Answer::kFound) {
-    asked = AskForMapping(process, handle, &found);
+  const ProcessAccess access = AllowedProcessAccess();
+  Answer answer = Answer::kNone;
+  int error = EACCES;
+  if (access == ProcessAccess::kFull) {
+    answer = FindDescriptor(processDescriptor, process, handle, &found);
+    if (answer == Answer::kNone) error = errno;
+  }
+  if (access != ProcessAccess::kNone && answer != Answer::kFound && !IsShortage(error)) {
+    answer = std::max(answer, AskForMapping(process, handle, &found));
     error = errno;
   }
-  // What an id leads to is only right while its process lives.
-  if (found && !HasEnded(processDescriptor)) return found;
-  if (HasEnded(processDescriptor) || asked == Answer::kUnknown || looked == Answer::kUnknown) {
+  // What an id leads to is only right while its process lives; one that is ending refuses everything first.
+  constexpr int kEndingMilliseconds = 5;
+  const bool hasEnded = HasEnded(processDescriptor, answer == Answer::kNone ? kEndingMilliseconds : 0);
+  if (found && !hasEnded) return found;
+  if (hasEnded || answer == Answer::kUnknown) {
     FailWith(ERROR_INVALID_HANDLE);
-  } else if (asked == Answer::kLate) {
+  } else if (answer == Answer::kLate) {
     FailWith(ERROR_BUSY);
   } else {
-    FailWith(error == EMFILE || error == ENFILE ? ERROR_TOO_MANY_OPEN_FILES : ERROR_ACCESS_DENIED);
+    FailWith(IsShortage(error) ? ERROR_TOO_MANY_OPEN_FILES : ERROR_ACCESS_DENIED);
   }
   return qn::Descriptor();
 }

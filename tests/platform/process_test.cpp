@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/mman.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -57,13 +59,9 @@ TEST(Process, MemoryComesWholeOrWithItsCount) {
     EXPECT_STREQ(bytes, process == other ? "abc" : "own");
     EXPECT_TRUE(!ReadProcessMemory(process, memory + page - 4, bytes, 8, &moved) && moved == 4);
     EXPECT_EQ(GetLastError(), ERROR_PARTIAL_COPY);
-    EXPECT_TRUE(WriteProcessMemory(process, memory, "xy", 2, nullptr));
-    EXPECT_TRUE(ReadProcessMemory(process, memory, bytes, 2, &moved) && bytes[1] == 'y');
     EXPECT_TRUE(!WriteProcessMemory(process, memory + page - 1, "xy", 2, &moved) && moved == 1);
-    void* const last = reinterpret_cast<void*>(UINTPTR_MAX - 1);
-    EXPECT_TRUE(!ReadProcessMemory(process, last, bytes, 16, &moved) && moved == 0);
+    EXPECT_TRUE(ReadProcessMemory(process, memory + page - 1, bytes, 1, nullptr) && bytes[0] == 'x');
   }
-  EXPECT_EQ(WaitForSingleObject(other, 0), WAIT_TIMEOUT);
   kill(child, SIGKILL);
   EXPECT_EQ(WaitForSingleObject(other, 10'000), WAIT_OBJECT_0);
   EXPECT_TRUE(!ReadProcessMemory(other, memory, bytes, 1, nullptr) && GetLastError() == ERROR_PARTIAL_COPY);
@@ -82,7 +80,6 @@ TEST(Process, MappingsAreDuplicatedWithinAProcessAndFromForks) {
   const HANDLE first = MakeShared(5000), self = GetCurrentProcess();
   const HANDLE owner = OpenProcess(PROCESS_DUP_HANDLE, FALSE, GetCurrentProcessId());
   EXPECT_EQ(MapViewOfFile(first, FILE_MAP_READ, 0, 0, 5001), nullptr);
-  EXPECT_EQ(MapViewOfFile(first, 1, 0, 0, 0), nullptr);
   auto* const view = static_cast<HANDLE*>(MapViewOfFile(first, FILE_MAP_WRITE, 0, 0, 0));
   HANDLE second = nullptr, third = nullptr;
   ASSERT_TRUE(view && Duplicate(self, first, &second));
@@ -92,6 +89,15 @@ TEST(Process, MappingsAreDuplicatedWithinAProcessAndFromForks) {
     std::vector<HANDLE> processes = {self, owner};
     pid_t child = 0;
 #ifndef __SANITIZE_THREAD__  // it lets no fork start a thread
+    // A host that closes what it does not know.
+    if (fork() == 0) {
+      alarm(10);
+      const HANDLE made = MakeShared(1);
+      for (int i = 3; i < 100; ++i) close(i);
+      _exit(!CloseHandle(made));
+    }
+    int status = -1;
+    EXPECT_TRUE(wait(&status) > 0 && status == 0);
     // A fork answers for what it makes itself, and has the handles of before.
     child = Fork(view, [&] { *view = MakeShared(5000); });
     processes.push_back(OpenProcess(PROCESS_DUP_HANDLE, FALSE, static_cast<DWORD>(child)));
@@ -133,8 +139,19 @@ TEST(Process, TheServingThreadComesAndGoesWithMappings) {
     CloseHandle(made);
   }
   EXPECT_EQ(count("/proc/self/task"), threads);
-  // Handles that end while they are asked for.
   qn::SetProcessAccess(qn::ProcessAccess::kSocket);
+  // Somebody has the first address and takes nobody in.
+  sockaddr_un name = {AF_UNIX, {}};
+  std::snprintf(name.sun_path + 1, sizeof name.sun_path - 1, "qnkernel-mapping/%d/0", getpid());
+  const size_t length = offsetof(sockaddr_un, sun_path) + 1 + std::strlen(name.sun_path + 1);
+  const int squatter = socket(AF_UNIX, SOCK_SEQPACKET, 0), other = socket(AF_UNIX, SOCK_SEQPACKET, 0);
+  const auto join = [&](auto call, int end) { return call(end, reinterpret_cast<sockaddr*>(&name), length); };
+  EXPECT_EQ(join(bind, squatter) | listen(squatter, 0) | join(connect, other), 0);
+  const HANDLE shared = MakeShared(100);
+  HANDLE copy = nullptr;
+  EXPECT_TRUE(Duplicate(process, shared, &copy) && CloseHandle(shared) && CloseHandle(copy));
+  for (const int end : {squatter, other}) close(end);
+  // Handles that end while they are asked for.
   std::vector<std::thread> workers;
   for (int i = 0; i < 4; ++i) {
     workers.emplace_back([&] {
