@@ -1,6 +1,5 @@
 #include "qn/kernel/qnmemtoken.h"
 
-#include <algorithm>
 #include <cstring>
 
 #include "qn/kernel/qnmemtoken_internal.h"
@@ -37,11 +36,16 @@ bool IsOwn(const _qnmemorytoken& token) {
   return token.processId == GetCurrentProcessId();
 }
 
-// Where the data is in the owner's process. False if it would reach beyond all memory.
-bool DataAddress(const _qnmemorytoken& token, uint64_t* address) {
+// Where the data is in the owner's process. An offset may lead backwards, by a sum that wraps.
+void* DataAddress(const _qnmemorytoken& token) {
+  return reinterpret_cast<void*>(token.address + token.offset);
+}
+
+// False if another process's data would reach beyond all memory.
+bool IsInMemory(const _qnmemorytoken& token) {
   uint64_t end;
-  return !__builtin_add_overflow(token.address, token.offset, address) &&
-         !__builtin_add_overflow(*address, token.size, &end);
+  return !__builtin_add_overflow(token.address, token.offset, &end) &&
+         !__builtin_add_overflow(end, token.size, &end);
 }
 
 // A view of another process's mapping, up to the end of the token's data. False with the last error.
@@ -69,12 +73,10 @@ bool OpenView(const _qnmemorytoken& token, DWORD access, HANDLE* duplicate, void
 // Copies between a token's data and the caller's memory, `copy` in this process and `transfer` otherwise.
 template <typename Copy, typename Transfer>
 HRESULT CopyBytes(const _qnmemorytoken& token, DWORD access, Copy copy, Transfer transfer) {
-  uint64_t address;
-  const bool isPossible = DataAddress(token, &address);
+  void* const address = DataAddress(token);
   if (IsOwn(token)) {
-    if (!isPossible) return E_FAIL;
-    if (address == 0) return token.size > 0 ? E_POINTER : S_OK;
-    copy(reinterpret_cast<void*>(address));
+    if (!address) return token.size > 0 ? E_POINTER : S_OK;
+    copy(address);
     return S_OK;
   }
   if (token.kind == QNMEMORYTOKEN_MAPPING) {
@@ -86,9 +88,9 @@ HRESULT CopyBytes(const _qnmemorytoken& token, DWORD access, Copy copy, Transfer
     CloseHandle(duplicate);
     return S_OK;
   }
-  if (token.kind != QNMEMORYTOKEN_PROCESS || !isPossible) return E_FAIL;
+  if (token.kind != QNMEMORYTOKEN_PROCESS || !IsInMemory(token)) return E_FAIL;
   const OpenHandle owner(OpenProcess(kMemoryAccess, FALSE, token.processId));
-  if (!owner || !transfer(owner.Get(), reinterpret_cast<void*>(address))) return LastStatus();
+  if (!owner || !transfer(owner.Get(), address)) return LastStatus();
   return S_OK;
 }
 
@@ -104,10 +106,8 @@ CMappingOfQnMemoryToken::CMappingOfQnMemoryToken(const _qnmemorytoken& source, D
       failed(1),
       writeBack(0) {
   access = qn::TokenAccess(access);
-  uint64_t address;
   if (IsOwn(token)) {
-    if (!DataAddress(token, &address)) return;
-    pointer = reinterpret_cast<void*>(address);
+    pointer = DataAddress(token);
     failed = 0;
   } else if (token.kind == QNMEMORYTOKEN_MAPPING) {
     if (!OpenView(token, access, &duplicate, &view)) return;
@@ -115,13 +115,12 @@ CMappingOfQnMemoryToken::CMappingOfQnMemoryToken(const _qnmemorytoken& source, D
     mapped = 1;
     failed = 0;
   } else if (token.kind == QNMEMORYTOKEN_PROCESS) {
-    if (!DataAddress(token, &address)) return;
+    if (!IsInMemory(token)) return;
     void* const block = GlobalAlloc(GPTR, token.size);
     if (!block) return;
     if (access & FILE_MAP_READ) {
       const OpenHandle owner(OpenProcess(kMemoryAccess, FALSE, token.processId));
-      if (!owner ||
-          !ReadProcessMemory(owner.Get(), reinterpret_cast<void*>(address), block, token.size, nullptr)) {
+      if (!owner || !ReadProcessMemory(owner.Get(), DataAddress(token), block, token.size, nullptr)) {
         GlobalFree(block);
         return;
       }
@@ -164,8 +163,7 @@ HRESULT CMappingOfQnMemoryToken::Dispose() {
   if (!failed && copied) {
     if (writeBack) {
       const OpenHandle owner(OpenProcess(kMemoryAccess, FALSE, token.processId));
-      void* const address = reinterpret_cast<void*>(token.address + token.offset);
-      if (owner) WriteProcessMemory(owner.Get(), address, pointer, token.size, nullptr);
+      if (owner) WriteProcessMemory(owner.Get(), DataAddress(token), pointer, token.size, nullptr);
     }
     GlobalFree(pointer);
   }

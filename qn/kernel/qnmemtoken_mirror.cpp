@@ -42,9 +42,7 @@ bool CopyAll(const _qnmemorytoken& from, const _qnmemorytoken& to) {
 
 COutOfProcessMemoryToken::COutOfProcessMemoryToken(_qnmemorytoken& token, DWORD wanted, int direct)
     : source(token), mirror{}, mirrorActive(1), failed(1), access(qn::TokenAccess(wanted)) {
-  uint64_t address;
-  const bool isReachable =
-      !__builtin_add_overflow(source.address, source.offset, &address) && address <= UINT32_MAX;
+  const bool isReachable = source.address + source.offset <= UINT32_MAX;
   if (source.kind == QNMEMORYTOKEN_MAPPING ||
       (source.kind == QNMEMORYTOKEN_PROCESS && (direct || isReachable))) {
     mirror = source;
