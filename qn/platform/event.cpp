@@ -69,10 +69,12 @@ DWORD LookAtEvent(HandleSlot* slot, uint32_t generation, bool take, uint64_t* se
   for (;;) {
     uint64_t state = slot->state.load();
     const bool open = IsEventOf(state, generation);
-    if (*seen != 0 && (*seen & kSlotAutoReset) == 0) {
+    // A closed event's count is there until its slot is in use again.
+    const bool closed = GenerationOf(state) == NextGeneration(generation) && (state & kSlotOpen) == 0;
+    if (*seen != 0 && (*seen & kSlotAutoReset) == 0 && (open || closed)) {
       // A signal releases all waiters of the moment, even if it was taken back since, or the event was
       // closed, which counts too.
-      const uint64_t counts = (state - *seen) & kSlotCount;
+      const uint64_t counts = ((state & kSlotCount) - (*seen & kSlotCount)) & kSlotCount;
       if (counts > (open ? 0 : kSlotCountOne)) return WAIT_OBJECT_0;
     }
     if (!open) {
@@ -84,6 +86,11 @@ DWORD LookAtEvent(HandleSlot* slot, uint32_t generation, bool take, uint64_t* se
     if ((state & kSlotAutoReset) == 0 || !take) return WAIT_OBJECT_0;
     if (slot->state.compare_exchange_weak(state, Unsignalled(state))) return WAIT_OBJECT_0;
   }
+}
+
+bool TakeUnchanged(HandleSlot* slot, uint64_t seen) {
+  if ((seen & kSlotAutoReset) == 0) return slot->state.load() == seen;
+  return slot->state.compare_exchange_strong(seen, Unsignalled(seen));
 }
 
 void WakeAll(HandleSlot* slot) {

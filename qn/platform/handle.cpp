@@ -1,7 +1,10 @@
 #include <pthread.h>
 #include <sys/random.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstddef>
+#include <memory>
 #include <mutex>
 #include <new>
 #include <utility>
@@ -32,15 +35,12 @@ struct HandleTable {
 constinit std::mutex g_mutex;
 constinit HandleTable g_table;
 
+// The first chunk, which most processes get by with: it comes and goes with the library.
+alignas(HandleSlot) constinit std::byte g_firstChunk[kFirstChunk * sizeof(HandleSlot)] = {};
+
 HANDLE Encode(uint32_t slot, uint32_t generation) {
   const uint64_t value = (uint64_t{generation} << 32) | (uint64_t{slot + 1} << 2);
   return reinterpret_cast<HANDLE>(static_cast<uintptr_t>(value));
-}
-
-// Generation 0 would give values that look like the published numbers of keys, and with 0xFFFFFFFF a slot
-// would read as the invalid handle value.
-uint32_t NextGeneration(uint32_t generation) {
-  return generation >= 0xFFFFFFFE ? 1 : generation + 1;
 }
 
 uint32_t RandomGeneration() {
@@ -55,18 +55,21 @@ uint32_t RandomGeneration() {
 // A slot for a new handle, under the mutex; null without memory.
 HandleSlot* TakeSlot(uint32_t* number) {
   if (g_table.owner == 0) g_table = {getpid(), RandomGeneration(), 0, kNone};
-  if (g_table.freeSlot != kNone) {
-    *number = g_table.freeSlot;
-    HandleSlot* const slot = SlotAt(*number);
-    if (slot) g_table.freeSlot = slot->nextFree;
+  HandleSlot* slot;
+  for (uint32_t* link = &g_table.freeSlot; *link != kNone; link = &slot->nextFree) {
+    slot = SlotAt(*link);
+    if (slot->waiters.load() != 0) continue;  // somebody is still to learn what became of the latest handle
+    *number = std::exchange(*link, slot->nextFree);
     return slot;
   }
   *number = g_table.used;
   const unsigned chunk = ChunkOf(*number);
   if (chunk >= kChunks) return nullptr;
   if (!g_chunks[chunk].load(std::memory_order_relaxed)) {
-    HandleSlot* const slots = new (std::nothrow) HandleSlot[ChunkSize(chunk)];
+    HandleSlot* const slots = chunk == 0 ? reinterpret_cast<HandleSlot*>(g_firstChunk)
+                                         : new (std::nothrow) HandleSlot[ChunkSize(chunk)];
     if (!slots) return nullptr;
+    if (chunk == 0) std::uninitialized_default_construct_n(slots, kFirstChunk);
     for (uint32_t i = 0; i < ChunkSize(chunk); ++i) {
       slots[i].state.store(uint64_t{g_table.firstGeneration} << 32, std::memory_order_relaxed);
     }
@@ -117,6 +120,11 @@ bool Remove(HANDLE handle, std::shared_ptr<SystemObject>* object) {
   return true;
 }
 
+bool IsOnlyThread() {
+  struct stat tasks;
+  return stat("/proc/self/task", &tasks) == 0 && tasks.st_nlink == 3;  // its own two links and one folder
+}
+
 // A fork's child finds the table whole.
 void LockTable() {
   g_mutex.lock();
@@ -150,27 +158,23 @@ std::shared_ptr<SystemObject> RemoveHandle(HANDLE handle) {
 }
 
 void ReleaseHandles() {
-  HandleSlot* chunks[kChunks] = {};
+  uint32_t used;
   {
     const std::lock_guard guard(g_mutex);
     // A fork's copies go with its process: closing them here could delete a file that the parent works with.
     if (g_table.owner != getpid()) return;
-    for (unsigned i = 0; i < kChunks; ++i) chunks[i] = g_chunks[i].exchange(nullptr);
-    g_table = {};
+    used = g_table.used;
+  }
+  for (uint32_t i = 0; i < used; ++i) {
+    std::shared_ptr<SystemObject> object;
+    Remove(Encode(i, GenerationOf(SlotAt(i)->state.load())), &object);
   }
   ReleaseThreads();
-  for (unsigned i = 0; i < kChunks; ++i) {
-    bool waited = false;
-    for (uint32_t j = 0; chunks[i] && j < ChunkSize(i); ++j) {
-      HandleSlot& slot = chunks[i][j];
-      Close(slot);
-      waited = waited || slot.waiters.load() != 0;
-      WakeWaiters(&slot);
-      slot.object = nullptr;
-    }
-    // While another thread still waits, as one may at the end of a process, its slot stays.
-    if (!waited) delete[] chunks[i];
-  }
+  // Other threads may be about to use a slot when a process ends, which looks like unloading from here:
+  // beside them the chunks stay.
+  if (!IsOnlyThread()) return;
+  g_table = {};
+  for (unsigned i = 1; i < kChunks; ++i) delete[] g_chunks[i].exchange(nullptr);
 }
 
 }  // namespace qn

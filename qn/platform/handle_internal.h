@@ -57,6 +57,11 @@ constexpr uint32_t GenerationOf(uint64_t state) {
 constexpr uint32_t GenerationOf(HANDLE handle) {
   return GenerationOf(static_cast<uint64_t>(reinterpret_cast<uintptr_t>(handle)));
 }
+// The generation after a handle has ended. 0 would give values that look like the published numbers of keys,
+// and with 0xFFFFFFFF a slot would read as the invalid handle value.
+constexpr uint32_t NextGeneration(uint32_t generation) {
+  return generation >= 0xFFFFFFFE ? 1 : generation + 1;
+}
 // What a count is after one more signal or end.
 constexpr uint64_t Counted(uint64_t state) {
   return (state & ~kSlotCount) | ((state + kSlotCountOne) & kSlotCount);
@@ -68,9 +73,9 @@ constexpr bool IsEventOf(uint64_t state, uint32_t generation) {
 }
 
 // Slots stand in chunks, each of twice the size of the one before.
-constexpr unsigned kFirstChunkBits = 6;
+constexpr unsigned kFirstChunkBits = 8;
 constexpr unsigned kFirstChunk = 1 << kFirstChunkBits;
-constexpr unsigned kChunks = 24;  // numbers of slots have 30 bits in a handle
+constexpr unsigned kChunks = 22;  // numbers of slots have 30 bits in a handle
 extern constinit std::atomic<HandleSlot*> g_chunks[kChunks];
 
 constexpr unsigned ChunkOf(uint32_t slot) {

@@ -25,7 +25,8 @@ QN_API void LeaveCriticalSection(CRITICAL_SECTION* section);
 // Enters if that needs no wait; nonzero if it did.
 QN_API BOOL TryEnterCriticalSection(CRITICAL_SECTION* section);
 
-// The calling thread's id: never 0, the same for the thread's life.
+// The calling thread's id: never 0, the same for the thread's life. In a child that it forks it keeps it, and
+// with it the sections that it is in; OpenThread finds it there by that id only from itself.
 QN_API DWORD GetCurrentThreadId();
 
 // Milliseconds of a monotonic clock, wrapping at 32 bits.

@@ -28,6 +28,10 @@ inline std::atomic_ref<LONG> StateOf(CRITICAL_SECTION* section) {
   return std::atomic_ref(section->LockCount);
 }
 
+inline bool IsOwned(CRITICAL_SECTION* section) {
+  return OwnerOf(section).load(std::memory_order_relaxed) == OwnId();
+}
+
 // TryEnterCriticalSection, EnterCriticalSection and LeaveCriticalSection.
 inline bool TryEnter(CRITICAL_SECTION* section) {
   const HANDLE self = OwnId();
@@ -59,7 +63,7 @@ inline void LeaveOwned(CRITICAL_SECTION* section) {
   if (state == kSectionContended) StateOf(section).notify_one();
 }
 inline void Leave(CRITICAL_SECTION* section) {
-  if (OwnerOf(section).load(std::memory_order_relaxed) == OwnId()) LeaveOwned(section);
+  if (IsOwned(section)) LeaveOwned(section);
 }
 
 }  // namespace qn

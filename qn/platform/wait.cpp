@@ -5,6 +5,7 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <memory>
 #include <mutex>
 
@@ -39,6 +40,9 @@ struct WaitItem {
   DWORD Look(bool take) {
     if (slot) return qn::LookAtEvent(slot, qn::GenerationOf(handle), take, &seen);
     return IsReadable(object->WaitDescriptor()) ? WAIT_OBJECT_0 : WAIT_TIMEOUT;
+  }
+  bool TakeUnchanged() const {
+    return slot ? qn::TakeUnchanged(slot, seen) : IsReadable(object->WaitDescriptor());
   }
   void GiveBack() const {
     if (slot && (State() & qn::kSlotAutoReset)) SetEvent(handle);
@@ -77,12 +81,15 @@ class MultiWait {
   DWORD Run(const HANDLE* handles, DWORD milliseconds) {
     for (DWORD i = 0; i < count_; ++i) {
       if (!items_[i].Find(handles[i])) return Failed(ERROR_INVALID_HANDLE);
+      // All at the same time: of a signal that goes to one wait, nobody has two.
+      if ((flags_ & MWMO_WAITALL) && std::find(handles, handles + i, handles[i]) != handles + i)
+        return Failed(ERROR_INVALID_PARAMETER);
     }
     const int64_t deadline = milliseconds == 0 ? 0 : qn::DeadlineAfter(milliseconds);
     for (;;) {
       const DWORD result = (flags_ & MWMO_WAITALL) && Parts() > 0 ? LookForAll() : LookForOne();
       if (result != WAIT_TIMEOUT) return result;
-      if ((flags_ & MWMO_ALERTABLE) && qn::HasAlerts()) return WAIT_IO_COMPLETION;
+      if ((flags_ & MWMO_ALERTABLE) && qn::CountAlerts() > 0) return WAIT_IO_COMPLETION;
       const int64_t left = deadline > 0 ? deadline - qn::MonotonicNow() : deadline;
       if (deadline != qn::kNoDeadline && left <= 0) return WAIT_TIMEOUT;
       if (wakeUp_ >= 0) {
@@ -129,7 +136,7 @@ class MultiWait {
     return HasInput() ? count_ : WAIT_TIMEOUT;
   }
 
-  // All at the same time: signals are taken when all are there, and given back if one has gone by then.
+  // All at the same time: signals are taken when all are there, and given back if one has changed by then.
   DWORD LookForAll() {
     for (;;) {
       bool all = wakeMask_ == 0 || HasInput();
@@ -142,7 +149,7 @@ class MultiWait {
       }
       if (!all) return WAIT_TIMEOUT;
       DWORD taken = 0;
-      while (taken < count_ && items_[taken].Look(true) == WAIT_OBJECT_0) ++taken;
+      while (taken < count_ && items_[taken].TakeUnchanged()) ++taken;
       if (taken == count_) return WAIT_OBJECT_0;
       while (taken > 0) items_[--taken].GiveBack();
     }

@@ -57,7 +57,9 @@ QN_API BOOL SetEvent(HANDLE event);
 QN_API BOOL ResetEvent(HANDLE event);
 
 // Waits until the handle is signalled, for at most `milliseconds` (INFINITE: without end): WAIT_OBJECT_0,
-// WAIT_TIMEOUT, or WAIT_FAILED for a handle that nobody can wait for, or that is closed meanwhile.
+// WAIT_TIMEOUT, or WAIT_FAILED with error 6 for a handle that nobody can wait for. The end of an event ends
+// the waits for it: with WAIT_OBJECT_0 if it was signalled during the wait, else with WAIT_FAILED. Waits for
+// other objects go on when the handle is closed.
 QN_API DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds);
 
 // Waits for one of `count` handles, at most 63, or for input.
@@ -66,7 +68,8 @@ QN_API DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds);
 //             MWMO_INPUTAVAILABLE: messages count that an earlier look left in the queue
 //             MWMO_WAITALL: all handles, and input if there is a mask, at the same time: WAIT_OBJECT_0
 // Otherwise WAIT_OBJECT_0 + the number of the first handle that is signalled, WAIT_TIMEOUT, or WAIT_FAILED as
-// above. A handle comes before input, and both before alerts.
+// above. A handle comes before input, and both before alerts. WAIT_FAILED too with error 87 for more handles,
+// or for MWMO_WAITALL with a handle twice, and with error 4 if it would sleep and no descriptor is left.
 QN_API DWORD MsgWaitForMultipleObjectsEx(DWORD count, const HANDLE* handles, DWORD milliseconds,
                                          DWORD wakeMask, DWORD flags);
 
@@ -75,11 +78,12 @@ QN_API DWORD MsgWaitForMultipleObjectsEx(DWORD count, const HANDLE* handles, DWO
 QN_API BOOL PeekMessageW(MSG* message, HWND window, UINT first, UINT last, UINT flags);
 
 // A handle of a thread of this process by its id, to alert it; close it with CloseHandle. `access` and
-// `inherit` are not used. Null with error 87 if there is no such thread.
+// `inherit` are not used. Null with error 87 if there is no such thread, 4 if no descriptor is left to look.
 QN_API HANDLE OpenThread(DWORD access, BOOL inherit, DWORD threadId);
 
 // Has a thread call `alert(parameter)` in its next alertable wait, or in the one that it is in. Nonzero on
-// success; 0 with error 31 if the thread has ended.
+// success; 0 with error 31 if the thread has ended. A wait runs the alerts that are there when it ends, in
+// their order; one that waits in turn lets in those that follow it. A fork's child has none of its parent's.
 using PAPCFUNC = void (*)(ULONG_PTR parameter);
 QN_API DWORD QueueUserAPC(PAPCFUNC alert, HANDLE thread, ULONG_PTR parameter);
 

@@ -63,13 +63,17 @@ int64_t DeadlineAfter(DWORD milliseconds);
 // `*seen`, 0 at first.
 DWORD LookAtEvent(HandleSlot* slot, uint32_t generation, bool take, uint64_t* seen);
 
+// Takes the signal that a look without `take` has found, as part of a wait for all: false if the event has
+// changed since, even if it is signalled again.
+bool TakeUnchanged(HandleSlot* slot, uint64_t seen);
+
 // Wakes the waits on several objects that a slot is one of.
 void WakeMultiWaits(const HandleSlot* slot);
 // Wakes the alertable wait that a thread is in.
 void WakeThread(DWORD threadId);
 
-// Tells if there are alerts for the calling thread, and runs them.
-bool HasAlerts();
+// Tells how many alerts there are for the calling thread, and runs them.
+size_t CountAlerts();
 void RunAlerts();
 // Forgets the threads that were opened.
 void ReleaseThreads();
