@@ -14,20 +14,32 @@ using qn::QueueGuard;
 
 enum class Direction { kForward, kBackward };
 
-// The first hit of a walk, or null. A predicate that takes the element that it looks at out of the queue ends
-// the walk.
+// The first hit of a walk, or null.
 template <typename Match>
 tQNQELM* Find(tQNQHEAD* head, Direction direction, Match match) {
   const bool forward = direction == Direction::kForward;
   for (tQNQELM* at = forward ? First(head) : Last(head); at && at != head;
        at = Load(forward ? at->next : at->prev)) {
-    if (match(at)) return qn::IsLinked(at) ? at : nullptr;
+    if (match(at)) return at;
   }
   return nullptr;
 }
+bool IsIn(tQNQHEAD* head, const tQNQELM* element, Direction direction = Direction::kForward) {
+  return Find(head, direction, [=](const tQNQELM* at) { return at == element; }) != nullptr;
+}
+
+// The same for a client's predicate. It may use the queue: if it takes the element that it looks at out, the
+// walk ends without a hit, as there is neither a hit nor a next element in this ring.
 tQNQELM* Find(tQNQHEAD* head, Direction direction, QNQUEUEMATCH match, ULONGLONG parameter) {
   if (!match) return nullptr;
-  return Find(head, direction, [=](tQNQELM* element) { return match(element, parameter) != 0; });
+  bool gone = false;
+  tQNQELM* const end = Find(head, direction, [=, &gone](tQNQELM* at) {
+    const uint32_t before = qn::t_removals;
+    const bool hit = match(at, parameter) != 0;
+    gone = qn::t_removals != before && !IsIn(head, at);
+    return hit || gone;
+  });
+  return gone ? nullptr : end;
 }
 
 // Links an element at one end. An element that is alone in the queue signals the event; those that wait for
@@ -82,7 +94,7 @@ tQNQELM* FindAndRemove(tQNQHEAD* head, Direction direction, QNQUEUEMATCH match, 
 // Moves an element of the ring to one end, if it is not there; the event stays as it is.
 bool MoveToEnd(tQNQHEAD* head, tQNQELM* element, Direction from) {
   if (element == (from == Direction::kForward ? First(head) : Last(head))) return false;
-  qn::Unlink(element);
+  qn::Detach(element);
   qn::LinkBefore(from == Direction::kForward ? Load(head->next) : head, element);
   return true;
 }
@@ -98,11 +110,12 @@ tQNQELM* FindAndMove(tQNQHEAD* head, QNQUEUEMATCH match, ULONGLONG parameter, Di
 BOOL MoveElement(tQNQHEAD* head, tQNQELM* element, Direction end) {
   if (!head || !element) return 0;
   const QueueGuard guard(head);
-  const auto isElement = [=](const tQNQELM* at) { return at == element; };
-  return Find(head, end, isElement) && MoveToEnd(head, element, end) ? 1 : 0;
+  return IsIn(head, element, end) && MoveToEnd(head, element, end) ? 1 : 0;
 }
 
 }  // namespace
+
+constinit thread_local uint32_t qn::t_removals = 0;
 
 BOOL QnQueueInitialize(tQNQHEAD* head) {
   if (!head) return 0;
@@ -114,7 +127,7 @@ BOOL QnQueueInitialize(tQNQHEAD* head) {
   }
   const HANDLE event = CreateEventW(nullptr, TRUE, FALSE, nullptr);
   if (!event) return 0;
-  InitializeCriticalSection(&head->lock);
+  if (!qn::IsOwned(&head->lock)) InitializeCriticalSection(&head->lock);  // a predicate keeps its walk's
   qn::Empty(head);
   std::atomic_ref(head->event).store(event, std::memory_order_release);
   return 1;
@@ -136,6 +149,7 @@ void QnQueueDelete(tQNQHEAD* head) {
 void QnQueueFlush(tQNQHEAD* head) {
   if (!head) return;
   const QueueGuard guard(head);
+  if (!Load(head->next)) return;
   qn::Empty(head);
   // Hosts rely on this: whoever waits wakes up and finds nothing.
   if (const HANDLE event = EventOf(head)) SetEvent(event);
@@ -186,5 +200,5 @@ BOOL QnQueueMoveToTail(tQNQHEAD* head, tQNQELM* element) {
 BOOL IsInQnQueue(tQNQHEAD* head, tQNQELM* element) {
   if (!head || !element || !qn::IsLinked(element)) return 0;
   const QueueGuard guard(head);
-  return Find(head, Direction::kForward, [=](const tQNQELM* at) { return at == element; }) ? 1 : 0;
+  return IsIn(head, element) ? 1 : 0;
 }

@@ -11,7 +11,8 @@
 //   QnQueueDelete(&queue);                                                          // consumers get null
 //
 // Threads: all functions may be called by any thread at any time, but for QnQueueInitialize of a head that is
-// not live. Predicates run inside the queue's recursive lock: they may use the queue and may not wait.
+// not live. Predicates run inside the queue's recursive lock: they may use the queue and may not wait. One
+// that takes the element that it looks at out of the queue, also by emptying it, ends the walk without a hit.
 //
 // Misuse (a null head or element, a head that was never initialised) does nothing and gives null or 0.
 #pragma once
@@ -49,7 +50,7 @@ extern "C" {
 QN_API BOOL QnQueueInitialize(tQNQHEAD* head);
 
 // Ends a queue: all that wait for it return null. Elements that are still linked are not told, their links
-// stay. The head must stay until the waits have returned; it can be initialised again.
+// stay. The head must stay until the waits have returned; it can be initialised again once they have.
 QN_API void QnQueueDelete(tQNQHEAD* head);
 
 // Empties a queue without touching its elements and signals the event: waits end and find nothing. It stays

@@ -46,7 +46,12 @@ inline tQNQELM* Last(tQNQHEAD* head) {
   return last == head ? nullptr : last;
 }
 
+// Counts the times that this thread took elements out of a queue that it was in already, as only predicates
+// can: a walk sees by it that its element may have gone.
+extern __attribute__((tls_model("initial-exec"))) constinit thread_local uint32_t t_removals;
+
 inline void Empty(tQNQHEAD* head) {
+  ++t_removals;
   Store(head->next, head);
   Store(head->prev, head);
 }
@@ -60,14 +65,12 @@ inline void LinkBefore(tQNQELM* place, tQNQELM* element) {
   Store(place->prev, element);
 }
 
-// Takes an element out of the ring and clears its links; true if it was the last one.
-inline bool Unlink(tQNQELM* element) {
+// Takes an element out of the ring, but leaves its links; true if it was the last one.
+inline bool Detach(tQNQELM* element) {
   tQNQELM* const next = Load(element->next);
   tQNQELM* const before = Load(element->prev);
   Store(before->next, next);
   Store(next->prev, before);
-  Store(element->next, nullptr);
-  Store(element->prev, nullptr);
   return next == before;
 }
 
@@ -75,9 +78,13 @@ inline bool IsLinked(tQNQELM* element) {
   return Load(element->next) && Load(element->prev);
 }
 
-// Takes an element out; the event is reset with the last one.
+// Takes an element out and clears its links; the event is reset with the last one.
 inline void Take(tQNQHEAD* head, tQNQELM* element) {
-  if (Unlink(element)) WriteSignal(EventOf(head), false);
+  if (head->lock.RecursionCount > 1) ++t_removals;
+  const bool last = Detach(element);
+  Store(element->next, nullptr);
+  Store(element->prev, nullptr);
+  if (last) WriteSignal(EventOf(head), false);
 }
 
 }  // namespace qn

@@ -87,12 +87,12 @@ tQNQELM* QnQueueRemoveEx(tQNQHEAD* head, const HANDLE* handles, DWORD handleCoun
   const RemainingTime remaining(timeout);
   HANDLE objects[1 + kMaxHandles];
   std::copy_n(handles, count, objects + 1);
-  for (Next next = Next::kLookAndWaitAgain;;) {
+  DWORD left = timeout;
+  for (Next next = Next::kLookAndWaitAgain;; left = remaining.Get()) {
     if (tQNQELM* const element = TakeFrom(head, true)) return element;
     objects[0] = EventOf(head);
     if (next == Next::kLook || timeout == 0 || !objects[0]) return nullptr;
-    const DWORD result =
-        MsgWaitForMultipleObjectsEx(1 + count, objects, remaining.Get(), wakeMask, waitFlags);
+    const DWORD result = MsgWaitForMultipleObjectsEx(1 + count, objects, left, wakeMask, waitFlags);
     if (waitResult) *waitResult = result;
     next = AfterWait(result, count, pump);
     if (next == Next::kGiveUp || !EventOf(head)) return nullptr;
