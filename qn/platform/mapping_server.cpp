@@ -232,10 +232,7 @@ void Start() {
   pthread_sigmask(SIG_SETMASK, &all, &before);
   const int failure = pthread_create(&server->thread, nullptr, Run, server);
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
-  if (failure) {
-    delete server;
-    return;
-  }
+  if (failure) return delete server;
   server->older = std::exchange(g_servers, server);
 }
 

@@ -2,7 +2,8 @@
 //
 // Reaching into another process needs what a debugger of it needs: the same user or the rights of root, and
 // what the system's policy asks beyond that. A shared mapping (CreateFileMappingW on no file) also comes over
-// where that is refused, as long as the owner runs and both have the same user.
+// where that is refused, as long as the owner runs, both have the same user, and the owner has a socket to
+// answer with; while it has none, it tries to get one every half second.
 #pragma once
 
 #include "qn/platform/types.h"
