@@ -54,7 +54,7 @@ constexpr uint64_t kSlotCount = 0xFFFFFF00;
 constexpr uint32_t GenerationOf(uint64_t state) {
   return static_cast<uint32_t>(state >> 32);
 }
-constexpr uint32_t GenerationOf(HANDLE handle) {
+inline uint32_t GenerationOf(HANDLE handle) {
   return GenerationOf(static_cast<uint64_t>(reinterpret_cast<uintptr_t>(handle)));
 }
 // The generation after a handle has ended. 0 would give values that look like the published numbers of keys,

@@ -95,7 +95,7 @@ bool HasEnded(int processDescriptor, int milliseconds = 0);
 bool IsShortage(int error);
 
 // The mark of a handle's descriptor.
-constexpr off_t MarkOf(HANDLE handle) {
+inline off_t MarkOf(HANDLE handle) {
   // Handles are multiples of 4.
   return static_cast<off_t>(reinterpret_cast<uintptr_t>(handle) >> 2);
 }
