@@ -11,8 +11,9 @@
 //   QnQueueDelete(&queue);                                                          // consumers get null
 //
 // Threads: all functions may be called by any thread at any time, but for QnQueueInitialize of a head that is
-// not live. Predicates run inside the queue's recursive lock: they may use the queue and may not wait. One
-// that takes the element that it looks at out of the queue, also by emptying it, ends the walk without a hit.
+// not live, or beside a QnQueueDelete. Predicates run inside the queue's recursive lock: they may use the
+// queue and may not wait. One that takes the element that it looks at out of the queue, also by emptying it,
+// ends the walk without a hit.
 //
 // Misuse (a null head or element, a head that was never initialised) does nothing and gives null or 0.
 #pragma once

@@ -38,6 +38,7 @@ using Threads = std::vector<std::shared_ptr<ThreadObject>>;
 constinit std::mutex g_mutex;
 constinit Threads* g_threads = nullptr;      // those that were opened
 constinit std::atomic<size_t> g_alerts = 0;  // of all threads, so that most waits need no lock
+constinit DWORD g_forkingThread = 0;  // in a fork's child its first thread, which has its parent's id here
 
 // For want of a descriptor to look with. It passes for the start of any thread with the same id.
 constexpr uint64_t kUnknownStart = ~uint64_t{0};
@@ -75,7 +76,7 @@ bool IsThread(const ThreadObject& thread, DWORD id, uint64_t start) {
 }
 
 bool Lives(const ThreadObject& thread) {
-  return IsThread(thread, thread.id, StartOfThread(thread.id));
+  return thread.id == g_forkingThread || IsThread(thread, thread.id, StartOfThread(thread.id));
 }
 
 // Under the mutex: the object of a thread that was opened, or null.
@@ -142,6 +143,7 @@ void UnlockAlerts() {
 void ForgetAlerts() {
   for (size_t i = 0; g_threads && i < g_threads->size(); ++i) (*g_threads)[i]->alerts.clear();
   g_alerts = 0;
+  g_forkingThread = GetCurrentThreadId();
   g_mutex.unlock();
 }
 [[maybe_unused]] const int g_forkHandlers = pthread_atfork(LockAlerts, UnlockAlerts, ForgetAlerts);

@@ -125,14 +125,18 @@ bool IsOnlyThread() {
   return stat("/proc/self/task", &tasks) == 0 && tasks.st_nlink == 3;  // its own two links and one folder
 }
 
-// A fork's child finds the table whole.
+// A fork's child finds the table whole, and nobody who waits.
 void LockTable() {
   g_mutex.lock();
 }
 void UnlockTable() {
   g_mutex.unlock();
 }
-[[maybe_unused]] const int g_forkHandlers = pthread_atfork(LockTable, UnlockTable, UnlockTable);
+void ForgetWaiters() {
+  for (uint32_t i = 0; i < g_table.used; ++i) SlotAt(i)->waiters = 0;
+  g_mutex.unlock();
+}
+[[maybe_unused]] const int g_forkHandlers = pthread_atfork(LockTable, UnlockTable, ForgetWaiters);
 
 }  // namespace
 
@@ -165,14 +169,17 @@ void ReleaseHandles() {
     if (g_table.owner != getpid()) return;
     used = g_table.used;
   }
+  bool inUse = false;
   for (uint32_t i = 0; i < used; ++i) {
     std::shared_ptr<SystemObject> object;
-    Remove(Encode(i, GenerationOf(SlotAt(i)->state.load())), &object);
+    const HandleSlot* const slot = SlotAt(i);
+    inUse = inUse || slot->waiters != 0;
+    inUse = Remove(Encode(i, GenerationOf(slot->state.load())), &object) || inUse;
   }
   ReleaseThreads();
   // Other threads may be about to use a slot when a process ends, which looks like unloading from here:
-  // beside them the chunks stay.
-  if (!IsOnlyThread()) return;
+  // beside them the chunks stay if a handle was left open.
+  if (inUse && !IsOnlyThread()) return;
   g_table = {};
   for (unsigned i = 1; i < kChunks; ++i) delete[] g_chunks[i].exchange(nullptr);
 }
