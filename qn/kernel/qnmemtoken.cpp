@@ -44,8 +44,7 @@ void* DataAddress(const _qnmemorytoken& token) {
 // False if another process's data would reach beyond all memory.
 bool IsInMemory(const _qnmemorytoken& token) {
   uint64_t end;
-  return !__builtin_add_overflow(token.address, token.offset, &end) &&
-         !__builtin_add_overflow(end, token.size, &end);
+  return !__builtin_add_overflow(token.address + token.offset, token.size, &end);
 }
 
 // A view of another process's mapping, up to the end of the token's data. False with the last error.

@@ -27,10 +27,10 @@ namespace {
 
 // The copies of the library in one process that can serve.
 constexpr int kAddresses = 16;
-// Of those that have not asked yet: one more takes the place of the oldest.
+// Of those that have not asked yet: one more takes the place of the one that came as many before.
 constexpr int kConnections = 32;
 constexpr std::chrono::milliseconds kAnswerTime(1000);
-// What an owner whose listener cannot be made, or was closed by others, takes to notice and to try again.
+// What a server whose listener others have closed takes to notice that.
 constexpr int kLookMilliseconds = 500;
 constexpr int kShortageMilliseconds = 10;
 constexpr int kQueueMilliseconds = 2;  // between tries to get into a full queue
@@ -70,14 +70,16 @@ class OwnSocket {
 struct Server {
   pthread_t thread = {};
   bool isEnding = false;
-  OwnSocket listener;
-  OwnSocket connections[kConnections];
+  bool isAwaited = false;
+  OwnSocket listener;                   // written under the lock
+  OwnSocket connections[kConnections];  // the thread's own
   unsigned accepted = 0;
   Server* older = nullptr;
 };
 
-// The server's thread does all under the lock but wait. A mapping ends under it too, and never on that
-// thread, which would have to wait for itself.
+// Under the lock the server's thread does nothing that could wait, since what it receives comes from anybody:
+// to close that may take its time. A mapping ends under it too, and never on that thread, which would have to
+// wait for itself.
 constinit std::mutex g_mutex;
 constinit SharedMapping* g_served = nullptr;
 constinit Server* g_servers = nullptr;  // all but the first are ending
@@ -111,6 +113,15 @@ qn::Descriptor OpenSocket() {
 bool PeerOf(int connection, ucred* peer) {
   socklen_t size = sizeof *peer;
   return getsockopt(connection, SOL_SOCKET, SO_PEERCRED, peer, &size) == 0;
+}
+
+// Questions bring no descriptors. Systems that know the option refuse to send them, others have them closed.
+void RefuseDescriptors(int socket) {
+#ifndef SO_PASSRIGHTS
+  constexpr int SO_PASSRIGHTS = 83;
+#endif
+  const int no = 0;
+  setsockopt(socket, SOL_SOCKET, SO_PASSRIGHTS, &no, sizeof no);
 }
 
 // A message of one value with at most one descriptor.
@@ -165,15 +176,17 @@ bool Receive(int connection, uint64_t* value, qn::Descriptor* descriptor) {
   return true;
 }
 
-// Leaves it as it is on failure.
-void Listen(OwnSocket* listener) {
+bool Listen(OwnSocket* listener) {
   qn::Descriptor made = OpenSocket();
   bool isBound = false;
   for (int number = 0; made && !isBound && number < kAddresses; ++number) {
     const Address address(getpid(), number);
     isBound = bind(made.Get(), address.Get(), address.length) == 0;
   }
-  if (isBound && listen(made.Get(), 64) == 0) listener->Set(std::move(made));
+  if (!isBound || listen(made.Get(), 64) != 0) return false;
+  RefuseDescriptors(made.Get());
+  listener->Set(std::move(made));
+  return true;
 }
 
 // Answers if the question has come; true when nothing more is to be done for the one that asks.
@@ -181,6 +194,7 @@ bool Serve(int connection) {
   uint64_t value = 0;
   qn::Descriptor unasked;
   if (!Receive(connection, &value, &unasked)) return errno != EAGAIN;
+  const std::lock_guard guard(g_mutex);
   const SharedMapping* mapping = g_served;
   while (mapping && reinterpret_cast<uintptr_t>(mapping->served.handle) != value)
     mapping = mapping->served.next;
@@ -188,44 +202,67 @@ bool Serve(int connection) {
   return true;
 }
 
-// False if no descriptor is left, perhaps: whoever waits may be served later.
-bool Accept(Server* server) {
-  const int listener = server->listener.Get();
-  if (listener < 0) return Listen(&server->listener), true;
-  qn::Descriptor connection(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+enum class Accepted { kOne, kLater, kNoMore };
+
+// What comes of the events of the listener. kLater: no descriptor is left. kNoMore: it is none any more.
+Accepted Accept(Server* server, int events) {
+  if (events & ~POLLIN) return Accepted::kNoMore;
+  qn::Descriptor connection(accept4(server->listener.Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+  if (!connection) {
+    if (errno == EBADF || errno == EINVAL || errno == ENOTSOCK) return Accepted::kNoMore;
+    return IsShortage(errno) ? Accepted::kLater : Accepted::kOne;
+  }
+  RefuseDescriptors(connection.Get());
   ucred peer;
-  if (!connection) return errno == EAGAIN;
   if (PeerOf(connection.Get(), &peer) && (peer.uid == 0 || peer.uid == geteuid())) {
     server->connections[server->accepted++ % kConnections].Set(std::move(connection));
   }
-  return true;
+  return Accepted::kOne;
 }
 
+// Also waits where the system has no room to look at as many.
+void Wait(pollfd* waited, nfds_t count, int milliseconds) {
+  if (poll(waited, count, milliseconds) < 0 && errno != EINTR) {
+    for (nfds_t i = 0; i < count; ++i) waited[i].revents = 0;
+    poll(nullptr, 0, std::min(milliseconds, kShortageMilliseconds));
+  }
+}
+
+bool IsEnding(const Server& server) {
+  const std::lock_guard guard(g_mutex);
+  return server.isEnding;
+}
+
+// Ends with the server, or once its listener has gone; the next mapping begins another one then.
 void* Run(void* argument) {
   Server* const server = static_cast<Server*>(argument);
-  for (;;) {
-    pollfd waited[1 + kConnections];
-    bool isAccepting;
-    {
-      const std::lock_guard guard(g_mutex);
-      if (server->isEnding) return nullptr;
-      for (OwnSocket& connection : server->connections) {
-        const int open = connection.Get();
-        if (open >= 0 && Serve(open)) connection.Set(qn::Descriptor());
-      }
-      isAccepting = Accept(server);
-      waited[0] = {server->listener.Get(), static_cast<short>(isAccepting ? POLLIN : 0), 0};
-      for (int i = 0; i < kConnections; ++i) waited[1 + i] = {server->connections[i].Get(), POLLIN, 0};
+  Accepted accepted = Accepted::kOne;
+  while (accepted != Accepted::kNoMore && !IsEnding(*server)) {
+    for (OwnSocket& connection : server->connections) {
+      const int open = connection.Get();
+      if (open >= 0 && Serve(open)) connection.Set(qn::Descriptor());
+    }
+    pollfd waited[1 + kConnections] = {{accepted == Accepted::kOne ? server->listener.Get() : -1, POLLIN, 0}};
+    nfds_t count = 1;
+    for (const OwnSocket& connection : server->connections) {
+      if (const int open = connection.Get(); open >= 0) waited[count++] = {open, POLLIN, 0};
     }
     // A listener that others close wakes nobody, so nothing waits for good.
-    poll(waited, std::size(waited), isAccepting ? kLookMilliseconds : kShortageMilliseconds);
+    Wait(waited, count, accepted == Accepted::kOne ? kLookMilliseconds : kShortageMilliseconds);
+    const bool isDue = waited[0].revents || server->listener.Get() < 0;
+    accepted = isDue ? Accept(server, waited[0].revents) : Accepted::kOne;
   }
+  for (OwnSocket& connection : server->connections) connection.Set(qn::Descriptor());
+  const std::lock_guard guard(g_mutex);
+  server->isEnding = true;
+  server->listener.Set(qn::Descriptor());
+  return nullptr;
 }
 
 void Start() {
   Server* const server = new (std::nothrow) Server;
   if (!server) return;
-  Listen(&server->listener);
+  if (!Listen(&server->listener)) return delete server;
   // The host's signals are for the host's threads.
   sigset_t all, before;
   sigfillset(&all);
@@ -240,21 +277,30 @@ bool IsServing() {
   return g_servers && !g_servers->isEnding;
 }
 
-void Stop(bool isServedToo) {
-  Server* server;
-  {
+// Joins the servers that are ending; one that serves is to end first if nothing is left to serve, or
+// `always`.
+void Stop(bool always) {
+  for (;;) {
+    Server* server;
+    {
+      const std::lock_guard guard(g_mutex);
+      if (always || !g_served) {
+        for (server = g_servers; server && !server->isEnding; server = server->older) {
+          server->isEnding = true;
+          shutdown(server->listener.Get(), SHUT_RDWR);  // wakes it
+        }
+      }
+      for (server = g_servers; server && (!server->isEnding || server->isAwaited);) server = server->older;
+      if (!server) return;
+      server->isAwaited = true;
+    }
+    pthread_join(server->thread, nullptr);
     const std::lock_guard guard(g_mutex);
-    if (!IsServing() || (g_served && !isServedToo)) return;
-    server = g_servers;
-    server->isEnding = true;
-    shutdown(server->listener.Get(), SHUT_RDWR);  // wakes it
+    Server** link = &g_servers;
+    while (*link != server) link = &(*link)->older;
+    *link = server->older;
+    delete server;
   }
-  pthread_join(server->thread, nullptr);
-  const std::lock_guard guard(g_mutex);
-  Server** link = &g_servers;
-  while (*link != server) link = &(*link)->older;
-  *link = server->older;
-  delete server;
 }
 
 // Asks at one address. kLate: the answer has to be waited for, or without a connection the server's queue is
@@ -334,8 +380,8 @@ Answer AskForMapping(pid_t process, HANDLE handle, Descriptor* found) {
     int timeout = static_cast<int>(std::max<int64_t>(left, 0));
     bool isLate = false;
     pollfd waited[kAddresses];
+    nfds_t count = 0;
     for (int i = 0; i < kAddresses; ++i) {
-      waited[i] = {-1, POLLIN, 0};
       if (answers[i] != Answer::kLate) continue;
       answers[i] = connections[i] ? Hear(connections[i].Get(), value, found)
                                   : Ask(Address(process, i), process, value, &connections[i]);
@@ -343,14 +389,19 @@ Answer AskForMapping(pid_t process, HANDLE handle, Descriptor* found) {
       if (answers[i] == Answer::kNone && IsShortage(errno)) error = errno;
       if (answers[i] != Answer::kLate) continue;
       isLate = true;
-      waited[i].fd = connections[i].Get();
-      if (!connections[i]) timeout = std::min(timeout, kQueueMilliseconds);
+      if (connections[i]) {
+        waited[count++] = {connections[i].Get(), POLLIN, 0};
+      } else {
+        timeout = std::min(timeout, kQueueMilliseconds);
+      }
     }
     if (!isLate || left <= 0) break;
-    poll(waited, kAddresses, timeout);
+    Wait(waited, count, timeout);
   }
   errno = error;
-  return *std::max_element(std::begin(answers), std::end(answers));
+  const Answer best = *std::max_element(std::begin(answers), std::end(answers));
+  // Who knows the handle may be the one that could not be asked.
+  return best == Answer::kUnknown && IsShortage(error) ? Answer::kNone : best;
 }
 
 }  // namespace qn
