@@ -249,6 +249,47 @@ TEST(Yuv, FollowsItsEquations) {
   }
 }
 
+// Bars of 100 per cent in studio range: the codes of 10 bits that broadcasters publish, by matrix.
+TEST(Yuv, MeetsPublishedPatches) {
+  struct Patch {
+    BYTE blue, green, red;
+    int matrix, y, u, v;
+  };
+  constexpr Patch kPatches[] = {
+      {255, 255, 255, 1, 940, 512, 512}, {0, 255, 255, 1, 877, 64, 553},  {255, 255, 0, 1, 754, 615, 64},
+      {0, 255, 0, 1, 690, 167, 105},     {255, 0, 255, 1, 314, 857, 919}, {0, 0, 255, 1, 250, 409, 960},
+      {255, 0, 0, 1, 127, 960, 471},     {0, 0, 0, 1, 64, 512, 512},      {0, 255, 255, 0, 840, 64, 585},
+      {255, 255, 0, 0, 678, 663, 64},    {0, 255, 0, 0, 578, 215, 137},   {255, 0, 255, 0, 426, 809, 887},
+      {0, 0, 255, 0, 326, 361, 960},     {255, 0, 0, 0, 164, 960, 439}};
+  for (const Patch& patch : kPatches) {
+    Frame frame(kLayouts[15], 1, 1);
+    Bitmap bitmap(QNPIXEL_RGB32, 1, 1);
+    bitmap.bits = {patch.blue, patch.green, patch.red, 0};
+    ToYuv(frame, bitmap, kSelectors[patch.matrix], 1);
+    const int wanted[] = {patch.y, patch.u, patch.v};
+    for (int i = 0; i < 3; ++i) EXPECT_NEAR(frame.Get(i, 0, 0), wanted[i], 1);
+    bitmap.bits.assign(4, 7);
+    ToRgb(frame, bitmap, kSelectors[patch.matrix], 1);
+    EXPECT_EQ(bitmap.bits, (std::vector<BYTE>{patch.blue, patch.green, patch.red, 255}));
+  }
+}
+
+// There and back of random colours: the layout, the range, and the most that a component may be off.
+TEST(Yuv, RoundTrips) {
+  constexpr int kErrors[][3] = {{0, 0, 5}, {0, 1, 2}, {5, 0, 5}, {5, 1, 0}, {6, 0, 5}, {6, 1, 0}};
+  for (const auto& [index, range, most] : kErrors) {
+    Frame frame(kLayouts[index], 512, 128);
+    Bitmap bitmap(QNPIXEL_RGB32, 512, 128), back(QNPIXEL_RGB32, 512, 128);
+    ToYuv(frame, bitmap, QNYUV_709, range);
+    ToRgb(frame, back, QNYUV_709, range);
+    int error = 0;
+    for (size_t i = 0; i < back.bits.size(); ++i) {
+      if (i % 4 != 3) error = std::max(error, std::abs(back.bits[i] - bitmap.bits[i]));
+    }
+    EXPECT_LE(error, most) << kLayouts[index].fourcc << range;
+  }
+}
+
 int Fixed(double value) {
   return static_cast<int>(std::lround(value * 4096));
 }
@@ -256,16 +297,17 @@ int Clip(int value, int least, int most) {
   return std::clamp(value >> 12, least, most);
 }
 
-// All chroma with some luma, and all red and green with some blue, by both variants, the way a host chooses
-// them, with rows of exact size.
+// All pairs of chroma and all luma, and all pairs of red and green and all blue, by both variants, the way a
+// host chooses them, with rows of exact size.
 TEST(Yuv, UyvyPairFollowsItsEquations) {
   std::vector<BYTE> uyvy(4 * 65536), rgb(8 * 65536);
   for (int round = 0; round < 2 * 3 * 9; ++round) {
     (round % 2 ? QnAllowCPUSupport : QnDisallowCPUSupport)(QNCPU_SSE2);
-    const int matrix = round / 2 % 3, level = round / 6 * 31, pixel = 3 + round / 6 % 2;
+    const int matrix = round / 2 % 3, turn = round / 6, pixel = 3 + turn % 2;
+    const auto level = [=](int i) { return (7 * i + i / 256 + 31 * turn) & 255; };
     const Model& model = kModels[matrix];
     for (int i = 0; i < 65536; ++i) {
-      const int pair[] = {i & 255, level, i >> 8, 255 - level};
+      const int pair[] = {i & 255, level(i), i >> 8, 255 - level(i)};
       std::copy_n(pair, 4, uyvy.begin() + 4 * i);
     }
     const auto toRgb = pixel == 3 ? QnUYVY2RGB : QnUYVY2RGBA;
@@ -275,11 +317,11 @@ TEST(Yuv, UyvyPairFollowsItsEquations) {
     int wrong = 0;
     for (int i = 0; i < 131072 * pixel; ++i) {
       const int at = i / pixel, k = i % pixel;
-      const int u = (at / 2 & 255) - 128, v = at / 512 - 128, luma = at % 2 ? 255 - level : level;
+      const int u = (at / 2 & 255) - 128, v = at / 512 - 128, y = level(at / 2), luma = at % 2 ? 255 - y : y;
       wrong += rgb[static_cast<size_t>(i)] !=
                (k == 3 ? 255 : Clip(u * byU[k] + v * byV[k] + luma * 4096 + 2048, 0, 255));
     }
-    const auto rgbOf = [=](int i) { return std::array{level ^ (i % 2 * 127), i >> 8, i & 255}; };
+    const auto rgbOf = [=](int i) { return std::array{level(i), i >> 8, i & 255}; };
     for (int i = 0; i < 65536; ++i) std::ranges::copy(rgbOf(i), rgb.begin() + i * pixel);
     const auto toUyvy = pixel == 3 ? QnRGB2UYVY : QnRGBA2UYVY;
     ASSERT_EQ(toUyvy(uyvy.data(), rgb.data(), 512, 256 * pixel, 256, 256, matrix + 1), S_OK);

@@ -151,10 +151,10 @@ TEST(QnQueue, RefusesHeadsThatAreNone) {
   EXPECT_TRUE(!item.next && !item.prev && !never.next && QnQueueInitialize(nullptr) == 0);
 }
 
-// A million elements in all, each of which arrives once; those of one producer in their order at one
+// Two million elements in all, each of which arrives once; those of one producer in their order at one
 // consumer.
 void LoseNothing(tQNQELM* (*take)(tQNQHEAD* head), bool keepsOrder) {
-  constexpr int kThreads = 2, kEach = 125'000;
+  constexpr int kThreads = 2, kEach = 250'000;
   Queue queue;
   std::vector<Item> items(kThreads * kEach);
   std::atomic<int> left = kThreads * kEach;
@@ -220,7 +220,7 @@ TEST(QnQueue, BearsWhatPredicatesDo) {
 // Waits that do not end by themselves return null when the queue is deleted, whenever that is; those that
 // sleep by then because of its event.
 TEST(QnQueue, DeletionReleasesEveryWait) {
-  constexpr int kRounds = 8'000, kForms = 4;
+  constexpr int kRounds = 10'000, kForms = 4;
   const HANDLE never = CreateEventW(nullptr, TRUE, FALSE, nullptr);
   tQNQHEAD queue = {};
   std::atomic<int> round = 0, returned = 0;
