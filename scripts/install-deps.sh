@@ -11,13 +11,13 @@ packages=(
   libicu-dev libsqlite3-dev libhwy-dev gettext locales
   libcairo2-dev libpango1.0-dev libpng-dev fonts-dejavu-core
   libavcodec-dev libavformat-dev libavutil-dev
-  libgtest-dev libsndfile1-dev
+  libgtest-dev libsndfile1-dev libswscale-dev libyuv-dev
   clang-format
   sox ffmpeg alsa-utils jq dpkg-dev file
 )
 if [ "${1:-}" = --bench ]; then
   packages+=(libbenchmark-dev libswresample-dev libfmt-dev libfftw3-dev libkissfft-dev
-    libsoxr-dev libsamplerate0-dev libspeexdsp-dev libswscale-dev libyuv-dev)
+    libsoxr-dev libsamplerate0-dev libspeexdsp-dev)
 elif [ $# -gt 0 ]; then
   sed -n '2,6s/^# \{0,1\}//p' "$0"
   exit 2
