@@ -1,10 +1,13 @@
+#include <pthread.h>
 #include <sched.h>
 #include <signal.h>
 
 #include <algorithm>
-#include <array>
-#include <exception>
+#include <cfenv>
+#include <chrono>
+#include <mutex>
 #include <thread>
+#include <utility>
 
 #include "qn/platform/rows_internal.h"
 
@@ -12,11 +15,142 @@ namespace qn {
 namespace {
 
 constexpr size_t kMostThreads = 64;
+// About what it takes to wake a thread: who stays awake in vain loses no more than who sleeps too soon.
+constexpr std::chrono::microseconds kAwake(50);
 
 size_t ProcessorsOfThread() {
   cpu_set_t set;
   return sched_getaffinity(0, sizeof(set), &set) == 0 ? static_cast<size_t>(CPU_COUNT(&set)) : 1;
 }
+
+using Clock = std::chrono::steady_clock;
+
+// Sleeps if nothing changes before `awakeUntil`; true if it did.
+bool WaitForChange(const std::atomic<uint32_t>& value, uint32_t seen, Clock::time_point awakeUntil) {
+  while (value == seen) {
+    if (Clock::now() > awakeUntil) {
+      value.wait(seen);
+      return true;
+    }
+    std::this_thread::yield();
+  }
+  return false;
+}
+
+// The rows of one image.
+struct Job {
+  size_t rows;
+  size_t some;
+  RowWork work;
+  const void* context;
+  size_t wanted;       // threads that may still come to help
+  size_t helpers = 0;  // those that have not left yet
+  Job* next = nullptr;
+  std::fenv_t modes = {};
+  std::atomic<size_t> taken = 0;
+
+  // Whoever is done with some rows takes the next ones, few at a time, so that a thread which comes late
+  // costs little and all end together.
+  void TakeRows() {
+    for (size_t first; (first = taken.fetch_add(some, std::memory_order_relaxed)) < rows;) {
+      work(context, first, std::min(first + some, rows));
+    }
+  }
+};
+
+constinit std::mutex g_mutex;
+// All under the lock, as are the fields of the jobs; the counters are waited for without it.
+constinit Job* g_jobs = nullptr;
+constinit pthread_t g_threads[kMostThreads - 1] = {};
+constinit size_t g_threadCount = 0;
+constinit bool g_isEnding = false;
+constinit std::atomic<uint32_t> g_begun = 0;
+constinit std::atomic<uint32_t> g_left = 0;
+
+// Stays awake for a while after each image, since they tend to come one after the other, and after having
+// been woken: that happens on the processor of the one who wakes, which is busy, and takes a move to another.
+void* Help(void*) {
+  Clock::time_point awakeUntil;
+  std::unique_lock lock(g_mutex);
+  while (!g_isEnding) {
+    Job* job = g_jobs;
+    while (job && job->wanted == 0) job = job->next;
+    bool isLively = job;
+    if (job) {
+      --job->wanted;
+      ++job->helpers;
+      lock.unlock();
+      std::fesetenv(&job->modes);
+      job->TakeRows();
+      lock.lock();
+      --job->helpers;
+      ++g_left;
+      g_left.notify_all();
+    } else {
+      const uint32_t seen = g_begun;
+      lock.unlock();
+      isLively = WaitForChange(g_begun, seen, awakeUntil);
+      lock.lock();
+    }
+    if (isLively) awakeUntil = Clock::now() + kAwake;
+  }
+  return nullptr;
+}
+
+void StartThreads(size_t wanted) {
+  if (g_threadCount >= wanted || g_isEnding) return;
+  // A new thread has the signal mask of its creator.
+  sigset_t all;
+  sigset_t saved;
+  sigfillset(&all);
+  pthread_sigmask(SIG_BLOCK, &all, &saved);
+  while (g_threadCount < wanted && pthread_create(&g_threads[g_threadCount], nullptr, Help, nullptr) == 0) {
+    ++g_threadCount;
+  }
+  pthread_sigmask(SIG_SETMASK, &saved, nullptr);
+}
+
+void Share(Job* job) {
+  const size_t helpers = job->wanted;
+  std::unique_lock lock(g_mutex);
+  StartThreads(helpers);
+  job->next = std::exchange(g_jobs, job);
+  ++g_begun;
+  lock.unlock();
+  for (size_t i = 0; i < helpers; ++i) g_begun.notify_one();
+  job->TakeRows();
+  lock.lock();
+  Job** link = &g_jobs;
+  while (*link != job) link = &(*link)->next;
+  *link = job->next;
+  while (job->helpers != 0) {
+    const uint32_t seen = g_left;
+    lock.unlock();
+    WaitForChange(g_left, seen, Clock::now() + kAwake);
+    lock.lock();
+  }
+}
+
+// At the end of the process and when the library is unloaded. Images that come later are done by those who
+// bring them.
+__attribute__((destructor)) void EndThreads() {
+  {
+    const std::lock_guard guard(g_mutex);
+    g_isEnding = true;
+    ++g_begun;
+  }
+  g_begun.notify_all();
+  for (size_t i = 0; i < g_threadCount; ++i) pthread_join(g_threads[i], nullptr);
+}
+
+// A fork's child has none of the threads, nor the images of others.
+void ForgetThreads() {
+  g_threadCount = 0;
+  g_jobs = nullptr;
+  g_mutex.unlock();
+}
+[[maybe_unused]] const int g_forkHandlers =
+    pthread_atfork([] { g_mutex.lock(); }, [] { g_mutex.unlock(); }, ForgetThreads);
 
 }  // namespace
 
@@ -30,33 +164,9 @@ void ForRows(size_t rows, size_t least, RowWork work, const void* context) {
   }
   count = std::clamp<size_t>(count, 1, std::min(kMostThreads, std::max<size_t>(rows, 1)));
   if (count == 1) return work(context, 0, rows);
-
-  // Whoever is done with some rows takes the next ones, few at a time, so that a thread which starts late
-  // costs little and all end together.
-  std::atomic<size_t> next = 0;
-  const size_t some = std::max<size_t>(rows / (count * 32), 1);
-  const auto takeRows = [&, rows, some] {
-    for (size_t first; (first = next.fetch_add(some, std::memory_order_relaxed)) < rows;) {
-      work(context, first, std::min(first + some, rows));
-    }
-  };
-
-  // A new thread has the signal mask of its creator.
-  sigset_t all;
-  sigset_t saved;
-  sigfillset(&all);
-  pthread_sigmask(SIG_BLOCK, &all, &saved);
-  std::array<std::thread, kMostThreads> threads;
-  try {
-    for (size_t i = 1; i < count; ++i) threads[i] = std::thread(takeRows);
-  } catch (const std::exception&) {
-  }
-  pthread_sigmask(SIG_SETMASK, &saved, nullptr);
-
-  takeRows();
-  for (std::thread& thread : threads) {
-    if (thread.joinable()) thread.join();
-  }
+  Job job = {rows, std::max<size_t>(rows / (count * 32), 1), work, context, count - 1};
+  std::fegetenv(&job.modes);
+  Share(&job);
 }
 
 }  // namespace qn

@@ -10,11 +10,11 @@ using RowWork = void (*)(const void* context, size_t first, size_t end);
 
 // Calls work(context, first, end) for parts of the rows 0 to `rows` that together are all of them, on as many
 // threads as the calling one has processors, but on one for each `least` rows at most. The calling thread is
-// one of them; the others live for the length of the call, with the arithmetic modes of the caller and all
-// signals blocked. With fewer threads than wanted the work takes longer, no more.
+// one of them; the others take its arithmetic modes, have all signals blocked, and wait for the next image
+// until the library is unloaded. Several threads may call at once. Without other threads, as in a process
+// that could start none, the work takes longer, no more.
 //
-// A team of threads that waits for the next frame would stay when the library is unloaded, and be missing in
-// a process that was forked.
+// Not by OpenMP: its threads would outlive the library, and be missing in a process that was forked.
 void ForRows(size_t rows, size_t least, RowWork work, const void* context);
 
 template <class Work>
