@@ -215,6 +215,7 @@ void StepsToYuv(const BYTE* rgb, const BYTE* lowerRgb, size_t pairs, const RgbTo
   const int fraction = how.fraction;
   const int lowest = how.lowest;
   const bool isHalves = how.fraction == 0;
+  const bool isFixed = how.isFixed;
   constexpr bool kIsBytes = Rows<kRows>::kIsBytes;
   using Loaded = typename Pixels<kRgb>::Loaded;
   const auto product = [](auto x, VecFloat by) {
@@ -237,7 +238,7 @@ void StepsToYuv(const BYTE* rgb, const BYTE* lowerRgb, size_t pairs, const RgbTo
     };
     const VecWord all =
         hn::SaturatedAdd(Pack(whole(weigh(left, byLeft)), whole(weigh(right, byRight))), half);
-    if constexpr (kRows == RowKind::kUYVY) return hn::Min(hn::Max(all, least), most);
+    if (kRows == RowKind::kUYVY && isFixed) return hn::Min(hn::Max(all, least), most);
     if constexpr (kIsBytes) return all;
     return hn::ShiftLeftSame(hn::ShiftRightSame(all, fraction), lowest);
   };
