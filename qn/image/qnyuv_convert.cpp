@@ -152,7 +152,6 @@ RgbToYuv HowToYuv(const YuvLayout& layout, const YuvMatrix& matrix, double range
   how.chromaOffset = 128 * scale;
   how.fraction = fraction;
   how.half = static_cast<WORD>(1 << fraction >> 1);
-  how.most = 0xFFFF;
   how.lowest = layout.lowest;
   how.leftPixel = selector & QNYUV_CHROMA_LEFT;
   how.upperRow = selector & QNYUV_CHROMA_UPPER;

@@ -209,8 +209,8 @@ void StepsToYuv(const BYTE* rgb, const BYTE* lowerRgb, size_t pairs, const RgbTo
   const Weights toLuma(how.luma, how.lumaOffset);
   const Weights toU(how.u, how.chromaOffset);
   const Weights toV(how.v, how.chromaOffset);
-  const VecWord least = hn::Set(dWord, how.least);
-  const VecWord most = hn::Set(dWord, how.most);
+  const VecWord least = hn::Set(dWord, 1 * 256);
+  const VecWord most = hn::Set(dWord, 254 * 256 + 255);
   const VecWord half = hn::Set(dWord, how.half);
   const int fraction = how.fraction;
   const int lowest = how.lowest;

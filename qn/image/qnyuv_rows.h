@@ -44,10 +44,8 @@ struct RgbToYuv {
   float v[3];
   float lumaOffset;
   float chromaOffset;
-  int fraction;  // the bits of it
-  WORD half;     // of a sample; 0 for a whole word
-  WORD least;    // the smallest and the largest sample of "UYVY", with all of its fraction
-  WORD most;
+  int fraction;    // the bits of it
+  WORD half;       // of a sample; 0 for a whole word
   int lowest;      // the bit of a word where a sample starts
   bool leftPixel;  // the chroma of a pair is that of its left pixel
   bool upperRow;   // the chroma of two rows is that of the upper one

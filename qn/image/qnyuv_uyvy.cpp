@@ -106,8 +106,6 @@ RgbToYuv ExactToYuv(const FixedMatrix& by) {
   how.chromaOffset = 128 * 256;
   how.fraction = 8;
   how.half = 128;
-  how.least = 1 * 256;
-  how.most = 254 * 256 + 255;
   how.isFixed = true;
   return how;
 }
