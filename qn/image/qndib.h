@@ -185,8 +185,9 @@ QN_API void QnVideo_PaletteEntryFromRGBA(PALETTEENTRY* entries, const RGBQUAD* c
 // that number, and a colour table of as many entries lies before the bits. A negative height stands for rows
 // from the top. For a YUV type biBitCount is the bits that it takes in memory and biSizeImage the bytes of
 // the frame. `imageBytes` receives biSizeImage, `headerBytes` what lies before the bits: 40 and 4 an entry,
-// or 52 with BI_BITFIELDS. Both may be null. 0, or E_INVALIDARG for null `info`, an unknown type, a negative
-// width and sizes beyond 32 bits.
+// or 52 with BI_BITFIELDS. Up to 8 bits a palette needs its count: a biClrUsed of 0 stands for a full table
+// that headerBytes does not have. Both may be null. 0, or E_INVALIDARG for null `info`, an unknown type, a
+// negative width and sizes beyond 32 bits.
 QN_API HRESULT QnVideo_InitBitmapInfo(BITMAPINFO* info, int type, LONG width, LONG height,
                                       const RGBQUAD* palette, int entries, DWORD* imageBytes);
 QN_API HRESULT QnDibInfo(DWORD* headerBytes, DWORD* imageBytes, BITMAPINFO* info, int type, LONG width,
@@ -207,8 +208,8 @@ QN_API HRESULT QnDibFree(BITMAPINFO* dib, int flags);
 // --- Pixels -----------------------------------------------------------------------------------------------
 
 // Fill a rectangle with a colour: the first at 8 bits a component (more count as 255), the second at full
-// depth. A palette takes its nearest colour, gray the luma 0.299 red + 0.587 green + 0.114 blue. E_NOTIMPL
-// for types other than 16 to 35.
+// depth. A palette takes the colour nearest to the one at 8 bits, gray the luma 0.299 red + 0.587 green +
+// 0.114 blue. E_NOTIMPL for types other than 16 to 35.
 QN_API HRESULT QnDibSet(const BITMAPINFOHEADER* header, void* bits, const RECT* rectangle, LONG stride,
                         const QNDIBPIXEL* pixel);
 QN_API HRESULT QnDibFillRect(const BITMAPINFOHEADER* header, void* bits, const RECT* rectangle, LONG stride,
@@ -216,8 +217,8 @@ QN_API HRESULT QnDibFillRect(const BITMAPINFOHEADER* header, void* bits, const R
 
 // Read and write the pixel at column `x` and row `y` of the bitmap, at 8 bits a component. One outside of the
 // rectangle and the bitmap is not written, and cannot be read: E_INVALIDARG, but 0 with nothing read where
-// the rectangle has no pixel at all. A pixel without alpha reads as 255. E_NOTIMPL for types other than 16
-// to 35.
+// the rectangle has no pixel at all. Without alpha bits it reads as 255; those of types 25 and 28, which mean
+// nothing, are read as they are. E_NOTIMPL for types other than 16 to 35.
 QN_API HRESULT QnDibGetPixel(const BITMAPINFOHEADER* header, const void* bits, const RECT* rectangle,
                              LONG stride, int x, int y, QNDIBPIXEL* pixel);
 QN_API HRESULT QnDibSetPixel(const BITMAPINFOHEADER* header, void* bits, const RECT* rectangle, LONG stride,
@@ -236,9 +237,10 @@ QN_API HRESULT QnDibSwapRB(const BITMAPINFOHEADER* header, void* bits, const REC
 // target stays. QNDIBFILTER_NEAREST takes the pixel that it falls in, QNDIBFILTER_BILINEAR weighs the four
 // pixel centres around it, of those within the rectangle. Equal sizes give a straight copy with both. A
 // component is converted to the nearest of the target's values; types without alpha, and those whose header
-// has no room for it (BI_RGB, BI_BITFIELDS), count as opaque. Pixels of one type that are not mixed keep all
-// their bits, with palettes if these are the same. If one bitmap's height is negative and the other's is not,
-// the picture is kept upright. E_NOTIMPL for types other than 16 to 35.
+// has no room for it (BI_RGB, BI_BITFIELDS), count as opaque. Copies that mix nothing, of one type to the
+// same, keep all bits, with palettes if these are the same. If one bitmap's height is negative and the
+// other's is not, the picture is kept upright. E_NOTIMPL for types other than 16 to 35, E_INVALIDARG also for
+// a rectangle of more than 2^31 - 1 columns or rows, E_OUTOFMEMORY.
 QN_API HRESULT QnDibCopy(const BITMAPINFOHEADER* toHeader, void* toBits, const RECT* toRectangle,
                          LONG toStride, const BITMAPINFOHEADER* fromHeader, const void* fromBits,
                          const RECT* fromRectangle, LONG fromStride, int filter);
@@ -262,12 +264,13 @@ QN_API void QNHSL_To_QNRGBAFLOAT(QNRGBAFLOAT* pixel, const QNHSL* hsl);
 // --- Broadcast legality -----------------------------------------------------------------------------------
 
 // 1 for a colour whose composite signal, luma and the amplitude of the chroma together, passes the limit of
-// the system. Null is legal.
+// the system, and for one that is no number. Null is legal.
 QN_API BOOL HotCheckNTSCYIQ(const QNRGBAFLOAT* pixel);
 QN_API BOOL HotCheckNTSCYUV(const QNRGBAFLOAT* pixel);
 QN_API BOOL HotCheckPALYUV(const QNRGBAFLOAT* pixel);
 
-// The same, and such a colour is made paler in place; 1 if it was changed. Alpha stays.
+// The same, and such a colour is made paler in place (one that is no number black); 1 if it was changed.
+// Alpha stays.
 QN_API BOOL HotCheckNTSCYIQReturn(QNRGBAFLOAT* pixel);
 QN_API BOOL HotCheckNTSCYUVReturn(QNRGBAFLOAT* pixel);
 QN_API BOOL HotCheckPALYUVReturn(QNRGBAFLOAT* pixel);

@@ -211,9 +211,10 @@ class Copy {
   }
 
   static RealColour Between(const RealColour& first, const RealColour& second, double share) {
-    return {first.blue + (second.blue - first.blue) * share,
-            first.green + (second.green - first.green) * share, first.red + (second.red - first.red) * share,
-            first.alpha + (second.alpha - first.alpha) * share};
+    // An infinite component that has no weight makes no other one infinite.
+    const auto mix = [share](double a, double b) { return share == 0 || a == b ? a : a + (b - a) * share; };
+    return {mix(first.blue, second.blue), mix(first.green, second.green), mix(first.red, second.red),
+            mix(first.alpha, second.alpha)};
   }
 
   // A row of the source at the target's columns.

@@ -45,15 +45,18 @@ HRESULT Describe(Description* found, int type, LONG width, LONG height, const RG
     header.biClrUsed = (1u << bits) - 1;
   }
   const auto rows = static_cast<uint64_t>(std::abs(int64_t{height}));
-  uint64_t imageBytes = RowBytes(bits, width) * rows;
+  uint64_t imageBytes = 0;
   if (storage) {
     imageBytes = QnYUVImageBytesAndOffsets(&header, nullptr);
     if (imageBytes == 0 && width != 0 && rows != 0) return E_OUTOFMEMORY;
+  } else if (rows != 0) {
+    if (RowBytes(bits, width) > kMaxBytes / rows) return E_OUTOFMEMORY;
+    imageBytes = RowBytes(bits, width) * rows;
   }
   found->headerBytes = compression == BI_BITFIELDS
                            ? sizeof(header) + sizeof(found->masks)
                            : sizeof(header) + uint64_t{header.biClrUsed} * sizeof(RGBQUAD);
-  if (imageBytes > kMaxBytes || found->headerBytes > kMaxBytes) return E_OUTOFMEMORY;
+  if (found->headerBytes > kMaxBytes) return E_OUTOFMEMORY;
   header.biSizeImage = static_cast<DWORD>(imageBytes);
   return S_OK;
 }

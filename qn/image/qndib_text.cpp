@@ -42,7 +42,9 @@ HRESULT QnVideo_GetFormatText(DWORD compression, WCHAR* text, int size) {
 
 HRESULT QnVideo_GetAttribsText(const BITMAPINFOHEADER* header, WCHAR* text, int size) {
   if (!header) return E_INVALIDARG;
-  return qn::Print(text, size, W("%dx%dx%d"), header->biWidth, header->biHeight, int{header->biBitCount});
+  WCHAR whole[40];  // which a text that is cut begins as
+  QnCchPrintF(whole, 40, nullptr, W("%dx%dx%d"), header->biWidth, header->biHeight, int{header->biBitCount});
+  return qn::Print(text, size, W("%s"), whole);
 }
 
 HRESULT QnVideo_GetAttribsTextEx(const BITMAPINFOHEADER* header, DWORD, WCHAR* text, int size) {

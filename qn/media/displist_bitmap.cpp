@@ -32,7 +32,7 @@ uint64_t BitsOffset(const BITMAPINFOHEADER& header, uint32_t size) {
 bool HoldsBits(const BITMAPINFOHEADER& header, uint64_t bytes) {
   const int64_t width = header.biWidth;
   const int64_t height = std::abs(int64_t{header.biHeight});
-  if (width <= 0 || height == 0 || bytes == 0) return false;
+  if (width <= 0 || height == 0 || header.biBitCount == 0 || bytes == 0) return false;
   if (header.biCompression == BI_RLE8 || header.biCompression == BI_RLE4) {
     return width <= kMostCompressedPixels / height;
   }

@@ -38,6 +38,7 @@ TEST(QnDib, Descriptions) {
                              {29, 32768, 32767, 0, 0, 0, 32, 40, 4294836224},
                              {29, 32768, 32768, 0, 0, 0, 0, 0, kTooLarge},
                              {32, INT32_MAX, INT32_MIN, 0, 0, 0, 0, 0, kTooLarge},
+                             {32, 1 << 30, 1 << 30, 0, 0, 0, 0, 0, kTooLarge},  // 2^64 bytes
                              {80, 60000, 60000, 0, 0, 0, 0, 0, kTooLarge},
                              {29, 1, 1, 0, INT32_MAX, 0, 0, 0, kTooLarge},
                              {29, -1, 1, 0, 0, 0, 0, 0, kBad},
@@ -125,8 +126,8 @@ TEST(QnDib, Texts) {
   const BITMAPINFOHEADER header = {40, 720, -576, 1, 24, 0, 0, 0, 0, 0, 0};
   EXPECT_EQ(QnVideo_GetAttribsTextEx(&header, 7, text, 32), 0);
   EXPECT_EQ(std::u16string(text), u"720x-576x24");
-  EXPECT_EQ(QnVideo_GetAttribsText(&header, text, 4), 0);
-  EXPECT_EQ(std::u16string(text), u"720");
+  EXPECT_EQ(QnVideo_GetAttribsText(&header, text, 3), 0);
+  EXPECT_EQ(std::u16string(text), u"72");
   EXPECT_EQ(QnVideo_GetAttribsText(&header, nullptr, 0), E_INVALIDARG);
 }
 
