@@ -53,6 +53,41 @@ inline void StoreDoubles(VecInt x, BYTE* to) {
   hn::StoreU(x, TagInt(), reinterpret_cast<int32_t*>(to));
 }
 
+// Two or four vectors whose lanes take turns in memory. Highway's portable target accesses such lanes one by
+// one, which must be aligned then; rows may start at any address.
+template <class Tag, class... Vectors>
+void LoadInterleaved(Tag d, const BYTE* from, Vectors&... x) {
+  using Lane = hn::TFromD<Tag>;
+#if HWY_TARGET == HWY_EMU128
+  Lane lanes[sizeof...(x) * hn::MaxLanes(Tag())];
+  std::memcpy(lanes, from, sizeof(lanes));
+#else
+  const Lane* const lanes = reinterpret_cast<const Lane*>(from);
+#endif
+  if constexpr (sizeof...(x) == 2) {
+    hn::LoadInterleaved2(d, lanes, x...);
+  } else {
+    hn::LoadInterleaved4(d, lanes, x...);
+  }
+}
+template <class Tag, class... Vectors>
+void StoreInterleaved(Tag d, BYTE* to, Vectors... x) {
+  using Lane = hn::TFromD<Tag>;
+#if HWY_TARGET == HWY_EMU128
+  Lane lanes[sizeof...(x) * hn::MaxLanes(Tag())];
+#else
+  Lane* const lanes = reinterpret_cast<Lane*>(to);
+#endif
+  if constexpr (sizeof...(x) == 2) {
+    hn::StoreInterleaved2(x..., d, lanes);
+  } else {
+    hn::StoreInterleaved4(x..., d, lanes);
+  }
+#if HWY_TARGET == HWY_EMU128
+  std::memcpy(to, lanes, sizeof(lanes));
+#endif
+}
+
 // Colours and samples are small, which saves what ConvertTo does about large floats.
 inline VecInt Truncate(VecFloat x) {
 #if QN_YUV_HAS_VBMI
@@ -178,7 +213,7 @@ struct Rows {
     } else if constexpr (kKind == RowKind::kUYVYWords || kKind == RowKind::kYUYVWords) {
       VecInt first;
       VecInt second;
-      hn::LoadInterleaved2(TagInt(), reinterpret_cast<const int32_t*>(luma), first, second);
+      LoadInterleaved(TagInt(), luma, first, second);
       const Couple low = SplitWords(first, mask);
       const Couple high = SplitWords(second, mask);
       constexpr bool kLumaFirst = kKind == RowKind::kYUYVWords;
@@ -221,7 +256,7 @@ struct Rows {
     } else if constexpr (kKind == RowKind::kUYVYWords || kKind == RowKind::kYUYVWords) {
       const VecWord first = kKind == RowKind::kYUYVWords ? y : u;
       const VecWord second = kKind == RowKind::kYUYVWords ? u : y;
-      hn::StoreInterleaved2(InOrder(first), InOrder(second), d, reinterpret_cast<uint16_t*>(luma));
+      StoreInterleaved(d, luma, InOrder(first), InOrder(second));
     } else {
       const auto store = [](VecWord x, BYTE* to) {
         if constexpr (kIsBytes) {
@@ -365,8 +400,8 @@ struct Pixels<RgbKind::kBytes> {
     const auto green = Round(left.green, right.green);
     const auto red = Round(left.red, right.red);
     const auto high = hn::Set(d, 0xFF00);
-    hn::StoreInterleaved2(hn::OrAnd(hn::ShiftRight<5>(blue), hn::ShiftLeft<3>(green), high),
-                          hn::Or(hn::ShiftRight<5>(red), high), d, reinterpret_cast<uint16_t*>(to));
+    StoreInterleaved(d, to, hn::OrAnd(hn::ShiftRight<5>(blue), hn::ShiftLeft<3>(green), high),
+                     hn::Or(hn::ShiftRight<5>(red), high));
   }
 #endif
 
@@ -380,7 +415,7 @@ struct Pixels<RgbKind::kBytes> {
   static void Load(const BYTE* from, WholeColours& left, WholeColours& right) {
     VecInt leftPixels;
     VecInt rightPixels;
-    hn::LoadInterleaved2(TagInt(), reinterpret_cast<const int32_t*>(from), leftPixels, rightPixels);
+    LoadInterleaved(TagInt(), from, leftPixels, rightPixels);
     left = Split(leftPixels);
     right = Split(rightPixels);
   }
@@ -406,9 +441,8 @@ struct Pixels<RgbKind::kFloats> {
     hn::StoreInterleaved2(Clip(left.red), Clip(right.red), d, planes[2]);
     for (size_t half = 0; half < 2; ++half) {
       const size_t at = half * kPairs;
-      hn::StoreInterleaved4(hn::LoadU(d, planes[0] + at), hn::LoadU(d, planes[1] + at),
-                            hn::LoadU(d, planes[2] + at), hn::Set(d, 1.0f), d,
-                            reinterpret_cast<float*>(to + at * kBytes));
+      StoreInterleaved(d, to + at * kBytes, hn::LoadU(d, planes[0] + at), hn::LoadU(d, planes[1] + at),
+                       hn::LoadU(d, planes[2] + at), hn::Set(d, 1.0f));
     }
   }
 
@@ -425,7 +459,7 @@ struct Pixels<RgbKind::kFloats> {
     for (size_t half = 0; half < 2; ++half) {
       const size_t at = half * kPairs;
       VecFloat blue, green, red, alpha;
-      hn::LoadInterleaved4(d, reinterpret_cast<const float*>(from + at * kBytes), blue, green, red, alpha);
+      LoadInterleaved(d, from + at * kBytes, blue, green, red, alpha);
       hn::StoreU(Tame(blue), d, planes[0] + at);
       hn::StoreU(Tame(green), d, planes[1] + at);
       hn::StoreU(Tame(red), d, planes[2] + at);

@@ -173,7 +173,7 @@ void FixedStepsToYuv(const BYTE* rgb, size_t pairs, const RgbToYuv& how, YuvRow 
   const Weights toV(how.v, how.chromaOffset);
   for (size_t pair = 0; pair < pairs; pair += kPairs) {
     VecInt leftPixels, rightPixels;
-    hn::LoadInterleaved2(d, reinterpret_cast<const int32_t*>(rgb + pair * 8), leftPixels, rightPixels);
+    LoadInterleaved(d, rgb + pair * 8, leftPixels, rightPixels);
     const Words left = split(leftPixels);
     const Words right = split(rightPixels);
     const Words both = {hn::Add(left.blueRed, right.blueRed), hn::Add(left.greenAlpha, right.greenAlpha)};
