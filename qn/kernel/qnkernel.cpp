@@ -73,6 +73,8 @@ __attribute__((constructor)) void Load() {
 }
 
 __attribute__((destructor)) void Unload() {
+  qn::StopServing();
+  qn::EndRowThreads();
   if (qn::IsForkedCopy()) return;
   qn::DllMain(ModuleFromAddress(&g_steps), qn::DLL_PROCESS_DETACH, nullptr);
   qn::ReleaseViews();

@@ -1,5 +1,6 @@
 // Views of files, read only, and of shared memory, from the start on.
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 
@@ -20,6 +21,8 @@ using Views = std::map<const void*, size_t>;
 // Made by the first view and ended by ReleaseViews, as the table of handles is.
 constinit std::mutex g_mutex;
 constinit Views* g_views = nullptr;
+[[maybe_unused]] const int g_forkHandlers =
+    pthread_atfork([] { g_mutex.lock(); }, [] { g_mutex.unlock(); }, [] { g_mutex.unlock(); });
 
 bool AddView(const void* view, size_t bytes) try {
   const std::lock_guard guard(g_mutex);
@@ -33,9 +36,8 @@ bool AddView(const void* view, size_t bytes) try {
 }  // namespace
 
 void ReleaseViews() {
-  StopServing();
   const std::lock_guard guard(g_mutex);
-  if (!g_views) return;
+  if (!g_views || !IsOnlyThread()) return;
   for (const auto& [view, bytes] : *g_views) munmap(const_cast<void*>(view), bytes);
   delete std::exchange(g_views, nullptr);
 }

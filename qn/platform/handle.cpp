@@ -120,11 +120,6 @@ bool Remove(HANDLE handle, std::shared_ptr<SystemObject>* object) {
   return true;
 }
 
-bool IsOnlyThread() {
-  struct stat tasks;
-  return stat("/proc/self/task", &tasks) == 0 && tasks.st_nlink == 3;  // its own two links and one folder
-}
-
 // A fork's child finds the table whole, and nobody who waits.
 void LockTable() {
   g_mutex.lock();
@@ -139,6 +134,11 @@ void ForgetWaiters() {
 [[maybe_unused]] const int g_forkHandlers = pthread_atfork(LockTable, UnlockTable, ForgetWaiters);
 
 }  // namespace
+
+bool IsOnlyThread() {
+  struct stat tasks;
+  return stat("/proc/self/task", &tasks) == 0 && tasks.st_nlink == 3;  // its own two links and one folder
+}
 
 HANDLE AddHandle(std::shared_ptr<SystemObject> object) {
   return Open(0, std::move(object));
@@ -177,8 +177,7 @@ void ReleaseHandles() {
     inUse = Remove(Encode(i, GenerationOf(slot->state.load())), &object) || inUse;
   }
   ReleaseThreads();
-  // Other threads may be about to use a slot when a process ends, which looks like unloading from here:
-  // beside them the chunks stay if a handle was left open.
+  // Beside other threads the chunks stay if a handle was left open.
   if (inUse && !IsOnlyThread()) return;
   g_table = {};
   for (unsigned i = 1; i < kChunks; ++i) delete[] g_chunks[i].exchange(nullptr);

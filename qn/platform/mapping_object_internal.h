@@ -100,9 +100,6 @@ inline off_t MarkOf(HANDLE handle) {
   return static_cast<off_t>(reinterpret_cast<uintptr_t>(handle) >> 2);
 }
 
-// Ends the thread whatever is served. For the unloading of the library.
-void StopServing();
-
 // How far a search got; of several the greatest counts. kLate is that nobody answered in time.
 enum class Answer { kNone, kLate, kUnknown, kFound };
 

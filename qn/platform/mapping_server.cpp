@@ -3,7 +3,7 @@
 // A process that has made shared memory listens on an abstract address with its id and a number, since each
 // copy of the library in it has an address of its own. Who connects sends a handle and gets the descriptor.
 // Both sides look at who the other is, as the system tells it: the owner serves its own user and root, the
-// other takes nothing but from the process that it meant and, unless it is root, of its own user.
+// other takes nothing but from the process that it meant, and of its own user or root.
 #include <poll.h>
 #include <pthread.h>
 #include <signal.h>
@@ -27,30 +27,38 @@ namespace {
 
 // The copies of the library in one process that can serve.
 constexpr int kAddresses = 16;
-// Of those that have not asked yet: one more takes the place of the one that came as many before.
+// Of those that have not asked yet: one more takes the place of one of them, which may come again.
 constexpr int kConnections = 32;
+constexpr uint64_t kRefusal = 0;  // which is no handle
 constexpr std::chrono::milliseconds kAnswerTime(1000);
 // What a server whose listener others have closed takes to notice that.
 constexpr int kLookMilliseconds = 500;
 constexpr int kShortageMilliseconds = 10;
-constexpr int kQueueMilliseconds = 2;  // between tries to get into a full queue
+constexpr int kAgainMilliseconds = 2;  // between tries to get in
+// What the end of the last mapping waits at most for the thread, which what it was sent may hold up.
+constexpr time_t kEndSeconds = 1;
 
 // A socket of the server. What hosts do with descriptors that they do not know may have made its number that
 // of another file, which is left alone.
 class OwnSocket {
  public:
   OwnSocket() = default;
-  ~OwnSocket() { Set(qn::Descriptor()); }
+  ~OwnSocket() { Take(); }
   OwnSocket(const OwnSocket&) = delete;
   OwnSocket& operator=(const OwnSocket&) = delete;
 
   void Set(qn::Descriptor socket) {
-    if (Get() < 0) socket_.Release();
+    Take();
     socket_ = std::move(socket);
     struct stat info = {};
     if (socket_) fstat(socket_.Get(), &info);
     device_ = info.st_dev;
     inode_ = info.st_ino;
+  }
+
+  qn::Descriptor Take() {
+    if (Get() < 0) socket_.Release();
+    return std::move(socket_);
   }
 
   // -1 if it is not there, or no longer.
@@ -71,9 +79,9 @@ struct Server {
   pthread_t thread = {};
   bool isEnding = false;
   bool isAwaited = false;
-  OwnSocket listener;                   // written under the lock
-  OwnSocket connections[kConnections];  // the thread's own
-  unsigned accepted = 0;
+  OwnSocket listener;
+  OwnSocket connections[kConnections];  // the thread's own, without the lock
+  unsigned replaced = 0;
   Server* older = nullptr;
 };
 
@@ -152,8 +160,8 @@ bool Send(int connection, uint64_t value, int descriptor) {
   return sendmsg(connection, &message.header, MSG_NOSIGNAL | MSG_DONTWAIT) == sizeof message.value;
 }
 
-// False with errno: EAGAIN nothing has come yet, EMFILE no descriptor was left for what came. Nothing is kept
-// of a message that is not as Send makes it.
+// False with errno: EAGAIN nothing has come yet, EPIPE nothing will, EMFILE no descriptor was left for what
+// came. Nothing is kept of a message that is not as Send makes it.
 bool Receive(int connection, uint64_t* value, qn::Descriptor* descriptor) {
   Message message;
   message.header.msg_control = message.control;
@@ -169,24 +177,24 @@ bool Receive(int connection, uint64_t* value, qn::Descriptor* descriptor) {
     received = qn::Descriptor(number);
   }
   const int flags = message.header.msg_flags;
-  errno = (flags & MSG_CTRUNC) && !received ? EMFILE : EPROTO;
+  const int fault = (flags & MSG_CTRUNC) && !received ? EMFILE : EPROTO;
+  errno = got == 0 ? EPIPE : fault;
   if ((flags & (MSG_TRUNC | MSG_CTRUNC)) || got != sizeof message.value) return false;
   *value = message.value;
   *descriptor = std::move(received);
   return true;
 }
 
-bool Listen(OwnSocket* listener) {
+qn::Descriptor Listen() {
   qn::Descriptor made = OpenSocket();
   bool isBound = false;
   for (int number = 0; made && !isBound && number < kAddresses; ++number) {
     const Address address(getpid(), number);
     isBound = bind(made.Get(), address.Get(), address.length) == 0;
   }
-  if (!isBound || listen(made.Get(), 64) != 0) return false;
+  if (!isBound) return qn::Descriptor();
   RefuseDescriptors(made.Get());
-  listener->Set(std::move(made));
-  return true;
+  return listen(made.Get(), 64) == 0 ? std::move(made) : qn::Descriptor();
 }
 
 // Answers if the question has come; true when nothing more is to be done for the one that asks.
@@ -204,20 +212,39 @@ bool Serve(int connection) {
 
 enum class Accepted { kOne, kLater, kNoMore };
 
-// What comes of the events of the listener. kLater: no descriptor is left. kNoMore: it is none any more.
-Accepted Accept(Server* server, int events) {
+// What comes of the events of the listener. kLater: the system refuses it for now. kNoMore: it is none any
+// more.
+Accepted Accept(Server* server, int listener, int events) {
   if (events & ~POLLIN) return Accepted::kNoMore;
-  qn::Descriptor connection(accept4(server->listener.Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+  qn::Descriptor connection(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
   if (!connection) {
     if (errno == EBADF || errno == EINVAL || errno == ENOTSOCK) return Accepted::kNoMore;
-    return IsShortage(errno) ? Accepted::kLater : Accepted::kOne;
+    return errno == EAGAIN || errno == EINTR || errno == ECONNABORTED ? Accepted::kOne : Accepted::kLater;
   }
   RefuseDescriptors(connection.Get());
   ucred peer;
-  if (PeerOf(connection.Get(), &peer) && (peer.uid == 0 || peer.uid == geteuid())) {
-    server->connections[server->accepted++ % kConnections].Set(std::move(connection));
+  if (!PeerOf(connection.Get(), &peer) || (peer.uid != 0 && peer.uid != geteuid())) {
+    Send(connection.Get(), kRefusal, -1);
+    return Accepted::kOne;
   }
+  OwnSocket* place = std::find_if(std::begin(server->connections), std::end(server->connections),
+                                  [](const OwnSocket& each) { return each.Get() < 0; });
+  if (place == std::end(server->connections)) {
+    place = &server->connections[server->replaced++ % kConnections];
+  }
+  place->Set(std::move(connection));
   return Accepted::kOne;
+}
+
+// A listener for one that others have shut or closed.
+void Renew(Server* server) {
+  {
+    std::unique_lock lock(g_mutex);
+    const qn::Descriptor shut = server->listener.Take();
+    lock.unlock();
+  }
+  const std::lock_guard guard(g_mutex);
+  if (server->listener.Get() < 0) server->listener.Set(Listen());
 }
 
 // Also waits where the system has no room to look at as many.
@@ -233,36 +260,48 @@ bool IsEnding(const Server& server) {
   return server.isEnding;
 }
 
-// Ends with the server, or once its listener has gone; the next mapping begins another one then.
+int ListenerOf(const Server& server) {
+  const std::lock_guard guard(g_mutex);
+  return server.listener.Get();
+}
+
 void* Run(void* argument) {
   Server* const server = static_cast<Server*>(argument);
   Accepted accepted = Accepted::kOne;
-  while (accepted != Accepted::kNoMore && !IsEnding(*server)) {
+  while (!IsEnding(*server)) {
+    if (accepted == Accepted::kNoMore) Renew(server);
     for (OwnSocket& connection : server->connections) {
       const int open = connection.Get();
       if (open >= 0 && Serve(open)) connection.Set(qn::Descriptor());
     }
-    pollfd waited[1 + kConnections] = {{accepted == Accepted::kOne ? server->listener.Get() : -1, POLLIN, 0}};
+    const bool isLater = accepted == Accepted::kLater;
+    const int listener = ListenerOf(*server);
+    pollfd waited[1 + kConnections] = {{isLater ? -1 : listener, POLLIN, 0}};
     nfds_t count = 1;
     for (const OwnSocket& connection : server->connections) {
       if (const int open = connection.Get(); open >= 0) waited[count++] = {open, POLLIN, 0};
     }
     // A listener that others close wakes nobody, so nothing waits for good.
-    Wait(waited, count, accepted == Accepted::kOne ? kLookMilliseconds : kShortageMilliseconds);
-    const bool isDue = waited[0].revents || server->listener.Get() < 0;
-    accepted = isDue ? Accept(server, waited[0].revents) : Accepted::kOne;
+    Wait(waited, count, isLater ? kShortageMilliseconds : kLookMilliseconds);
+    accepted = Accepted::kOne;
+    if (const int still = ListenerOf(*server); still < 0) {
+      accepted = Accepted::kNoMore;
+    } else if (still == listener && waited[0].revents) {
+      accepted = Accept(server, listener, waited[0].revents);
+    }
   }
   for (OwnSocket& connection : server->connections) connection.Set(qn::Descriptor());
-  const std::lock_guard guard(g_mutex);
-  server->isEnding = true;
-  server->listener.Set(qn::Descriptor());
+  std::unique_lock lock(g_mutex);
+  const qn::Descriptor listener = server->listener.Take();
+  lock.unlock();
   return nullptr;
 }
 
+// Without a socket the thread keeps trying to get one.
 void Start() {
   Server* const server = new (std::nothrow) Server;
   if (!server) return;
-  if (!Listen(&server->listener)) return delete server;
+  server->listener.Set(Listen());
   // The host's signals are for the host's threads.
   sigset_t all, before;
   sigfillset(&all);
@@ -277,25 +316,33 @@ bool IsServing() {
   return g_servers && !g_servers->isEnding;
 }
 
-// Joins the servers that are ending; one that serves is to end first if nothing is left to serve, or
-// `always`.
-void Stop(bool always) {
-  for (;;) {
-    Server* server;
-    {
-      const std::lock_guard guard(g_mutex);
-      if (always || !g_served) {
-        for (server = g_servers; server && !server->isEnding; server = server->older) {
-          server->isEnding = true;
-          shutdown(server->listener.Get(), SHUT_RDWR);  // wakes it
-        }
-      }
-      for (server = g_servers; server && (!server->isEnding || server->isAwaited);) server = server->older;
-      if (!server) return;
-      server->isAwaited = true;
-    }
-    pthread_join(server->thread, nullptr);
+enum class Ending { kUnserved, kAlways };
+
+// A server that is ending and that nobody else waits for. One that serves is to end first, if nothing is left
+// to serve or always.
+Server* TakeEnding(Ending which) {
+  const std::lock_guard guard(g_mutex);
+  if (IsServing() && (which == Ending::kAlways || !g_served)) {
+    g_servers->isEnding = true;
+    shutdown(g_servers->listener.Get(), SHUT_RDWR);  // wakes it
+  }
+  Server* server = g_servers;
+  while (server && (!server->isEnding || server->isAwaited)) server = server->older;
+  if (server) server->isAwaited = true;
+  return server;
+}
+
+// Waits for servers that are ending: until kUnserved ones are late, which some other call will wait for.
+void Stop(Ending which) {
+  timespec end;
+  clock_gettime(CLOCK_REALTIME, &end);
+  end.tv_sec += kEndSeconds;
+  while (Server* const server = TakeEnding(which)) {
+    const bool isLate =
+        pthread_timedjoin_np(server->thread, nullptr, which == Ending::kAlways ? nullptr : &end) != 0;
     const std::lock_guard guard(g_mutex);
+    server->isAwaited = false;
+    if (isLate) return;
     Server** link = &g_servers;
     while (*link != server) link = &(*link)->older;
     *link = server->older;
@@ -305,6 +352,8 @@ void Stop(bool always) {
 
 // Asks at one address. kLate: the answer has to be waited for, or without a connection the server's queue is
 // full, as that of a process that is stopped is at some time. kNone with errno.
+//
+// What the question itself fails with is heard with the answer.
 Answer Ask(const Address& address, pid_t process, uint64_t value, qn::Descriptor* connection) {
   qn::Descriptor made = OpenSocket();
   if (!made) return Answer::kNone;
@@ -314,20 +363,24 @@ Answer Ask(const Address& address, pid_t process, uint64_t value, qn::Descriptor
   ucred peer;
   const uid_t user = geteuid();
   // An owner that began as root and is another user now still listens as root.
-  if (!PeerOf(made.Get(), &peer) || peer.pid != process || (user != 0 && peer.uid != user && peer.uid != 0) ||
-      !Send(made.Get(), value, -1)) {
+  if (!PeerOf(made.Get(), &peer) || peer.pid != process || (user != 0 && peer.uid != user && peer.uid != 0)) {
     errno = EACCES;
     return Answer::kNone;
   }
+  Send(made.Get(), value, -1);
   *connection = std::move(made);
   return Answer::kLate;
 }
 
-Answer Hear(int connection, uint64_t value, qn::Descriptor* found) {
+// A connection that the server had to give up for others is closed: one asks again.
+Answer Hear(qn::Descriptor* connection, uint64_t value, qn::Descriptor* found) {
   uint64_t answered = 0;
   qn::Descriptor received;
-  if (!Receive(connection, &answered, &received)) {
-    return errno == EAGAIN ? Answer::kLate : Answer::kNone;
+  if (!Receive(connection->Get(), &answered, &received)) {
+    if (errno == EPIPE) *connection = qn::Descriptor();
+    // A reset is told before what came until then.
+    const bool isLate = errno == EAGAIN || errno == EPIPE || errno == ECONNRESET;
+    return isLate ? Answer::kLate : Answer::kNone;
   }
   errno = EPROTO;
   if (answered != value) return Answer::kNone;
@@ -343,7 +396,11 @@ void BeginServing(SharedMapping* mapping, HANDLE handle) {
   mapping->served = {handle, g_served, &g_served};
   if (g_served) g_served->served.link = &mapping->served.next;
   g_served = mapping;
-  if (!IsServing()) Start();
+  if (!IsServing()) {
+    Start();
+  } else if (g_servers->listener.Get() < 0) {
+    g_servers->listener.Set(Listen());
+  }
 }
 
 bool IsServed(const SharedMapping& mapping) {
@@ -359,11 +416,11 @@ void EndServing(SharedMapping* mapping) {
     *link = next;
     if (next) next->served.link = link;
   }
-  Stop(false);
+  Stop(Ending::kUnserved);
 }
 
 void StopServing() {
-  Stop(true);
+  Stop(Ending::kAlways);
 }
 
 Answer AskForMapping(pid_t process, HANDLE handle, Descriptor* found) {
@@ -383,7 +440,7 @@ Answer AskForMapping(pid_t process, HANDLE handle, Descriptor* found) {
     nfds_t count = 0;
     for (int i = 0; i < kAddresses; ++i) {
       if (answers[i] != Answer::kLate) continue;
-      answers[i] = connections[i] ? Hear(connections[i].Get(), value, found)
+      answers[i] = connections[i] ? Hear(&connections[i], value, found)
                                   : Ask(Address(process, i), process, value, &connections[i]);
       if (answers[i] == Answer::kFound) return Answer::kFound;
       if (answers[i] == Answer::kNone && IsShortage(errno)) error = errno;
@@ -392,7 +449,7 @@ Answer AskForMapping(pid_t process, HANDLE handle, Descriptor* found) {
       if (connections[i]) {
         waited[count++] = {connections[i].Get(), POLLIN, 0};
       } else {
-        timeout = std::min(timeout, kQueueMilliseconds);
+        timeout = std::min(timeout, kAgainMilliseconds);
       }
     }
     if (!isLate || left <= 0) break;

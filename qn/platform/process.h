@@ -3,7 +3,7 @@
 // Reaching into another process needs what a debugger of it needs: the same user or the rights of root, and
 // what the system's policy asks beyond that. A shared mapping (CreateFileMappingW on no file) also comes over
 // where that is refused, as long as the owner runs, both have the same user, and the owner has got a socket
-// to answer with: it tries to with its first mapping, and where that failed with each that follows.
+// to answer with: it tries to with its first mapping, and every half second as long as it has none.
 #pragma once
 
 #include "qn/platform/types.h"

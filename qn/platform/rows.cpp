@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "qn/platform/rows_internal.h"
+#include "qn/platform/unload_internal.h"
 
 namespace qn {
 namespace {
@@ -131,18 +132,6 @@ void Share(Job* job) {
   }
 }
 
-// At the end of the process and when the library is unloaded. Images that come later are done by those who
-// bring them.
-__attribute__((destructor)) void EndThreads() {
-  {
-    const std::lock_guard guard(g_mutex);
-    g_isEnding = true;
-    ++g_begun;
-  }
-  g_begun.notify_all();
-  for (size_t i = 0; i < g_threadCount; ++i) pthread_join(g_threads[i], nullptr);
-}
-
 // A fork's child has none of the threads, nor the images of others.
 void ForgetThreads() {
   g_threadCount = 0;
@@ -167,6 +156,16 @@ void ForRows(size_t rows, size_t least, RowWork work, const void* context) {
   Job job = {rows, std::max<size_t>(rows / (count * 32), 1), work, context, count - 1};
   std::fegetenv(&job.modes);
   Share(&job);
+}
+
+void EndRowThreads() {
+  {
+    const std::lock_guard guard(g_mutex);
+    g_isEnding = true;
+    ++g_begun;
+  }
+  g_begun.notify_all();
+  for (size_t i = 0; i < g_threadCount; ++i) pthread_join(g_threads[i], nullptr);
 }
 
 }  // namespace qn
