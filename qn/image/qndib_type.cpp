@@ -1,51 +1,13 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
-#include <iterator>
 
 #include "qn/image/qndib.h"
 #include "qn/image/qndib_internal.h"
+#include "qn/image/qnyuv_internal.h"
 
 namespace qn {
 namespace {
-
-struct YuvType {
-  int type;
-  DWORD fourcc;
-  int depth;
-  int storage;
-};
-
-constexpr YuvType kYuvTypes[] = {
-    {QNPIXEL_UYVY, QnMakeFourCC('U', 'Y', 'V', 'Y'), 16, 16},
-    {QNPIXEL_YUYV, QnMakeFourCC('Y', 'U', 'Y', 'V'), 16, 16},
-    {QNPIXEL_Y41B, QnMakeFourCC('Y', '4', '1', 'B'), 12, 12},
-    {QNPIXEL_I420, QnMakeFourCC('I', '4', '2', '0'), 12, 12},
-    {QNPIXEL_V210, QnMakeFourCC('v', '2', '1', '0'), 20, 20},
-    {QNPIXEL_P010, QnMakeFourCC('P', '0', '1', '0'), 15, 24},
-    {QNPIXEL_PL10, QnMakeFourCC('P', 'L', '1', '0'), 15, 24},
-    {QNPIXEL_P210, QnMakeFourCC('P', '2', '1', '0'), 20, 32},
-    {QNPIXEL_P216, QnMakeFourCC('P', '2', '1', '6'), 20, 32},
-    {QNPIXEL_Y210, QnMakeFourCC('Y', '2', '1', '0'), 20, 32},
-    {QNPIXEL_P410, QnMakeFourCC('P', '4', '1', '0'), 30, 48},
-    {QNPIXEL_NV12, QnMakeFourCC('N', 'V', '1', '2'), 12, 12},
-    {QNPIXEL_YV12, QnMakeFourCC('Y', 'V', '1', '2'), 12, 12},
-    {QNPIXEL_YV16, QnMakeFourCC('Y', 'V', '1', '6'), 16, 16},
-    {QNPIXEL_A410, QnMakeFourCC('A', '4', '1', '0'), 46, 64},
-    {QNPIXEL_V216, QnMakeFourCC('v', '2', '1', '6'), 32, 32},
-    {QNPIXEL_Y416, QnMakeFourCC('y', '4', '1', '6'), 64, 64},
-    {QNPIXEL_P012, QnMakeFourCC('P', '0', '1', '2'), 18, 24},
-    {QNPIXEL_P212, QnMakeFourCC('P', '2', '1', '2'), 24, 32},
-    {QNPIXEL_P412, QnMakeFourCC('P', '4', '1', '2'), 36, 48},
-    {QNPIXEL_YV24, QnMakeFourCC('Y', 'V', '2', '4'), 24, 24},
-    {QNPIXEL_NV16, QnMakeFourCC('N', 'V', '1', '6'), 16, 16},
-};
-
-const YuvType* FindYuv(int type) {
-  const auto* const found = std::find_if(std::begin(kYuvTypes), std::end(kYuvTypes),
-                                         [type](const YuvType& each) { return each.type == type; });
-  return found == std::end(kYuvTypes) ? nullptr : found;
-}
 
 unsigned Mask(const Component& component) {
   return QnCreateBitMask(component.first, component.bits);
@@ -75,10 +37,8 @@ int TypeOfMasks(const BITMAPINFOHEADER& header) {
 }
 
 int TypeOfFourCC(DWORD fourcc) {
-  for (const YuvType& each : kYuvTypes) {
-    if (each.fourcc == fourcc) return each.type;
-  }
-  return 0;
+  const YuvLayout* const layout = YuvLayoutOf(fourcc);
+  return layout ? layout->type : 0;
 }
 
 }  // namespace
@@ -140,7 +100,7 @@ int QnGetPixelBitsPerChannel(int type, BYTE* bits) {
 
 int QnPixelTypeToBitAttribs(int type, unsigned* compression, unsigned* masks) {
   const qn::PixelLayout* const layout = qn::LayoutOf(type);
-  const qn::YuvType* const yuv = qn::FindYuv(type);
+  const qn::YuvLayout* const yuv = qn::YuvLayoutOfType(type);
   if (!layout && !yuv) return 0;
   if (compression) *compression = layout ? layout->compression : yuv->fourcc;
   if (masks) {
@@ -153,6 +113,6 @@ int QnPixelTypeToBitAttribs(int type, unsigned* compression, unsigned* masks) {
 }
 
 int QnPixelTypeToBitsPerPixelYUV(int type) {
-  const qn::YuvType* const yuv = qn::FindYuv(type);
+  const qn::YuvLayout* const yuv = qn::YuvLayoutOfType(type);
   return yuv ? yuv->storage : 0;
 }

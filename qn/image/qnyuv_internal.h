@@ -1,4 +1,4 @@
-// The layouts of YUV frames: the one table from which sizes, offsets and the row kernels come.
+// The layouts of YUV frames: the one table from which pixel types, sizes, offsets and the row kernels come.
 #pragma once
 
 #include "qn/image/qndib.h"
@@ -68,10 +68,14 @@ constexpr Bytes V210Luma(Bytes width, Bytes height) {
 
 }  // namespace yuv
 
-// The bytes of luma and of each chroma plane, and the stride of the latter, by width and height; the rows,
-// and how many of luma have one of chroma; the bits of a sample, and at which bit of a word the lowest is.
+// The pixel type, the bits of a pixel and those that it takes in memory; a mere second name has none. The
+// bytes of luma and of each chroma plane, and the stride of the latter, by width and height; the rows, and
+// how many of luma have one of chroma; the bits of a sample, and at which bit of a word the lowest is.
 struct YuvLayout {
+  int type;
   DWORD fourcc;
+  int depth;
+  int storage;
   Planes planes;
   yuv::Bytes (*luma)(yuv::Bytes width, yuv::Bytes height);
   yuv::Bytes (*chroma)(yuv::Bytes width, yuv::Bytes height);
@@ -82,7 +86,8 @@ struct YuvLayout {
   int lowest;
 };
 
-// The layout of a FourCC; null for others.
+// The layout of a FourCC or of a pixel type; null for others.
 const YuvLayout* YuvLayoutOf(DWORD fourcc);
+const YuvLayout* YuvLayoutOfType(int type);
 
 }  // namespace qn
