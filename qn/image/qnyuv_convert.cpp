@@ -11,23 +11,8 @@
 namespace qn {
 namespace {
 
-// What a thread more is worth: some 30 us of work, as it takes 20 to start.
+// What a thread more is worth: some 30 us of work, about what it takes to wake one.
 constexpr size_t kLeastPixels = size_t{1} << 18;
-
-struct Plane {
-  BYTE* bits = nullptr;
-  ptrdiff_t stride = 0;
-
-  BYTE* Row(size_t row) const { return bits ? bits + static_cast<ptrdiff_t>(row) * stride : nullptr; }
-};
-
-Plane PlaneAt(const void* bits, DWORD offset, DWORD stride) {
-  return {static_cast<BYTE*>(const_cast<void*>(bits)) + offset, static_cast<LONG>(stride)};
-}
-
-bool Holds(ptrdiff_t stride, size_t bytes) {
-  return static_cast<size_t>(std::abs(stride)) >= bytes;
-}
 
 struct Frame {
   const YuvLayout* layout;
@@ -57,18 +42,18 @@ HRESULT FindFrame(const BITMAPINFOHEADER& header, const void* bits, const tQNYUV
   const size_t width = frame->width;
   const size_t pairs = width / 2;
   if (layout.rows == RowKind::kV210) {
-    return Holds(frame->luma.stride, (width + 5) / 6 * 16) ? S_OK : E_INVALIDARG;
+    return frame->luma.Room() >= (width + 5) / 6 * 16 ? S_OK : E_INVALIDARG;
   }
   if (shape.IsPacked()) {
-    return width % 2 == 0 && Holds(frame->luma.stride, pairs * shape.luma) ? S_OK : E_INVALIDARG;
+    return width % 2 == 0 && frame->luma.Room() >= pairs * shape.luma ? S_OK : E_INVALIDARG;
   }
   if (!shape.HasFullChroma() && pairs == 0) return E_INVALIDARG;
   if (frame->HasHalfRows() && frame->height < 2) return E_INVALIDARG;
   const auto bytes = [=](int pair) { return shape.HasFullChroma() ? width * (pair / 2) : pairs * pair; };
   frame->u = PlaneAt(bits, offsets.uOffset, offsets.uStride);
   if (shape.v != 0) frame->v = PlaneAt(bits, offsets.vOffset, offsets.vStride);
-  const bool fits = Holds(frame->luma.stride, width * (shape.luma / 2)) &&
-                    Holds(frame->u.stride, bytes(shape.u)) && Holds(frame->v.stride, bytes(shape.v));
+  const bool fits = frame->luma.Room() >= width * (shape.luma / 2) && frame->u.Room() >= bytes(shape.u) &&
+                    frame->v.Room() >= bytes(shape.v);
   if (layout.planes == Planes::kYUVA) {
     frame->alpha = PlaneAt(bits, offsets.alphaOffset, offsets.alphaStride);
   }
@@ -102,7 +87,7 @@ HRESULT FindBitmap(const BITMAPINFOHEADER& header, const void* bits, LONG stride
   } else {
     return E_POINTER;  // the bits behind a header of no known type cannot be found
   }
-  return Holds(bitmap->rows.stride, frame.width * RgbBytes(bitmap->kind)) ? S_OK : E_INVALIDARG;
+  return bitmap->rows.Room() >= frame.width * RgbBytes(bitmap->kind) ? S_OK : E_INVALIDARG;
 }
 
 const YuvMatrix& MatrixOf(const tQNYUVCOLOR& colour, const Frame& frame) {
@@ -222,7 +207,7 @@ HRESULT QnYUV_RGBToYUV(const BITMAPINFOHEADER* yuvHeader, void* yuv, const tQNYU
   }
   HRESULT status = FindFrame(*yuvHeader, yuv, *offsets, &frame);
   if (FAILED(status)) return status;
-  if (frame.alpha.bits && !Holds(frame.alpha.stride, 2 * frame.width)) return E_INVALIDARG;
+  if (frame.alpha.bits && frame.alpha.Room() < 2 * frame.width) return E_INVALIDARG;
   Bitmap bitmap;
   status = FindBitmap(*rgbHeader, rgb, stride, frame, &bitmap);
   if (FAILED(status)) return status;

@@ -7,16 +7,10 @@
 namespace qn {
 namespace {
 
-struct Plane {
-  BYTE* bits;
-  ptrdiff_t stride;
-
-  BYTE* Row(size_t row) const { return bits + static_cast<ptrdiff_t>(row) * stride; }
-  // How many of so many bytes a row has room for; what takes none always fits.
-  size_t Room(int bytes) const {
-    return bytes ? static_cast<size_t>(std::abs(stride)) / static_cast<size_t>(bytes) : SIZE_MAX;
-  }
-};
+// How many of so many bytes a row has room for; what takes none always fits.
+size_t RoomFor(const Plane& plane, int bytes) {
+  return bytes ? plane.Room() / static_cast<size_t>(bytes) : SIZE_MAX;
+}
 
 struct Frame {
   RowShape shape;
@@ -28,7 +22,7 @@ struct Frame {
   Frame(RowKind kind, const void* bits, const tQNYUVOFFSETS& at, size_t x, size_t y, size_t lumaRows)
       : shape(ShapeOf(kind)) {
     const auto plane = [&](DWORD offset, DWORD stride, size_t bytes, size_t row) {
-      const Plane whole = {static_cast<BYTE*>(const_cast<void*>(bits)) + offset, static_cast<LONG>(stride)};
+      const Plane whole = PlaneAt(bits, offset, stride);
       return Plane{whole.Row(row) + bytes, whole.stride};
     };
     const auto bytes = [](size_t count, int each) { return count * static_cast<size_t>(each); };
@@ -37,8 +31,10 @@ struct Frame {
     v = plane(at.vOffset, at.vStride, bytes(x / 2, shape.v), y / lumaRows);
   }
 
-  size_t LumaRoom() const { return shape.IsPacked() ? luma.Room(shape.luma) * 2 : luma.Room(shape.luma / 2); }
-  size_t PairRoom() const { return std::min({LumaRoom() / 2, u.Room(shape.u), v.Room(shape.v)}); }
+  size_t LumaRoom() const {
+    return shape.IsPacked() ? RoomFor(luma, shape.luma) * 2 : RoomFor(luma, shape.luma / 2);
+  }
+  size_t PairRoom() const { return std::min({LumaRoom() / 2, RoomFor(u, shape.u), RoomFor(v, shape.v)}); }
 };
 
 struct Arguments {

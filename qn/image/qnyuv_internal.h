@@ -1,6 +1,8 @@
 // The layouts of YUV frames: the one table from which pixel types, sizes, offsets and the row kernels come.
 #pragma once
 
+#include <cstdlib>
+
 #include "qn/image/qndib.h"
 #include "qn/image/qnyuv.h"
 
@@ -89,5 +91,18 @@ struct YuvLayout {
 // The layout of a FourCC or of a pixel type; null for others.
 const YuvLayout* YuvLayoutOf(DWORD fourcc);
 const YuvLayout* YuvLayoutOfType(int type);
+
+// The rows of a plane; those of one that a frame does not have are null.
+struct Plane {
+  BYTE* bits = nullptr;
+  ptrdiff_t stride = 0;
+
+  BYTE* Row(size_t row) const { return bits ? bits + static_cast<ptrdiff_t>(row) * stride : nullptr; }
+  // Bytes that a row may have.
+  size_t Room() const { return static_cast<size_t>(std::abs(stride)); }
+};
+inline Plane PlaneAt(const void* bits, DWORD offset, DWORD stride) {
+  return {static_cast<BYTE*>(const_cast<void*>(bits)) + offset, static_cast<LONG>(stride)};
+}
 
 }  // namespace qn
