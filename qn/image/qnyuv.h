@@ -4,7 +4,9 @@
 // planes are. Its rows go from the top down; the sign of its height means nothing. Luma starts at the bits;
 // the strides of planes count as signed, so that a frame can be walked from its last row up. Of rows and
 // planes nothing is read or written but the samples of the frame's width and height: what the records say
-// cannot be held against the buffer behind them.
+// cannot be held against the buffer behind them. "v210" has whole groups of 6 pixels in 16 bytes: its stride
+// is at least (width + 5) div 6 * 16, and samples of the last group that no pixel has are written as 0, or as
+// the last pixel's where an odd width ends in half a pair.
 //
 // Chroma that pixels share is repeated, never interpolated. A plane of halved chroma has width div 2 samples
 // in a row (and height div 2 rows, if halved too): a last pixel or row beyond them has the chroma of the ones
@@ -69,7 +71,8 @@ QN_API DWORD QnYUVImageBytesAndOffsets(const BITMAPINFOHEADER* header, tQNYUVOFF
 //   rgbHeader   at least as wide and high as the frame. Pixels of four floats (type 32) get 0 to 1 and alpha
 //               1; all other types get blue, green, red and 255 in four bytes a pixel, whatever their bits:
 //               E_INVALIDARG if a row has no room for those.
-//   rgb         the row that is first by number; null finds the bits behind the header
+//   rgb         the row that is first by number; null finds the bits behind the header, which after the sizes
+//               is E_POINTER if the header is of no known type
 //   stride      bytes from row to row, of either sign; 0 is that of the header
 // The top row of the frame goes to the last row, of the frame's height, of the bitmap, unless its height is
 // negative: then row goes to row. Colours are computed in floats and rounded to nearest, halves up.
@@ -81,8 +84,8 @@ QN_API HRESULT QnYUV_YUVToRGB(const BITMAPINFOHEADER* rgbHeader, double range, v
 
 // Converts RGB of types 28, 29 and 32 to a frame, the other way of the same. Samples of more than 8 bits are
 // those of 8 bits with a fraction. The alpha plane of "A410" gets the bitmap's alpha, or is opaque for type
-// 28. Numbers of a float bitmap that are none are 0. `selector` is a sum of QNYUV_CHROMA flags, others are
-// E_FAIL.
+// 28. Numbers of a float bitmap that are none are 0, those beyond +-16 count as +-16. `selector` is a sum of
+// QNYUV_CHROMA flags, others are E_FAIL.
 QN_API HRESULT QnYUV_RGBToYUV(const BITMAPINFOHEADER* yuvHeader, void* yuv, const tQNYUVOFFSETS* offsets,
                               const tQNYUVCOLOR* colour, const BITMAPINFOHEADER* rgbHeader, const void* rgb,
                               double range, LONG stride, LONG selector);
@@ -106,8 +109,8 @@ QN_API HRESULT QnRGBA2UYVY(void* uyvy, const void* rgba, LONG uyvyStride, LONG r
 //                                  that is copied. E_INVALIDARG for negative numbers, an x or y beyond the
 //                                  frame and rows below it.
 // Chroma that is halved starts at half of x and y, and has half the rows and columns, rounded down. Where
-// pairs of pixels are packed together, x and width count as the even numbers below. The headers' FourCCs
-// are taken for granted.
+// pairs of pixels are packed together, x and width count as the even numbers below, a width of 1 as nothing.
+// The headers' FourCCs are taken for granted.
 QN_API HRESULT QnYUV_I420_To_I420_SubRect(const BITMAPINFOHEADER* toHeader, void* to,
                                           const tQNYUVOFFSETS* toOffsets, const BITMAPINFOHEADER* fromHeader,
                                           const void* from, const tQNYUVOFFSETS* fromOffsets, LONG x, LONG y,
