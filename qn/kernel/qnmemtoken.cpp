@@ -4,6 +4,7 @@
 
 #include "qn/kernel/qnmemtoken_internal.h"
 #include "qn/platform/memory.h"
+#include "qn/platform/open_file_internal.h"
 #include "qn/platform/process.h"
 #include "qn/settings/qnerror.h"
 #include "qn/settings/qnstatus.h"
@@ -11,22 +12,6 @@
 namespace {
 
 constexpr DWORD kMemoryAccess = PROCESS_VM_OPERATION | PROCESS_VM_READ | PROCESS_VM_WRITE;
-
-class OpenHandle {
- public:
-  explicit OpenHandle(HANDLE handle) : handle_(handle) {}
-  ~OpenHandle() {
-    if (handle_) CloseHandle(handle_);
-  }
-  OpenHandle(const OpenHandle&) = delete;
-  OpenHandle& operator=(const OpenHandle&) = delete;
-
-  explicit operator bool() const { return handle_ != nullptr; }
-  HANDLE Get() const { return handle_; }
-
- private:
-  const HANDLE handle_;
-};
 
 HRESULT LastStatus() {
   return QnErrorHandler_TranslateWin32Error(GetLastError());
@@ -54,7 +39,7 @@ bool OpenView(const _qnmemorytoken& token, DWORD access, HANDLE* duplicate, void
     SetLastError(ERROR_INVALID_PARAMETER);
     return false;
   }
-  const OpenHandle owner(OpenProcess(PROCESS_DUP_HANDLE, FALSE, token.processId));
+  const qn::OpenedHandle owner(OpenProcess(PROCESS_DUP_HANDLE, FALSE, token.processId));
   HANDLE made = nullptr;
   if (!owner || !DuplicateHandle(owner.Get(), qn::TokenHandle(token), GetCurrentProcess(), &made, 0, FALSE,
                                  DUPLICATE_SAME_ACCESS)) {
@@ -88,7 +73,7 @@ HRESULT CopyBytes(const _qnmemorytoken& token, DWORD access, Copy copy, Transfer
     return S_OK;
   }
   if (token.kind != QNMEMORYTOKEN_PROCESS || !IsInMemory(token)) return E_FAIL;
-  const OpenHandle owner(OpenProcess(kMemoryAccess, FALSE, token.processId));
+  const qn::OpenedHandle owner(OpenProcess(kMemoryAccess, FALSE, token.processId));
   if (!owner || !transfer(owner.Get(), address)) return LastStatus();
   return S_OK;
 }
@@ -118,7 +103,7 @@ CMappingOfQnMemoryToken::CMappingOfQnMemoryToken(const _qnmemorytoken& source, D
     void* const block = GlobalAlloc(GPTR, token.size);
     if (!block) return;
     if (access & FILE_MAP_READ) {
-      const OpenHandle owner(OpenProcess(kMemoryAccess, FALSE, token.processId));
+      const qn::OpenedHandle owner(OpenProcess(kMemoryAccess, FALSE, token.processId));
       if (!owner || !ReadProcessMemory(owner.Get(), DataAddress(token), block, token.size, nullptr)) {
         GlobalFree(block);
         return;
@@ -161,7 +146,7 @@ HRESULT CMappingOfQnMemoryToken::Dispose() {
   }
   if (!failed && copied) {
     if (writeBack) {
-      const OpenHandle owner(OpenProcess(kMemoryAccess, FALSE, token.processId));
+      const qn::OpenedHandle owner(OpenProcess(kMemoryAccess, FALSE, token.processId));
       if (owner) WriteProcessMemory(owner.Get(), DataAddress(token), pointer, token.size, nullptr);
     }
     GlobalFree(pointer);

@@ -1,4 +1,4 @@
-// A file that is open as long as this lives.
+// Handles and files that are open as long as an object of theirs lives.
 #pragma once
 
 #include "qn/platform/file.h"
@@ -10,21 +10,28 @@ namespace qn {
 // disk.
 bool ReserveFile(HANDLE file, int64_t bytes);
 
-class OpenedFile {
+// What failed to open is null or INVALID_HANDLE_VALUE, by the function.
+class OpenedHandle {
  public:
-  OpenedFile(const WCHAR* name, DWORD access, DWORD share, DWORD disposition = OPEN_EXISTING)
-      : handle_(CreateFileW(name, access, share, nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr)) {}
-  ~OpenedFile() {
+  explicit OpenedHandle(HANDLE handle) : handle_(handle) {}
+  ~OpenedHandle() {
     if (*this) CloseHandle(handle_);
   }
-  OpenedFile(const OpenedFile&) = delete;
-  OpenedFile& operator=(const OpenedFile&) = delete;
+  OpenedHandle(const OpenedHandle&) = delete;
+  OpenedHandle& operator=(const OpenedHandle&) = delete;
 
-  explicit operator bool() const { return handle_ != INVALID_HANDLE_VALUE; }
+  explicit operator bool() const { return handle_ && handle_ != INVALID_HANDLE_VALUE; }
   HANDLE Get() const { return handle_; }
 
  private:
   const HANDLE handle_;
+};
+
+class OpenedFile : public OpenedHandle {
+ public:
+  OpenedFile(const WCHAR* name, DWORD access, DWORD share, DWORD disposition = OPEN_EXISTING)
+      : OpenedHandle(CreateFileW(name, access, share, nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr)) {
+  }
 };
 
 }  // namespace qn
