@@ -21,15 +21,10 @@ bool IsOwn(const _qnmemorytoken& token) {
   return token.processId == GetCurrentProcessId();
 }
 
-// Where the data is in the owner's process. An offset may lead backwards, by a sum that wraps.
+// Where the data is in the owner's process. An offset may lead backwards, by a sum that wraps. What is not in
+// that process's memory, or reaches beyond all memory, the system refuses to read and write.
 void* DataAddress(const _qnmemorytoken& token) {
   return reinterpret_cast<void*>(token.address + token.offset);
-}
-
-// False if another process's data would reach beyond all memory.
-bool IsInMemory(const _qnmemorytoken& token) {
-  uint64_t end;
-  return !__builtin_add_overflow(token.address + token.offset, token.size, &end);
 }
 
 // A view of another process's mapping, up to the end of the token's data. False with the last error.
@@ -72,7 +67,7 @@ HRESULT CopyBytes(const _qnmemorytoken& token, DWORD access, Copy copy, Transfer
     CloseHandle(duplicate);
     return S_OK;
   }
-  if (token.kind != QNMEMORYTOKEN_PROCESS || !IsInMemory(token)) return E_FAIL;
+  if (token.kind != QNMEMORYTOKEN_PROCESS) return E_FAIL;
   const qn::OpenedHandle owner(OpenProcess(kMemoryAccess, FALSE, token.processId));
   if (!owner || !transfer(owner.Get(), address)) return LastStatus();
   return S_OK;
@@ -99,7 +94,6 @@ CMappingOfQnMemoryToken::CMappingOfQnMemoryToken(const _qnmemorytoken& source, D
     mapped = 1;
     failed = 0;
   } else if (token.kind == QNMEMORYTOKEN_PROCESS) {
-    if (!IsInMemory(token)) return;
     void* const block = GlobalAlloc(GPTR, token.size);
     if (!block) return;
     if (access & FILE_MAP_READ) {

@@ -7,9 +7,10 @@
 // Access is FILE_MAP_WRITE (2), FILE_MAP_READ (4) or both (6), as what is done to the token's memory; neither
 // means both, other bits do not count.
 //
-// A token of another process is checked before anything is done with it: one that lies gives a failure. The
-// memory of one's own process is taken as it is named, like a pointer. Tokens are plain values; an object
-// belongs to one thread at a time. Both sides may be at a shared block at once, which is their matter.
+// What a token of another process names is checked before it is read or written: one that lies gives a
+// failure. The memory of one's own process is taken as it is named, like a pointer. Tokens are plain values;
+// an object belongs to one thread at a time. Both sides may be at a shared block at once, which is their
+// matter.
 #pragma once
 
 #include <cstddef>
@@ -36,8 +37,9 @@ static_assert(offsetof(_qnmemorytoken, size) == 16 && offsetof(_qnmemorytoken, o
               offsetof(_qnmemorytoken, kind) == 32 && offsetof(_qnmemorytoken, processId) == 36);
 
 // A token's memory in this process: the memory itself where the token is of this process, a view where it is
-// a mapping, else a copy. A copy starts with the data, or with access for writing alone with zeros, and goes
-// to the owner on Dispose if the access has writing: all of it, so what the owner wrote meanwhile is lost.
+// a mapping, else a copy. A copy starts with the data, or with access for writing alone with zeros, whether
+// or not the owner's memory is there, and goes to the owner on Dispose if the access has writing: all of it,
+// so what the owner wrote meanwhile is lost.
 class QN_API CMappingOfQnMemoryToken {
  public:
   // Opens the memory. What went wrong shows in the functions below.
