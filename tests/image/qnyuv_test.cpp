@@ -24,7 +24,7 @@ namespace {
 
 // How samples follow each other: the step from one to the next, and the first one, of Y, U, V and alpha.
 struct Form {
-  size_t step[4], first[4];
+  int step[4], first[4];
 };
 constexpr Form kPlanes = {{1, 1, 1, 1}, {}}, kTurns = {{1, 2, 2}, {0, 0, 1}}, kUYVY = {{2, 4, 4}, {1, 0, 2}},
                kYUYV = {{2, 4, 4}, {0, 1, 3}}, kV210 = kUYVY;
@@ -47,83 +47,131 @@ DWORD FourCC(const char* text) {
   return QnMakeFourCC(text[0], text[1], text[2], text[3]);
 }
 
-// A frame of exactly its bytes, of random ones.
+constexpr BYTE kFiller = 0xA5;
+
+// The row that is first by number, and the step to the next.
+struct Rows {
+  LONG first, stride;
+
+  LONG At(LONG row) const { return first + row * stride; }
+};
+
+// Of exactly the bytes of its rows, which are random, and of the filler between them.
+struct Memory {
+  std::vector<BYTE> bytes;
+  std::vector<LONG> filler;
+
+  Rows Add(LONG rowBytes, LONG rows, LONG padding, bool up) {
+    const LONG stride = rowBytes + padding, start = static_cast<LONG>(bytes.size());
+    const LONG last = start + (rows - 1) * stride;
+    bytes.resize(last + rowBytes, kFiller);
+    bytes.shrink_to_fit();
+    uint64_t random = qntest::Random()();
+    for (LONG row = start; row <= last; row += stride) {
+      for (LONG i = row; i < row + rowBytes; ++i)
+        bytes[i] = static_cast<BYTE>((random = random * 6364136223846793005 + 1) >> 56);
+      for (LONG i = row + rowBytes; i < row + stride && row < last; ++i) filler.push_back(i);
+    }
+    return {up ? last : start, up ? -stride : stride};
+  }
+  bool IsFillerKept() const {
+    return std::ranges::all_of(filler, [this](LONG i) { return bytes[i] == kFiller; });
+  }
+};
+
+// A frame the way a host lays it out, or with rows of their least bytes and some padding.
 struct Frame {
   const Layout& layout;
   BITMAPINFOHEADER header;
   tQNYUVOFFSETS at = {};
-  std::unique_ptr<BYTE[]> bits;
-  size_t bytes;
+  Memory memory = {};
+  LONG first = 0;
 
-  Frame(const Layout& kind, LONG width, LONG height)
+  Frame(const Layout& kind, LONG width, LONG height, LONG padding = -1, bool up = false)
       : layout(kind), header{40, width, height, 1, 0, FourCC(kind.fourcc), 0, 0, 0, 0, 0} {
-    bytes = QnYUVImageBytesAndOffsets(&header, &at);
-    bits = std::make_unique<BYTE[]>(bytes);
-    for (size_t i = 0; i < bytes; ++i) bits[i] = static_cast<BYTE>(qntest::Random()());
+    const DWORD all = QnYUVImageBytesAndOffsets(&header, &at);
+    if (padding < 0) {
+      memory.Add(all, 1, 0, false);
+      return;
+    }
+    const auto add = [&](int component, LONG columns, LONG rows, DWORD* stride) {
+      const LONG samples = columns * layout.form.step[component] * (layout.bits > 8 ? 2 : 1);
+      const Rows found = memory.Add(IsV210() ? (width + 5) / 6 * 16 : samples, rows, padding + component, up);
+      *stride = found.stride;
+      return found.first - first;
+    };
+    const LONG across = width / layout.columns, down = height / layout.rows;
+    first = add(0, width, height, &at.yStride);
+    if (at.uOffset) at.uOffset = add(1, across, down, &at.uStride);
+    if (at.vOffset) at.vOffset = add(2, across, down, &at.vStride);
+    if (at.alphaOffset) at.alphaOffset = add(3, width, height, &at.alphaStride);
   }
 
+  BYTE* Bits() { return memory.bytes.data() + first; }
   bool IsPacked() const { return layout.form.step[0] == 2; }
+  bool IsV210() const { return &layout.form == &kV210; }
   // The bit where a sample is: component 0 is Y, 1 U, 2 V, 3 alpha; x and y count its own columns and rows.
-  size_t Bit(int component, size_t x, size_t y) const {
-    const size_t v = &layout.form == &kPlanes ? 2 : 1, word = layout.bits > 8 ? 16 : 8;
-    const size_t plane = IsPacked() ? 0 : component == 2 ? v : static_cast<size_t>(component);
-    const size_t offset[] = {0, at.uOffset, at.vOffset, at.alphaOffset};
-    const size_t stride[] = {at.yStride, at.uStride, at.vStride, at.alphaStride};
-    const size_t row = 8 * (offset[plane] + y * stride[plane]);
-    const size_t nth = layout.form.step[component] * x + layout.form.first[component];
-    return row + (&layout.form == &kV210 ? nth / 3 * 32 + nth % 3 * 10
-                                         : nth * word + static_cast<size_t>(layout.lowest));
+  LONG Bit(int component, LONG x, LONG y) const {
+    const LONG plane = IsPacked() ? 0 : component != 2 ? component : &layout.form == &kPlanes ? 2 : 1;
+    const DWORD offset[] = {0, at.uOffset, at.vOffset, at.alphaOffset};
+    const DWORD stride[] = {at.yStride, at.uStride, at.vStride, at.alphaStride};
+    const LONG row = first + offset[plane] + y * static_cast<LONG>(stride[plane]);
+    const LONG nth = layout.form.step[component] * x + layout.form.first[component];
+    return 8 * row +
+           (IsV210() ? nth / 3 * 32 + nth % 3 * 10 : nth * (layout.bits > 8 ? 16 : 8) + layout.lowest);
   }
   int Get(int component, LONG x, LONG y) const {
-    const size_t first = Bit(component, static_cast<size_t>(x), static_cast<size_t>(y));
-    const size_t last = first + static_cast<size_t>(layout.bits) - 1;
+    const LONG lowest = Bit(component, x, y), highest = lowest + layout.bits - 1;
     int value = 0;
-    for (size_t i = last / 8 + 1; i-- > first / 8;) value = value << 8 | bits[i];
-    return value >> first % 8 & ((1 << layout.bits) - 1);
+    for (LONG i = highest / 8; i >= lowest / 8; --i) value = value << 8 | memory.bytes[i];
+    return value >> lowest % 8 & ((1 << layout.bits) - 1);
   }
   double Get8(int component, LONG x, LONG y) const {
     return std::ldexp(Get(component, x, y), 8 - layout.bits);
   }
 };
 
+// The pixels of a frame; the header may tell of some more columns and rows.
 struct Bitmap {
   BITMAPINFOHEADER header;
-  LONG pixel;
-  std::vector<BYTE> bits;
+  LONG pixel, stride;  // which is 0 where the header says the same
+  Memory memory;
+  Rows rows;
 
-  Bitmap(int type, LONG width, LONG height) : pixel(type == QNPIXEL_RGBAFLOAT ? 16 : 4) {
-    header = {40, width, height, 1, static_cast<WORD>(8 * pixel), QNBI_DEEP, 0, 0, 0, 0, 0};
+  Bitmap(int type, LONG width, LONG height, LONG padding = 0, bool up = false, LONG more = 0)
+      : pixel(type == QNPIXEL_RGBAFLOAT ? 16 : 4),
+        rows(memory.Add(pixel * width, std::abs(height), padding, up)) {
+    header = {40, width + more, height < 0 ? height - more : height + more, 1, 32, QNBI_DEEP, 0, 0, 0, 0, 0};
+    if (pixel == 16) header.biBitCount = 128;
     if (type == QNPIXEL_RGB32) header.biCompression = BI_RGB;
-    bits.resize(static_cast<size_t>(pixel * width * std::abs(height)));
-    for (BYTE& each : bits) each = static_cast<BYTE>(qntest::Random()());
-    for (size_t i = 0; pixel == 16 && i < bits.size(); i += 4) {
-      const float value = static_cast<float>(bits[i]) / 240 - 0.03f;
-      std::memcpy(&bits[i], &value, 4);
+    stride = rows.stride == pixel * header.biWidth ? 0 : rows.stride;
+    constexpr float kSpecial[] = {NAN, -NAN, 1e30f, -1e30f, 17, -17, INFINITY, -16};
+    for (LONG i = 0; pixel == 16 && i < std::abs(height) * width * 4; ++i) {
+      BYTE* const at = &memory.bytes[rows.At(i / 4 / width)] + i % (4 * width) * 4;
+      const float value = at[1] == 0 ? kSpecial[at[0] % 8] : static_cast<float>(at[0]) / 240 - 0.03f;
+      std::memcpy(at, &value, 4);
     }
   }
-  // The row that is first by number.
-  BYTE* First(LONG stride) {
-    return bits.data() + (stride < 0 ? -stride * (std::abs(header.biHeight) - 1) : 0);
-  }
-  // In 0 to 255.
-  double Get(int component, LONG x, LONG line) const {
-    const BYTE* const at = &bits[static_cast<size_t>((line * header.biWidth + x) * pixel)];
+  BYTE* First() { return &memory.bytes[rows.first]; }
+  // In 0 to 255, by number of the row. Floats that are no number count as 0, those far from it as 16.
+  double Get(int component, LONG x, LONG row) const {
+    const BYTE* const at = &memory.bytes[rows.At(row)] + x * pixel;
     if (pixel == 4) return at[component];
     float value;
     std::memcpy(&value, at + 4 * component, 4);
-    return value * 255.0;
+    return std::isnan(value) ? 0 : std::clamp(value, -16.0f, 16.0f) * 255.0;
   }
 };
 
-HRESULT ToRgb(const Frame& frame, Bitmap& bitmap, DWORD matrix, double range, LONG stride = 0) {
+HRESULT ToRgb(Frame& frame, Bitmap& bitmap, DWORD matrix, double range) {
   const tQNYUVCOLOR colour = {0, matrix};
-  return QnYUV_YUVToRGB(&bitmap.header, range, bitmap.First(stride), stride, &frame.header, frame.bits.get(),
+  return QnYUV_YUVToRGB(&bitmap.header, range, bitmap.First(), bitmap.stride, &frame.header, frame.Bits(),
                         &frame.at, &colour);
 }
-HRESULT ToYuv(Frame& frame, Bitmap& bitmap, DWORD matrix, double range, LONG selector = 0, LONG stride = 0) {
+HRESULT ToYuv(Frame& frame, Bitmap& bitmap, DWORD matrix, double range, LONG selector = 0) {
   const tQNYUVCOLOR colour = {0, matrix};
-  return QnYUV_RGBToYUV(&frame.header, frame.bits.get(), &frame.at, &colour, &bitmap.header,
-                        bitmap.First(stride), range, stride, selector);
+  return QnYUV_RGBToYUV(&frame.header, frame.Bits(), &frame.at, &colour, &bitmap.header, bitmap.First(),
+                        range, bitmap.stride, selector);
 }
 
 // Luma, U and V by red, green and blue; then blue by U, green by V and U, red by V: in floats, and in fixed
@@ -142,18 +190,21 @@ constexpr Model kModels[] = {
      {1.8814, -0.5714, -0.1646, 1.4746},
      {1.839404, -0.558646, -0.160926, 1.441685}}};
 
-// Runs with each instruction set; all must leave the same bytes.
-void RunAllWays(const std::function<void()>& run, const void* bytes, size_t count) {
+// Runs without what a host may turn off, and with each instruction set; all must leave the same bytes.
+void RunAllWays(const std::function<void()>& run, Memory& target) {
+  const std::vector<BYTE> before = target.bytes;
   std::vector<BYTE> first;
   const int64_t supported = hwy::SupportedTargets() | HWY_STATIC_TARGET;
-  for (const int64_t target : {HWY_AVX3_DL, HWY_AVX2, HWY_STATIC_TARGET}) {
-    if (!(supported & target)) continue;
-    hwy::SetSupportedTargetsForTest(target);
+  for (const int64_t name :
+       {int64_t{0}, int64_t{HWY_AVX3_DL}, int64_t{HWY_AVX2}, int64_t{HWY_STATIC_TARGET}}) {
+    if (name && !(supported & name)) continue;
+    (name ? QnAllowCPUSupport : QnDisallowCPUSupport)(QNCPU_SSE2);
+    hwy::SetSupportedTargetsForTest(name);
     hwy::GetChosenTarget().Update(hwy::SupportedTargets());
+    target.bytes = before;
     run();
-    const auto* const now = static_cast<const BYTE*>(bytes);
-    if (first.empty()) first.assign(now, now + count);
-    EXPECT_TRUE(std::equal(first.begin(), first.end(), now)) << hwy::TargetName(target);
+    if (first.empty()) first = target.bytes;
+    EXPECT_TRUE(first == target.bytes && target.IsFillerKept()) << hwy::TargetName(name);
   }
   hwy::SetSupportedTargetsForTest(0);
   hwy::GetChosenTarget().Update(hwy::SupportedTargets());
@@ -165,20 +216,18 @@ const Model& ModelOf(LONG matrix, LONG width) {
   return kModels[matrix < 3 ? matrix : width == 716 ? 0 : 1];
 }
 
-void CheckToRgb(const Frame& frame, Bitmap& bitmap, LONG matrix, double range, bool up) {
-  const auto& [layout, header, at, bits, bytes] = frame;
+void CheckToRgb(Frame& frame, Bitmap& bitmap, LONG matrix, double range) {
+  const auto& [layout, header, at, memory, first] = frame;
   const LONG width = header.biWidth, lines = header.biHeight;
-  const LONG stride = bitmap.pixel * (up ? -width : width);
-  RunAllWays([&] { EXPECT_EQ(ToRgb(frame, bitmap, kSelectors[matrix], range, stride), S_OK); },
-             bitmap.bits.data(), bitmap.bits.size());
+  RunAllWays([&] { EXPECT_EQ(ToRgb(frame, bitmap, kSelectors[matrix], range), S_OK); }, bitmap.memory);
   const double* const back = ModelOf(matrix, width).back;
   const double offset = range == 0 ? 0 : 16, gain = range == 0 ? 1 : 1.1643835;
   const double chromaGain = range == 0 ? 0.9776786 : 1.1383928;
   for (LONG y = 0; y < lines; ++y) {
-    const LONG line = (bitmap.header.biHeight < 0) != up ? y : lines - 1 - y;
+    const LONG line = bitmap.header.biHeight < 0 ? y : lines - 1 - y;
     for (LONG x = 0; x < width; ++x) {
-      const bool whole = &layout.form == &kV210;  // a last column has chroma of its own in v210 alone
-      const LONG pair = std::min(x / layout.columns, (width + whole) / layout.columns - 1);
+      // A last column has chroma of its own in v210 alone.
+      const LONG pair = std::min(x / layout.columns, (width + frame.IsV210()) / layout.columns - 1);
       const LONG below = std::min(y / layout.rows, lines / layout.rows - 1);
       const double luma = (frame.Get8(0, x, y) - offset) * gain;
       const double u = (frame.Get8(1, pair, below) - 128) * chromaGain;
@@ -194,10 +243,9 @@ void CheckToRgb(const Frame& frame, Bitmap& bitmap, LONG matrix, double range, b
 }
 
 void CheckToYuv(Frame& frame, Bitmap& bitmap, LONG matrix, double range, LONG selector) {
-  const auto& [layout, header, at, bits, bytes] = frame;
+  auto& [layout, header, at, memory, first] = frame;
   const LONG width = header.biWidth, lines = header.biHeight;
-  RunAllWays([&] { EXPECT_EQ(ToYuv(frame, bitmap, kSelectors[matrix], range, selector), S_OK); }, bits.get(),
-             bytes);
+  RunAllWays([&] { EXPECT_EQ(ToYuv(frame, bitmap, kSelectors[matrix], range, selector), S_OK); }, memory);
   const auto get = [&](int component, LONG x, LONG y) {
     return bitmap.Get(component, x, bitmap.header.biHeight < 0 ? y : lines - 1 - y);
   };
@@ -220,7 +268,7 @@ void CheckToYuv(Frame& frame, Bitmap& bitmap, LONG matrix, double range, LONG se
     }
   }
   const LONG across = layout.columns, down = layout.rows;
-  for (LONG i = 0; i < lines / down * ((width + (&layout.form == &kV210)) / across) * 2; ++i) {
+  for (LONG i = 0; i < lines / down * ((width + frame.IsV210()) / across) * 2; ++i) {
     const LONG x = i / 2 / (lines / down), y = i / 2 % (lines / down);
     double sum = 0;
     for (LONG each = 0; each < across * down; ++each) {
@@ -241,11 +289,18 @@ TEST(Yuv, FollowsItsEquations) {
     const bool whole = layout.form.step[0] == 1 || &layout.form == &kV210;
     if ((!whole && width % 2) || (&layout.form != &kV210 && width < layout.columns)) continue;
     SCOPED_TRACE(std::string(layout.fourcc) + " " + std::to_string(width) + "x" + std::to_string(height));
-    Frame frame(layout, width, std::abs(height));
-    Bitmap bitmap(kTypes[i / 8 % 3], width, height), source = bitmap;
-    const auto any = static_cast<LONG>(qntest::Random()() % 32);
-    CheckToRgb(frame, bitmap, any % 4, any & 4 ? 1.0 : 0.0, any & 8);
-    CheckToYuv(frame, source, any % 4, any & 4 ? 1.0 : 0.0, any / 8);
+    const auto any = [](size_t most) { return static_cast<LONG>(qntest::Random()() % (most + 1)); };
+    Frame frame(layout, width, std::abs(height), any(9) - 2, any(1));
+    const int type = kTypes[i / 8 % 3];
+    const LONG more = any(3), padding = any(1) ? any(9) : more * (type == QNPIXEL_RGBAFLOAT ? 16 : 4);
+    Bitmap bitmap(type, width, height, padding, any(1), more), source = bitmap;
+    if (bitmap.pixel == 4 && any(1)) {  // as other types have
+      constexpr WORD kBits[] = {7, 8, 16, 24, 64};
+      bitmap.header.biBitCount = kBits[any(4)];
+      bitmap.stride = bitmap.rows.stride;
+    }
+    CheckToRgb(frame, bitmap, any(3), any(1) * 0.25);
+    CheckToYuv(frame, source, any(3), any(1) * 0.25, any(3));
   }
 }
 
@@ -264,29 +319,37 @@ TEST(Yuv, MeetsPublishedPatches) {
   for (const Patch& patch : kPatches) {
     Frame frame(kLayouts[15], 1, 1);
     Bitmap bitmap(QNPIXEL_RGB32, 1, 1);
-    bitmap.bits = {patch.blue, patch.green, patch.red, 0};
+    bitmap.memory.bytes = {patch.blue, patch.green, patch.red, 0};
     ToYuv(frame, bitmap, kSelectors[patch.matrix], 1);
     const int wanted[] = {patch.y, patch.u, patch.v};
     for (int i = 0; i < 3; ++i) EXPECT_NEAR(frame.Get(i, 0, 0), wanted[i], 1);
-    bitmap.bits.assign(4, 7);
+    bitmap.memory.bytes.assign(4, 7);
     ToRgb(frame, bitmap, kSelectors[patch.matrix], 1);
-    EXPECT_EQ(bitmap.bits, (std::vector<BYTE>{patch.blue, patch.green, patch.red, 255}));
+    EXPECT_EQ(bitmap.memory.bytes, (std::vector<BYTE>{patch.blue, patch.green, patch.red, 255}));
   }
 }
 
-// There and back of random colours: the layout, the range, and the most that a component may be off.
+// There and back of random colours that fill what shares chroma: the layout, and the most that a component
+// may be off with the full range and with that of a studio, by any matrix.
 TEST(Yuv, RoundTrips) {
-  constexpr int kErrors[][3] = {{0, 0, 5}, {0, 1, 2}, {5, 0, 5}, {5, 1, 0}, {6, 0, 5}, {6, 1, 0}};
-  for (const auto& [index, range, most] : kErrors) {
-    Frame frame(kLayouts[index], 512, 128);
-    Bitmap bitmap(QNPIXEL_RGB32, 512, 128), back(QNPIXEL_RGB32, 512, 128);
-    ToYuv(frame, bitmap, QNYUV_709, range);
-    ToRgb(frame, back, QNYUV_709, range);
+  constexpr int kErrors[][3] = {{0, 7, 2}, {1, 7, 2}, {3, 7, 2}, {5, 5, 0}, {6, 5, 0}, {9, 5, 0}, {15, 5, 0}};
+  Bitmap bitmap(QNPIXEL_RGB32, 512, 128), back = bitmap;
+  for (LONG i = 0; i < 512 * 128; ++i) {
+    const LONG block = i & ~513;
+    for (LONG k = 0; k < 3; ++k)
+      bitmap.First()[4 * i + k] = block < 16 ? block >> (k + 1) & 1 ? 255 : 0 : bitmap.First()[4 * block + k];
+  }
+  for (int i = 0; i < 7 * 2 * 3; ++i) {
+    const auto& most = kErrors[i / 6];
+    const int range = i / 3 % 2;
+    Frame frame(kLayouts[most[0]], 512, 128);
+    ToYuv(frame, bitmap, kSelectors[i % 3], range);
+    ToRgb(frame, back, kSelectors[i % 3], range);
     int error = 0;
-    for (size_t i = 0; i < back.bits.size(); ++i) {
-      if (i % 4 != 3) error = std::max(error, std::abs(back.bits[i] - bitmap.bits[i]));
+    for (size_t k = 0; k < back.memory.bytes.size(); ++k) {
+      if (k % 4 != 3) error = std::max(error, std::abs(back.memory.bytes[k] - bitmap.memory.bytes[k]));
     }
-    EXPECT_LE(error, most) << kLayouts[index].fourcc << range;
+    EXPECT_LE(error, most[1 + range]) << kLayouts[most[0]].fourcc << range << i % 3;
   }
 }
 
@@ -298,64 +361,93 @@ int Clip(int value, int least, int most) {
 }
 
 // All pairs of chroma and all luma, and all pairs of red and green and all blue, by both variants, the way a
-// host chooses them, with rows of exact size.
+// host chooses them, with rows of exact size that end within a vector.
 TEST(Yuv, UyvyPairFollowsItsEquations) {
-  std::vector<BYTE> uyvy(4 * 65536), rgb(8 * 65536);
-  for (int round = 0; round < 2 * 3 * 9; ++round) {
-    (round % 2 ? QnAllowCPUSupport : QnDisallowCPUSupport)(QNCPU_SSE2);
-    const int matrix = round / 2 % 3, turn = round / 6, pixel = 3 + turn % 2;
+  for (int round = 0; round < 3 * 9; ++round) {
+    const int matrix = round % 3, turn = round / 3, pixel = 3 + turn % 2;
+    const bool up = turn % 3 == 2;
+    const LONG width = 514 - 2 * turn, rows = 65536 * 2 / width + 1, padding = turn % 3 * 7;
     const auto level = [=](int i) { return (7 * i + i / 256 + 31 * turn) & 255; };
     const Model& model = kModels[matrix];
-    for (int i = 0; i < 65536; ++i) {
+    Memory rgb, to;
+    const Rows pixels = rgb.Add(pixel * width, rows, padding, up);
+    std::vector<BYTE> uyvy(2 * width * rows);
+    for (int i = 0; i < width / 2 * rows; ++i) {
       const int pair[] = {i & 255, level(i), i >> 8, 255 - level(i)};
       std::copy_n(pair, 4, uyvy.begin() + 4 * i);
     }
     const auto toRgb = pixel == 3 ? QnUYVY2RGB : QnUYVY2RGBA;
-    ASSERT_EQ(toRgb(rgb.data(), uyvy.data(), 512 * pixel, 512, 256, matrix + 1), S_OK);
+    BYTE* const first = &rgb.bytes[pixels.first];
+    RunAllWays([&] { EXPECT_EQ(toRgb(first, uyvy.data(), pixels.stride, width, rows, matrix + 1), S_OK); },
+               rgb);
     int byU[] = {Fixed(model.fixed[0]), Fixed(model.fixed[2]), 0};
     int byV[] = {0, Fixed(model.fixed[1]), Fixed(model.fixed[3])};
     int wrong = 0;
-    for (int i = 0; i < 131072 * pixel; ++i) {
-      const int at = i / pixel, k = i % pixel;
-      const int u = (at / 2 & 255) - 128, v = at / 512 - 128, y = level(at / 2), luma = at % 2 ? 255 - y : y;
-      wrong += rgb[static_cast<size_t>(i)] !=
+    for (int i = 0; i < width * rows * pixel; ++i) {
+      const int at = i / pixel, k = i % pixel, pair = at / 2;
+      const int u = (pair & 255) - 128, v = (pair >> 8 & 255) - 128;
+      const int luma = at % 2 ? 255 - level(pair) : level(pair);
+      wrong += rgb.bytes[pixels.At(at / width) + i % (width * pixel)] !=
                (k == 3 ? 255 : Clip(u * byU[k] + v * byV[k] + luma * 4096 + 2048, 0, 255));
     }
-    const auto rgbOf = [=](int i) { return std::array{level(i), i >> 8, i & 255}; };
-    for (int i = 0; i < 65536; ++i) std::ranges::copy(rgbOf(i), rgb.begin() + i * pixel);
+    const Rows target = to.Add(2 * width, rows, 14 - padding, !up);
+    const auto rgbOf = [=](int i) { return std::array{level(i), i >> 8 & 255, i & 255}; };
+    for (int i = 0; i < width * rows; ++i)
+      std::ranges::copy(rgbOf(i), &rgb.bytes[pixels.At(i / width)] + i % width * pixel);
     const auto toUyvy = pixel == 3 ? QnRGB2UYVY : QnRGBA2UYVY;
-    ASSERT_EQ(toUyvy(uyvy.data(), rgb.data(), 512, 256 * pixel, 256, 256, matrix + 1), S_OK);
+    BYTE* const start = &to.bytes[target.first];
+    RunAllWays(
+        [&] { EXPECT_EQ(toUyvy(start, first, target.stride, pixels.stride, width, rows, matrix + 1), S_OK); },
+        to);
     int factors[3][3];
     for (int k = 0; k < 9; ++k)
       factors[k / 3][k % 3] = Fixed(model.forward[k / 3][2 - k % 3] * (k < 3 ? 1 : 0.5));
-    for (int i = 0; i < 65536; ++i) {
+    for (int i = 0; i < width * rows; ++i) {
       const auto one = rgbOf(i), two = rgbOf(i ^ 1);
       int sums[] = {128 * 4096 + 2048, 2048};
       for (size_t k = 0; k < 3; ++k) {
         sums[0] += factors[1 + i % 2][k] * (one[k] + two[k]);
         sums[1] += factors[0][k] * one[k];
       }
-      for (int k = 0; k < 2; ++k) wrong += uyvy[static_cast<size_t>(2 * i + k)] != Clip(sums[k], 1, 254);
+      const BYTE* const found = &to.bytes[target.At(i / width)] + i % width * 2;
+      for (int k = 0; k < 2; ++k) wrong += found[k] != Clip(sums[k], 1, 254);
     }
     EXPECT_EQ(wrong, 0) << round;
   }
 }
 
-TEST(Yuv, UyvyPairChoosesMatrixAndRefuses) {
-  const std::vector<BYTE> uyvy(1440 * 2, 30);
-  std::vector<BYTE> rgb(1440 * 4), other(rgb.size());
+TEST(Yuv, ChooseMatrixBySize) {
+  // Selector, width, height and the selector that it is the same as, for the pair and for all others.
+  constexpr LONG kCases[][4] = {{0, 720, 719, 1}, {0, 720, 720, 2}, {0, 704, 2, 1}, {0, 703, 576, 2},
+                                {0, 722, 2, 2},   {0, 721, 2, 2},   {0, 702, 2, 2}, {9, 720, 2, 1}};
+  for (const auto& [selector, width, height, same] : kCases) {
+    Frame frame(kLayouts[0], width, height);
+    Bitmap bitmap(QNPIXEL_RGB32, width, height), other = bitmap;
+    EXPECT_EQ(ToRgb(frame, bitmap, selector, 0), S_OK);
+    EXPECT_EQ(ToRgb(frame, other, kSelectors[same - 1], 0), S_OK);
+    EXPECT_TRUE(bitmap.memory.bytes == other.memory.bytes) << width << "x" << height;
+    const HRESULT status = width % 2 ? E_INVALIDARG : S_OK;
+    EXPECT_EQ(QnUYVY2RGBA(bitmap.First(), frame.Bits(), width * 4, width, height, selector), status);
+    EXPECT_EQ(QnUYVY2RGBA(other.First(), frame.Bits(), width * 4, width, height, same), status);
+    EXPECT_TRUE(bitmap.memory.bytes == other.memory.bytes) << width << "x" << height;
+  }
+}
+
+TEST(Yuv, UyvyPairObeysAndRefuses) {
+  std::vector<BYTE> uyvy(16, 30), rgb(24);
   BYTE* const to = rgb.data();
   const BYTE* const from = uyvy.data();
-  // Selector, width and the selector that it is the same as.
-  constexpr LONG kCases[][3] = {{0, 720, 1}, {0, 704, 1}, {0, 722, 2}, {0, 702, 2}, {9, 720, 1}};
-  for (const auto& [selector, width, same] : kCases) {
-    EXPECT_EQ(QnUYVY2RGBA(to, from, width * 4, width, 1, selector), S_OK);
-    EXPECT_EQ(QnUYVY2RGBA(other.data(), from, width * 4, width, 1, same), S_OK);
-    EXPECT_EQ(rgb, other) << width;
-  }
-  EXPECT_EQ(QnUYVY2RGB(to + 12, from, -12, 4, 2, 1), S_OK);  // from the last row up
   EXPECT_EQ(QnUYVY2RGB(nullptr, from, 12, 4, 2, 1), E_POINTER);
   EXPECT_EQ(QnRGB2UYVY(to, nullptr, 0, 0, 3, 0, 1), E_POINTER);
+  // Any class override turns the vectors on, the first of which asks what the processor has.
+  for (const DWORD sets : {0x10, 0}) {
+    QnOnlyAllowCPUSupport(sets);
+    QnSetCPUClassBySupport();
+    hwy::GetChosenTarget().DeInit();
+    EXPECT_EQ(QnUYVY2RGB(to, from, 12, 4, 2, 1), S_OK);
+    EXPECT_EQ(hwy::GetChosenTarget().IsInitialized(), sets != 0);
+  }
+  QnAllowCPUSupport(~DWORD{0});
   constexpr LONG kBad[][3] = {{12, 3, 2}, {12, 0, 2}, {12, 4, 0}, {11, 4, 2}, {-11, 4, 2}, {0, 4, 2}};
   for (const auto& [stride, width, height] : kBad) {
     EXPECT_EQ(QnUYVY2RGB(to, from, stride, width, height, 1), E_INVALIDARG);
@@ -374,14 +466,15 @@ TEST(Yuv, Refuses) {
   EXPECT_EQ(QnYUV_RGBToYUV(&frame.header, &frame, nullptr, &colour, &bitmap.header, nullptr, 0, 0, 0),
             E_POINTER);
   // With some value for a while both ways give a status.
-  LONG stride = 0, selector = 0;
+  LONG selector = 0;
+  Frame* one = &frame;
   const auto expect = [&](auto* place, auto value, HRESULT toYuv, HRESULT toRgb) {
     const auto saved = std::exchange(*place, value);
-    EXPECT_EQ(ToYuv(frame, bitmap, 0, 0, selector, stride), toYuv) << value;
-    EXPECT_EQ(ToRgb(frame, bitmap, 0, 0, stride), toRgb) << value;
+    EXPECT_EQ(ToYuv(*one, bitmap, 0, 0, selector), toYuv) << value;
+    EXPECT_EQ(ToRgb(*one, bitmap, 0, 0), toRgb) << value;
     *place = saved;
   };
-  expect(&stride, 0, S_OK, S_OK);
+  expect(&bitmap.stride, 0, S_OK, S_OK);
   for (const char* name : {"NV16", "y416", "v216", "Y41B", "IYUV", "QNDB"})
     expect(&frame.header.biCompression, FourCC(name), E_FAIL, E_FAIL);
   for (const LONG bad : {-1, 4}) expect(&selector, bad, E_FAIL, S_OK);
@@ -391,28 +484,36 @@ TEST(Yuv, Refuses) {
   }
   for (DWORD* const each : {&frame.at.yStride, &frame.at.uStride, &frame.at.vStride})
     expect(each, 2u, E_INVALIDARG, E_INVALIDARG);
-  Frame packed(kLayouts[16], 6, 4);
-  packed.at.yStride = 11;
-  EXPECT_EQ(ToRgb(packed, bitmap, 0, 0), E_INVALIDARG);
-  for (const LONG bad : {-23, 23}) expect(&stride, bad, E_INVALIDARG, E_INVALIDARG);
+  // What is packed in pairs, in sixes and not at all.
+  for (const int index : {8, 16, 17, 15, 5}) {
+    Frame other(kLayouts[index], 6, 4);
+    one = &other;
+    const HRESULT odd = index == 15 || index == 5 ? S_OK : E_INVALIDARG;
+    expect(&other.header.biWidth, 5, odd, odd);
+    expect(&other.at.alphaStride, 11u, index == 5 ? E_INVALIDARG : S_OK, S_OK);
+    expect(&other.at.yStride, 11u, E_INVALIDARG, E_INVALIDARG);
+  }
+  one = &frame;
+  for (const LONG bad : {-23, 23}) expect(&bitmap.stride, bad, E_INVALIDARG, E_INVALIDARG);
   // Pixels of 3 bytes get 4 where a row has room.
   bitmap.header.biBitCount = 24;
-  expect(&stride, 24, E_FAIL, S_OK);
-  expect(&stride, 0, E_FAIL, E_INVALIDARG);
+  expect(&bitmap.stride, 24, E_FAIL, S_OK);
+  expect(&bitmap.stride, 0, E_FAIL, E_INVALIDARG);
 }
 
 TEST(Yuv, FindsTheBitsBehindTheHeader) {
-  const Frame frame(kLayouts[0], 1, 3);
-  Bitmap bitmap(QNPIXEL_RGB32, 1, 3);
-  std::vector<BYTE> dib(40 + 12);
-  std::memcpy(dib.data(), &bitmap.header, 40);
-  const auto* const header = reinterpret_cast<BITMAPINFOHEADER*>(dib.data());
+  Frame frame(kLayouts[0], 1, 3);
   const tQNYUVCOLOR colour = {0, QNYUV_2020};
   for (const LONG stride : {0, 4, -4}) {
-    EXPECT_EQ(ToRgb(frame, bitmap, QNYUV_2020, 0, stride), S_OK);
-    EXPECT_EQ(QnYUV_YUVToRGB(header, 0, nullptr, stride, &frame.header, frame.bits.get(), &frame.at, &colour),
+    Bitmap bitmap(QNPIXEL_RGB32, 1, 3, 0, stride < 0);
+    std::vector<BYTE> dib(40 + 12);
+    std::memcpy(dib.data(), &bitmap.header, 40);
+    const auto* const header = reinterpret_cast<BITMAPINFOHEADER*>(dib.data());
+    bitmap.stride = stride;
+    EXPECT_EQ(ToRgb(frame, bitmap, QNYUV_2020, 0), S_OK);
+    EXPECT_EQ(QnYUV_YUVToRGB(header, 0, nullptr, stride, &frame.header, frame.Bits(), &frame.at, &colour),
               S_OK);
-    EXPECT_TRUE(std::equal(bitmap.bits.begin(), bitmap.bits.end(), dib.begin() + 40)) << stride;
+    EXPECT_TRUE(std::equal(dib.begin() + 40, dib.end(), bitmap.memory.bytes.begin())) << stride;
   }
 }
 
@@ -432,12 +533,12 @@ TEST(Yuv, CopiesRectangles) {
                                      {5, 3, 1, 1, 2},    {0, 10, 0, 0, 14}};
   for (const auto& [copy, from, to] : kCopies) {
     const Layout& layout = kLayouts[to];
-    const Frame source(kLayouts[from], 14, 10);
     for (const auto& [x, y, width, height, room] : kRectangles) {
-      Frame target(layout, room, 10);
-      std::memset(target.bits.get(), 0, target.bytes);
-      ASSERT_EQ(copy(&target.header, target.bits.get(), &target.at, &source.header, source.bits.get(),
-                     &source.at, x, y, width, height),
+      const bool up = qntest::Random()() % 2;
+      Frame source(kLayouts[from], 14, 10, 3, !up), target(layout, room, 10, 0, up);
+      target.memory.bytes.assign(target.memory.bytes.size(), 0);
+      ASSERT_EQ(copy(&target.header, target.Bits(), &target.at, &source.header, source.Bits(), &source.at, x,
+                     y, width, height),
                 S_OK);
       const LONG start = &layout.form == &kYUYV ? x & ~1 : x;
       const LONG all = std::min({14 - start, width ? width : 14, room});
@@ -454,6 +555,7 @@ TEST(Yuv, CopiesRectangles) {
         }
       }
     }
+    Frame source(kLayouts[from], 14, 10);
     const auto status = [&, call = copy](LONG x, LONG y, LONG width, LONG height, const void* bits) {
       BYTE sink[1024];
       return call(&source.header, sink, &source.at, &source.header, bits, &source.at, x, y, width, height);
@@ -462,7 +564,7 @@ TEST(Yuv, CopiesRectangles) {
     constexpr LONG kBad[][4] = {{-1, 0, 0, 1}, {0, -1, 0, 1}, {15, 0, 0, 1},       {0, 0, -1, 1},
                                 {0, 0, 0, -1}, {0, 1, 0, 10}, {0, 1, 0, INT32_MAX}};
     for (const auto& [x, y, width, height] : kBad) {
-      EXPECT_EQ(status(x, y, width, height, source.bits.get()), E_INVALIDARG);
+      EXPECT_EQ(status(x, y, width, height, source.Bits()), E_INVALIDARG);
     }
   }
 }

@@ -189,6 +189,11 @@ TEST(Image, KnowsLegalColours) {
   const std::string full = folder.Native("bars100.png"), out = folder.Native("out.png");
   Card(folder, "bars", "80x4", "75");
   Card(folder, "bars", "80x4", "100");
+  Make("ffmpeg -v error -i " + full + " -vf lutrgb=r=val*0.82:g=val*0.82:b=val*0.82 " + out);
+  // At 82 per cent cyan is legal to the first standard alone, yellow to all but the last.
+  for (const std::string answer : {"ntsc-yiq: 0 of", "ntsc-yuv: 40 of", "pal: 80 of"})
+    Expect({"legal", out, out + ".png", "--force", "--standard", answer.substr(0, answer.find(':'))}, 0,
+           answer);
   for (const std::string standard : {"ntsc-yiq", "ntsc-yuv", "pal"}) {
     const std::string option = "--standard=" + standard;
     Expect({"legal", folder.Native("bars75.png"), out, option, "--force"}, 0, standard + ": 0 of 320 pixels");
@@ -257,6 +262,16 @@ TEST(Image, ConvertsRawFramesAsOthersDo) {
            " -vf scale=in_color_matrix=bt601:flags=neighbor " + out);
       expectNear(PixelsOf(out, "rgb24"), PixelsOf(in, "rgb24"), 1.5, row.form);
     }
+  }
+  // Luma of yellow.
+  Card(folder, "bars", "80x4", "100");
+  constexpr std::pair<const char*, int> kLuma[] = {{"601 --range=studio", 210},  {"601 --range=full", 226},
+                                                   {"709 --range=studio", 219},  {"709 --range=full", 237},
+                                                   {"2020 --range=studio", 222}, {"2020 --range=full", 240}};
+  for (const auto& [options, luma] : kLuma) {
+    Make(QNIMAGE " convert --force --fourcc=YV24 " + folder.Native("bars100.png") + " " + raw +
+         " --matrix=" + options);
+    EXPECT_EQ(ReadFileBytes(raw)[15], luma) << options;
   }
   // All four planes keep their samples, a row of two each; alpha too.
   const auto frameOf = [](std::initializer_list<uint64_t> rows) {
