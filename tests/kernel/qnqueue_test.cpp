@@ -250,10 +250,14 @@ TEST(QnQueue, DeletionReleasesEveryWait) {
 }
 
 struct FakeMessages final : qn::ThreadMessages {
-  FakeMessages() { qn::SetThreadMessages(this); }
+  explicit FakeMessages(DWORD wanted) : wanted_(wanted) { qn::SetThreadMessages(this); }
   ~FakeMessages() override { qn::SetThreadMessages(nullptr); }
   int Descriptor() const override { return -1; }
-  bool HasInput(DWORD wakeMask, bool) override { return (waiting & wakeMask) != 0; }
+  bool HasInput(DWORD wakeMask, bool seen) override {
+    EXPECT_EQ(wakeMask, (wanted_ & 0xFFFF) | (wanted_ & QNQUEUE_PUMP ? QS_SENDMESSAGE : 0));
+    EXPECT_EQ(seen, (wanted_ & QNQUEUE_INPUT_AVAILABLE) != 0);
+    return (waiting & wakeMask) != 0;
+  }
   BOOL Peek(MSG* message, HWND window, UINT first, UINT last, UINT flags) override {
     EXPECT_TRUE(message && !window && first == 0 && last == 0 && flags == 0x400000);
     ++peeks;
@@ -262,6 +266,9 @@ struct FakeMessages final : qn::ThreadMessages {
   }
   DWORD waiting = 0;
   int peeks = 0;
+
+ private:
+  const DWORD wanted_;
 };
 
 // What ends a wait, and what it says.
@@ -272,6 +279,8 @@ TEST(QnQueue, WaitsForOtherThingsToo) {
   const HANDLE fired = CreateEventW(nullptr, TRUE, TRUE, nullptr);
   const HANDLE self = OpenThread(0, FALSE, GetCurrentThreadId());
   const HANDLE handles[63] = {never, fired};
+  std::vector<HANDLE> many(62, never);
+  many.back() = fired;
   static int alerts;
   alerts = 0;
   constexpr DWORD kUntouched = 77, kPump = 0x80000, kAlertable = 0x20000, kAll = 0x10000;
@@ -287,12 +296,13 @@ TEST(QnQueue, WaitsForOtherThingsToo) {
            Row{2, kAll, 5, 0, 0, WAIT_TIMEOUT, 0},
            Row{3, 0, INFINITE, 0, 0, WAIT_FAILED, 0},  // a null handle among them
            Row{1, QS_KEY, INFINITE, QS_KEY, 0, 2, 0},
+           Row{0, QNQUEUE_INPUT_AVAILABLE | 0x8000, 1000, 0x8000, 0, 1, 0},
            Row{1, kPump, 5, QS_SENDMESSAGE, 0, WAIT_TIMEOUT, 1},
            Row{1, kAlertable, INFINITE, 0, 1, WAIT_IO_COMPLETION, 0},
            Row{0, kPump, 5, 0, 1, WAIT_TIMEOUT, 0},  // its alert runs in the wait after it
            Row{0, kPump | kAlertable, 5, QS_SENDMESSAGE, 1, WAIT_TIMEOUT, 1},
        }) {
-    FakeMessages messages;
+    FakeMessages messages(row.flags);
     messages.waiting = row.messages;
     if (row.alerts != 0) QueueUserAPC([](ULONG_PTR) { ++alerts; }, self, 0);
     DWORD result = kUntouched;
@@ -313,6 +323,7 @@ TEST(QnQueue, WaitsForOtherThingsToo) {
   EXPECT_EQ(QnQueueRemoveEx(&queue, nullptr, 0, kPump, INFINITE, &result), nullptr);
   EXPECT_EQ(QnQueueRemove(&queue, INFINITE), nullptr);
   QnQueueInitialize(&queue);
+  EXPECT_TRUE(!QnQueueRemoveEx(&queue, many.data(), 62, 0, INFINITE, &result) && result == 62);
   for (const DWORD flags : {0u, kPump | kAlertable, kAll}) {  // an element that comes during the wait
     std::thread producer([&] {
       std::this_thread::sleep_for(std::chrono::milliseconds(5));
@@ -322,6 +333,22 @@ TEST(QnQueue, WaitsForOtherThingsToo) {
     EXPECT_EQ(result, WAIT_OBJECT_0);
     producer.join();
   }
+  // Alerts that keep coming neither end a wait nor make it longer: it ends before they do.
+  std::atomic<int> left = 1000;
+  std::thread sender([&] {
+    for (; left > 0; --left) {
+      QueueUserAPC([](ULONG_PTR) { ++alerts; }, self, 0);
+      std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+  });
+  for (const auto wait : {QnQueueRemove, QnQueueRemoveTail, QnQueueRemoveAlertable}) {
+    EXPECT_EQ(alerts, 3);
+    const DWORD start = GetTickCount();
+    EXPECT_TRUE(!wait(&queue, 30) && !QnQueueWait(&queue, 30));
+    EXPECT_GE(GetTickCount() - start, 60u);
+  }
+  EXPECT_TRUE(alerts > 3 && left.exchange(0) > 0);
+  sender.join();
   for (const HANDLE handle : {never, fired, self}) CloseHandle(handle);
 }
 

@@ -5,8 +5,10 @@
 #include <sys/mman.h>
 
 #include <filesystem>
+#include <fstream>
 #include <iterator>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "qn/kernel/qnmemtoken.h"
@@ -17,10 +19,10 @@
 namespace qntest {
 
 enum class Memory { kLow, kHigh, kMapping };  // below 4 GiB, above, a shared mapping
-enum class Work { kMake, kUnwrap, kCloseHandle, kFree, kUse, kCopyOut, kCopyIn };
+enum class Work { kNone, kMake, kUnwrap, kCloseHandle, kFree, kOpen, kUse, kCopyOut, kCopyIn };
 
 struct Request {
-  Work work = Work::kMake;
+  Work work = Work::kNone;
   _qnmemorytoken token = {};  // of the memory that is asked for
   Memory memory = Memory::kLow;
   uint32_t size = 0;  // of the data; what is made starts kOffset earlier
@@ -35,7 +37,7 @@ struct Reply {
   _qnmemorytoken token = {};
   LONG size = 0;
   int ends = 0;  // the first byte of the data and, times 10, the last; of what is used, or of the own memory
-  ptrdiff_t resources = 0;  // descriptors and threads
+  ptrdiff_t resources = 0;  // descriptors, threads and views
 };
 
 class Peer {
@@ -60,21 +62,25 @@ class Peer {
       CloseHandle(reinterpret_cast<HANDLE>(own_.handle));
       void* const base = reinterpret_cast<void*>(own_.address);
       if (!UnmapViewOfFile(base)) munmap(base, own_.offset + own_.size);
-    } else if (request.work == Work::kUse) {
-      const CMappingOfQnMemoryToken mapping(request.token, request.access);
-      reply.size = mapping.DataSize();
+    } else if (request.work == Work::kOpen || request.work == Work::kUse) {
+      open_ = std::make_unique<CMappingOfQnMemoryToken>(request.token, request.access);
+      reply.size = open_->DataSize();
       void* pointer;
-      reply.status = mapping.GetPointer(&pointer);
+      reply.status = open_->GetPointer(&pointer);
       if (pointer) reply.ends = Ends(pointer, request.token.size);
       if (pointer) Put(pointer, request.token.size, request.value);
+      if (request.work == Work::kUse) open_.reset();
     } else if (request.work == Work::kCopyOut) {
       reply.status = CMappingOfQnMemoryToken::CopyData(bytes.data(), request.token, LONG(request.size));
-    } else {
+      reply.ends = Ends(bytes.data(), request.size);
+    } else if (request.work == Work::kCopyIn) {
       reply.status = CMappingOfQnMemoryToken::CopyData(request.token, bytes.data(), LONG(request.size));
     }
     for (const char* folder : {"/proc/self/fd", "/proc/self/task"}) {
       reply.resources += std::distance(std::filesystem::directory_iterator(folder), {});
     }
+    std::ifstream views("/proc/self/maps");
+    for (std::string line; std::getline(views, line);) reply.resources += line.find("/memfd:") != line.npos;
     return reply;
   }
 
@@ -114,6 +120,7 @@ class Peer {
 
   _qnmemorytoken own_ = {};
   std::unique_ptr<COutOfProcessMemoryToken> wrap_;
+  std::unique_ptr<CMappingOfQnMemoryToken> open_;
 };
 
 }  // namespace qntest

@@ -4,11 +4,14 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstring>
 #include <filesystem>
 #include <iterator>
@@ -18,6 +21,7 @@
 #include "qn/platform/file.h"
 #include "qn/platform/mapping_object_internal.h"
 #include "qn/platform/wait.h"
+#include "tests/support/support.h"
 
 namespace {
 
@@ -29,27 +33,48 @@ bool Duplicate(HANDLE process, HANDLE source, HANDLE* target) {
   return DuplicateHandle(process, source, GetCurrentProcess(), target, 0, FALSE, DUPLICATE_SAME_ACCESS);
 }
 
-// A fork that works, with `*shared` between both, and then waits to be killed.
+// Between the test and its forks.
+HANDLE* const g_shared = static_cast<HANDLE*>(
+    mmap(nullptr, sizeof(HANDLE), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+
+// A fork that works, until `*g_shared` is set, and then waits to be killed.
 template <class Work>
-pid_t Fork(HANDLE* shared, Work work) {
-  *shared = nullptr;
+pid_t Fork(Work work) {
+  *g_shared = nullptr;
   const pid_t id = fork();
   if (id == 0) {
     work();
     for (;;) pause();
   }
-  for (auto* const value = reinterpret_cast<volatile HANDLE*>(shared); !*value;) usleep(100);
+  for (auto* const value = reinterpret_cast<volatile HANDLE*>(g_shared); !*value;) usleep(100);
   return id;
+}
+
+// Sets how many descriptors there can be, and gives how many there could be before.
+rlim_t AllowDescriptors(rlim_t most) {
+  rlimit limit;
+  getrlimit(RLIMIT_NOFILE, &limit);
+  std::swap(limit.rlim_cur, most);
+  EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+  return most;
+}
+
+// A socket at the first address of a process, by `bind` or `connect`.
+int SocketAt(pid_t process, int (*join)(int, const sockaddr*, socklen_t)) {
+  sockaddr_un name = {AF_UNIX, {}};
+  std::snprintf(name.sun_path + 1, sizeof name.sun_path - 1, "qnkernel-mapping/%d/0", process);
+  const size_t length = offsetof(sockaddr_un, sun_path) + 1 + std::strlen(name.sun_path + 1);
+  const int end = socket(AF_UNIX, SOCK_SEQPACKET, 0);
+  EXPECT_EQ(join(end, reinterpret_cast<sockaddr*>(&name), static_cast<socklen_t>(length)), 0);
+  return end;
 }
 
 TEST(Process, MemoryComesWholeOrWithItsCount) {
   const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-  auto* const shared =
-      static_cast<HANDLE*>(mmap(nullptr, page, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
   auto* const memory =
       static_cast<char*>(mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
   mprotect(memory + page, page, PROT_NONE);
-  const pid_t child = Fork(shared, [&] { *shared = std::strcpy(memory + page - 4, "abc"); });
+  const pid_t child = Fork([&] { *g_shared = std::strcpy(memory + page - 4, "abc"); });
   const HANDLE other = OpenProcess(PROCESS_VM_READ, FALSE, static_cast<DWORD>(child));
   std::memcpy(memory + page - 4, "own", 4);
   char bytes[16] = {};
@@ -64,6 +89,10 @@ TEST(Process, MemoryComesWholeOrWithItsCount) {
   }
   kill(child, SIGKILL);
   EXPECT_EQ(WaitForSingleObject(other, 10'000), WAIT_OBJECT_0);
+  const rlim_t before = AllowDescriptors(3);
+  HANDLE none;
+  EXPECT_TRUE(!Duplicate(other, other, &none) && GetLastError() == ERROR_INVALID_HANDLE);
+  AllowDescriptors(before);
   EXPECT_TRUE(!ReadProcessMemory(other, memory, bytes, 1, nullptr) && GetLastError() == ERROR_PARTIAL_COPY);
   for (const DWORD id : {DWORD{0}, static_cast<DWORD>(child), DWORD{0x7FFFFFFF}, DWORD{0xFFFFFFFF}}) {
     EXPECT_TRUE(!OpenProcess(PROCESS_VM_READ, FALSE, id) && GetLastError() == ERROR_INVALID_PARAMETER);
@@ -72,7 +101,6 @@ TEST(Process, MemoryComesWholeOrWithItsCount) {
   CloseHandle(other);
   EXPECT_TRUE(!ReadProcessMemory(other, memory, bytes, 1, nullptr) && GetLastError() == ERROR_INVALID_HANDLE);
   munmap(memory, 2 * page);
-  munmap(shared, page);
 }
 
 TEST(Process, MappingsAreDuplicatedWithinAProcessAndFromForks) {
@@ -89,20 +117,35 @@ TEST(Process, MappingsAreDuplicatedWithinAProcessAndFromForks) {
     std::vector<HANDLE> processes = {self, owner};
     pid_t child = 0;
 #ifndef __SANITIZE_THREAD__  // it lets no fork start a thread
-    // A host that closes what it does not know.
-    if (fork() == 0) {
-      alarm(10);
-      const HANDLE made = MakeShared(1);
-      for (int i = 3; i < 100; ++i) close(i);
-      _exit(!CloseHandle(made));
+    // Forks at any moment, of a host that closes what it does not know.
+    std::atomic<bool> isOver = false;
+    std::thread mapper([&] {
+      while (!isOver) UnmapViewOfFile(MapViewOfFile(second, FILE_MAP_READ, 0, 0, 0));
+    });
+    for (int round = 0; round < 30 && !HasFailure(); ++round) {
+      if (fork() == 0) {
+        alarm(10);
+        const HANDLE made = MakeShared(1);
+        const void* const mapped = MapViewOfFile(made, FILE_MAP_READ, 0, 0, 0);
+        for (int i = 3; i < 100; ++i) close(i);
+        _exit(!mapped || !CloseHandle(made));
+      }
+      int status = -1;
+      EXPECT_TRUE(wait(&status) > 0 && status == 0);
     }
-    int status = -1;
-    EXPECT_TRUE(wait(&status) > 0 && status == 0);
+    isOver = true;
+    mapper.join();
     // A fork answers for what it makes itself, and has the handles of before.
-    child = Fork(view, [&] { *view = MakeShared(5000); });
+    child = Fork([] { *g_shared = MakeShared(5000); });
     processes.push_back(OpenProcess(PROCESS_DUP_HANDLE, FALSE, static_cast<DWORD>(child)));
-    EXPECT_TRUE(Duplicate(processes[2], *view, &third) && CloseHandle(third));
-    EXPECT_FALSE(Duplicate(owner, *view, &third));
+    // It comes over with enough descriptors here, or not at all.
+    const rlim_t before = AllowDescriptors(3);
+    for (rlim_t most = 4; !Duplicate(processes[2], *g_shared, &third) && most < before;
+         AllowDescriptors(most++))
+      EXPECT_EQ(GetLastError(), ERROR_TOO_MANY_OPEN_FILES);
+    AllowDescriptors(before);
+    CloseHandle(third);
+    EXPECT_FALSE(Duplicate(owner, *g_shared, &third));
 #endif
     for (const HANDLE process : processes) {
       EXPECT_TRUE(!Duplicate(process, first, &third) && GetLastError() == ERROR_INVALID_HANDLE);
@@ -131,26 +174,58 @@ TEST(Process, TheServingThreadComesAndGoesWithMappings) {
   const auto count = [](const char* folder) {
     return std::distance(std::filesystem::directory_iterator(folder), {});
   };
-  std::thread([] {}).join();  // with the first thread comes one of the thread sanitizer's own
-  const auto threads = count("/proc/self/task"), descriptors = count("/proc/self/fd");
+  const auto closeSockets = [] {
+    struct stat info;
+    for (int i = 3; i < 100; ++i) {
+      if (fstat(i, &info) == 0 && S_ISSOCK(info.st_mode)) close(i);
+    }
+  };
+  closeSockets();  // that came from outside
+  // With the first thread comes one of the thread sanitizer's own. One that has ended is listed for a moment.
+  ptrdiff_t threads = 0;
+  std::thread([&] { threads = count("/proc/self/task") - 1; }).join();
+  const auto hasEnded = [&] {
+    for (int tries = 0; tries < 1000 && count("/proc/self/task") != threads; ++tries) usleep(10'000);
+    return count("/proc/self/task") == threads;
+  };
+  EXPECT_TRUE(hasEnded());
+  const auto descriptors = count("/proc/self/fd");
   const HANDLE process = OpenProcess(PROCESS_DUP_HANDLE, FALSE, GetCurrentProcessId());
   for (const HANDLE made : {MakeShared(1), MakeShared(1)}) {
     EXPECT_EQ(count("/proc/self/task"), threads + 1);
     CloseHandle(made);
   }
-  EXPECT_EQ(count("/proc/self/task"), threads);
+  EXPECT_TRUE(hasEnded());
   qn::SetProcessAccess(qn::ProcessAccess::kSocket);
-  // Somebody has the first address and takes nobody in.
-  sockaddr_un name = {AF_UNIX, {}};
-  std::snprintf(name.sun_path + 1, sizeof name.sun_path - 1, "qnkernel-mapping/%d/0", getpid());
-  const size_t length = offsetof(sockaddr_un, sun_path) + 1 + std::strlen(name.sun_path + 1);
-  const int squatter = socket(AF_UNIX, SOCK_SEQPACKET, 0), other = socket(AF_UNIX, SOCK_SEQPACKET, 0);
-  const auto join = [&](auto call, int end) { return call(end, reinterpret_cast<sockaddr*>(&name), length); };
-  EXPECT_EQ(join(bind, squatter) | listen(squatter, 0) | join(connect, other), 0);
-  const HANDLE shared = MakeShared(100);
   HANDLE copy = nullptr;
-  EXPECT_TRUE(Duplicate(process, shared, &copy) && CloseHandle(shared) && CloseHandle(copy));
+  // Nobody is asked who listens in the place of another process, nor another user than oneself and root.
+  const pid_t child =
+      Fork([owner = getpid()] { *g_shared = listen(SocketAt(owner, bind), 9) == 0 ? g_shared : nullptr; });
+  EXPECT_TRUE(!Duplicate(process, process, &copy) && GetLastError() == ERROR_ACCESS_DENIED);
+  kill(child, SIGKILL), waitpid(child, nullptr, 0);
+  if (geteuid() == 0) {  // which can be another user
+    EXPECT_EQ(seteuid(65533), 0);
+    const int stranger = SocketAt(getpid(), bind);
+    EXPECT_EQ(listen(stranger, 9) | seteuid(0) | seteuid(65534), 0);
+    EXPECT_TRUE(!Duplicate(process, process, &copy) && GetLastError() == ERROR_ACCESS_DENIED);
+    EXPECT_EQ(seteuid(0) | close(stranger), 0);
+  }
+  // Somebody has the first address and takes nobody in.
+  const int squatter = SocketAt(getpid(), bind);
+  EXPECT_EQ(listen(squatter, 0), 0);
+  const int other = SocketAt(getpid(), connect);
+  const HANDLE shared = MakeShared(100);
+  EXPECT_TRUE(Duplicate(process, shared, &copy) && CloseHandle(copy));
+  // By now the thread has the signals blocked that it is to have blocked: all.
+  EXPECT_EQ(qntest::RunCommand("grep -q 'SigBlk:.*fffffffe7ffbfeff' /proc/$PPID/task/*/status"), 0);
   for (const int end : {squatter, other}) close(end);
+  // A host closes what it does not know: a new mapping is served at once, and that of before in time.
+  closeSockets();
+  const HANDLE fresh = MakeShared(1);
+  EXPECT_TRUE(Duplicate(process, fresh, &copy) && CloseHandle(copy) && CloseHandle(fresh));
+  closeSockets();
+  for (int tries = 0; !Duplicate(process, shared, &copy); usleep(10'000)) ASSERT_LT(++tries, 1000);
+  EXPECT_TRUE(CloseHandle(copy) && CloseHandle(shared));
   // Handles that end while they are asked for.
   std::vector<std::thread> workers;
   for (int i = 0; i < 4; ++i) {
@@ -167,7 +242,7 @@ TEST(Process, TheServingThreadComesAndGoesWithMappings) {
   for (std::thread& worker : workers) worker.join();
   qn::SetProcessAccess(qn::ProcessAccess::kFull);
   CloseHandle(process);
-  EXPECT_EQ(count("/proc/self/task"), threads);
+  EXPECT_TRUE(hasEnded());
   EXPECT_EQ(count("/proc/self/fd"), descriptors);
 }
 

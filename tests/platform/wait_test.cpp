@@ -116,9 +116,14 @@ TEST(Waits, ShareSignalsOfAutoResetEvents) {
 struct Pipe final : qn::SystemObject {
   Pipe() { EXPECT_EQ(pipe(ends), 0); }
   ~Pipe() override { close(ends[0]), close(ends[1]); }
-  int WaitDescriptor() const override { return ends[0]; }
+  int WaitDescriptor() const override {
+    char byte;
+    EXPECT_TRUE(--looks != 0 || read(ends[0], &byte, 1) == 1);
+    return ends[0];
+  }
   void Write() const { EXPECT_EQ(write(ends[1], "x", 1), 1); }
   int ends[2];
+  mutable int looks = 0;  // the last of which finds a byte gone
 };
 
 // A byte in the pipe is a key; it stays in the queue.
@@ -157,6 +162,10 @@ TEST(Waits, TakeObjectsAndMessagesInOrder) {
   SetEvent(both[0]);
   EXPECT_EQ(WaitForMany(both, 5, kAll, QS_PAINT), WAIT_TIMEOUT);
   EXPECT_EQ(WaitForMany(both, INFINITE, kAll, QS_PAINT | QS_KEY), 0u);
+  const Event token(false, true);  // which a wait for all gives back when another part has gone by then
+  object->looks = 3;
+  EXPECT_EQ(WaitForMany({token, both[1]}, 5, MWMO_WAITALL), WAIT_TIMEOUT);
+  EXPECT_TRUE(object->looks < 0 && WaitForSingleObject(token, 0) == WAIT_OBJECT_0);
   for (const HANDLE handle : both) CloseHandle(handle);
 }
 
