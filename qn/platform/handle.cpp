@@ -169,16 +169,12 @@ void ReleaseHandles() {
     if (g_table.owner != getpid()) return;
     used = g_table.used;
   }
-  bool inUse = false;
   for (uint32_t i = 0; i < used; ++i) {
     std::shared_ptr<SystemObject> object;
-    const HandleSlot* const slot = SlotAt(i);
-    inUse = inUse || slot->waiters != 0;
-    inUse = Remove(Encode(i, GenerationOf(slot->state.load())), &object) || inUse;
+    Remove(Encode(i, GenerationOf(SlotAt(i)->state.load())), &object);
   }
   ReleaseThreads();
-  // Beside other threads the chunks stay if a handle was left open.
-  if (inUse && !IsOnlyThread()) return;
+  if (!IsOnlyThread()) return;
   g_table = {};
   for (unsigned i = 1; i < kChunks; ++i) delete[] g_chunks[i].exchange(nullptr);
 }

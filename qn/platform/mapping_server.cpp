@@ -4,14 +4,16 @@
 // copy of the library in it has an address of its own. Who connects sends a handle and gets the descriptor.
 // Both sides look at who the other is, as the system tells it: the owner serves its own user and root, the
 // other takes nothing but from the process that it meant, and of its own user or root.
+#include <linux/futex.h>
 #include <poll.h>
 #include <pthread.h>
-#include <signal.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstddef>
@@ -21,6 +23,8 @@
 #include <new>
 
 #include "qn/platform/mapping_object_internal.h"
+#include "qn/platform/thread_internal.h"
+#include "qn/platform/unload_internal.h"
 
 namespace qn {
 namespace {
@@ -77,8 +81,9 @@ class OwnSocket {
 
 struct Server {
   pthread_t thread = {};
-  bool isEnding = false;
+  std::atomic<uint32_t> isEnding = 0;
   bool isAwaited = false;
+  bool isLate = false;  // only unloading waits for it again
   OwnSocket listener;
   OwnSocket connections[kConnections];  // the thread's own, without the lock
   unsigned replaced = 0;
@@ -90,7 +95,8 @@ struct Server {
 // wait for itself.
 constinit std::mutex g_mutex;
 constinit SharedMapping* g_served = nullptr;
-constinit Server* g_servers = nullptr;  // all but the first are ending
+constinit Server* g_servers = nullptr;       // all but the first are ending
+constinit std::atomic<pid_t> g_process = 0;  // whose threads they are
 
 // A fork's child has no thread: it closes its copies, which would keep the names taken, and forgets the rest.
 void ForgetServers() {
@@ -216,7 +222,9 @@ enum class Accepted { kOne, kLater, kNoMore };
 // more.
 Accepted Accept(Server* server, int listener, int events) {
   if (events & ~POLLIN) return Accepted::kNoMore;
-  qn::Descriptor connection(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+  qn::Descriptor connection, replaced;
+  const std::lock_guard guard(g_mutex);  // so that a fork finds what comes in its place
+  connection = qn::Descriptor(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
   if (!connection) {
     if (errno == EBADF || errno == EINVAL || errno == ENOTSOCK) return Accepted::kNoMore;
     return errno == EAGAIN || errno == EINTR || errno == ECONNABORTED ? Accepted::kOne : Accepted::kLater;
@@ -231,20 +239,22 @@ Accepted Accept(Server* server, int listener, int events) {
                                   [](const OwnSocket& each) { return each.Get() < 0; });
   if (place == std::end(server->connections)) {
     place = &server->connections[server->replaced++ % kConnections];
+    replaced = place->Take();
   }
   place->Set(std::move(connection));
   return Accepted::kOne;
 }
 
 // A listener for one that others have shut or closed.
-void Renew(Server* server) {
+void Renew(Server* server, int gone) {
+  qn::Descriptor shut;
   {
-    std::unique_lock lock(g_mutex);
-    const qn::Descriptor shut = server->listener.Take();
-    lock.unlock();
+    const std::lock_guard guard(g_mutex);
+    if (server->listener.Get() == gone) shut = server->listener.Take();
   }
+  shut = qn::Descriptor();
   const std::lock_guard guard(g_mutex);
-  if (server->listener.Get() < 0) server->listener.Set(Listen());
+  if (!server->isEnding && server->listener.Get() < 0) server->listener.Set(Listen());
 }
 
 // Also waits where the system has no room to look at as many.
@@ -255,11 +265,6 @@ void Wait(pollfd* waited, nfds_t count, int milliseconds) {
   }
 }
 
-bool IsEnding(const Server& server) {
-  const std::lock_guard guard(g_mutex);
-  return server.isEnding;
-}
-
 int ListenerOf(const Server& server) {
   const std::lock_guard guard(g_mutex);
   return server.listener.Get();
@@ -268,21 +273,27 @@ int ListenerOf(const Server& server) {
 void* Run(void* argument) {
   Server* const server = static_cast<Server*>(argument);
   Accepted accepted = Accepted::kOne;
-  while (!IsEnding(*server)) {
-    if (accepted == Accepted::kNoMore) Renew(server);
+  int listener = -1;
+  while (server->isEnding == 0) {
+    if (accepted == Accepted::kNoMore) Renew(server, listener);
     for (OwnSocket& connection : server->connections) {
       const int open = connection.Get();
       if (open >= 0 && Serve(open)) connection.Set(qn::Descriptor());
     }
     const bool isLater = accepted == Accepted::kLater;
-    const int listener = ListenerOf(*server);
+    listener = ListenerOf(*server);
     pollfd waited[1 + kConnections] = {{isLater ? -1 : listener, POLLIN, 0}};
     nfds_t count = 1;
     for (const OwnSocket& connection : server->connections) {
       if (const int open = connection.Get(); open >= 0) waited[count++] = {open, POLLIN, 0};
     }
     // A listener that others close wakes nobody, so nothing waits for good.
-    Wait(waited, count, isLater ? kShortageMilliseconds : kLookMilliseconds);
+    if (listener < 0 && count == 1) {
+      const timespec look = {0, kLookMilliseconds * 1'000'000};
+      syscall(SYS_futex, &server->isEnding, FUTEX_WAIT_PRIVATE, 0, &look, nullptr, 0);
+    } else {
+      Wait(waited, count, isLater || listener < 0 ? kShortageMilliseconds : kLookMilliseconds);
+    }
     accepted = Accepted::kOne;
     if (const int still = ListenerOf(*server); still < 0) {
       accepted = Accepted::kNoMore;
@@ -291,9 +302,9 @@ void* Run(void* argument) {
     }
   }
   for (OwnSocket& connection : server->connections) connection.Set(qn::Descriptor());
-  std::unique_lock lock(g_mutex);
-  const qn::Descriptor listener = server->listener.Take();
-  lock.unlock();
+  qn::Descriptor last;
+  const std::lock_guard guard(g_mutex);
+  last = server->listener.Take();
   return nullptr;
 }
 
@@ -302,13 +313,8 @@ void Start() {
   Server* const server = new (std::nothrow) Server;
   if (!server) return;
   server->listener.Set(Listen());
-  // The host's signals are for the host's threads.
-  sigset_t all, before;
-  sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &before);
-  const int failure = pthread_create(&server->thread, nullptr, Run, server);
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
-  if (failure) return delete server;
+  if (!StartThread(&server->thread, Run, server)) return delete server;
+  g_process = getpid();
   server->older = std::exchange(g_servers, server);
 }
 
@@ -323,26 +329,30 @@ enum class Ending { kUnserved, kAlways };
 Server* TakeEnding(Ending which) {
   const std::lock_guard guard(g_mutex);
   if (IsServing() && (which == Ending::kAlways || !g_served)) {
-    g_servers->isEnding = true;
-    shutdown(g_servers->listener.Get(), SHUT_RDWR);  // wakes it
+    g_servers->isEnding = 1;
+    // Wakes it, with a listener or without.
+    shutdown(g_servers->listener.Get(), SHUT_RDWR);
+    syscall(SYS_futex, &g_servers->isEnding, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
   }
   Server* server = g_servers;
-  while (server && (!server->isEnding || server->isAwaited)) server = server->older;
+  const auto isLeft = [=](const Server& each) { return each.isLate && which == Ending::kUnserved; };
+  while (server && (!server->isEnding || server->isAwaited || isLeft(*server))) server = server->older;
   if (server) server->isAwaited = true;
   return server;
 }
 
-// Waits for servers that are ending: until kUnserved ones are late, which some other call will wait for.
 void Stop(Ending which) {
+  if (g_process != getpid()) return;
   timespec end;
   clock_gettime(CLOCK_REALTIME, &end);
   end.tv_sec += kEndSeconds;
   while (Server* const server = TakeEnding(which)) {
-    const bool isLate =
-        pthread_timedjoin_np(server->thread, nullptr, which == Ending::kAlways ? nullptr : &end) != 0;
+    const timespec* const limit = which == Ending::kAlways ? nullptr : &end;
+    const bool isLate = pthread_timedjoin_np(server->thread, nullptr, limit) != 0;
     const std::lock_guard guard(g_mutex);
     server->isAwaited = false;
-    if (isLate) return;
+    server->isLate = isLate;
+    if (isLate) continue;
     Server** link = &g_servers;
     while (*link != server) link = &(*link)->older;
     *link = server->older;

@@ -1,6 +1,6 @@
 #include <pthread.h>
 #include <sched.h>
-#include <signal.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cfenv>
@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "qn/platform/rows_internal.h"
+#include "qn/platform/thread_internal.h"
 #include "qn/platform/unload_internal.h"
 
 namespace qn {
@@ -21,7 +22,8 @@ constexpr std::chrono::microseconds kAwake(50);
 
 size_t ProcessorsOfThread() {
   cpu_set_t set;
-  return sched_getaffinity(0, sizeof(set), &set) == 0 ? static_cast<size_t>(CPU_COUNT(&set)) : 1;
+  return sched_getaffinity(0, sizeof(set), &set) == 0 ? static_cast<size_t>(CPU_COUNT(&set))
+                                                      : std::thread::hardware_concurrency();
 }
 
 using Clock = std::chrono::steady_clock;
@@ -64,6 +66,7 @@ constinit std::mutex g_mutex;
 constinit Job* g_jobs = nullptr;
 constinit pthread_t g_threads[kMostThreads - 1] = {};
 constinit size_t g_threadCount = 0;
+constinit std::atomic<pid_t> g_process = 0;  // whose threads they are
 constinit bool g_isEnding = false;
 constinit std::atomic<uint32_t> g_begun = 0;
 constinit std::atomic<uint32_t> g_left = 0;
@@ -99,16 +102,10 @@ void* Help(void*) {
 }
 
 void StartThreads(size_t wanted) {
-  if (g_threadCount >= wanted || g_isEnding) return;
-  // A new thread has the signal mask of its creator.
-  sigset_t all;
-  sigset_t saved;
-  sigfillset(&all);
-  pthread_sigmask(SIG_BLOCK, &all, &saved);
-  while (g_threadCount < wanted && pthread_create(&g_threads[g_threadCount], nullptr, Help, nullptr) == 0) {
+  g_process = getpid();
+  while (g_threadCount < wanted && !g_isEnding && StartThread(&g_threads[g_threadCount], Help, nullptr)) {
     ++g_threadCount;
   }
-  pthread_sigmask(SIG_SETMASK, &saved, nullptr);
 }
 
 void Share(Job* job) {
@@ -159,6 +156,7 @@ void ForRows(size_t rows, size_t least, RowWork work, const void* context) {
 }
 
 void EndRowThreads() {
+  if (g_process != getpid()) return;
   {
     const std::lock_guard guard(g_mutex);
     g_isEnding = true;

@@ -1,0 +1,22 @@
+// Threads of the library's own.
+#pragma once
+
+#include <pthread.h>
+#include <signal.h>
+
+namespace qn {
+
+// Starts a thread, to be joined by the caller; false without. The host's signals are for the host's threads,
+// but for those of an instruction that fails, which come to the thread that failed or end the process.
+inline bool StartThread(pthread_t* thread, void* (*run)(void*), void* argument) {
+  sigset_t blocked, before;
+  sigfillset(&blocked);
+  for (const int failure : {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGTRAP, SIGSYS}) sigdelset(&blocked, failure);
+  // A new thread has the signal mask of its creator.
+  pthread_sigmask(SIG_BLOCK, &blocked, &before);
+  const int error = pthread_create(thread, nullptr, run, argument);
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  return error == 0;
+}
+
+}  // namespace qn
