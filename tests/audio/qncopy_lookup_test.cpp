@@ -114,12 +114,6 @@ TEST(CopyVectorKernels, KeepTheCallersControlWord) {
 
 #endif
 
-WAVEFORMATEX Format(QNSAMPLETYPE type, WORD channels) {
-  WAVEFORMATEX format;
-  QnAudio_InitWfx(&format, 48000, type, channels);
-  return format;
-}
-
 TEST(CopyOperations, GoByTheSourcesChannels) {
   const WAVEFORMATEX wide = Format(QNST_FLOAT32, 1), narrow = Format(QNST_PCM16, 3);
   _qnwaveformat wideRecord, narrowRecord;

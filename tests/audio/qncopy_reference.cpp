@@ -107,6 +107,29 @@ size_t BytesOf(int type) {
   return type == 16 || type == 49 ? 1 : type == 17 || type == 64 ? 2 : type == 18 || type == 65 ? 3 : 4;
 }
 
+WAVEFORMATEX Format(int type, size_t channels, DWORD rate) {
+  WAVEFORMATEX format;
+  QnAudio_InitWfx(&format, rate, static_cast<QNSAMPLETYPE>(type), static_cast<DWORD>(channels));
+  return format;
+}
+
+Bytes Encode(int type, const std::vector<double>& values) {
+  const auto* const bytes = reinterpret_cast<const uint8_t*>(values.data());
+  return ConvertAll(type, 33, Bytes(bytes, bytes + values.size() * sizeof(double)), 1.0f);
+}
+
+std::vector<double> Decode(int type, const Bytes& samples) {
+  std::vector<double> values(samples.size() / BytesOf(type));
+  std::ranges::copy(ConvertAll(33, type, samples, 1.0f), reinterpret_cast<uint8_t*>(values.data()));
+  return values;
+}
+
+Bytes Noise(int type, size_t samples, double level) {
+  std::vector<double> values(samples);
+  for (double& x : values) x = level * (std::ldexp(static_cast<double>(Random()() >> 11), -52) - 1.0);
+  return Encode(type, values);
+}
+
 bool RunsBackward(int dst, int src) {
   static const std::set<std::pair<int, int>> others = {{18, 65}, {65, 18}, {19, 48}, {32, 48},
                                                        {32, 66}, {66, 32}, {66, 48}, {66, 33}};

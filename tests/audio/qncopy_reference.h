@@ -19,6 +19,16 @@ void ConvertOne(int dst, uint8_t* to, int src, const uint8_t* from, float scale)
 // All of `samples` converted, one after the other into a new buffer.
 Bytes ConvertAll(int dst, int src, const Bytes& samples, float scale);
 
+// The types of plain samples in the processor's byte order.
+inline constexpr int kTypes[] = {16, 17, 18, 19, 32, 33, 48, 49};
+
+WAVEFORMATEX Format(int type, size_t channels, DWORD rate = 48000);
+
+// Doubles as samples of a type, back, and random ones up to a level.
+Bytes Encode(int type, const std::vector<double>& values);
+std::vector<double> Decode(int type, const Bytes& samples);
+Bytes Noise(int type, size_t samples, double level = 1);
+
 // True for pairs that run from the last sample to the first.
 bool RunsBackward(int dst, int src);
 

@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
-#include <cstring>
 
 #include "qn/audio/qnmix.h"
 #include "tests/audio/qncopy_reference.h"
@@ -12,7 +11,6 @@
 namespace qntest {
 namespace {
 
-constexpr int kTypes[] = {16, 17, 18, 19, 32, 33, 48, 49};
 constexpr bool IsFloat(int type) {
   return type == 32 || type == 33;
 }
@@ -20,20 +18,12 @@ double FullScaleOf(int type) {
   return IsFloat(type) ? 1 : std::ldexp(1, type == 48 ? 23 : static_cast<int>(8 * BytesOf(type)) - 1);
 }
 
-WAVEFORMATEX Format(int type, size_t channels) {
-  WAVEFORMATEX format;
-  QnAudio_InitWfx(&format, 48000, static_cast<QNSAMPLETYPE>(type), static_cast<DWORD>(channels));
-  return format;
-}
-
 // Stored samples, and their values in units of the type.
 struct Samples {
   Bytes bytes;
   std::vector<double> values;
 
-  Samples(int type, const Bytes& stored) : bytes(stored), values(stored.size() / BytesOf(type)) {
-    const Bytes wide = ConvertAll(33, type, bytes, 1.0f);
-    std::memcpy(values.data(), wide.data(), wide.size());
+  Samples(int type, const Bytes& stored) : bytes(stored), values(Decode(type, stored)) {
     for (double& value : values) value = IsFloat(type) ? value : value * FullScaleOf(type);
   }
 };

@@ -14,18 +14,12 @@
 namespace qntest {
 namespace {
 
-constexpr int kTypes[] = {16, 17, 18, 19, 32, 33, 48, 49};
 // Gains of practice, and from kExtreme on those that no multiplication in another order would stand.
 constexpr size_t kExtreme = 7;
 constexpr double kGains[] = {1.0, 0.5, -0.7, 0.0, 1.5, -1.0, 33.3, 1e-310, 0x1p960, INFINITY, 0x1p-1000};
 
 QNSAMPLETYPE Type(int type) {
   return static_cast<QNSAMPLETYPE>(type);
-}
-WAVEFORMATEX Format(int type, WORD channels, DWORD rate = 48000) {
-  WAVEFORMATEX format;
-  QnAudio_InitWfx(&format, rate, Type(type), channels);
-  return format;
 }
 
 double Decode(int type, const uint8_t* from) {

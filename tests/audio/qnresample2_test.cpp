@@ -13,12 +13,12 @@
 #include "qn/audio/qncopy.h"
 #include "qn/dsp/qniir.h"
 #include "qn/kernel/qncpu.h"
-#include "tests/support/support.h"
+#include "tests/audio/qncopy_reference.h"
 
 namespace {
 
 using Instance = std::unique_ptr<tQNRESAMPLE2INSTANCE, decltype(&QnAudio_Resample2Close)>;
-using qntest::Bytes;
+using namespace qntest;
 
 struct Rates {
   LONG src, dst;
@@ -92,28 +92,6 @@ struct Stream {
   }
 };
 
-Bytes Converted(int dst, int src, const Bytes& in) {
-  const auto from = static_cast<QNSAMPLETYPE>(src), to = static_cast<QNSAMPLETYPE>(dst);
-  const size_t samples = in.size() / static_cast<size_t>(QnAudio_BytesFromSampleType(from));
-  Bytes out(samples * static_cast<size_t>(QnAudio_BytesFromSampleType(to)));
-  QnAudio_GetCopyFunction2(to, from)(out.data(), in.data(), static_cast<LONG>(samples), 1.0f);
-  return out;
-}
-
-std::vector<double> Doubles(int type, const Bytes& in) {
-  const Bytes wide = Converted(QNST_FLOAT64, type, in);
-  const auto* const values = reinterpret_cast<const double*>(wide.data());
-  return {values, values + wide.size() / sizeof(double)};
-}
-
-Bytes Noise(int type, size_t samples) {
-  Bytes noise(samples * sizeof(double));
-  std::uniform_real_distribution<double> distribution(-.4, .4);
-  auto* const values = reinterpret_cast<double*>(noise.data());
-  for (size_t i = 0; i < samples; ++i) values[i] = distribution(qntest::Random());
-  return Converted(type, QNST_FLOAT64, noise);
-}
-
 // ---------------------------------------------------------------- the model
 
 constexpr double kPi = std::numbers::pi;
@@ -147,7 +125,7 @@ double Interpolate(DWORD mode, const auto& x, int64_t n, double t) {
 void ExpectModel(const Stream& stream, const Bytes& in, const Bytes& out) {
   const bool whole = stream.rates.ratio == 0 && stream.rates.src % stream.rates.dst == 0;
   const DWORD mode = whole ? QNRESAMPLE2_LINEAR : stream.flags & 15;
-  const std::vector<double> x = Doubles(stream.type, in), y = Doubles(stream.type, out);
+  const std::vector<double> x = Decode(stream.type, in), y = Decode(stream.type, out);
   const int64_t channels = stream.channels, frames = static_cast<int64_t>(x.size()) / channels;
   const int bits = QnAudio_BitsFromSampleType(static_cast<QNSAMPLETYPE>(stream.type));
   const double tolerance = std::ldexp(.51, 1 - bits) + (stream.type == 33 ? 1e-9 : 1e-6);
@@ -185,7 +163,7 @@ TEST(Resample2, GivesTheFormulaOfEachModeHoweverTheStreamIsCut) {
         for (const LONG channels : {1, 2, 3, 11}) {
           const size_t frames = Random(1) * Random(1300) + Random(15);
           const Stream stream = {type, channels, rates, mode};
-          const Bytes in = Noise(type, frames * static_cast<size_t>(channels)), out = stream.Run(in, 0);
+          const Bytes in = Noise(type, frames * static_cast<size_t>(channels), .4), out = stream.Run(in, 0);
           ExpectModel(stream, in, out);
           for (const size_t cut : {1 + Random(20), size_t{600}}) {
             for (const bool inPlace : {false, true})
@@ -206,7 +184,7 @@ TEST(Resample2, RunsConversionAndLowPassAroundTheKernel) {
       const double ratio = static_cast<double>(rates.dst) / rates.src;
       filter.Design(QNIIR_LOWPASS, QNIIR_BUTTERWORTH, order, .95 * (ratio < 1 ? ratio * .5 : .5 / ratio), 1,
                     0, 2, 0);
-      const Bytes in = Noise(18, 2000), wide = Converted(32, 18, in);
+      const Bytes in = Noise(18, 2000, .4), wide = ConvertAll(32, 18, in, 1.0f);
       const auto filtered = [&](Bytes bytes) {
         auto* const audio = reinterpret_cast<float*>(bytes.data());
         filter.ProcessFloat(audio, audio, static_cast<DWORD>(bytes.size() / 8), 0);
@@ -216,7 +194,7 @@ TEST(Resample2, RunsConversionAndLowPassAroundTheKernel) {
       const Bytes out = ratio < 1 ? plain.Run(filtered(wide), 0) : filtered(plain.Run(wide, 0));
       for (const size_t cut : {0, 300}) {
         EXPECT_EQ((Stream{32, 2, rates, 4 | flag}.Run(wide, cut, cut > 0)), out) << rates.src << ' ' << flag;
-        EXPECT_EQ((Stream{18, 2, rates, 4 | flag}.Run(in, cut)), Converted(18, 32, out));
+        EXPECT_EQ((Stream{18, 2, rates, 4 | flag}.Run(in, cut)), ConvertAll(18, 32, out, 1.0f));
       }
     }
   }
@@ -225,7 +203,7 @@ TEST(Resample2, RunsConversionAndLowPassAroundTheKernel) {
 TEST(Resample2, HasTheSameBitsOnEachRoad) {
   for (const Rates& rates : {Rates{48000, 44100}, {44100, 48000}, {1, 3}}) {
     const Stream stream = {33, 2, rates, 4};
-    Bytes in = Noise(33, 4000);
+    Bytes in = Noise(33, 4000, .4);
     const Bytes out = stream.Run(in, 0);
     QnDisallowCPUSupport(QNCPU_SSE2);
     EXPECT_EQ(stream.Run(in, 0), out);
@@ -233,7 +211,7 @@ TEST(Resample2, HasTheSameBitsOnEachRoad) {
     // What is not finite spreads to the outputs around it alone, in its own channel.
     for (const double odd : {double{NAN}, double{INFINITY}}) {
       std::memcpy(in.data() + 8 * (2 * 900 + 1), &odd, 8);
-      const std::vector<double> with = Doubles(33, stream.Run(in, 0)), without = Doubles(33, out);
+      const std::vector<double> with = Decode(33, stream.Run(in, 0)), without = Decode(33, out);
       for (size_t i = 0; i < with.size(); ++i) {
         const double time = static_cast<double>(i / 2) * rates.src / rates.dst;
         const bool apart = i % 2 == 0 || std::fabs(time - 900) >= 13;
@@ -249,7 +227,7 @@ TEST(Resample2, FlushesTinyFloats) {
   for (const float tiny : {9e-26f, 1.1e-25f}) {
     Bytes in(400);
     std::memcpy(in.data() + 200, &tiny, 4);
-    const std::vector<double> out = Doubles(32, Stream{32, 1, {2, 3}, 4}.Run(in, 0));
+    const std::vector<double> out = Decode(32, Stream{32, 1, {2, 3}, 4}.Run(in, 0));
     EXPECT_EQ(std::ranges::all_of(out, [](double y) { return y == 0; }), tiny < 1e-25f);
   }
 }
@@ -314,7 +292,7 @@ TEST(Resample2, RefusesWhatItCannotDo) {
 
 TEST(Resample2, CopiesAtTheRatioOne) {
   const Instance instance = Open(18, 2, {48000, 48000}, 4);
-  Bytes in = Noise(18, 20), out(60);
+  Bytes in = Noise(18, 20, .4), out(60);
   EXPECT_EQ(Process(instance, out.data(), 9, in.data(), 7).produced, 7u);
   EXPECT_TRUE(std::equal(out.begin(), out.begin() + 42, in.begin()) && out[42] == 0);
   const auto [produced, consumed] = Process(instance, in.data(), 9, in.data(), 7);
@@ -323,7 +301,7 @@ TEST(Resample2, CopiesAtTheRatioOne) {
 
 // A reset with `clear` is a new stream, of whatever it changes to; without it a stream goes on.
 TEST(Resample2, Resets) {
-  const Bytes in = Noise(33, 2000);
+  const Bytes in = Noise(33, 2000, .4);
   const Instance instance = Open(17, 1, {3, 2}, 1 | 0x20);
   tQNRESAMPLE2INSTANCE* const handle = instance.get();
   Bytes junk(8000), out(80000);
@@ -332,7 +310,7 @@ TEST(Resample2, Resets) {
          {std::tuple{33, 1, 48000, 44100}, {32, 2, 44100, 96000}, {33, 2, 1, 2}, {17, 3, 192000, 44100}}) {
       const QNSAMPLETYPE sampleType = static_cast<QNSAMPLETYPE>(type);
       const Stream stream = {type, channels, {src, dst}, flags};
-      Bytes source = Converted(type, 33, in);
+      Bytes source = ConvertAll(type, 33, in, 1.0f);
       const size_t bytes = stream.FrameBytes(), frames = source.size() / bytes, half = frames / 2;
       source.resize(frames * bytes);
       Process(instance, out.data(), 100, junk.data(), 100);

@@ -35,23 +35,6 @@ Stream Open(int type, int channels, double ratio, DWORD flags) {
   return Stream(instance);
 }
 
-// Doubles as samples of a type, and back.
-Bytes Encode(int type, const std::vector<double>& values) {
-  Bytes bytes(values.size() * sizeof(double));
-  std::memcpy(bytes.data(), values.data(), bytes.size());
-  return ConvertAll(type, 33, bytes, 1.0f);
-}
-std::vector<double> Decode(int type, const Bytes& bytes) {
-  std::vector<double> values(bytes.size() / BytesOf(type));
-  std::memcpy(values.data(), ConvertAll(33, type, bytes, 1.0f).data(), values.size() * sizeof(double));
-  return values;
-}
-Bytes Noise(int type, size_t samples) {
-  std::vector<double> values(samples);
-  for (double& x : values) x = std::ldexp(static_cast<double>(Random()() >> 11), -52) - 1.0;
-  return Encode(type, values);
-}
-
 // Runs a stream in buffers of at most `most` frames, or in one, that hold no more than they must.
 Bytes RunStream(const Stream& stream, const Bytes& source, size_t frameBytes, double ratio, size_t most,
                 bool isInPlace = false) {
