@@ -8,8 +8,10 @@
 #include <poll.h>
 #include <pthread.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/un.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -81,11 +83,12 @@ class OwnSocket {
 
 struct Server {
   pthread_t thread = {};
-  std::atomic<uint32_t> isEnding = 0;
+  std::atomic<uint32_t> isEnding = 0;  // a futex, for a thread without a listener
   bool isAwaited = false;
-  bool isLate = false;  // only unloading waits for it again
+  bool isLate = false;
+  uint64_t stop = 0;  // the latest one that waited for it
   OwnSocket listener;
-  OwnSocket connections[kConnections];  // the thread's own, without the lock
+  OwnSocket connections[kConnections];  // changed by the thread alone
   unsigned replaced = 0;
   Server* older = nullptr;
 };
@@ -95,16 +98,19 @@ struct Server {
 // wait for itself.
 constinit std::mutex g_mutex;
 constinit SharedMapping* g_served = nullptr;
-constinit Server* g_servers = nullptr;       // all but the first are ending
+constinit Server* g_servers = nullptr;  // all but the first are ending
+constinit uint64_t g_stops = 0;
 constinit std::atomic<pid_t> g_process = 0;  // whose threads they are
 
 // A fork's child has no thread: it closes its copies, which would keep the names taken, and forgets the rest.
 void ForgetServers() {
   while (g_servers) delete std::exchange(g_servers, g_servers->older);
-  g_mutex.unlock();
 }
-[[maybe_unused]] const int g_forkHandlers =
-    pthread_atfork([] { g_mutex.lock(); }, [] { g_mutex.unlock(); }, ForgetServers);
+[[maybe_unused]] const int g_forkHandlers = pthread_atfork([] { g_mutex.lock(); }, [] { g_mutex.unlock(); },
+                                                           [] {
+                                                             ForgetServers();
+                                                             g_mutex.unlock();
+                                                           });
 
 struct Address {
   sockaddr_un name = {};
@@ -224,6 +230,7 @@ Accepted Accept(Server* server, int listener, int events) {
   if (events & ~POLLIN) return Accepted::kNoMore;
   qn::Descriptor connection, replaced;
   const std::lock_guard guard(g_mutex);  // so that a fork finds what comes in its place
+  if (server->listener.Get() != listener) return Accepted::kOne;
   connection = qn::Descriptor(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
   if (!connection) {
     if (errno == EBADF || errno == EINVAL || errno == ENOTSOCK) return Accepted::kNoMore;
@@ -297,6 +304,7 @@ void* Run(void* argument) {
     accepted = Accepted::kOne;
     if (const int still = ListenerOf(*server); still < 0) {
       accepted = Accepted::kNoMore;
+      listener = -1;  // a new one may get the same number
     } else if (still == listener && waited[0].revents) {
       accepted = Accept(server, listener, waited[0].revents);
     }
@@ -314,7 +322,6 @@ void Start() {
   if (!server) return;
   server->listener.Set(Listen());
   if (!StartThread(&server->thread, Run, server)) return delete server;
-  g_process = getpid();
   server->older = std::exchange(g_servers, server);
 }
 
@@ -324,35 +331,44 @@ bool IsServing() {
 
 enum class Ending { kUnserved, kAlways };
 
-// A server that is ending and that nobody else waits for. One that serves is to end first, if nothing is left
-// to serve or always.
-Server* TakeEnding(Ending which) {
+// For a thread that sleeps without a listener.
+void Wake(Server* server) {
+  syscall(SYS_futex, &server->isEnding, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
+}
+
+// A server that is ending, that nobody else waits for and that this stop has not waited for. One that serves
+// is to end first, if nothing is left to serve or always.
+Server* TakeEnding(Ending which, uint64_t stop) {
   const std::lock_guard guard(g_mutex);
   if (IsServing() && (which == Ending::kAlways || !g_served)) {
     g_servers->isEnding = 1;
-    // Wakes it, with a listener or without.
     shutdown(g_servers->listener.Get(), SHUT_RDWR);
-    syscall(SYS_futex, &g_servers->isEnding, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
+    Wake(g_servers);
   }
   Server* server = g_servers;
-  const auto isLeft = [=](const Server& each) { return each.isLate && which == Ending::kUnserved; };
-  while (server && (!server->isEnding || server->isAwaited || isLeft(*server))) server = server->older;
-  if (server) server->isAwaited = true;
+  while (server && (!server->isEnding || server->isAwaited || server->stop == stop)) server = server->older;
+  if (server) server->isAwaited = true, server->stop = stop;
   return server;
 }
 
+uint64_t NextStop() {
+  const std::lock_guard guard(g_mutex);
+  return ++g_stops;
+}
+
+// Waits for the servers that are ending. What has been late once is not waited for but by kAlways.
 void Stop(Ending which) {
   if (g_process != getpid()) return;
-  timespec end;
-  clock_gettime(CLOCK_REALTIME, &end);
-  end.tv_sec += kEndSeconds;
-  while (Server* const server = TakeEnding(which)) {
+  const uint64_t stop = NextStop();
+  while (Server* const server = TakeEnding(which, stop)) {
+    timespec end = {};
+    if (!server->isLate) clock_gettime(CLOCK_REALTIME, &end);
+    end.tv_sec += kEndSeconds;
     const timespec* const limit = which == Ending::kAlways ? nullptr : &end;
-    const bool isLate = pthread_timedjoin_np(server->thread, nullptr, limit) != 0;
+    server->isLate = pthread_timedjoin_np(server->thread, nullptr, limit) != 0;
     const std::lock_guard guard(g_mutex);
     server->isAwaited = false;
-    server->isLate = isLate;
-    if (isLate) continue;
+    if (server->isLate) continue;
     Server** link = &g_servers;
     while (*link != server) link = &(*link)->older;
     *link = server->older;
@@ -403,6 +419,8 @@ Answer Hear(qn::Descriptor* connection, uint64_t value, qn::Descriptor* found) {
 
 void BeginServing(SharedMapping* mapping, HANDLE handle) {
   const std::lock_guard guard(g_mutex);
+  // A child that no handler told of its fork.
+  if (g_process.exchange(getpid()) != getpid()) ForgetServers();
   mapping->served = {handle, g_served, &g_served};
   if (g_served) g_served->served.link = &mapping->served.next;
   g_served = mapping;
@@ -410,6 +428,7 @@ void BeginServing(SharedMapping* mapping, HANDLE handle) {
     Start();
   } else if (g_servers->listener.Get() < 0) {
     g_servers->listener.Set(Listen());
+    Wake(g_servers);
   }
 }
 

@@ -62,7 +62,8 @@ struct Job {
 };
 
 constinit std::mutex g_mutex;
-// All under the lock, as are the fields of the jobs; the counters are waited for without it.
+// All under the lock, as are the places in the list and the counts of the jobs; the two counters are waited
+// for without it.
 constinit Job* g_jobs = nullptr;
 constinit pthread_t g_threads[kMostThreads - 1] = {};
 constinit size_t g_threadCount = 0;
@@ -102,7 +103,11 @@ void* Help(void*) {
 }
 
 void StartThreads(size_t wanted) {
-  g_process = getpid();
+  // A child that no handler told of its fork has none of the threads either.
+  if (g_process.exchange(getpid()) != getpid()) {
+    g_threadCount = 0;
+    g_jobs = nullptr;
+  }
   while (g_threadCount < wanted && !g_isEnding && StartThread(&g_threads[g_threadCount], Help, nullptr)) {
     ++g_threadCount;
   }
