@@ -1,5 +1,4 @@
 // Mistakes, help, error messages and exit codes.
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <tuple>
@@ -9,7 +8,9 @@
 namespace qntest {
 namespace {
 
-TEST(CommandLine, HelpTellsEveryCommandAndItsOptions) {
+using CommandLine = ToolTest;
+
+TEST_F(CommandLine, HelpTellsEveryCommandAndItsOptions) {
   const ToolRun overview = Qnwave({"--help"});
   EXPECT_EQ(overview.exit, 0);
   for (const char* command : {"info", "convert", "cut", "join", "split", "repair", "tags", "peaks", "draw"}) {
@@ -22,7 +23,7 @@ TEST(CommandLine, HelpTellsEveryCommandAndItsOptions) {
   EXPECT_EQ(Qnwave({"--version"}).out.rfind("qnwave ", 0), 0u);
 }
 
-TEST(CommandLine, MistakesSayWhatIsWrong) {
+TEST_F(CommandLine, MistakesSayWhatIsWrong) {
   using Row = std::pair<std::vector<std::string>, const char*>;
   for (const auto& [words, message] :
        {Row({}, "no command"), Row({"info"}, "no file"),
@@ -34,26 +35,24 @@ TEST(CommandLine, MistakesSayWhatIsWrong) {
         Row({"convert", "a.wav", "b.mp3"}, "tells no container"),
         Row({"convert", "a.wav", "b.wav", "--raw-in", "s16,44100"}, "is not TYPE,RATE,CHANNELS")}) {
     const ToolRun run = Qnwave(words);
-    EXPECT_EQ(run.exit, 2) << message;
-    EXPECT_NE(run.err.find(message), std::string::npos) << run.err;
+    ExpectRun(run, 2, message);
     EXPECT_NE(run.err.find("--help"), std::string::npos) << run.err;
     EXPECT_EQ(run.out, "");
   }
 }
 
-TEST(CommandLine, ErrorsNameTheFileTheReasonAndTheStatus) {
-  const ScratchFolder folder;
-  ASSERT_EQ(mkfifo(folder.Native("pipe").c_str(), 0600), 0);
-  WriteFileBytes(folder.Native("text"), {'n', 'o'});
-  WriteFileBytes(folder.Native("a\\b.wav"), {});
-  WriteFileBytes(folder.Native("caf\xE9.wav"), {});
+TEST_F(CommandLine, ErrorsNameTheFileTheReasonAndTheStatus) {
+  ASSERT_EQ(mkfifo(Path("pipe").c_str(), 0600), 0);
+  Write("text", {'n', 'o'});
+  Write("a\\b.wav", {});
+  Write("caf\xE9.wav", {});
   using Row = std::tuple<const char*, const char*, const char*>;
   for (const auto& [name, reason, status] :
        {Row("pipe", "no regular file", "(0x8004E007)"), Row("text", "no WAV", "(0x8004E00B)"),
         Row("a\\b.wav", "backslash", "(0x8004E00D)"),
         Row("caf\xE9.wav", "not valid UTF-8", "(0x8004E00D)")}) {
-    const std::string file = folder.Native(name);
-    for (const ToolRun& run : {Qnwave({"info", file}), Qnwave({"convert", file, folder.Native("out.wav")})}) {
+    const std::string file = Path(name);
+    for (const ToolRun& run : {Qnwave({"info", file}), Qnwave({"convert", file, Path("out.wav")})}) {
       EXPECT_EQ(run.exit, 1);
       EXPECT_EQ(run.err.rfind("qnwave: ", 0), 0u) << run.err;
       EXPECT_NE(run.err.find(reason), std::string::npos) << run.err;
@@ -65,9 +64,8 @@ TEST(CommandLine, ErrorsNameTheFileTheReasonAndTheStatus) {
   EXPECT_EQ(Qnwave({"--help"}, "exec >/dev/full;").exit, 1);
 }
 
-TEST(CommandLine, FailuresAreInTheLanguageOfTheUserAndJsonInEnglish) {
-  const ScratchFolder folder;
-  const std::string file = folder.Native("x.wav");
+TEST_F(CommandLine, FailuresAreInTheLanguageOfTheUserAndJsonInEnglish) {
+  const std::string file = Path("x.wav");
   WriteFileBytes(file,
                  Wav::Form(Wav::Chunk("fmt ", Record(1, 1, 8000, 16)) + Hex("'data' *4") + Noise(4000)));
   using Row = std::tuple<const char*, const char*, const char*>;
@@ -78,7 +76,7 @@ TEST(CommandLine, FailuresAreInTheLanguageOfTheUserAndJsonInEnglish) {
             "データチャンクのサイズは 0 と記載されていますが、後ろに 4,000 バイトのサンプルが続いています。",
             "次のコマンドを試してください: ")}) {
     const std::string line = std::string(damage) + " " + hint + "qnwave repair '" + file + "'";
-    const ToolRun run = Qnwave({"convert", "--lang", language, file, folder.Native("out.wav")});
+    const ToolRun run = Qnwave({"convert", "--lang", language, file, Path("out.wav")});
     EXPECT_NE(run.err.find(line), std::string::npos) << run.err;
     EXPECT_NE(Qnwave({"info", "--lang", language, file}).out.find(damage), std::string::npos);
     EXPECT_EQ(Jq(Qnwave({"info", "--json", "--lang", language, file}).out, ".[0].problems[0]"),

@@ -1,24 +1,19 @@
 // Peak files and pictures of waveforms: `qnwave peaks` and `qnwave draw`.
-#include <gtest/gtest.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <chrono>
 #include <cmath>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <functional>
-#include <thread>
 
 #include "tests/tools/tool.h"
 
-extern char** environ;
-
 namespace qntest {
 namespace {
+
+using Peaks = ToolTest;
 
 namespace fs = std::filesystem;
 
@@ -43,14 +38,6 @@ int Click(size_t i) {
   return i == 2559 ? 20'000 : i == 5120 ? -20'000 : 0;
 }
 
-// A file of silence that takes no room on the disk.
-void MakeHours(const std::string& path, const Bytes& record, uint64_t bytes) {
-  Bytes start = WaveFile(record, {});
-  Put(&start, 4, bytes + 36, 4);
-  Put(&start, 40, bytes, 4);
-  MakeSparse(path, start, 44 + bytes);
-}
-
 // All that a peak file says behind its header.
 std::vector<int> Blocks(const Bytes& file) {
   std::vector<int> values;
@@ -58,10 +45,9 @@ std::vector<int> Blocks(const Bytes& file) {
   return values;
 }
 
-TEST(Peaks, AreExactAndBuiltOnlyWhenTheyAreNotValid) {
-  const ScratchFolder folder;
-  const std::string wav = folder.Native("take.wav");
-  const std::string peaks = folder.Native("take.qnk");
+TEST_F(Peaks, AreExactAndBuiltOnlyWhenTheyAreNotValid) {
+  const std::string wav = Path("take.wav");
+  const std::string peaks = Path("take.qnk");
   WriteFileBytes(wav, Stereo(10'240, Ramp, Click));
   const auto run = [&](const std::vector<std::string>& options, const std::string& outcome) {
     std::vector<std::string> words = {"peaks", wav};
@@ -100,27 +86,23 @@ TEST(Peaks, AreExactAndBuiltOnlyWhenTheyAreNotValid) {
   EXPECT_EQ(Blocks(ReadFileBytes(peaks)), expected);
 }
 
-TEST(Peaks, SayWhatCannotBeBuiltAndLeaveOtherFilesAlone) {
-  const ScratchFolder folder;
-  const auto path = [&](const std::string& name) { return folder.Native(name); };
+TEST_F(Peaks, SayWhatCannotBeBuiltAndLeaveOtherFilesAlone) {
   const Bytes whole = Stereo(500, Ramp, Click);
-  Bytes damaged = whole;
-  Put(&damaged, 40, 0, 4);
-  WriteFileBytes(path("damaged.wav"), damaged);
+  Write("damaged.wav", With(whole, 40, 0, 4));
   // The name of its peak file is longer than names may be; the temporary file in its stead is no use.
   std::string longest;
   while (longest.size() < 252) longest += "\u00E4";
   for (const char* name : {"good.wav", "other.wav", "pipe.wav", "dir.wav", "far.wav", "self.wav", "gone.wav"})
-    WriteFileBytes(path(name), whole);
-  WriteFileBytes(path(longest), whole);
+    WriteFileBytes(Path(name), whole);
+  WriteFileBytes(Path(longest), whole);
   const Bytes notes = {'m', 'i', 'n', 'e'};
-  for (const char* name : {"other.qnk", "notes"}) WriteFileBytes(path(name), notes);
-  ASSERT_EQ(mkfifo(path("pipe.qnk").c_str(), 0600), 0);
-  fs::create_directory(path("dir.qnk"));
-  fs::create_symlink("notes", path("far.qnk"));
-  fs::create_symlink("nothing", path("gone.qnk"));
-  fs::create_hard_link(path("self.wav"), path("self.qnk"));
-  fs::create_directory(path("tmp"));
+  for (const char* name : {"other.qnk", "notes"}) WriteFileBytes(Path(name), notes);
+  ASSERT_EQ(mkfifo(Path("pipe.qnk").c_str(), 0600), 0);
+  fs::create_directory(Path("dir.qnk"));
+  fs::create_symlink("notes", Path("far.qnk"));
+  fs::create_symlink("nothing", Path("gone.qnk"));
+  fs::create_hard_link(Path("self.wav"), Path("self.qnk"));
+  fs::create_directory(Path("tmp"));
   struct Row {
     std::string name;
     int exit;
@@ -139,45 +121,34 @@ TEST(Peaks, SayWhatCannotBeBuiltAndLeaveOtherFilesAlone) {
       {"self.wav", 1, "not to a peak file"},
   };
   for (const Row& row : kRows) {
-    std::vector<std::string> words = {"peaks", path(row.name), path("good.wav")};
+    std::vector<std::string> words = {"peaks", Path(row.name), Path("good.wav")};
     if (row.withForce) words.push_back("--force");
-    const ToolRun run = Qnwave(words, "TMPDIR=" + path("tmp") + " timeout 20");
-    EXPECT_EQ(run.exit, row.exit) << row.name;
-    EXPECT_NE(run.err.find(row.said), std::string::npos) << run.err;
+    const ToolRun run = Qnwave(words, "TMPDIR=" + Path("tmp") + " timeout 20");
+    ExpectRun(run, row.exit, row.said);
     EXPECT_NE(run.out.find("good.wav: peaks "), std::string::npos) << "the others are built";
   }
-  for (const char* name : {"other.qnk", "notes"}) EXPECT_EQ(ReadFileBytes(path(name)), notes);
-  EXPECT_EQ(ReadFileBytes(path("self.wav")), whole);
-  EXPECT_FALSE(fs::exists(path("nothing")));
-  EXPECT_EQ(List(path("tmp")), std::vector<std::string>());
-  EXPECT_EQ(Qnwave({"draw", path("pipe.wav"), path("pipe.png")}, "timeout 20").exit, 0);
-  EXPECT_EQ(Qnwave({"peaks", path("other.wav"), "--force"}).exit, 0);
+  for (const char* name : {"other.qnk", "notes"}) EXPECT_EQ(ReadFileBytes(Path(name)), notes);
+  EXPECT_EQ(ReadFileBytes(Path("self.wav")), whole);
+  EXPECT_FALSE(fs::exists(Path("nothing")));
+  EXPECT_EQ(List(Path("tmp")), std::vector<std::string>());
+  EXPECT_EQ(Run("draw pipe.wav pipe.png", "timeout 20").exit, 0);
+  EXPECT_EQ(Run("peaks other.wav --force").exit, 0);
   for (const char* mistake : {"--bits=12", "--frames-per-peak=131072"})
-    EXPECT_EQ(Qnwave({"peaks", path("good.wav"), mistake}).exit, 2);
+    EXPECT_EQ(Run(std::string("peaks good.wav ") + mistake).exit, 2);
   // A scan of coarser blocks would fail; a length of whole blocks makes its step the largest.
-  MakeHours(path("long.wav"), Record(1, 1, 48'000, 8), 131'071 * 50);
-  EXPECT_EQ(Qnwave({"peaks", path("long.wav"), "--frames-per-peak=131071"}).exit, 0);
+  WriteHours("long.wav", Record(1, 1, 48'000, 8), 131'071 * 50);
+  EXPECT_EQ(Run("peaks long.wav --frames-per-peak=131071").exit, 0);
 }
 
 // Runs the tool on hours of silence and stops it as soon as there is another file than that.
-TEST(Peaks, AndPicturesLeaveNothingWhenInterrupted) {
+TEST_F(Peaks, AndPicturesLeaveNothingWhenInterrupted) {
   for (const bool draws : {false, true}) {
-    const ScratchFolder folder;
-    MakeHours(folder.Native("in.wav"), Record(1, 1, 48'000, 8), 3'000u << 20);
-    std::vector<std::string> words = {QNWAVE, draws ? "draw" : "peaks", folder.Native("in.wav")};
-    if (draws) words.push_back(folder.Native("out.png"));
-    std::vector<char*> pointers;
-    for (std::string& word : words) pointers.push_back(word.data());
-    pointers.push_back(nullptr);
-    pid_t process = 0;
-    ASSERT_EQ(posix_spawn(&process, QNWAVE, nullptr, nullptr, pointers.data(), environ), 0);
-    int status = 0;
-    while (List(folder.Native("")).size() < 2 && waitpid(process, &status, WNOHANG) == 0)
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    kill(process, SIGINT);
-    waitpid(process, &status, 0);
+    WriteHours("in.wav", Record(1, 1, 48'000, 8), 3'000u << 20);
+    std::vector<std::string> words = {QNWAVE, draws ? "draw" : "peaks", Path("in.wav")};
+    if (draws) words.push_back(Path("out.png"));
+    const int status = Interrupted(words, SIGINT, false, Path(""), 2);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 128 + SIGINT) << status;
-    EXPECT_EQ(List(folder.Native("")), std::vector<std::string>{"in.wav"});
+    EXPECT_EQ(Names(), std::vector<std::string>{"in.wav"});
   }
 }
 
@@ -204,22 +175,24 @@ struct Picture {
   }
 };
 
-Picture Draw(const ScratchFolder& folder, const std::string& name, std::vector<std::string> options,
-             const std::string& before = "") {
-  const std::string png = folder.Native("picture.png");
-  options.insert(options.begin(), {"draw", folder.Native(name), png, "--force"});
-  const ToolRun run = Qnwave(options, before);
-  EXPECT_EQ(run.exit, 0) << run.err;
-  Picture picture;
-  picture.told = run.out;
-  std::string size;
-  RunCommand("ffprobe -v error -show_entries stream=width,height -of csv=p=0 " + png, &size);
-  EXPECT_EQ(std::sscanf(size.c_str(), "%d,%d", &picture.width, &picture.height), 2) << size;
-  Make("ffmpeg -v error -y -i " + png + " -f rawvideo -pix_fmt rgb24 " + folder.Native("rgb"));
-  picture.rgb = ReadFileBytes(folder.Native("rgb"));
-  EXPECT_EQ(picture.rgb.size(), static_cast<size_t>(picture.width * picture.height * 3));
-  return picture;
-}
+class Draw : public ToolTest {
+ protected:
+  Picture Drawn(const std::string& name, std::vector<std::string> options, const std::string& before = "") {
+    const std::string png = Path("picture.png");
+    options.insert(options.begin(), {"draw", Path(name), png, "--force"});
+    const ToolRun run = Qnwave(options, before);
+    EXPECT_EQ(run.exit, 0) << run.err;
+    Picture picture;
+    picture.told = run.out;
+    std::string size;
+    RunCommand("ffprobe -v error -show_entries stream=width,height -of csv=p=0 " + png, &size);
+    EXPECT_EQ(std::sscanf(size.c_str(), "%d,%d", &picture.width, &picture.height), 2) << size;
+    Make("ffmpeg -v error -y -i " + png + " -f rawvideo -pix_fmt rgb24 " + Path("rgb"));
+    picture.rgb = Read("rgb");
+    EXPECT_EQ(picture.rgb.size(), static_cast<size_t>(picture.width * picture.height * 3));
+    return picture;
+  }
+};
 
 // The lanes of a picture of 472x500 with two channels: 400 columns from kLeft on, 200 rows each.
 constexpr int kLeft = 54, kLaneHeight = 200, kTops[] = {56, 264};
@@ -232,18 +205,17 @@ void ExpectColumn(const Picture& picture, int column, int lane, double low, doub
   EXPECT_NEAR(last + 1 - kTops[lane], 100 - 100 * low, 1.51) << lane << ", " << column;
 }
 
-TEST(Draw, ShowsEachChannelWhereItsSamplesAre) {
-  const ScratchFolder folder;
+TEST_F(Draw, ShowsEachChannelWhereItsSamplesAre) {
   constexpr size_t kFrames = 400 * 512;
   // A square wave, softer in the second half, and a ramp over all of the file.
   const auto square = [](size_t i) { return (i / 20 % 2 ? -1 : 1) * (i < kFrames / 2 ? 0x4000 : 0x1000); };
   const auto ramp = [](size_t i) { return static_cast<int>(i * 32'000 / kFrames); };
-  WriteFileBytes(folder.Native("in.wav"), Stereo(kFrames, square, ramp));
+  Write("in.wav", Stereo(kFrames, square, ramp));
   for (const bool withPeaks : {false, true}) {
     if (withPeaks) {
-      ASSERT_EQ(Qnwave({"peaks", folder.Native("in.wav")}).exit, 0);
+      ASSERT_EQ(Run("peaks in.wav").exit, 0);
     }
-    const Picture whole = Draw(folder, "in.wav", {kSize});
+    const Picture whole = Drawn("in.wav", {kSize});
     ASSERT_EQ(std::pair(whole.width, whole.height), std::pair(472, 500));
     for (const int column : {0, 1, 77, 198, 201, 398, 399}) {
       const double level = column < 200 ? 0.5 : 0.125;
@@ -254,24 +226,22 @@ TEST(Draw, ShowsEachChannelWhereItsSamplesAre) {
       EXPECT_LE(last - first, 2);
     }
     // -6.02 dB of 60 on the scale.
-    const Picture decibels = Draw(folder, "in.wav", {kSize, "--scale=db"});
+    const Picture decibels = Drawn("in.wav", {kSize, "--scale=db"});
     ExpectColumn(decibels, 30, 0, -(60 - 6.02) / 60, (60 - 6.02) / 60);
     // A part, the channels the other way round: the file's column 200 is in the middle.
-    const Picture part =
-        Draw(folder, "in.wav", {kSize, "--channels=R,L", "--start=51200", "--length=102400"});
+    const Picture part = Drawn("in.wav", {kSize, "--channels=R,L", "--start=51200", "--length=102400"});
     ExpectColumn(part, 198, 1, -0.5, 0.5);
     ExpectColumn(part, 201, 1, -0.125, 0.125);
   }
   // A range past the end is cut there, and the peaks of another file are not used.
-  const ToolRun run = Qnwave({"draw", folder.Native("in.wav"), folder.Native("x.png"), "--start=4.0"});
+  const ToolRun run = Run("draw in.wav x.png --start=4.0");
   EXPECT_NE(run.out.find(" 12,800 frames from the audio"), std::string::npos) << run.out << run.err;
 }
 
-TEST(Draw, ZoomsToSamplesAndMarksWhatClips) {
-  const ScratchFolder folder;
+TEST_F(Draw, ZoomsToSamplesAndMarksWhatClips) {
   const auto steps = [](size_t i) { return static_cast<int>(i % 4) * 8'192; };
-  WriteFileBytes(folder.Native("steps.wav"), Stereo(4'000, steps, [&](size_t i) { return -steps(i); }));
-  const Picture zoomed = Draw(folder, "steps.wav", {kSize, "--start=2000", "--length=8"});
+  Write("steps.wav", Stereo(4'000, steps, [&](size_t i) { return -steps(i); }));
+  const Picture zoomed = Drawn("steps.wav", {kSize, "--start=2000", "--length=8"});
   for (int i = 1; i < 8; ++i) {
     for (const int lane : {0, 1}) {
       const int y = kTops[lane] + 100 + (lane ? 25 : -25) * (i % 4);
@@ -281,15 +251,15 @@ TEST(Draw, ZoomsToSamplesAndMarksWhatClips) {
   }
   // Full scale of integers is clipped, that of floats is not, unless all that is known is a peak file.
   const auto clips = [](size_t i) { return i == 2'005 ? 32'767 : i == 100 * 40 + 3 ? -32'768 : 32'766; };
-  WriteFileBytes(folder.Native("int.wav"), Stereo(16'000, clips, [](size_t) { return -32'767; }));
+  Write("int.wav", Stereo(16'000, clips, [](size_t) { return -32'767; }));
   Bytes floats;
   for (size_t i = 0; i < 400 * 600; ++i) {
     const float value = i == 600 * 50 + 9 ? 1.0f : i == 600 * 100 + 9 ? -1.25f : 0.25f;
     floats = std::move(floats) + BytesOf(value) + BytesOf(value / 2);
   }
-  WriteFileBytes(folder.Native("float.wav"), WaveFile(Record(3, 2, 48'000, 32), floats));
+  Write("float.wav", WaveFile(Record(3, 2, 48'000, 32), floats));
   const auto marked = [&](const std::string& name) {
-    const Picture picture = Draw(folder, name, {kSize});
+    const Picture picture = Drawn(name, {kSize});
     std::vector<int> columns;
     for (int column = 0; column < 400; ++column) {
       if (picture.Run(kLeft + column, kClip, 57, 56 + 2 * kLaneHeight).first < 0) continue;
@@ -304,21 +274,20 @@ TEST(Draw, ZoomsToSamplesAndMarksWhatClips) {
   };
   expectNear(marked("int.wav"), {50, 100});
   expectNear(marked("float.wav"), {100});
-  ASSERT_EQ(Qnwave({"peaks", folder.Native("float.wav")}).exit, 0);
+  ASSERT_EQ(Run("peaks float.wav").exit, 0);
   expectNear(marked("float.wav"), {50, 100});
 }
 
-TEST(Draw, DrawsTheEffectiveLevelInsideThePeaks) {
-  const ScratchFolder folder;
+TEST_F(Draw, DrawsTheEffectiveLevelInsideThePeaks) {
   const auto sine = [](size_t i) {
     return static_cast<int>(26'214 * std::sin(0.1 * static_cast<double>(i)));
   };
-  WriteFileBytes(folder.Native("in.wav"), Stereo(400 * 700, sine, [](size_t) { return 0x4000; }));
+  Write("in.wav", Stereo(400 * 700, sine, [](size_t) { return 0x4000; }));
   for (const bool withPeaks : {false, true}) {
     if (withPeaks) {
-      ASSERT_EQ(Qnwave({"peaks", folder.Native("in.wav")}).exit, 0);
+      ASSERT_EQ(Run("peaks in.wav").exit, 0);
     }
-    const Picture picture = Draw(folder, "in.wav", {kSize, "--rms"});
+    const Picture picture = Drawn("in.wav", {kSize, "--rms"});
     const auto [first, last] = picture.Run(kLeft + 111, kRms, 56, 256);
     EXPECT_NEAR(first, 156 - 80 * std::sqrt(0.5), 1.5);
     EXPECT_NEAR(last + 1, 156 + 80 * std::sqrt(0.5), 1.5);
@@ -327,91 +296,64 @@ TEST(Draw, DrawsTheEffectiveLevelInsideThePeaks) {
   }
 }
 
-TEST(Draw, WritesSvgAndScalesForScreensOfHighDensity) {
-  const ScratchFolder folder;
-  WriteFileBytes(folder.Native("<a>&.wav"), Stereo(5'000, Ramp, Click));
+TEST_F(Draw, WritesSvgAndScalesForScreensOfHighDensity) {
+  Write("<a>&.wav", Stereo(5'000, Ramp, Click));
   for (const char* theme : {"light", "dark", "contrast"}) {
-    const std::string svg = folder.Native("out.svg");
-    const ToolRun run = Qnwave({"draw", folder.Native("<a>&.wav"), svg, "--force", "--size=800x300",
-                                "--theme", theme, "--format=smpte-drop"});
-    EXPECT_EQ(run.exit, 0) << run.err;
-    std::string size;
-    EXPECT_EQ(RunCommand("python3 -c 'import sys, xml.etree.ElementTree as e; r = e.parse(sys.argv[1])"
-                         ".getroot(); print(r.get(\"width\"), r.get(\"height\"))' " +
-                             svg,
-                         &size),
-              0);
+    const std::string line = "draw <a>&.wav out.svg --force --size=800x300 --format=smpte-drop --theme ";
+    ExpectRun(Run(line + theme), 0, "");
+    const std::string size = SvgSize(Path("out.svg"));
     EXPECT_TRUE(size == "800px 300px\n" || size == "800 300\n") << size;
   }
-  const Picture dense = Draw(folder, "<a>&.wav", {"--size=300.0x150@2"});
+  const Picture dense = Drawn("<a>&.wav", {"--size=300.0x150@2"});
   EXPECT_EQ(std::pair(dense.width, dense.height), std::pair(600, 300));
 }
 
-TEST(Draw, RefusesWhatItCannotDraw) {
-  const ScratchFolder folder;
+TEST_F(Draw, RefusesWhatItCannotDraw) {
   const Bytes recording = Stereo(4'800, Ramp, Click);
-  WriteFileBytes(folder.Native("in.wav"), recording);
-  fs::create_symlink("in.wav", folder.Native("symbolic"));
-  fs::create_hard_link(folder.Native("in.wav"), folder.Native("hard.svg"));
-  WriteFileBytes(folder.Native("empty.wav"), Stereo(0, Ramp, Click));
-  WriteFileBytes(folder.Native("many.wav"), WaveFile(Record(1, 33, 48'000, 8), Bytes(3'300)));
-  WriteFileBytes(folder.Native("there.png"), {});
-  struct Row {
-    std::vector<std::string> words;
-    int exit;
-    const char* said;
-  };
-  const Row kRows[] = {
-      {{"in.wav", "out.jpg"}, 2, "end it in .png or .svg"},
-      {{"in.wav", "there.png"}, 1, "0x8004E032"},
-      {{"in.wav", "out.png", "--size=40000x100"}, 2, "32767 pixels"},
-      {{"in.wav", "out.png", "--size=20000x100@3x"}, 2, "bad size"},
-      {{"in.wav", "out.png", "--size=1200x100"}, 2, "its lanes (2) need 192x132"},
-      {{"in.wav", "out.png", "--start=0.1"}, 1, "ends after frame 4,800"},
-      {{"in.wav", "out.png", "--length=0"}, 1, "in.wav: The range holds no samples"},
-      {{"in.wav", "out.png", "--start=-1"}, 2, "bad value"},
-      {{"in.wav", "out.png", "--start=1", "--format=later"}, 2, "unknown time format"},
-      {{"in.wav", "out.png", "--length=1x"}, 2, "bad value"},
-      {{"in.wav", "out.png", "--format=beats", "--start=1"}, 2, "for display alone"},
-      {{"in.wav", "out.png", "--channels=2"}, 1, "no channel 2"},
-      {{"in.wav", "out.png", "--channels=-"}, 2, "0, L or R)"},
-      {{"in.wav", "in.wav", "--svg", "--force"}, 1, "the audio file itself"},
-      {{"in.wav", "symbolic", "--svg", "--force"}, 1, "the audio file itself"},
-      {{"symbolic", "hard.svg", "--force"}, 1, "the audio file itself"},
-      {{"in.wav", "out.png", "--theme=pink"}, 2, "light, dark, contrast"},
-      {{"in.wav", "out.png", "--scale=log"}, 2, "linear or db"},
-      {{"empty.wav", "out.png"}, 1, "after frame 0"},
-      {{"many.wav", "out.png"}, 1, "up to 32 channels"},
-  };
-  for (const Row& row : kRows) {
-    std::vector<std::string> words = row.words;
-    for (size_t i : {0, 1}) words[i] = folder.Native(words[i]);
-    words.insert(words.begin(), "draw");
-    const ToolRun run = Qnwave(words);
-    EXPECT_EQ(run.exit, row.exit) << row.said << run.out;
-    EXPECT_NE(run.err.find(row.said), std::string::npos) << row.said << ": " << run.err;
-  }
-  EXPECT_EQ(List(folder.Native("")).size(), 6u);
-  EXPECT_EQ(ReadFileBytes(folder.Native("in.wav")), recording);
+  Write("in.wav", recording);
+  fs::create_symlink("in.wav", Path("symbolic"));
+  fs::create_hard_link(Path("in.wav"), Path("hard.svg"));
+  Write("empty.wav", Stereo(0, Ramp, Click));
+  Write("many.wav", WaveFile(Record(1, 33, 48'000, 8), Bytes(3'300)));
+  Write("there.png", {});
+  ExpectMistakes({{"draw in.wav out.jpg", 2, "end it in .png or .svg"},
+                  {"draw in.wav there.png", 1, "0x8004E032"},
+                  {"draw in.wav out.png --size=40000x100", 2, "32767 pixels"},
+                  {"draw in.wav out.png --size=20000x100@3x", 2, "bad size"},
+                  {"draw in.wav out.png --size=1200x100", 2, "its lanes (2) need 192x132"},
+                  {"draw in.wav out.png --start=0.1", 1, "ends after frame 4,800"},
+                  {"draw in.wav out.png --length=0", 1, "in.wav: The range holds no samples"},
+                  {"draw in.wav out.png --start=-1", 2, "bad value"},
+                  {"draw in.wav out.png --start=1 --format=later", 2, "unknown time format"},
+                  {"draw in.wav out.png --length=1x", 2, "bad value"},
+                  {"draw in.wav out.png --format=beats --start=1", 2, "for display alone"},
+                  {"draw in.wav out.png --channels=2", 1, "no channel 2"},
+                  {"draw in.wav out.png --channels=-", 2, "0, L or R)"},
+                  {"draw in.wav in.wav --svg --force", 1, "the audio file itself"},
+                  {"draw in.wav symbolic --svg --force", 1, "the audio file itself"},
+                  {"draw symbolic hard.svg --force", 1, "the audio file itself"},
+                  {"draw in.wav out.png --theme=pink", 2, "light, dark, contrast"},
+                  {"draw in.wav out.png --scale=log", 2, "linear or db"},
+                  {"draw empty.wav out.png", 1, "after frame 0"},
+                  {"draw many.wav out.png", 1, "up to 32 channels"}});
+  EXPECT_EQ(Names().size(), 6u);
+  EXPECT_EQ(Read("in.wav"), recording);
   // A full disk.
-  EXPECT_EQ(Qnwave({"draw", folder.Native("in.wav"), folder.Native("out.png")}, "ulimit -f 1;").exit, 1);
-  EXPECT_EQ(List(folder.Native("")).size(), 6u);
+  EXPECT_EQ(Run("draw in.wav out.png", "ulimit -f 1;").exit, 1);
+  EXPECT_EQ(Names().size(), 6u);
 }
 
-TEST(Draw, TakesLittleMemoryForHours) {
-  const ScratchFolder folder;
+TEST_F(Draw, TakesLittleMemoryForHours) {
   const uint64_t bytes = 2ull * 7200 * 48'000;
-  MakeHours(folder.Native("in.wav"), Record(1, 1, 48'000, 16), bytes);
-  std::fstream(folder.Native("in.wav"), std::ios::in | std::ios::out)
-      .seekp(static_cast<std::streamoff>(44 + bytes / 2))
-      .write("\xFF\x3F", 2);
+  WriteHours("in.wav", Record(1, 1, 48'000, 16), bytes);
+  Patch("in.wav", 44 + bytes / 2, "\xFF\x3F");
   const std::string limit = qntest::MemoryLimit(200000);
   for (const char* from : {"the audio", "in.qnk"}) {
-    const Picture picture = Draw(folder, "in.wav", {kSize}, limit);
+    const Picture picture = Drawn("in.wav", {kSize}, limit);
     EXPECT_NE(picture.told.find(from), std::string::npos) << picture.told;
     EXPECT_NEAR(picture.Run(kLeft + 200, kWave, 56, 463).first, 158, 1);
     EXPECT_EQ(picture.Run(kLeft + 197, kWave, 56, 463), std::pair(260, 260)) << "silence is a line";
-    EXPECT_EQ(Qnwave({"peaks", folder.Native("in.wav")}, limit).exit, 0);
+    EXPECT_EQ(Run("peaks in.wav", limit).exit, 0);
   }
 }
 

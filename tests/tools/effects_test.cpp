@@ -1,11 +1,9 @@
 // Equalised, reverberated and compressed files and their pictures: `qnwave eq`, `reverb` and `compress`.
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <cmath>
 #include <complex>
 #include <functional>
-#include <iterator>
 #include <numbers>
 #include <sstream>
 
@@ -17,20 +15,11 @@ namespace {
 constexpr uint32_t kRate = 48'000;
 constexpr double kPi = std::numbers::pi;
 
-class Effects : public ::testing::Test {
+class Effects : public ToolTest {
  protected:
-  ToolRun Run(const std::string& line, const std::string& before = "") {
-    std::istringstream words(line);
-    return Qnwave({std::istream_iterator<std::string>(words), {}}, "cd " + folder.Native("; ") + before);
-  }
-  Sound Made(const std::string& line) {
-    const ToolRun run = Run(line + " in.wav out.wav --force --quiet");
-    EXPECT_EQ(run.exit, 0) << line << run.err;
-    EXPECT_EQ(run.out, "");
-    return ReadSound(folder.Native("out.wav"));
-  }
+  Sound Made(const std::string& line) { return ToolTest::Made(line + " in.wav", "out.wav"); }
   void WriteDoubles(uint32_t channels, size_t frames, const std::function<double(size_t, size_t)>& sample) {
-    WriteFileBytes(folder.Native("in.wav"), Doubles(channels, frames, sample));
+    Write("in.wav", Doubles(channels, frames, sample));
   }
   // The names that a mistake about an option lists.
   std::vector<std::string> NamesOf(const std::string& line) {
@@ -41,8 +30,6 @@ class Effects : public ::testing::Test {
     for (std::string name; std::getline(names >> std::ws, name, ',');) list.push_back(name);
     return list;
   }
-
-  const ScratchFolder folder;
 };
 
 double Factor(double decibels) {
@@ -51,10 +38,7 @@ double Factor(double decibels) {
 
 TEST_F(Effects, EqualiserHasTheGainsOfTheClosedForms) {
   using Complex = std::complex<double>;
-  const double kTones[] = {100, 500, 1000, 3000, 12000};
-  WriteDoubles(5, kRate, [&](size_t frame, size_t channel) {
-    return 0.25 * std::sin(2 * kPi * kTones[channel] * static_cast<double>(frame) / kRate);
-  });
+  Write("in.wav", FiveTones());
   const auto warped = [](double hertz) { return std::tan(kPi * hertz / kRate); };
   const auto low = [&](double f, double corner, double dB) {
     return 1.0 + (Factor(dB) - 1) / Complex(1, warped(f) / warped(corner));
@@ -83,22 +67,14 @@ TEST_F(Effects, EqualiserHasTheGainsOfTheClosedForms) {
        }},
   };
   for (const Row& row : kRows) {
-    const Sound sound = Made(std::string("eq ") + row.options);
-    ASSERT_EQ(sound.samples.size(), kRate * 5u);
-    for (size_t channel = 0; channel < 5; ++channel) {
-      Complex sum;
-      constexpr size_t kSettled = kRate / 4, kEnd = kRate * 3 / 4;
-      for (size_t i = kSettled; i < kEnd; ++i)
-        sum += std::polar(sound.samples[i * 5 + channel],
-                          2 * kPi * kTones[channel] * static_cast<double>(i) / kRate);
-      EXPECT_NEAR(std::abs(sum) / (0.125 * (kEnd - kSettled)), std::abs(row.gain(kTones[channel])), 2e-4)
-          << row.options << " at " << kTones[channel];
-    }
+    const std::vector<double> gains = GainsOfTones(Made(std::string("eq ") + row.options));
+    for (size_t i = 0; i < 5; ++i)
+      EXPECT_NEAR(gains[i], std::abs(row.gain(kTones[i])), 2e-4) << row.options << " at " << kTones[i];
   }
   const auto presets = NamesOf("eq in.wav out.wav --preset ?");
   EXPECT_EQ(presets.size(), 11u);
   for (const std::string& preset : presets) {
-    EXPECT_NE(Made("eq --preset " + preset).samples, ReadSound(folder.Native("in.wav")).samples) << preset;
+    EXPECT_NE(Made("eq --preset " + preset).samples, SoundOf("in.wav").samples) << preset;
     EXPECT_NE(Run("eq --help").out.find(preset), std::string::npos);
   }
 }
@@ -186,7 +162,7 @@ TEST_F(Effects, DrawTheirCurves) {
     const ToolRun run = Run(line + " in.wav --plot out.png --force");
     EXPECT_EQ(run.exit, 0) << run.err;
     EXPECT_NE(run.out.find("out.png: 900x420 pixels"), std::string::npos);
-    const Pixels pixels = Decode(folder.Native("out.png"), 900);
+    const Pixels pixels = Decode(Path("out.png"), 900);
     // The height of the curve, from 1 at the top to 0, at a place of the axis.
     return [=](double place) {
       size_t y = kTop;
@@ -207,80 +183,55 @@ TEST_F(Effects, DrawTheirCurves) {
   const auto low = draw("eq --low-shelf 4,20");  // the axis begins at 1 Hz
   EXPECT_GT(low(0.02), low(0.5) + 0.2);
   for (const char* line : {"eq --preset hum-50", "reverb --room 6", "compress --threshold -80"}) {
-    EXPECT_EQ(
-        Run(std::string(line) + " in.wav out.wav --plot out.svg --theme dark --size 300x200 --force").exit,
-        0);
-    EXPECT_EQ(RunCommand("python3 -c 'import sys, xml.etree.ElementTree as e; e.parse(sys.argv[1])' " +
-                         folder.Native("out.svg")),
-              0)
-        << line;
+    const std::string options = " in.wav out.wav --plot out.svg --theme dark --size 300x200 --force";
+    EXPECT_EQ(Run(line + options).exit, 0);
+    EXPECT_NE(SvgSize(Path("out.svg")), "") << line;
   }
 }
 
 TEST_F(Effects, RefuseWhatMakesNoSense) {
   WriteDoubles(1, 480, [](size_t, size_t) { return 0.9; });
-  Bytes damaged = ReadFileBytes(folder.Native("in.wav"));
-  Put(&damaged, 40, 0, 4);
-  WriteFileBytes(folder.Native("damaged.wav"), damaged);
-  WriteFileBytes(folder.Native("six.wav"), WaveFile(Record(1, 6, kRate, 16), Bytes(1200)));
-  WriteFileBytes(folder.Native("slow.wav"), WaveFile(Record(1, 1, 8000, 16), Bytes(1200)));
-  Bytes hours = WaveFile(Record(1, 1, kRate, 16), {});
-  Put(&hours, 4, 2'000'000'036, 4);
-  Put(&hours, 40, 2'000'000'000, 4);
-  MakeSparse(folder.Native("hours.wav"), hours, 2'000'000'044);
-  struct Row {
-    const char* words;
-    int exit;
-    const char* said;
-    const char* before = "";
-  };
-  const Row kTable[] = {
-      {"eq in.wav out.wav", 2, "a band or a --preset is needed"},
-      {"eq in.wav out.wav --peak 1000", 2, "bad band '1000' for --peak"},
-      {"eq in.wav out.wav --low-shelf 100,6,1", 2, "bad band"},
-      {"eq in.wav out.wav --high-shelf 24000,6", 1, "24000 Hz is not below"},
-      {"eq in.wav in.wav --preset warm --force", 1, "the audio file itself"},
-      {"eq in.wav link.png --container wav --preset warm --plot new.png --force", 1, "the same file as"},
-      {"eq in.wav out.wav --preset warm --plot new.png --size 1800x900", 1, "new.png", "ulimit -f 8;"},
-      {"eq in.wav --preset warm --plot a.png --type s16", 2, "--type is not for a picture alone"},
-      {"eq slow.wav out.wav --preset presence", 1, "below half the sample rate, 4000 Hz"},
-      {"reverb in.wav out.wav --room 19", 2, "0 to 18"},
-      {"reverb in.wav out.wav --wet loud", 2, "(-100 to 20 in steps of 0.1, or none)"},
-      {"reverb in.wav out.wav --wet -20.25", 2, "bad value '-20.25' for --wet"},
-      {"reverb in.wav out.wav --early 99", 2, "(0 to 9, none, or one of near,"},
-      {"reverb in.wav out.wav --early none --early-level 3", 2, "--early-level is not for --early none"},
-      {"reverb in.wav out.wav --low-cut 24000", 1, "24000 Hz is not below"},
-      {"reverb six.wav out.wav", 1, "reverb is for files of up to 2 channels"},
-      {"reverb six.wav out.wav --lang de", 1, "reverb ist nur bei Dateien mit bis zu 2"},
-      {"reverb hours.wav out.wav", 130, "Nothing was written", "timeout --preserve-status -s INT 0.3"},
-      {"compress six.wav out.wav --remove-dc", 1, "--remove-dc is for files of up to 2 channels"},
-      {"compress in.wav out.wav --ratio 0.5", 2, "(1 to 1000)"},
-      {"compress in.wav out.wav --size 300x200", 2, "--size is not for compress without --plot"},
-      {"compress damaged.wav out.wav", 3, "repair"},
-  };
-  ASSERT_EQ(symlink("new.png", folder.Native("link.png").c_str()), 0);
-  const size_t files = List(folder.Native("")).size();
-  for (const Row& row : kTable) {
-    const ToolRun run = Run(row.words, row.before);
-    EXPECT_EQ(run.exit, row.exit) << row.words << run.err;
-    EXPECT_NE(run.err.find(row.said), std::string::npos) << row.words << ": " << run.err;
-    EXPECT_EQ(List(folder.Native("")).size(), files) << row.words;
-  }
+  Write("damaged.wav", With(Read("in.wav"), 40, 0, 4));
+  Write("six.wav", WaveFile(Record(1, 6, kRate, 16), Bytes(1200)));
+  Write("slow.wav", WaveFile(Record(1, 1, 8000, 16), Bytes(1200)));
+  WriteHours("hours.wav", Record(1, 1, kRate, 16), 2'000'000'000);
+  ASSERT_EQ(symlink("new.png", Path("link.png").c_str()), 0);
+  ExpectMistakes(
+      {{"eq in.wav out.wav", 2, "a band or a --preset is needed"},
+       {"eq in.wav out.wav --peak 1000", 2, "bad band '1000' for --peak"},
+       {"eq in.wav out.wav --low-shelf 100,6,1", 2, "bad band"},
+       {"eq in.wav out.wav --high-shelf 24000,6", 1, "24000 Hz is not below"},
+       {"eq in.wav in.wav --preset warm --force", 1, "the audio file itself"},
+       {"eq in.wav link.png --container wav --preset warm --plot new.png --force", 1, "the same file as"},
+       {"eq in.wav out.wav --preset warm --plot new.png --size 1800x900", 1, "new.png", "ulimit -f 8;"},
+       {"eq in.wav --preset warm --plot a.png --type s16", 2, "--type is not for a picture alone"},
+       {"eq slow.wav out.wav --preset presence", 1, "below half the sample rate, 4000 Hz"},
+       {"reverb in.wav out.wav --room 19", 2, "0 to 18"},
+       {"reverb in.wav out.wav --wet loud", 2, "(-100 to 20 in steps of 0.1, or none)"},
+       {"reverb in.wav out.wav --wet -20.25", 2, "bad value '-20.25' for --wet"},
+       {"reverb in.wav out.wav --early 99", 2, "(0 to 9, none, or one of near,"},
+       {"reverb in.wav out.wav --early none --early-level 3", 2, "--early-level is not for --early none"},
+       {"reverb in.wav out.wav --low-cut 24000", 1, "24000 Hz is not below"},
+       {"reverb six.wav out.wav", 1, "reverb is for files of up to 2 channels"},
+       {"reverb six.wav out.wav --lang de", 1, "reverb ist nur bei Dateien mit bis zu 2"},
+       {"reverb hours.wav out.wav", 130, "Nothing was written", "timeout --preserve-status -s INT 0.3"},
+       {"compress six.wav out.wav --remove-dc", 1, "--remove-dc is for files of up to 2 channels"},
+       {"compress in.wav out.wav --ratio 0.5", 2, "(1 to 1000)"},
+       {"compress in.wav out.wav --size 300x200", 2, "--size is not for compress without --plot"},
+       {"compress damaged.wav out.wav", 3, "repair"}});
   EXPECT_NE(Run("eq slow.wav out.wav --preset presence --preset warm").err.find("left out: 2"),
             std::string::npos);
   const ToolRun run = Run("eq in.wav out.wav --low-shelf 20000,20 --type s16 --dither triangular --force");
   EXPECT_NE(run.err.find("clipped samples"), std::string::npos) << run.err;
-  EXPECT_EQ(ReadSound(folder.Native("out.wav")).samples.back(), 32767 / 32768.0);
+  EXPECT_EQ(SoundOf("out.wav").samples.back(), 32767 / 32768.0);
 }
 
 TEST_F(Effects, SilenceWhatOverflowsAndClipWhatIsFarTooLoud) {
   constexpr double kLoud[] = {0.25, 1e307, -1e307, 65536, -65536, 1e9, -1e30, 0.25};
   WriteDoubles(1, 8, [&](size_t frame, size_t) { return kLoud[frame]; });
   const auto written = [&](const std::string& line, const char* silenced) {
-    const ToolRun run = Run(line + " --force");
-    EXPECT_EQ(run.exit, 0);
-    EXPECT_NE(run.err.find(std::string("became silence: ") + silenced), std::string::npos) << line << run.err;
-    return ReadSound(folder.Native("out.wav")).samples;
+    ExpectRun(Run(line + " --force"), 0, std::string("became silence: ") + silenced);
+    return SoundOf("out.wav").samples;
   };
   for (const double sample : written("eq in.wav out.wav --peak 10000,1 --gain 60", ""))
     EXPECT_TRUE(std::isfinite(sample));

@@ -1,9 +1,7 @@
 // Filtered files, pictures of filters and spectrograms: `qnwave filter` and `qnwave spectrum`.
-#include <gtest/gtest.h>
 
 #include <cmath>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <numbers>
 
@@ -12,37 +10,20 @@
 namespace qntest {
 namespace {
 
+using Filter = ToolTest;
+using FilterAndSpectrum = ToolTest;
+using Spectrum = ToolTest;
+
 constexpr uint32_t kRate = 48'000;
 constexpr double kPi = std::numbers::pi;
-
-std::vector<std::string> Words(std::initializer_list<std::string> first, const std::string& rest) {
-  std::vector<std::string> words = first;
-  for (size_t at = 0, end; at < rest.size(); at = end + 1) {
-    end = std::min(rest.find(' ', at), rest.size());
-    words.push_back(rest.substr(at, end - at));
-  }
-  return words;
-}
-
-// What comes out of `in.wav`.
-Sound Filtered(const ScratchFolder& folder, const std::string& options) {
-  const std::string out = folder.Native("out.wav");
-  const ToolRun run = Qnwave(Words({"filter", folder.Native("in.wav"), out, "--force"}, options));
-  EXPECT_EQ(run.exit, 0) << run.err;
-  return ReadSound(out);
-}
 
 // A prewarped frequency.
 double Warped(double hertz) {
   return std::tan(kPi * hertz / kRate);
 }
 
-TEST(Filter, HasTheGainsOfTheClosedForms) {
-  const ScratchFolder folder;
-  const double kTones[] = {100, 500, 1000, 3000, 12000};
-  WriteFileBytes(folder.Native("in.wav"), Doubles(5, kRate, [&](size_t frame, size_t channel) {
-                   return 0.25 * std::sin(2 * kPi * kTones[channel] * static_cast<double>(frame) / kRate);
-                 }));
+TEST_F(Filter, HasTheGainsOfTheClosedForms) {
+  Write("in.wav", FiveTones());
   const double ratio = std::sqrt(2.0);
   const double low = Warped(1000 / ratio), high = Warped(1000 * ratio);
   const auto band = [&](double f) {
@@ -73,39 +54,27 @@ TEST(Filter, HasTheGainsOfTheClosedForms) {
        [](double f) { return f < 800 || f > 5000 ? 1 : 0; }},
   };
   for (const Row& row : kRows) {
-    const Sound sound = Filtered(folder, row.options);
-    ASSERT_EQ(sound.samples.size(), kRate * 5u) << row.options;
-    for (size_t channel = 0; channel < 5; ++channel) {
-      double sum = 0, cosine = 0;
-      constexpr size_t kSettled = kRate / 4, kEnd = kRate * 3 / 4;
-      for (size_t i = kSettled; i < kEnd; ++i) {
-        const double turn = 2 * kPi * kTones[channel] * static_cast<double>(i) / kRate;
-        sum += sound.samples[i * 5 + channel] * std::sin(turn);
-        cosine += sound.samples[i * 5 + channel] * std::cos(turn);
-      }
-      const double gain = std::hypot(sum, cosine) / (0.125 * (kEnd - kSettled));
-      EXPECT_NEAR(gain, row.gain(kTones[channel]), 0.003) << row.options << " at " << kTones[channel];
-    }
+    const auto gains = GainsOfTones(Made(std::string("filter in.wav ") + row.options, "out.wav"));
+    for (size_t i = 0; i < 5; ++i)
+      EXPECT_NEAR(gains[i], row.gain(kTones[i]), 0.003) << row.options << " at " << kTones[i];
   }
 }
 
-TEST(Filter, LetsQuietSoundThroughLowCorners) {
-  const ScratchFolder folder;
-  WriteFileBytes(folder.Native("in.wav"), Doubles(1, kRate, [](size_t, size_t) { return 0.001; }));
-  EXPECT_NEAR(Filtered(folder, "--iir lowpass --order 15 --frequency 50").samples.back(), 0.001, 1e-6);
+TEST_F(Filter, LetsQuietSoundThroughLowCorners) {
+  Write("in.wav", Doubles(1, kRate, [](size_t, size_t) { return 0.001; }));
+  EXPECT_NEAR(Made("filter in.wav --iir lowpass --order 15 --frequency 50").samples.back(), 0.001, 1e-6);
 }
 
-TEST(Filter, KeepsItsPlaceAndItsStateAcrossBlocks) {
-  const ScratchFolder folder;
+TEST_F(Filter, KeepsItsPlaceAndItsStateAcrossBlocks) {
   constexpr size_t kChannels = 33, kFrames = 40'000, kClick = 31'770;
-  WriteFileBytes(folder.Native("in.wav"), Doubles(kChannels, kFrames, [](size_t frame, size_t channel) {
-                   return frame == kClick - 7 * channel ? 0.5 : 0.0;
-                 }));
+  Write("in.wav", Doubles(kChannels, kFrames, [](size_t frame, size_t channel) {
+          return frame == kClick - 7 * channel ? 0.5 : 0.0;
+        }));
   for (const size_t delay : {0u, 63u}) {
     const Sound fir =
-        Filtered(folder, std::string("--fir lowpass --frequency 6000 --taps 127 --window hann") +
-                             (delay ? " --keep-delay" : ""));
-    const Sound iir = Filtered(folder, "--iir highpass --frequency 50");
+        Made(std::string("filter in.wav --fir lowpass --frequency 6000 --taps 127 --window hann") +
+             (delay ? " --keep-delay" : ""));
+    const Sound iir = Made("filter in.wav --iir highpass --frequency 50");
     ASSERT_EQ(fir.samples.size(), kFrames * kChannels);
     for (size_t channel = 0; channel < kChannels; ++channel) {
       const size_t click = kClick - 7 * channel;
@@ -123,44 +92,39 @@ TEST(Filter, KeepsItsPlaceAndItsStateAcrossBlocks) {
   }
 }
 
-TEST(Filter, WritesTheTypeThatIsAskedForAndTellsOfClipping) {
-  const ScratchFolder folder;
-  WriteFileBytes(folder.Native("in.wav"), Doubles(1, 1'000, [](size_t, size_t) { return 0.9; }));
+TEST_F(Filter, WritesTheTypeThatIsAskedForAndTellsOfClipping) {
+  Write("in.wav", Doubles(1, 1'000, [](size_t, size_t) { return 0.9; }));
   const auto run = [&](const std::string& options) {
-    return Qnwave(Words({"filter", folder.Native("in.wav"), folder.Native("out.wav"), "--force"}, options));
+    return Run("filter in.wav out.wav --force " + options);
   };
   const std::string kBoost = "--iir lowpass --order 1 --frequency 10000 --gain 6 --type ";
-  const ToolRun clipped = run(kBoost + "s16");
-  EXPECT_EQ(clipped.exit, 0);
-  EXPECT_NE(clipped.err.find("clipped samples: 1,000"), std::string::npos) << clipped.err;
-  EXPECT_EQ(ReadSound(folder.Native("out.wav")).samples.back(), 32767 / 32768.0);
+  ExpectRun(run(kBoost + "s16"), 0, "clipped samples: 1,000");
+  EXPECT_EQ(SoundOf("out.wav").samples.back(), 32767 / 32768.0);
   EXPECT_EQ(run(kBoost + "f32").err, "");
-  EXPECT_NEAR(ReadSound(folder.Native("out.wav")).samples.back(), 0.9 * std::pow(10, 0.3), 1e-6);
+  EXPECT_NEAR(SoundOf("out.wav").samples.back(), 0.9 * std::pow(10, 0.3), 1e-6);
   // What is no number is silence, and the filter goes on.
-  WriteFileBytes(folder.Native("in.wav"), Doubles(2, 1'000, [](size_t frame, size_t) {
-                   return frame == 10 ? NAN : frame == 20 ? -HUGE_VAL : 0.9;
-                 }));
+  Write("in.wav", Doubles(2, 1'000, [](size_t frame, size_t) {
+          return frame == 10 ? NAN : frame == 20 ? -HUGE_VAL : 0.9;
+        }));
   EXPECT_NE(run(kBoost + "f32").err.find("became silence: 4."), std::string::npos);
-  EXPECT_NEAR(ReadSound(folder.Native("out.wav")).samples.back(), 0.9 * std::pow(10, 0.3), 1e-6);
-  WriteFileBytes(folder.Native("in.wav"), Doubles(1, 0, {}));
+  EXPECT_NEAR(SoundOf("out.wav").samples.back(), 0.9 * std::pow(10, 0.3), 1e-6);
+  Write("in.wav", Doubles(1, 0, {}));
   EXPECT_EQ(run("--fir lowpass --frequency 100").exit, 0);
-  EXPECT_TRUE(ReadSound(folder.Native("out.wav")).samples.empty());
+  EXPECT_TRUE(SoundOf("out.wav").samples.empty());
 }
 
 // The lane of a picture 400 wide and 300 high.
 constexpr size_t kLeft = 54, kColumns = 270, kTop = 56, kRows = 208;
 
-TEST(Spectrum, ShowsATonesFrequencyTimeAndLevel) {
-  const ScratchFolder folder;
-  const std::string wav = folder.Native("in.wav"), png = folder.Native("out.png");
+TEST_F(Spectrum, ShowsATonesFrequencyTimeAndLevel) {
+  const std::string png = Path("out.png");
   // 0 dB on the right in the second half of the time, -40 dB on the left all along.
-  WriteFileBytes(wav, Doubles(2, kRate, [](size_t frame, size_t channel) {
-                   const double sine = std::sin(2 * kPi * 6000 * static_cast<double>(frame) / kRate);
-                   return channel == 0 ? sine / 100 : frame < kRate / 2 ? 0 : sine;
-                 }));
+  Write("in.wav", Doubles(2, kRate, [](size_t frame, size_t channel) {
+          const double sine = std::sin(2 * kPi * 6000 * static_cast<double>(frame) / kRate);
+          return channel == 0 ? sine / 100 : frame < kRate / 2 ? 0 : sine;
+        }));
   const auto draw = [&](const std::string& options) {
-    const ToolRun run =
-        Qnwave(Words({"spectrum", wav, png, "--force", "--size", "400x300", "--colours", "grey"}, options));
+    const ToolRun run = Run("spectrum in.wav out.png --force --size 400x300 --colours grey " + options);
     EXPECT_EQ(run.exit, 0) << run.err;
     return Decode(png, 400);
   };
@@ -186,35 +150,24 @@ TEST(Spectrum, ShowsATonesFrequencyTimeAndLevel) {
   EXPECT_GT(mixed.At(late, mixed.Brightest(late, row - 3, row + 3)), 600);
   EXPECT_LT(mixed.At(early, row + 20), 30);
   // Of many channels the few that are asked for, or their mean.
-  WriteFileBytes(wav, Doubles(1001, 1000, [](size_t frame, size_t channel) {
-                   const double sine = std::sin(2 * kPi * 6000 * static_cast<double>(frame) / kRate);
-                   return channel == 1000 ? NAN : channel % 2 == 0 ? sine : sine * 0.9;
-                 }));
+  Write("in.wav", Doubles(1001, 1000, [](size_t frame, size_t channel) {
+          const double sine = std::sin(2 * kPi * 6000 * static_cast<double>(frame) / kRate);
+          return channel == 1000 ? NAN : channel % 2 == 0 ? sine : sine * 0.9;
+        }));
   for (const char* options : {"--channels 998,1000", "--mixed"}) {
     const Pixels many = draw(options);
     EXPECT_GT(many.At(early, many.Brightest(early, kTop, kTop + kRows)), 600) << options;
   }
-  const ToolRun svg =
-      Qnwave({"spectrum", wav, folder.Native("out.svg"), "--start=0", "--length=100", "--mixed"});
-  EXPECT_EQ(svg.exit, 0) << svg.err;
+  ExpectRun(Run("spectrum in.wav out.svg --start=0 --length=100 --mixed"), 0, "");
 }
 
-TEST(Spectrum, LeavesNoSampleOutOfLongFilesAndTakesLittleMemory) {
-  const ScratchFolder folder;
+TEST_F(Spectrum, LeavesNoSampleOutOfLongFilesAndTakesLittleMemory) {
   const uint64_t bytes = 2ull * 1200 * kRate;
-  Bytes start = WaveFile(Record(1, 1, kRate, 16), {});
-  Put(&start, 4, bytes + 36, 4);
-  Put(&start, 40, bytes, 4);
-  const std::string png = folder.Native("out.png");
+  const std::string png = Path("out.png");
   for (const uint64_t frame : {10'000'000ull, 28'900'123ull, 57'500'000ull}) {
-    MakeSparse(folder.Native("in.wav"), start, 44 + bytes);
-    std::fstream(folder.Native("in.wav"), std::ios::in | std::ios::out)
-        .seekp(static_cast<std::streamoff>(44 + frame * 2))
-        .write("\xFF\x7F", 2);
-    const ToolRun run =
-        Qnwave({"spectrum", folder.Native("in.wav"), png, "--peak", "--force", "--size=400x300"},
-               qntest::MemoryLimit(200000));
-    EXPECT_EQ(run.exit, 0) << run.err;
+    WriteHours("in.wav", Record(1, 1, kRate, 16), bytes);
+    Patch("in.wav", 44 + frame * 2, "\xFF\x7F");
+    ExpectRun(Run("spectrum in.wav out.png --peak --force --size=400x300", MemoryLimit(200000)), 0, "");
     const Pixels pixels = Decode(png, 400);
     const size_t column = kLeft + frame * kColumns / (bytes / 2);
     EXPECT_GT(pixels.At(column, kTop + 100), 60) << frame;
@@ -222,77 +175,55 @@ TEST(Spectrum, LeavesNoSampleOutOfLongFilesAndTakesLittleMemory) {
   }
 }
 
-TEST(FilterAndSpectrum, DrawResponsesAndRefuseWhatMakesNoSense) {
-  const ScratchFolder folder;
+TEST_F(FilterAndSpectrum, DrawResponsesAndRefuseWhatMakesNoSense) {
   const Bytes whole = Doubles(2, 4'800, [](size_t, size_t) { return 0.5; });
-  Bytes damaged = whole;
-  Put(&damaged, 40, 0, 4);
-  WriteFileBytes(folder.Native("in.wav"), whole);
-  WriteFileBytes(folder.Native("damaged.wav"), damaged);
-  WriteFileBytes(folder.Native("many.wav"), WaveFile(Record(1, 257, kRate, 16), Bytes(257 * 2 * 100)));
-  std::filesystem::create_symlink("in.wav", folder.Native("link.png"));
-  Bytes hours = WaveFile(Record(1, 1, kRate, 16), {});
-  Put(&hours, 4, 2'000'000'036, 4);
-  Put(&hours, 40, 2'000'000'000, 4);
-  MakeSparse(folder.Native("hours.wav"), hours, 2'000'000'044);
-  struct Row {
-    const char* words;
-    int exit;
-    const char* said;
-    const char* before = "";
-  };
-  const Row kTable[] = {
-      {"filter in.wav out.wav", 2, "one of --iir and --fir"},
-      {"filter in.wav --iir lowpass --frequency 5", 2, "FILE and --plot"},
-      {"filter in.wav out.wav --iir lowpass", 2, "--frequency is needed"},
-      {"filter in.wav out.wav --iir notch --frequency 5", 2, "lowpass, highpass, bandpass, bandstop"},
-      {"filter in.wav out.wav --iir lowpass --frequency 24000", 1, "24000 Hz is not below"},
-      {"filter in.wav out.wav --fir bandpass --frequency 5 --frequency2 3e4", 1, "the sample rate, 24000 Hz"},
-      {"filter in.wav out.wav --fir bandpass --frequency 5", 2, "--frequency2"},
-      {"filter in.wav out.wav --fir lowpass --frequency 5 --taps 128", 2, "odd"},
-      {"filter in.wav out.wav --fir lowpass --frequency 0.01", 1, "no stable filter"},
-      {"filter in.wav out.wav --iir lowpass --frequency 5 --taps 129", 2, "--taps is not for --iir"},
-      {"filter in.wav out.wav --iir lowpass --frequency 5 --design bessel --order 11", 2, "(1 to 10)"},
-      {"filter in.wav out.wav --iir lowpass --frequency 5 --design resonator", 2, "bandpass or a bandstop"},
-      {"filter in.wav in.wav --iir lowpass --frequency 5 --force", 1, "the audio file itself"},
-      {"filter in.wav --iir lowpass --frequency 5 --plot link.png --force", 1, "the audio file itself"},
-      {"filter in.wav a.png --container wav --iir lowpass --frequency 5 --plot ./a.png", 1, "same file"},
-      {"filter many.wav out.wav --fir lowpass --frequency 5", 1, "up to 256 channels"},
-      {"spectrum many.wav out.png", 1, "up to 32 channels"},
-      {"filter damaged.wav out.wav --iir lowpass --frequency 5", 3, "repair"},
-      {"filter hours.wav out.wav --fir lowpass --frequency 5 --taps 32767", 130, "Nothing was written",
-       "timeout --preserve-status -s INT 0.3"},
-      {"spectrum in.wav", 2, "two files"},
-      {"spectrum in.wav out.jpg", 2, "end it in .png or .svg"},
-      {"spectrum in.wav out.png --fft 1000", 2, "a power of 2"},
-      {"spectrum in.wav out.png --window kaiser", 2, "hann, hamming, blackman, rectangular"},
-      {"spectrum in.wav out.png --overlap 100", 2, "bad value"},
-      {"spectrum in.wav out.png --scale db", 2, "linear or log"},
-      {"spectrum in.wav out.png --colours pink", 2, "heat, sea, grey"},
-      {"spectrum in.wav out.png --channels 2", 1, "no channel 2"},
-      {"spectrum in.wav out.png --start 1.0", 1, "ends after frame 4,800"},
-      {"spectrum in.wav out.png --size 300x170", 2, "its lanes (2) need 250x180"},
-      {"filter in.wav --iir lowpass --frequency 5 --plot a.png --size 9x9", 2, "a curve needs 240x160"},
-      {"spectrum in.wav link.png --force", 1, "the audio file itself"},
-      {"spectrum damaged.wav out.png", 3, "repair"},
-      {"spectrum hours.wav out.png --overlap 99 --fft 262144", 130, "Nothing was written",
-       "timeout --preserve-status -s INT 0.3"},
-  };
-  const size_t files = List(folder.Native("")).size();
-  for (const Row& row : kTable) {
-    const ToolRun run = Qnwave(Words({}, row.words), "cd " + folder.Native("") + "; " + row.before);
-    EXPECT_EQ(run.exit, row.exit) << row.words << run.err;
-    EXPECT_NE(run.err.find(row.said), std::string::npos) << row.words << ": " << run.err;
-    EXPECT_EQ(List(folder.Native("")).size(), files) << row.words;
-  }
-  EXPECT_EQ(ReadFileBytes(folder.Native("in.wav")), whole);
+  Write("in.wav", whole);
+  Write("damaged.wav", With(whole, 40, 0, 4));
+  Write("many.wav", WaveFile(Record(1, 257, kRate, 16), Bytes(257 * 2 * 100)));
+  std::filesystem::create_symlink("in.wav", Path("link.png"));
+  WriteHours("hours.wav", Record(1, 1, kRate, 16), 2'000'000'000);
+  ExpectMistakes(
+      {{"filter in.wav out.wav", 2, "one of --iir and --fir"},
+       {"filter in.wav --iir lowpass --frequency 5", 2, "FILE and --plot"},
+       {"filter in.wav out.wav --iir lowpass", 2, "--frequency is needed"},
+       {"filter in.wav out.wav --iir notch --frequency 5", 2, "lowpass, highpass, bandpass, bandstop"},
+       {"filter in.wav out.wav --iir lowpass --frequency 24000", 1, "24000 Hz is not below"},
+       {"filter in.wav out.wav --fir bandpass --frequency 5 --frequency2 3e4", 1,
+        "the sample rate, 24000 Hz"},
+       {"filter in.wav out.wav --fir bandpass --frequency 5", 2, "--frequency2"},
+       {"filter in.wav out.wav --fir lowpass --frequency 5 --taps 128", 2, "odd"},
+       {"filter in.wav out.wav --fir lowpass --frequency 0.01", 1, "no stable filter"},
+       {"filter in.wav out.wav --iir lowpass --frequency 5 --taps 129", 2, "--taps is not for --iir"},
+       {"filter in.wav out.wav --iir lowpass --frequency 5 --design bessel --order 11", 2, "(1 to 10)"},
+       {"filter in.wav out.wav --iir lowpass --frequency 5 --design resonator", 2, "bandpass or a bandstop"},
+       {"filter in.wav in.wav --iir lowpass --frequency 5 --force", 1, "the audio file itself"},
+       {"filter in.wav --iir lowpass --frequency 5 --plot link.png --force", 1, "the audio file itself"},
+       {"filter in.wav a.png --container wav --iir lowpass --frequency 5 --plot ./a.png", 1, "same file"},
+       {"filter many.wav out.wav --fir lowpass --frequency 5", 1, "up to 256 channels"},
+       {"spectrum many.wav out.png", 1, "up to 32 channels"},
+       {"filter damaged.wav out.wav --iir lowpass --frequency 5", 3, "repair"},
+       {"filter hours.wav out.wav --fir lowpass --frequency 5 --taps 32767", 130, "Nothing was written",
+        "timeout --preserve-status -s INT 0.3"},
+       {"spectrum in.wav", 2, "two files"},
+       {"spectrum in.wav out.jpg", 2, "end it in .png or .svg"},
+       {"spectrum in.wav out.png --fft 1000", 2, "a power of 2"},
+       {"spectrum in.wav out.png --window kaiser", 2, "hann, hamming, blackman, rectangular"},
+       {"spectrum in.wav out.png --overlap 100", 2, "bad value"},
+       {"spectrum in.wav out.png --scale db", 2, "linear or log"},
+       {"spectrum in.wav out.png --colours pink", 2, "heat, sea, grey"},
+       {"spectrum in.wav out.png --channels 2", 1, "no channel 2"},
+       {"spectrum in.wav out.png --start 1.0", 1, "ends after frame 4,800"},
+       {"spectrum in.wav out.png --size 300x170", 2, "its lanes (2) need 250x180"},
+       {"filter in.wav --iir lowpass --frequency 5 --plot a.png --size 9x9", 2, "a curve needs 240x160"},
+       {"spectrum in.wav link.png --force", 1, "the audio file itself"},
+       {"spectrum damaged.wav out.png", 3, "repair"},
+       {"spectrum hours.wav out.png --overlap 99 --fft 262144", 130, "Nothing was written",
+        "timeout --preserve-status -s INT 0.3"}});
+  EXPECT_EQ(Read("in.wav"), whole);
 
   // The curve of a response: at full gain left of the corner, at the bottom behind it.
-  const std::string png = folder.Native("plot.png");
-  const ToolRun run = Qnwave({"filter", folder.Native("in.wav"), "--fir=lowpass", "--frequency=1000",
-                              "--plot", png, "--theme=contrast"});
-  EXPECT_EQ(run.exit, 0) << run.err;
-  const Pixels pixels = Decode(png, 900);
+  ExpectRun(Run("filter in.wav --fir=lowpass --frequency=1000 --plot plot.png --theme=contrast"), 0, "");
+  const Pixels pixels = Decode(Path("plot.png"), 900);
   const auto blue = [&](size_t x, size_t y) {
     return static_cast<uint8_t>(pixels.rgb[(y * 900 + x) * 3 + 2]);
   };

@@ -1,15 +1,11 @@
 // qnimage: pictures against what other programs read and write, known colours, and hostile files.
-#include <gtest/gtest.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/wait.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <sstream>
-#include <thread>
 
-#include "tests/support/support.h"
 #include "tests/tools/tool.h"
 
 namespace qntest {
@@ -25,20 +21,22 @@ std::string PixelsOf(const std::string& name, const std::string& form) {
   return pixels;
 }
 
-void Expect(const std::vector<std::string>& words, int exit = 0, const std::string& said = "") {
-  const ToolRun run = Qnimage(words);
-  std::string line;
-  for (const std::string& word : words) line += word + " ";
-  EXPECT_EQ(run.exit, exit) << line << run.err;
-  EXPECT_NE((run.out + run.err).find(said), std::string::npos) << line << said << ": " << run.out << run.err;
-}
-
-Pixels Card(const ScratchFolder& folder, const std::string& kind, const std::string& size,
-            const std::string& level = "75") {
-  const std::string name = folder.Native(kind + level + ".png");
-  Expect({"card", name, "--kind", kind, "--size", size, "--level", level, "--force"});
-  return Decode(name, static_cast<size_t>(std::atoi(size.c_str())));
-}
+class Image : public ToolTest {
+ protected:
+  void Expect(const std::vector<std::string>& words, int exit = 0, const std::string& said = "") const {
+    const ToolRun run = Qnimage(words, "cd " + Path(";"));
+    std::string line;
+    for (const std::string& word : words) line += word + " ";
+    EXPECT_EQ(run.exit, exit) << line << run.err;
+    EXPECT_NE((run.out + run.err).find(said), std::string::npos)
+        << line << said << ": " << run.out << run.err;
+  }
+  Pixels Card(const std::string& kind, const std::string& size, const std::string& level = "75") const {
+    const std::string name = Path(kind + level + ".png");
+    Expect({"card", name, "--kind", kind, "--size", size, "--level", level, "--force"});
+    return Decode(name, static_cast<size_t>(std::atoi(size.c_str())));
+  }
+};
 
 // Pixels of a picture: "x,y rrggbb" and so on.
 void ExpectColours(const Pixels& pixels, const std::string& colours) {
@@ -55,18 +53,17 @@ void ExpectColours(const Pixels& pixels, const std::string& colours) {
   }
 }
 
-TEST(Image, CardsHaveTheirColours) {
-  const ScratchFolder folder;
-  ExpectColours(Card(folder, "bars", "80x20"),
+TEST_F(Image, CardsHaveTheirColours) {
+  ExpectColours(Card("bars", "80x20"),
                 "0,0 bfbfbf 9,19 bfbfbf 10,0 bfbf00 29,5 00bfbf 30,0 00bf00 45,9 bf00bf 55,9 bf0000 65,9 "
                 "0000bf 79,19 000000");
-  ExpectColours(Card(folder, "bars", "80x20", "100"), "0,0 ffffff 15,0 ffff00 65,0 0000ff");
-  ExpectColours(Card(folder, "ramp", "256x16"),
+  ExpectColours(Card("bars", "80x20", "100"), "0,0 ffffff 15,0 ffff00 65,0 0000ff");
+  ExpectColours(Card("ramp", "256x16"),
                 "0,0 000000 255,3 ffffff 100,1 646464 100,4 640000 7,8 000700 255,15 0000ff");
-  ExpectColours(Card(folder, "grid", "121x61"),
+  ExpectColours(Card("grid", "121x61"),
                 "0,30 ffffff 120,7 ffffff 60,7 ffffff 7,30 ffffff 65,7 ffffff 55,7 ffffff 62,32 000000");
   // A pixel of the zone plate on the axis is at a square number of steps from the middle.
-  const Pixels zone = Card(folder, "zone", "65x33");
+  const Pixels zone = Card("zone", "65x33");
   for (size_t i = 0; i <= 32; ++i) {
     const double value = 127.5 * (1 + std::cos(M_PI * static_cast<double>(i * i) / 65));
     EXPECT_NEAR(zone.Red(32 + i, 16), value, 0.51) << i;
@@ -75,9 +72,8 @@ TEST(Image, CardsHaveTheirColours) {
 }
 
 // Each type stays what it is on its way through both kinds of file, and reading is what others read.
-TEST(Image, TypesSurviveFilesAndOthersReadThem) {
-  const ScratchFolder folder;
-  const auto name = folder.Native("in.png"), bmp = folder.Native("a.bmp"), png = folder.Native("a.png");
+TEST_F(Image, TypesSurviveFilesAndOthersReadThem) {
+  const auto name = Path("in.png"), bmp = Path("a.bmp"), png = Path("a.png");
   Expect({"card", name, "--kind=ramp", "--size=131x16", "--type=rgba64"});
   struct Row {
     const char* type;
@@ -93,29 +89,28 @@ TEST(Image, TypesSurviveFilesAndOthersReadThem) {
     const std::string type = std::string("--type=") + row.type;
     Expect({"convert", name, bmp, type, "--force"}, 0, row.type);
     Expect({"info", bmp, "--json"}, 0, std::string("\"type\": \"") + row.type);
-    Expect({"convert", bmp, folder.Native("b.bmp"), type, "--force"});
+    Expect({"convert", bmp, Path("b.bmp"), type, "--force"});
     // Work is done in floats, which have fewer bits.
     if (row.type != std::string("gray32")) {
-      EXPECT_EQ(ReadFileBytes(bmp), ReadFileBytes(folder.Native("b.bmp"))) << row.type;
+      EXPECT_EQ(ReadFileBytes(bmp), Read("b.bmp")) << row.type;
     }
     Expect({"convert", name, png, type, "--force"}, row.inPng ? 0 : 2, row.type);
     if (!row.inPng) continue;
     Expect({"info", png, "--json"}, 0, std::string("\"type\": \"") + row.type);
-    Expect({"convert", png, folder.Native("b.bmp"), type, "--force"});
-    EXPECT_EQ(ReadFileBytes(bmp), ReadFileBytes(folder.Native("b.bmp"))) << row.type;
+    Expect({"convert", png, Path("b.bmp"), type, "--force"});
+    EXPECT_EQ(ReadFileBytes(bmp), Read("b.bmp")) << row.type;
     if (row.knownBmp) {
       EXPECT_TRUE(PixelsOf(bmp, "rgba") == PixelsOf(png, "rgba")) << row.type;
     }
   }
 }
 
-TEST(Image, ReadsWhatOthersWrite) {
-  const ScratchFolder folder;
-  const std::string out = folder.Native("out.png");
+TEST_F(Image, ReadsWhatOthersWrite) {
+  const std::string out = Path("out.png");
   for (const std::string row : {"bmp bgr24", "bmp bgra", "bmp rgb565le", "bmp rgb555le", "bmp pal8",
                                 "bmp monob", "png rgb24", "png rgba", "png gray", "png ya8", "png monob",
                                 "png pal8", "png gray16be", "png ya16be", "png rgb48be", "png rgba64be"}) {
-    const std::string form = row.substr(4), in = folder.Native("in." + row.substr(0, 3));
+    const std::string form = row.substr(4), in = Path("in." + row.substr(0, 3));
     Make(
         "ffmpeg -v error -y -f lavfi -i testsrc=s=67x45:d=1 -frames:v 1 -vf "
         "format=rgba,colorchannelmixer=aa=0.5 -pix_fmt " +
@@ -132,24 +127,23 @@ TEST(Image, ReadsWhatOthersWrite) {
     }
   }
   // What has no room for alpha.
-  Expect({"convert", out, folder.Native("out.bmp"), "--type=gray8"}, 0, "left out: gray8 has none");
-  Expect({"convert", out, folder.Native("out.yuv"), "--fourcc=P010"}, 0, "left out: P010 has none");
-  EXPECT_EQ(Qnimage({"convert", out, folder.Native("out.yuv"), "--fourcc=A410", "--force"}).err, "");
-  EXPECT_EQ(Qnimage({"convert", out, folder.Native("b.yuv"), "--fourcc=NV16"}).err.find("left out"),
+  Expect({"convert", out, Path("out.bmp"), "--type=gray8"}, 0, "left out: gray8 has none");
+  Expect({"convert", out, Path("out.yuv"), "--fourcc=P010"}, 0, "left out: P010 has none");
+  EXPECT_EQ(Qnimage({"convert", out, Path("out.yuv"), "--fourcc=A410", "--force"}).err, "");
+  EXPECT_EQ(Qnimage({"convert", out, Path("b.yuv"), "--fourcc=NV16"}).err.find("left out"),
             std::string::npos);
   // A warning that nobody reads, or that has nowhere to go, leaves the file alone.
-  const std::string whole = folder.Native("a.bmp");
+  const std::string whole = Path("a.bmp");
   for (const std::string where : {"2>&1 >/dev/null | true", "<&- 2>&-"}) {
     RunCommand("{ sleep 0.1; " QNIMAGE " convert " + out + " " + whole + " --type=rgb24; } " + where);
     EXPECT_EQ(ReadFileBytes(whole).size(), 54u + 45 * 204) << where;
     fs::remove(whole);
   }
-  EXPECT_NE(List(folder.Native("")).front()[0], '.');
+  EXPECT_NE(Names().front()[0], '.');
 }
 
-TEST(Image, FlipsAndScales) {
-  const ScratchFolder folder;
-  const std::string in = folder.Native("in.bmp"), out = folder.Native("out.png");
+TEST_F(Image, FlipsAndScales) {
+  const std::string in = Path("in.bmp"), out = Path("out.png");
   Make("ffmpeg -v error -f lavfi -i testsrc=s=61x46:d=1 -frames:v 1 " + in);
   for (const auto& [words, filter] : std::vector<std::pair<std::vector<std::string>, std::string>>{
            {{"flip", "--horizontal"}, "hflip"},
@@ -160,8 +154,8 @@ TEST(Image, FlipsAndScales) {
     std::vector<std::string> line = words;
     line.insert(line.end(), {in, out, "--force"});
     Expect(line);
-    Make("ffmpeg -v error -y -i " + in + " -vf " + filter + " " + folder.Native("expected.png"));
-    EXPECT_TRUE(PixelsOf(out, "rgb24") == PixelsOf(folder.Native("expected.png"), "rgb24")) << filter;
+    Make("ffmpeg -v error -y -i " + in + " -vf " + filter + " " + Path("expected.png"));
+    EXPECT_TRUE(PixelsOf(out, "rgb24") == PixelsOf(Path("expected.png"), "rgb24")) << filter;
   }
   // Between two columns bilinear goes straight; the outer quarters are the pixels themselves.
   Expect({"card", in, "--kind=ramp", "--size=2x4", "--force"});
@@ -171,8 +165,7 @@ TEST(Image, FlipsAndScales) {
     EXPECT_NEAR(pixels.Red(x, 0), std::clamp((2.0 * static_cast<double>(x) - 3) / 8, 0.0, 1.0) * 255, 0.51)
         << x;
   // The rows of a bitmap of negative height are the other way round.
-  Bytes bytes = ReadFileBytes(in);
-  Put(&bytes, 22, static_cast<uint32_t>(-4), 4);
+  Bytes bytes = With(ReadFileBytes(in), 22, static_cast<uint32_t>(-4), 4);
   WriteFileBytes(in, bytes);
   Expect({"convert", in, out, "--force"});
   ExpectColours(Decode(out, 2), "1,0 0000ff 1,1 00ff00 1,3 ffffff");
@@ -184,11 +177,10 @@ TEST(Image, FlipsAndScales) {
   ExpectColours(Decode(out, 2), "1,0 0000ff 1,3 ffffff");
 }
 
-TEST(Image, KnowsLegalColours) {
-  const ScratchFolder folder;
-  const std::string full = folder.Native("bars100.png"), out = folder.Native("out.png");
-  Card(folder, "bars", "80x4", "75");
-  Card(folder, "bars", "80x4", "100");
+TEST_F(Image, KnowsLegalColours) {
+  const std::string full = Path("bars100.png"), out = Path("out.png");
+  Card("bars", "80x4", "75");
+  Card("bars", "80x4", "100");
   Make("ffmpeg -v error -i " + full + " -vf lutrgb=r=val*0.82:g=val*0.82:b=val*0.82 " + out);
   // At 82 per cent cyan is legal to the first standard alone, yellow to all but the last.
   for (const std::string answer : {"ntsc-yiq: 0 of", "ntsc-yuv: 40 of", "pal: 80 of"})
@@ -196,7 +188,7 @@ TEST(Image, KnowsLegalColours) {
            answer);
   for (const std::string standard : {"ntsc-yiq", "ntsc-yuv", "pal"}) {
     const std::string option = "--standard=" + standard;
-    Expect({"legal", folder.Native("bars75.png"), out, option, "--force"}, 0, standard + ": 0 of 320 pixels");
+    Expect({"legal", Path("bars75.png"), out, option, "--force"}, 0, standard + ": 0 of 320 pixels");
     Expect({"legal", full, out, option, "--force"}, 0, ": 80 of 320 pixels are not legal (25.00 %)\n");
     // Yellow and cyan are too strong; half the luma of the others.
     ExpectColours(Decode(out, 80), "5,0 808080 15,3 ff0000 25,0 ff0000 35,0 4b4b4b 55,0 262626 75,0 000000");
@@ -210,7 +202,7 @@ TEST(Image, KnowsLegalColours) {
   }
   // What few colours, and chroma that pixels share, make of the correction: 40 and 44 in the picture itself.
   Expect({"legal", full, out, "--correct", "--force", "--type=palette8"}, 0, ", 80 after");
-  Card(folder, "bars", "84x4", "100");
+  Card("bars", "84x4", "100");
   Expect({"legal", full, out + ".yuv", "--correct", "--fourcc=I420"}, 0, ", 40 after");
   Expect({"legal", out + ".yuv", out, "--size=84x4", "--fourcc=I420", "--force"}, 0, ": 40 of 336");
   Bytes noise(96 * 48 * 2);
@@ -224,10 +216,8 @@ TEST(Image, KnowsLegalColours) {
          ": " + said.substr(at, said.find(" after") - at) + " of");
 }
 
-TEST(Image, ConvertsRawFramesAsOthersDo) {
-  const ScratchFolder folder;
-  const std::string in = folder.Native("in.bmp"), raw = folder.Native("a.yuv"),
-                    out = folder.Native("out.bmp");
+TEST_F(Image, ConvertsRawFramesAsOthersDo) {
+  const std::string in = Path("in.bmp"), raw = Path("a.yuv"), out = Path("out.bmp");
   Expect({"card", in, "--size=96x48"});
   struct Row {
     const char* fourcc;
@@ -264,12 +254,12 @@ TEST(Image, ConvertsRawFramesAsOthersDo) {
     }
   }
   // Luma of yellow.
-  Card(folder, "bars", "80x4", "100");
+  Card("bars", "80x4", "100");
   constexpr std::pair<const char*, int> kLuma[] = {{"601 --range=studio", 210},  {"601 --range=full", 226},
                                                    {"709 --range=studio", 219},  {"709 --range=full", 237},
                                                    {"2020 --range=studio", 222}, {"2020 --range=full", 240}};
   for (const auto& [options, luma] : kLuma) {
-    Make(QNIMAGE " convert --force --fourcc=YV24 " + folder.Native("bars100.png") + " " + raw +
+    Make(QNIMAGE " convert --force --fourcc=YV24 " + Path("bars100.png") + " " + raw +
          " --matrix=" + options);
     EXPECT_EQ(ReadFileBytes(raw)[15], luma) << options;
   }
@@ -297,14 +287,13 @@ TEST(Image, ConvertsRawFramesAsOthersDo) {
   // As it is, whatever it is; and from one layout to another.
   Expect({"convert", raw, out + ".yuv", "--size=96x48", "--fourcc=UYVY", "--frame=1"});
   EXPECT_EQ(ReadFileBytes(out + ".yuv"), Bytes(96 * 48 * 2, 16));
-  Expect({"convert", raw, folder.Native("b.yuv"), "--size=96x48", "--fourcc=UYVY", "--out-fourcc=NV12"});
-  EXPECT_EQ(ReadFileBytes(folder.Native("b.yuv")), Bytes(96 * 48 * 3 / 2, 128));
+  Expect({"convert", raw, Path("b.yuv"), "--size=96x48", "--fourcc=UYVY", "--out-fourcc=NV12"});
+  EXPECT_EQ(Read("b.yuv"), Bytes(96 * 48 * 3 / 2, 128));
 }
 
 // A field of a good file of 24 bits, 4x4, that is not what it should be.
-TEST(Image, RefusesHostileFiles) {
-  const ScratchFolder folder;
-  const std::string name = folder.Native("in.bmp"), out = folder.Native("out.png");
+TEST_F(Image, RefusesHostileFiles) {
+  const std::string name = Path("in.bmp"), out = Path("out.png");
   Expect({"card", name, "--size=4x4"});
   const Bytes good = ReadFileBytes(name);
   ASSERT_EQ(good.size(), 54u + 48);
@@ -336,29 +325,23 @@ TEST(Image, RefusesHostileFiles) {
       {46, 100'000, 4, "biClrUsed = 100000"},
   };
   for (const Row& row : kRows) {
-    Bytes bytes = good;
-    Put(&bytes, row.offset, row.value, row.count);
-    WriteFileBytes(name, bytes);
+    WriteFileBytes(name, With(good, row.offset, row.value, row.count));
     Expect({"convert", name, out}, 1, row.said);
   }
   WriteFileBytes(name, Bytes(good.begin(), good.begin() + 30));
   Expect({"info", name}, 1, "ends within its header");
   // Bit fields that no type has, and such as have red and blue exchanged.
   Expect({"card", name, "--size=4x4", "--type=rgb565", "--level=100", "--force"});
-  Bytes fields = ReadFileBytes(name);
-  Put(&fields, 54, 0x001F, 4);
-  Put(&fields, 62, 0xF800, 4);
-  WriteFileBytes(name, fields);
+  const Bytes fields = With(ReadFileBytes(name), 62, 0xF800, 4);
+  WriteFileBytes(name, With(fields, 54, 0x001F, 4));
   Expect({"convert", name, out});
   // Half a bar a pixel: white, cyan for yellow and so on.
   ExpectColours(Decode(out, 4), "0,0 ffffff 1,0 ffff00");
-  Put(&fields, 54, 0x00F8, 4);
-  WriteFileBytes(name, fields);
+  WriteFileBytes(name, With(fields, 54, 0x00F8, 4));
   Expect({"convert", name, out, "--force"}, 1, "RGB (bitfields), 16 bits");
   // Pixels beyond a short palette are black.
   Expect({"card", name, "--size=8x4", "--type=palette8", "--level=100", "--force"});
-  Bytes palette = ReadFileBytes(name);
-  Put(&palette, 46, 216, 4);
+  Bytes palette = With(ReadFileBytes(name), 46, 216, 4);
   WriteFileBytes(name, palette);
   Expect({"convert", name, out, "--type=palette8", "--force"});
   EXPECT_EQ(Jq(Qnimage({"info", out, "--json"}).out, ".[0].palette"), "216");
@@ -368,8 +351,8 @@ TEST(Image, RefusesHostileFiles) {
   EXPECT_EQ(Jq(Qnimage({"info", name, "--json"}).out, ".[0].colours[]"), "000000");
 
   // Whatever else is damaged: an answer in little memory and time, and no half of a file.
-  Expect({"card", folder.Native("good.png"), "--kind=zone", "--size=40x40"});
-  const Bytes png = ReadFileBytes(folder.Native("good.png"));
+  Expect({"card", Path("good.png"), "--kind=zone", "--size=40x40"});
+  const Bytes png = Read("good.png");
   for (int i = 0; i < 120; ++i) {
     Bytes bytes = i % 3 == 0 ? good : i % 3 == 1 ? palette : png;
     for (int n = 0; n < 3; ++n)
@@ -394,15 +377,13 @@ TEST(Image, RefusesHostileFiles) {
   Expect({"info", name}, 1, "Not enough image data");
 }
 
-TEST(Image, SaysWhatIsWrong) {
-  const ScratchFolder folder;
-  const auto path = [&](const std::string& name) { return folder.Native(name); };
-  Expect({"card", path("in.png"), "--size=16x16", "--type=rgba64"});
-  fs::create_hard_link(path("in.png"), path("hard.bmp"));
-  fs::create_symlink("in.png", path("link.png"));
-  WriteFileBytes(path("there.png"), {0x28});
-  fs::create_directory(path("folder.png"));
-  const Bytes before = ReadFileBytes(path("in.png"));
+TEST_F(Image, SaysWhatIsWrong) {
+  Expect({"card", "in.png", "--size=16x16", "--type=rgba64"});
+  fs::create_hard_link(Path("in.png"), Path("hard.bmp"));
+  fs::create_symlink("in.png", Path("link.png"));
+  Write("there.png", {0x28});
+  fs::create_directory(Path("folder.png"));
+  const Bytes before = Read("in.png");
   struct Row {
     std::vector<std::string> words;
     int exit;
@@ -444,35 +425,18 @@ TEST(Image, SaysWhatIsWrong) {
       {{"convert", "there.png", "out.bmp", "--lang=de"}, 1, "keine BMP- oder PNG-Datei"},
       {{"--version"}, 0, "qnimage 1"},
   };
-  for (const Row& row : kRows) {
-    std::vector<std::string> words = row.words;
-    for (size_t i = 1; i < words.size(); ++i) {
-      if (words[i][0] != '-' && words[i][0] != '/') words[i] = path(words[i]);
-    }
-    Expect(words, row.exit, row.said);
-  }
+  for (const Row& row : kRows) Expect(row.words, row.exit, row.said);
   // A full disk.
-  EXPECT_EQ(Qnimage({"card", path("out.png"), "--kind=zone"}, "ulimit -f 100;").exit, 1);
-  EXPECT_EQ(List(path("")).size(), 5u);
-  EXPECT_EQ(ReadFileBytes(path("in.png")), before);
+  EXPECT_EQ(Qnimage({"card", Path("out.png"), "--kind=zone"}, "ulimit -f 100;").exit, 1);
+  EXPECT_EQ(Names().size(), 5u);
+  EXPECT_EQ(Read("in.png"), before);
 }
 
-TEST(Image, LeavesNothingWhenInterrupted) {
-  const ScratchFolder folder;
-  std::vector<std::string> words = {QNIMAGE, "card", folder.Native("out.png"), "--kind=zone",
-                                    "--size=16000x8000"};
-  std::vector<char*> pointers;
-  for (std::string& word : words) pointers.push_back(word.data());
-  pointers.push_back(nullptr);
-  pid_t process = 0;
-  ASSERT_EQ(posix_spawn(&process, QNIMAGE, nullptr, nullptr, pointers.data(), environ), 0);
-  int status = 0;
-  while (List(folder.Native("")).empty() && waitpid(process, &status, WNOHANG) == 0)
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  kill(process, SIGQUIT);
-  waitpid(process, &status, 0);
+TEST_F(Image, LeavesNothingWhenInterrupted) {
+  const int status = Interrupted({QNIMAGE, "card", Path("out.png"), "--kind=zone", "--size=16000x8000"},
+                                 SIGQUIT, false, Path(""), 1);
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 128 + SIGQUIT) << status;
-  EXPECT_TRUE(List(folder.Native("")).empty());
+  EXPECT_TRUE(Names().empty());
 }
 
 }  // namespace

@@ -1,5 +1,4 @@
 // What `qnwave info` tells of sound, odd and damaged files.
-#include <gtest/gtest.h>
 
 #include <tuple>
 
@@ -8,15 +7,18 @@
 namespace qntest {
 namespace {
 
-std::string Info(const std::string& path, int exit = 0) {
-  const ToolRun run = Qnwave({"info", "--json", path});
-  EXPECT_EQ(run.exit, exit) << path << run.out << run.err;
-  return run.out;
-}
+class Info : public ToolTest {
+ protected:
+  static std::string Told(const std::string& path) {
+    const ToolRun run = Qnwave({"info", "--json", path});
+    EXPECT_EQ(run.exit, 0) << path << run.out << run.err;
+    return run.out;
+  }
+};
 
-TEST(Info, TellsTheFormatAndLengthOfRecordings) {
-  const std::string path = "/usr/share/sounds/alsa/Front_Center.wav";
-  EXPECT_EQ(Jq(Info(path), ".[0] | [.container, .format.type, .format.rate, .dataOffset, .frames] | @csv"),
+TEST_F(Info, TellsTheFormatAndLengthOfRecordings) {
+  const std::string path = kRecording;
+  EXPECT_EQ(Jq(Told(path), ".[0] | [.container, .format.type, .format.rate, .dataOffset, .frames] | @csv"),
             "\"WAV\",\"s16\",48000,44,68545");
   const ToolRun text = Qnwave({"info", path});
   for (const char* words : {"WAV (RIFF)", "16-bit integer", "PCM: 48,000 Hz, 16 Bit, Mono", "mono",
@@ -25,11 +27,10 @@ TEST(Info, TellsTheFormatAndLengthOfRecordings) {
   }
 }
 
-TEST(Info, DressesNumbersAndTimesOnRequest) {
-  const std::string path =
-      "/usr/share/sounds/alsa/Front_Center.wav";  // 137,134 bytes, 68,545 frames at 48 kHz
+TEST_F(Info, DressesNumbersAndTimesOnRequest) {
+  // The recording has 137,134 bytes and 68,545 frames at 48 kHz.
   const auto info = [&](std::vector<std::string> words) {
-    words.insert(words.begin(), {"info", path});
+    words.insert(words.begin(), {"info", kRecording});
     return Qnwave(words).out;
   };
   const std::pair<std::vector<std::string>, std::vector<const char*>> kCases[] = {
@@ -47,40 +48,35 @@ TEST(Info, DressesNumbersAndTimesOnRequest) {
   EXPECT_EQ(info({"--json", "--lang", "de"}), info({"--json"}));
 }
 
-TEST(Info, TellsFilesOfOtherPrograms) {
-  const ScratchFolder folder;
-  const std::string source = "/usr/share/sounds/alsa/Noise.wav";
+TEST_F(Info, TellsFilesOfOtherPrograms) {
   // The file's name, how it is made, and its container, type, channels and whether it is readable.
   const std::tuple<std::string, std::string, std::string> kCases[] = {
       {"f32.w64", "sox %i -e float -b 32 %o", "Wave64,f32,1,true"},
       {"s16.aiff", "sox %i %o", "AIFF,s16be,1,true"},
       {"rf64.wav", "ffmpeg -v error -i %i -rf64 always %o", "RF64,s16,1,true"},
       {"alaw.wav", "sox %i -e a-law %o", "WAV,null,1,false"}};
-  for (auto [name, command, expected] : kCases) {
-    const std::string path = folder.Native(name);
-    command.replace(command.find("%i"), 2, source);
-    command.replace(command.find("%o"), 2, path);
-    Make(command);
+  for (const auto& [name, command, expected] : kCases) {
+    const std::string path = Path(name);
+    Make(command, "/usr/share/sounds/alsa/Noise.wav", path);
     const char* const filter =
         ".[0] | [.container, .format.type, .format.channels, .readable, .damaged, (.problems + .notes | "
         "length)]"
         " | map(tostring) | join(\",\")";
-    EXPECT_EQ(Jq(Info(path), filter), expected + ",false,0") << path;
+    EXPECT_EQ(Jq(Told(path), filter), expected + ",false,0") << path;
   }
   if (!QN_HAS_CODEC_NAMES) return;
-  const std::string alaw = Qnwave({"info", folder.Native("alaw.wav"), "--lang", "fr"}).out;
+  const std::string alaw = Qnwave({"info", Path("alaw.wav"), "--lang", "fr"}).out;
   EXPECT_NE(alaw.find("PCM A-law / G.711 A-law: "), std::string::npos) << alaw;
-  EXPECT_EQ(Jq(Info(folder.Native("alaw.wav")), ".[0].format.words"), "PCM A-law / G.711 A-law");
+  EXPECT_EQ(Jq(Told(Path("alaw.wav")), ".[0].format.words"), "PCM A-law / G.711 A-law");
 }
 
-TEST(Info, WritesValidJsonForAnyNameAndListsNestedChunks) {
-  const ScratchFolder folder;
+TEST_F(Info, WritesValidJsonForAnyNameAndListsNestedChunks) {
   const Bytes inner = Hex("'INFO'") + Wav::Chunk("INAM", {'x', 0, 0}) + Wav::Chunk("I\"\x01q", {});
   const Bytes file = Wav::Form(Wav::Chunk("fmt ", Record(1, 2, 8000, 16)) + Wav::Chunk("LIST", inner) +
                                Wav::Chunk("data", Noise(40)));
-  const std::string name = folder.Native("a \"b\" \n\t \x7F \xF0\x9F\x8E\xB5.wav");
+  const std::string name = Path("a \"b\" \n\t \x7F \xF0\x9F\x8E\xB5.wav");
   WriteFileBytes(name, file);
-  const ToolRun run = Qnwave({"info", "--json", name, folder.Native("missing"), name});
+  const ToolRun run = Qnwave({"info", "--json", name, Path("missing"), name});
   EXPECT_EQ(run.exit, 1);
   EXPECT_EQ(Jq(run.out, "length"), "2");
   EXPECT_EQ(Jq(run.out, ".[1].file"), name);
@@ -89,8 +85,7 @@ TEST(Info, WritesValidJsonForAnyNameAndListsNestedChunks) {
             "fmt  null 12 null LIST INFO 36 INAM data null " + std::to_string(44 + inner.size()) + " null");
 }
 
-TEST(Info, TakesOddFilesForWhatTheyAre) {
-  const ScratchFolder folder;
+TEST_F(Info, TakesOddFilesForWhatTheyAre) {
   const Bytes record = Record(1, 1, 8000, 16), audio = Noise(400), odd = Wav::Chunk("odd ", Noise(7));
   const Bytes format = Wav::Chunk("fmt ", record), data = Wav::Chunk("data", audio);
   const Bytes unpadded(odd.begin(), odd.end() - 1);
@@ -107,36 +102,34 @@ TEST(Info, TakesOddFilesForWhatTheyAre) {
       {"a long format chunk", WaveFile(record + Bytes(50), audio)}};
   for (const auto& [what, bytes] : kCases) {
     SCOPED_TRACE(what);
-    WriteFileBytes(folder.Native("x.wav"), bytes);
-    EXPECT_EQ(Jq(Info(folder.Native("x.wav")), ".[0] | .frames, .damaged, .readable"), "200\nfalse\ntrue");
+    Write("x.wav", bytes);
+    EXPECT_EQ(Jq(Told(Path("x.wav")), ".[0] | .frames, .damaged, .readable"), "200\nfalse\ntrue");
     // What is healthy is not touched.
-    EXPECT_NE(Qnwave({"repair", folder.Native("x.wav")}).out.find("healthy"), std::string::npos);
-    EXPECT_EQ(ReadFileBytes(folder.Native("x.wav")), bytes);
-    EXPECT_EQ(List(folder.Native("")), std::vector<std::string>{"x.wav"});
+    EXPECT_NE(Run("repair x.wav").out.find("healthy"), std::string::npos);
+    EXPECT_EQ(Read("x.wav"), bytes);
+    EXPECT_EQ(Names(), std::vector<std::string>{"x.wav"});
   }
 }
 
-TEST(Info, CountsChunksWithoutEnd) {
-  const ScratchFolder folder;
+TEST_F(Info, CountsChunksWithoutEnd) {
   const Bytes junk = Hex("'junk' *4");
   Bytes empty;
   for (int i = 0; i < 400000; ++i) empty.insert(empty.end(), junk.begin(), junk.end());
-  WriteFileBytes(folder.Native("x.wav"), Wav::Form(Wav::Chunk("fmt ", Record(1, 1, 8000, 16)) + empty +
-                                                   Wav::List("INFO", empty) + Wav::Chunk("data", Noise(8))));
-  const ToolRun run = Qnwave({"info", folder.Native("x.wav")});
+  Write("x.wav", Wav::Form(Wav::Chunk("fmt ", Record(1, 1, 8000, 16)) + empty + Wav::List("INFO", empty) +
+                           Wav::Chunk("data", Noise(8))));
+  const ToolRun run = Run("info x.wav");
   EXPECT_EQ(run.exit, 0);
   EXPECT_LT(run.out.size(), 32u << 10);
   EXPECT_NE(run.out.find("more"), std::string::npos);
-  EXPECT_EQ(Jq(Info(folder.Native("x.wav")), ".[0] | .frames, .chunks.chunks[-1].id"), "4\ndata");
+  EXPECT_EQ(Jq(Told(Path("x.wav")), ".[0] | .frames, .chunks.chunks[-1].id"), "4\ndata");
 }
 
-TEST(Info, ReadsSizesAtTheEdgeOfTheFormats) {
-  const ScratchFolder folder;
+TEST_F(Info, ReadsSizesAtTheEdgeOfTheFormats) {
   const Bytes format = Wav::Chunk("fmt ", Record(1, 1, 8000, 8));
   for (const uint64_t bytes : {uint64_t{0x7FFFFFFF}, uint64_t{0x80000000}, uint64_t{0xFFFFFFFF - 36}}) {
     const Bytes header = Wav::Form(format + Hex("'data'") + Le(bytes, 4), bytes + 36);
-    MakeSparse(folder.Native("x.wav"), header, bytes + 44);
-    EXPECT_EQ(Jq(Info(folder.Native("x.wav")), ".[0].frames"), std::to_string(bytes));
+    MakeSparse(Path("x.wav"), header, bytes + 44);
+    EXPECT_EQ(Jq(Told(Path("x.wav")), ".[0].frames"), std::to_string(bytes));
   }
 }
 

@@ -118,9 +118,7 @@ TEST_F(MetricTool, RefusesMistakes) {
         Row({"list", "a", "1.0", "--key", "\\"}, "no name of a key"),
         Row({"list", "a", "1.0", "--key", std::string(250, 'x')}, "too long"),
         Row({"set", "a", "1.0", "5", "5", "--type", "text"}, "'text' is no type")}) {
-    const ToolRun run = Run(words);
-    EXPECT_EQ(run.exit, 2) << message;
-    EXPECT_NE(run.err.find(message), std::string::npos) << run.err;
+    ExpectRun(Run(words), 2, message);
   }
   EXPECT_EQ(List(folder_.Native("")), std::vector<std::string>());  // a look makes no file
 }

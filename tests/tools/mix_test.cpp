@@ -1,12 +1,9 @@
 // What `qnwave levels`, `mix` and `convert --dither` make of samples, held against those that libsndfile
 // reads.
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <filesystem>
-#include <iterator>
 #include <sstream>
 #include <tuple>
 
@@ -15,22 +12,10 @@
 namespace qntest {
 namespace {
 
-ToolRun RunTool(const ScratchFolder& folder, const std::string& line, const std::string& before = "") {
-  std::istringstream words(line);
-  return Qnwave({std::istream_iterator<std::string>(words), {}}, "cd " + folder.Native(";") + before);
-}
-
-Sound Made(const ScratchFolder& folder, const std::string& line) {
-  const ToolRun run = RunTool(folder, line + " out.w64 --force --quiet");
-  EXPECT_EQ(run.exit, 0) << line << "\n" << run.err;
-  return ReadSound(folder.Native("out.w64"));
-}
-
-void WriteFloats(const std::string& path, uint32_t channels, const std::vector<double>& samples) {
-  Bytes bytes(samples.size() * sizeof(double));
-  std::memcpy(bytes.data(), samples.data(), bytes.size());
-  WriteFileBytes(path, WaveFile(Record(3, channels, 8000, 64), bytes));
-}
+using Dither = ToolTest;
+using Levels = ToolTest;
+using Mix = ToolTest;
+using Samples = ToolTest;
 
 // What one channel of a whole file comes to: peak, position, clipped samples and runs, RMS.
 using Level = std::tuple<double, uint64_t, uint64_t, uint64_t, double>;
@@ -50,25 +35,23 @@ Level LevelOf(const Sound& sound, size_t channel, size_t clipRun, int bits) {
   return {peak, position, samples, runs, std::sqrt(squares / static_cast<double>(frames))};
 }
 
-TEST(Levels, CountWhatThereIs) {
-  const ScratchFolder folder;
+TEST_F(Levels, CountWhatThereIs) {
   // A run of full scale over the border of a block, and a lower one before it.
   Bytes border(2 * 70'000);
   for (const size_t frame : {9, 65534, 65535, 65536, 65537, 65538}) Put(&border, 2 * frame, 0x7FFF, 2);
-  WriteFileBytes(folder.Native("border.wav"), WaveFile(Record(1, 1, 8000, 16), border));
+  Write("border.wav", WaveFile(Record(1, 1, 8000, 16), border));
   for (const char* name : {"8 -c 2 u8.wav", "16 -c 3 s16.aiff", "24 -c 2 s24.wav", "32 -c 7 s32.w64"})
-    Make("cd " + folder.Native("; sox -D -R -r 8000 -n -b ") + name +
-         " synth 150001s pinknoise gain 22 2>&-");
+    Make("cd " + Path("; sox -D -R -r 8000 -n -b ") + name + " synth 150001s pinknoise gain 22 2>&-");
   for (const char* type : {"f32", "f64"})
-    RunTool(folder, std::string("convert s24.wav ") + type + ".w64 --gain 3 --type " + type);
+    Run(std::string("convert s24.wav ") + type + ".w64 --gain 3 --type " + type);
   using Row = std::pair<const char*, int>;
   for (const auto& [name, bits] :
        {Row("border.wav", 16), Row("u8.wav", 8), Row("s16.aiff", 16), Row("s24.wav", 24), Row("s32.w64", 32),
         Row("f32.w64", 0), Row("f64.w64", 0)}) {
-    const Sound sound = ReadSound(folder.Native(name));
+    const Sound sound = SoundOf(name);
     for (const size_t clipRun : {1, 3, 1000}) {
       SCOPED_TRACE(name + std::string(" ") + std::to_string(clipRun));
-      const ToolRun run = RunTool(folder, "levels --json --clip-run " + std::to_string(clipRun) + " " + name);
+      const ToolRun run = Run("levels --json --clip-run " + std::to_string(clipRun) + " " + name);
       std::istringstream text(
           Jq(run.out, ".[0].channels[] | .peak, .position, .clippedSamples, .clippedRuns, .rms"));
       for (size_t channel = 0; channel < static_cast<size_t>(sound.channels); ++channel) {
@@ -84,16 +67,15 @@ TEST(Levels, CountWhatThereIs) {
   }
 }
 
-TEST(Levels, HaveNoneOfSilence) {
-  const ScratchFolder folder;
-  WriteFloats(folder.Native("f.wav"), 2, {0, 0, 0, HUGE_VAL, 0, -0.5, 0, NAN});
-  WriteFileBytes(folder.Native("none.wav"), WaveFile(Record(1, 1, 8000, 16), {}));
-  WriteFloats(folder.Native("huge.wav"), 1, {1e308});
-  EXPECT_NE(RunTool(folder, "levels huge.wav").out.find("0   6160.00 1.0000e+308 "), std::string::npos);
-  const ToolRun run = RunTool(folder, "levels --json f.wav none.wav");
+TEST_F(Levels, HaveNoneOfSilence) {
+  WriteFloats("f.wav", 2, 8000, {0, 0, 0, HUGE_VAL, 0, -0.5, 0, NAN});
+  Write("none.wav", WaveFile(Record(1, 1, 8000, 16), {}));
+  WriteFloats("huge.wav", 1, 8000, {1e308});
+  EXPECT_NE(Run("levels huge.wav").out.find("0   6160.00 1.0000e+308 "), std::string::npos);
+  const ToolRun run = Run("levels --json f.wav none.wav");
   EXPECT_EQ(Jq(run.out, "[.[].channels[] | .peak, .peakDb, .position, .rmsDb, .notNumbers] | tojson"),
             "[0,null,null,null,0,0.5,-6.020599913279624,2,-12.041199826559248,2,0,null,null,null,0]");
-  const std::string table = RunTool(folder, "levels f.wav --format samples").out;
+  const std::string table = Run("levels f.wav --format samples").out;
   EXPECT_NE(table.find("-inf    0.000000      -inf           0           0  -\n"), std::string::npos)
       << table;
   EXPECT_NE(table.find("0.500000    -12.04           0           0  2\n"), std::string::npos) << table;
@@ -105,8 +87,7 @@ double Faded(char curve, size_t frame, size_t length) {
   return curve == 'l' ? t : curve == 's' ? t * t : 1 - (1 - t) * (1 - t);
 }
 
-TEST(Mix, IsThePlainSum) {
-  const ScratchFolder folder;
+TEST_F(Mix, IsThePlainSum) {
   // The options of sox, the gain, where the file starts, the lengths of its fades, their curve, its channels'
   // ways.
   using Part =
@@ -116,8 +97,8 @@ TEST(Mix, IsThePlainSum) {
        {Part("-b 16 -c 2 s16.wav", -3, 0, 50'000, 90'000, 'l', {{0, 1}, {1, 0}}),
         Part("-b 32 -e float -c 1 f32.wav", 2.5, 70'001, 1, 0, 's', {{0, 0}, {0, 1}}),
         Part("-b 24 -c 4 s24.aiff", 0, 1000, 75'000, 75'000, 'f', {{0, 0}, {2, 0}, {3, 1}})}) {
-    Make("cd " + folder.Native("; sox -D -R -r 8000 -n ") + file + " synth 150000s pinknoise");
-    const Sound sound = ReadSound(folder.Native(file.substr(file.rfind(' ') + 1)));
+    Make("cd " + Path("; sox -D -R -r 8000 -n ") + file + " synth 150000s pinknoise");
+    const Sound sound = SoundOf(file.substr(file.rfind(' ') + 1));
     const size_t channels = static_cast<size_t>(sound.channels), frames = sound.samples.size() / channels;
     for (size_t frame = 0; frame < frames; ++frame) {
       double gain = std::pow(10, decibels / 20);
@@ -133,31 +114,28 @@ TEST(Mix, IsThePlainSum) {
       "mix s16.wav f32.wav s24.aiff --gain -3 --gain 2.5 --gain 0 --offset 0 --offset 70001 --offset 1000"
       " --fade-in 6.25 --fade-in 1 --fade-in 200000 --fade-out 90000 --fade-out 0 --fade-out 200000"
       " --curve linear --curve slow --curve fast --map R,L --map 0+1 --map 0,-,0,1 --type ";
-  const Sound exact = Made(folder, line + "f64");
+  const Sound exact = Made(line + "f64");
   ASSERT_EQ(exact.samples.size(), sum.size());
   for (size_t i = 0; i < sum.size(); ++i) ASSERT_NEAR(exact.samples[i], sum[i], 1e-9) << i;
 }
 
-TEST(Mix, PlacesChannelsAndCountsWhatClips) {
-  const ScratchFolder folder;
-  WriteFloats(folder.Native("one.wav"), 1, {0.5, -0.75});
-  WriteFloats(folder.Native("two.wav"), 2, {0.5, 0.125, -0.25, 0.125, 0.25, 0});
-  EXPECT_EQ(Made(folder, "mix two.wav one.wav").samples, (std::vector{1.0, 0.625, -1.0, -0.625, 0.25, 0.0}));
-  EXPECT_EQ(Made(folder, "mix two.wav --map 0,0 --offset 1").samples,
-            (std::vector{0.0, 0.625, -0.125, 0.25}));
-  const ToolRun run = RunTool(folder, "mix one.wav one.wav two.wav clipped.wav --type s16");
+TEST_F(Mix, PlacesChannelsAndCountsWhatClips) {
+  WriteFloats("one.wav", 1, 8000, {0.5, -0.75});
+  WriteFloats("two.wav", 2, 8000, {0.5, 0.125, -0.25, 0.125, 0.25, 0});
+  EXPECT_EQ(Made("mix two.wav one.wav").samples, (std::vector{1.0, 0.625, -1.0, -0.625, 0.25, 0.0}));
+  EXPECT_EQ(Made("mix two.wav --map 0,0 --offset 1").samples, (std::vector{0.0, 0.625, -0.125, 0.25}));
+  const ToolRun run = Run("mix one.wav one.wav two.wav clipped.wav --type s16");
   EXPECT_NE(run.err.find("clipped samples: 4;"), std::string::npos) << run.err;
-  EXPECT_EQ(ReadSound(folder.Native("clipped.wav")).samples,
+  EXPECT_EQ(SoundOf("clipped.wav").samples,
             (std::vector{32767 / 32768.0, 32767 / 32768.0, -1.0, -1.0, 0.25, 0.0}));
 }
 
-TEST(Dither, HasTheStatisticsOfItsType) {
-  const ScratchFolder folder;
+TEST_F(Dither, HasTheStatisticsOfItsType) {
   constexpr size_t kFrames = 300'000;
-  const std::string make = "cd " + folder.Native("; sox -D -r 8000 -n -b ");
+  const std::string make = "cd " + Path("; sox -D -r 8000 -n -b ");
   Make(make + "64 -e float -c 1 sine.wav synth 300000s sine 997 gain -6");
   Make(make + "16 -c 2 silence.wav trim 0 300000s");
-  const Sound sine = ReadSound(folder.Native("sine.wav"));
+  const Sound sine = SoundOf("sine.wav");
   // The noise's variance, in steps.
   using Row = std::pair<const char*, double>;
   for (const auto& [type, variance] :
@@ -167,7 +145,7 @@ TEST(Dither, HasTheStatisticsOfItsType) {
       SCOPED_TRACE(type + std::to_string(shape));
       const std::string line =
           std::string("wav --type s16 --dither ") + type + " --shape " + std::to_string(shape);
-      const Sound out = Made(folder, "convert sine." + line);
+      const Sound out = Made("convert sine." + line);
       double squares = 0, slow = 0;
       for (size_t i = 0; i < kFrames; i += 50) {
         double part = 0;
@@ -184,18 +162,16 @@ TEST(Dither, HasTheStatisticsOfItsType) {
       EXPECT_LT(slow / squares, shape != 0 ? 0.35 : 1.3);
       EXPECT_GT(slow / squares, shape == 0 && variance > 0.17 ? 0.7 : 0);
       // Half a step is none after rounding.
-      EXPECT_EQ(Made(folder, "convert silence." + line).samples == std::vector<double>(2 * kFrames),
-                variance < 0.1);
+      EXPECT_EQ(Made("convert silence." + line).samples == std::vector<double>(2 * kFrames), variance < 0.1);
     }
   }
 }
 
-TEST(Dither, KeepsFullScale) {
-  const ScratchFolder folder;
+TEST_F(Dither, KeepsFullScale) {
   const std::vector<double> samples = {1, -1, -1, 1, 1e30, -1e30, NAN, 0.5, 1, -1, -0.5, 0.5};
-  WriteFloats(folder.Native("in.wav"), 2, samples);
+  WriteFloats("in.wav", 2, 8000, samples);
   for (const char* type : {"u8", "s16", "s24", "s32"}) {
-    const Sound out = Made(folder, std::string("convert in.wav --dither gaussian --shape 2 --type ") + type);
+    const Sound out = Made(std::string("convert in.wav --dither gaussian --shape 2 --type ") + type);
     for (size_t i = 0; i < samples.size(); ++i) {
       const double x = std::isnan(samples[i]) ? 0 : std::clamp(samples[i], -1.0, 1.0);
       EXPECT_NEAR(out.samples[i], x, *type == 'u' ? 0.08 : 1e-3) << type << i;
@@ -203,55 +179,45 @@ TEST(Dither, KeepsFullScale) {
   }
 }
 
-TEST(Samples, ThatAreNoNumbersAreSilence) {
-  const ScratchFolder folder;
-  WriteFloats(folder.Native("f64.wav"), 2, {NAN, 0.5, 0.5, -HUGE_VAL, HUGE_VAL, 0.25});
-  WriteFileBytes(folder.Native("none.wav"), WaveFile(Record(3, 2, 8000, 64), {}));
-  RunTool(folder, "convert f64.wav f32.wav --type f32");
+TEST_F(Samples, ThatAreNoNumbersAreSilence) {
+  WriteFloats("f64.wav", 2, 8000, {NAN, 0.5, 0.5, -HUGE_VAL, HUGE_VAL, 0.25});
+  Write("none.wav", WaveFile(Record(3, 2, 8000, 64), {}));
+  Run("convert f64.wav f32.wav --type f32");
   for (const std::string in : {" f32.wav", " f64.wav"}) {
     for (const char* words : {"convert --type s16", "convert --type u8 --gain 0", "mix --type f64",
                               "convert --type s24 --shape 1", "mix --type s16", "join --type s32 none.wav"}) {
-      const ToolRun run = RunTool(folder, words + in + " out.w64 --force");
+      const ToolRun run = Run(words + in + " out.w64 --force");
       EXPECT_NE(run.err.find("became silence: 3."), std::string::npos) << words << in << run.err;
-      EXPECT_EQ(ReadSound(folder.Native("out.w64")).samples, (std::vector{0.0, 0.5, 0.5, 0.0, 0.0, 0.25}))
-          << words;
+      EXPECT_EQ(SoundOf("out.w64").samples, (std::vector{0.0, 0.5, 0.5, 0.0, 0.0, 0.25})) << words;
     }
   }
   // Floats that only move stay what they are, and channels that are left out do not count.
-  EXPECT_EQ(Made(folder, "convert f32.wav --channels L").samples[2], HUGE_VAL);
-  EXPECT_NE(RunTool(folder, "convert f64.wav --channels R --type u8 r.wav").err.find("silence: 1."),
-            std::string::npos);
+  EXPECT_EQ(Made("convert f32.wav --channels L").samples[2], HUGE_VAL);
+  EXPECT_NE(Run("convert f64.wav --channels R --type u8 r.wav").err.find("silence: 1."), std::string::npos);
 }
 
-TEST(Mix, RefusesAndLeavesNothing) {
-  const ScratchFolder folder;
-  WriteFileBytes(folder.Native("in.wav"), WaveFile(Record(1, 1, 8000, 16), Noise(14 * 1000)));
-  WriteFileBytes(folder.Native("seven.wav"), WaveFile(Record(1, 7, 8001, 16), Noise(14 * 1000)));
-  WriteFileBytes(folder.Native("bad.wav"), WaveFile(Record(1, 1, 8000, 16), {}) + Noise(80));
-  std::filesystem::create_symlink("in.wav", folder.Native("link.wav"));
-  const auto before = List(folder.Native(""));
-  using Row = std::tuple<const char*, int, const char*>;
-  for (const auto& [line, exit, text] :
-       {Row("mix in.wav bad.wav b.wav", 3, "repair"), Row("levels bad.wav", 3, "repair"),
-        Row("mix in.wav seven.wav b.wav", 1, "8,001 Hz"),
-        Row("mix in.wav link.wav --force", 1, "audio file itself"),
-        Row("mix in.wav b.wav --offset 2000000000 --type s32", 1, "--container w64"),
-        Row("mix in.wav b.w64 --offset 9223372036854775807", 1, "more than 1,152,921,504,606,846,976 bytes"),
-        Row("mix in.wav b.wav --offset 9223372036854775000", 1, "more than 1,152,921,504,606,846,976 bytes"),
-        Row("mix in.wav b.wav --format smpte-25 --offset 24:00:00:00", 2, "bad value '24:"),
-        Row("mix in.wav b.wav --format cd --offset 235959:99", 2, "bad value '235959"),
-        Row("mix in.wav b.wav --format smpte-drop --offset 25000000", 2, "bad value '25000000"),
-        Row("mix in.wav b.wav --map 8191 --type u8", 1, "up to 8,191 channels"),
-        Row("mix in.wav in.wav b.wav --map 0,1", 2, "channel 1 of 'in.wav', which has 1 channel,"),
-        Row("mix in.wav in.wav in.wav b.wav --gain 1 --gain 2", 2, "2 times for 3 files"),
-        Row("convert in.wav b.wav --type f64 --dither none", 2, "type f64"),
-        Row("convert seven.wav b.wav --shape 1", 1, "6 channels")}) {
-    const ToolRun run = RunTool(folder, line);
-    EXPECT_EQ(run.exit, exit) << line;
-    EXPECT_NE(run.err.find(text), std::string::npos) << line << "\n" << run.err;
-  }
-  EXPECT_EQ(RunTool(folder, "mix in.wav b.wav --type f64", "ulimit -f 8;").exit, 1);
-  EXPECT_EQ(List(folder.Native("")), before);
+TEST_F(Mix, RefusesAndLeavesNothing) {
+  Write("in.wav", WaveFile(Record(1, 1, 8000, 16), Noise(14 * 1000)));
+  Write("seven.wav", WaveFile(Record(1, 7, 8001, 16), Noise(14 * 1000)));
+  Write("bad.wav", WaveFile(Record(1, 1, 8000, 16), {}) + Noise(80));
+  std::filesystem::create_symlink("in.wav", Path("link.wav"));
+  ExpectMistakes(
+      {{"mix in.wav bad.wav b.wav", 3, "repair"},
+       {"levels bad.wav", 3, "repair"},
+       {"mix in.wav seven.wav b.wav", 1, "8,001 Hz"},
+       {"mix in.wav link.wav --force", 1, "audio file itself"},
+       {"mix in.wav b.wav --offset 2000000000 --type s32", 1, "--container w64"},
+       {"mix in.wav b.w64 --offset 9223372036854775807", 1, "more than 1,152,921,504,606,846,976 bytes"},
+       {"mix in.wav b.wav --offset 9223372036854775000", 1, "more than 1,152,921,504,606,846,976 bytes"},
+       {"mix in.wav b.wav --format smpte-25 --offset 24:00:00:00", 2, "bad value '24:"},
+       {"mix in.wav b.wav --format cd --offset 235959:99", 2, "bad value '235959"},
+       {"mix in.wav b.wav --format smpte-drop --offset 25000000", 2, "bad value '25000000"},
+       {"mix in.wav b.wav --map 8191 --type u8", 1, "up to 8,191 channels"},
+       {"mix in.wav in.wav b.wav --map 0,1", 2, "channel 1 of 'in.wav', which has 1 channel,"},
+       {"mix in.wav in.wav in.wav b.wav --gain 1 --gain 2", 2, "2 times for 3 files"},
+       {"convert in.wav b.wav --type f64 --dither none", 2, "type f64"},
+       {"convert seven.wav b.wav --shape 1", 1, "6 channels"},
+       {"mix in.wav b.wav --type f64", 1, "", "ulimit -f 8;"}});
 }
 
 }  // namespace

@@ -1,12 +1,9 @@
 // What `qnwave convert --rate`, `stretch` and `tone` make, held against the sines that they should be.
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <iterator>
 #include <numbers>
-#include <sstream>
 #include <tuple>
 
 #include "tests/tools/tool.h"
@@ -14,25 +11,11 @@
 namespace qntest {
 namespace {
 
+using ConvertRate = ToolTest;
+using Stretch = ToolTest;
+using Tone = ToolTest;
+
 constexpr double kTurn = 2 * std::numbers::pi;
-
-ToolRun RunTool(const ScratchFolder& folder, const std::string& line) {
-  std::istringstream words(line);
-  return Qnwave({std::istream_iterator<std::string>(words), {}}, "cd " + folder.Native(";"));
-}
-
-Sound Made(const ScratchFolder& folder, const std::string& line) {
-  const ToolRun run = RunTool(folder, line + " out.w64 --force --quiet");
-  EXPECT_EQ(run.exit, 0) << line << "\n" << run.err;
-  return ReadSound(folder.Native("out.w64"));
-}
-
-void WriteFloats(const std::string& path, uint32_t channels, uint32_t rate,
-                 const std::vector<double>& samples) {
-  Bytes bytes(samples.size() * sizeof(double));
-  if (!samples.empty()) std::memcpy(bytes.data(), samples.data(), bytes.size());
-  WriteFileBytes(path, WaveFile(Record(3, channels, rate, 64), bytes));
-}
 
 std::vector<double> Channel(const Sound& sound, size_t channel) {
   std::vector<double> samples;
@@ -62,8 +45,7 @@ Fit FitSine(const std::vector<double>& signal, double frequency, double rate) {
   return {std::hypot(a, b), -std::atan2(a, b) / step, std::sqrt(left / static_cast<double>(end - begin))};
 }
 
-TEST(ConvertRate, KeepsSinesWhereTheyAre) {
-  const ScratchFolder folder;
+TEST_F(ConvertRate, KeepsSinesWhereTheyAre) {
   // From, to, a frequency that both have, options, the most noise.
   using Row = std::tuple<uint32_t, uint32_t, double, const char*, double>;
   for (const auto& [from, to, frequency, options, noise] :
@@ -81,8 +63,8 @@ TEST(ConvertRate, KeepsSinesWhereTheyAre) {
       const double value = 0.4 * std::sin(kTurn * frequency / from * static_cast<double>(i));
       samples.insert(samples.end(), {value, 0.0, -value});
     }
-    WriteFloats(folder.Native("in.wav"), 3, from, samples);
-    const Sound sound = Made(folder, "convert in.wav --rate " + std::to_string(to) + " " + options);
+    WriteFloats("in.wav", 3, from, samples);
+    const Sound sound = Made("convert in.wav --rate " + std::to_string(to) + " " + options);
     EXPECT_EQ(sound.rate, static_cast<int>(to));
     ASSERT_EQ(sound.samples.size() / 3, (2 * frames * to + from) / (2 * from));
     const std::vector<double> silent = Channel(sound, 1);
@@ -95,8 +77,7 @@ TEST(ConvertRate, KeepsSinesWhereTheyAre) {
   }
 }
 
-TEST(ConvertRate, LeavesNothingAtWrongFrequencies) {
-  const ScratchFolder folder;
+TEST_F(ConvertRate, LeavesNothingAtWrongFrequencies) {
   // From, to, a frequency, whether the new rate has it, the most noise.
   using Row = std::tuple<uint32_t, uint32_t, double, bool, double>;
   for (const auto& [from, to, frequency, isKept, noise] :
@@ -108,8 +89,8 @@ TEST(ConvertRate, LeavesNothingAtWrongFrequencies) {
     std::vector<double> samples(from);
     for (size_t i = 0; i < samples.size(); ++i)
       samples[i] = 0.5 * std::sin(kTurn * frequency / from * static_cast<double>(i));
-    WriteFloats(folder.Native("in.wav"), 1, from, samples);
-    const Sound sound = Made(folder, "convert in.wav --rate " + std::to_string(to));
+    WriteFloats("in.wav", 1, from, samples);
+    const Sound sound = Made("convert in.wav --rate " + std::to_string(to));
     const Fit fit = FitSine(sound.samples, isKept ? frequency : 0.3 * to, to);
     EXPECT_NEAR(fit.amplitude, isKept ? 0.5 : 0, 1e-3);
     EXPECT_LE(fit.noise, noise);
@@ -117,14 +98,13 @@ TEST(ConvertRate, LeavesNothingAtWrongFrequencies) {
   }
 }
 
-TEST(ConvertRate, IsTheSameFromAnyPlaceOn) {
-  const ScratchFolder folder;
+TEST_F(ConvertRate, IsTheSameFromAnyPlaceOn) {
   // More than two pieces, which two threads take; behind the cut they end elsewhere.
-  Make("cd " + folder.Native("; sox -R -n -r 48000 -c 2 -b 16 a.wav synth 1300000s pinknoise gain -6"));
-  RunTool(folder, "cut a.wav b.wav --start 160000 --quiet");
+  Make("cd " + Path("; sox -R -n -r 48000 -c 2 -b 16 a.wav synth 1300000s pinknoise gain -6"));
+  Run("cut a.wav b.wav --start 160000 --quiet");
   for (const char* options : {"", "--quality linear", "--quality cubic --type f32"}) {
     const std::string end = std::string(" --rate 44100 ") + options;
-    const Sound whole = Made(folder, "convert a.wav" + end), part = Made(folder, "convert b.wav" + end);
+    const Sound whole = Made("convert a.wav" + end), part = Made("convert b.wav" + end);
     ASSERT_EQ(whole.samples.size(), 2 * 1'194'375u);
     // The filter has to forget the noise that was cut off.
     const ptrdiff_t ahead = 2 * 147'000, settled = 2 * 5'000;
@@ -134,68 +114,59 @@ TEST(ConvertRate, IsTheSameFromAnyPlaceOn) {
   }
 }
 
-TEST(ConvertRate, TellsWhatItClipsAndSilences) {
-  const ScratchFolder folder;
+TEST_F(ConvertRate, TellsWhatItClipsAndSilences) {
   std::vector<double> square(4800);
   for (size_t i = 0; i < square.size(); ++i) square[i] = i / 24 % 2 == 0 ? 0.99 : -0.99;
   square[100] = NAN, square[101] = HUGE_VAL;
-  WriteFloats(folder.Native("in.wav"), 1, 48000, square);
-  ToolRun run = RunTool(folder, "convert in.wav out.wav --rate 44100 --type s16 --quiet");
+  WriteFloats("in.wav", 1, 48000, square);
+  ToolRun run = Run("convert in.wav out.wav --rate 44100 --type s16 --quiet");
   EXPECT_NE(run.err.find("infinite or no number and became silence: 2."), std::string::npos) << run.err;
   EXPECT_NE(run.err.find("clipped samples: "), std::string::npos) << run.err;
   // Just before the second piece, which reads it too.
   std::vector<double> silence(700'000);
   silence[524'000] = silence[524'400] = NAN;
-  WriteFloats(folder.Native("long.wav"), 1, 48000, silence);
-  run = RunTool(folder, "convert long.wav out.wav --rate 44100 --force --quiet");
+  WriteFloats("long.wav", 1, 48000, silence);
+  run = Run("convert long.wav out.wav --rate 44100 --force --quiet");
   EXPECT_NE(run.err.find("became silence: 2."), std::string::npos) << run.err;
-  run = RunTool(folder, "convert in.wav out.wav --rate 44100 --force --quiet");
+  run = Run("convert in.wav out.wav --rate 44100 --force --quiet");
   EXPECT_EQ(run.err.find("clipped"), std::string::npos) << run.err;
-  const Sound sound = ReadSound(folder.Native("out.wav"));
+  const Sound sound = SoundOf("out.wav");
   EXPECT_GT(*std::max_element(sound.samples.begin(), sound.samples.end()), 1.05);
   EXPECT_FALSE(std::any_of(sound.samples.begin(), sound.samples.end(), [](double x) { return !(x < 2); }));
   for (const auto& [frames, after] : {std::pair<size_t, size_t>(0, 0), {1, 1}, {2, 2}, {7, 6}}) {
-    WriteFloats(folder.Native("few.wav"), 1, 48000, std::vector<double>(frames, 0.5));
-    EXPECT_EQ(Made(folder, "convert few.wav --rate 44100").samples.size(), after) << frames;
+    WriteFloats("few.wav", 1, 48000, std::vector<double>(frames, 0.5));
+    EXPECT_EQ(Made("convert few.wav --rate 44100").samples.size(), after) << frames;
   }
 }
 
-TEST(ConvertRate, RefusesWhatMakesNoSense) {
-  const ScratchFolder folder;
-  WriteFloats(folder.Native("in.wav"), 1, 48000, {0, 0, 0});
-  WriteFloats(folder.Native("many.wav"), 257, 48000, std::vector<double>(257));
-  using Row = std::tuple<const char*, int, const char*>;
-  for (const auto& [line, exit, words] :
-       {Row("convert in.wav out.wav --quality cubic", 2, "--quality goes with --rate"),
-        Row("convert in.wav out.wav --rate 0", 2, "bad value '0' for --rate"),
-        Row("convert in.wav out.wav --rate 8000 --quality best", 2, "sinc, cubic, filtered, linear"),
-        Row("convert in.wav out.wav --rate 47", 1, "too far apart"),
-        Row("convert many.wav out.wav --rate 8000", 1, "up to 256 channels"),
-        Row("stretch in.wav out.wav", 2, "--ratio are needed"),
-        Row("stretch in.wav out.wav --ratio 0", 2, "(0.1 to 10)"),
-        Row("stretch in.wav in.wav --ratio 2 --force", 1, "in.wav"),
-        Row("stretch many.wav out.wav --ratio 2", 1, "up to 256 channels"),
-        Row("tone out.wav --frequency 24000", 2, "below half the rate"),
-        Row("tone out.wav --rate 2000", 2,
-            "bad frequency '1000' (Hz from 0.001 to below half the rate of 2000)"),
-        Row("tone out.wav --duration 0", 2, "--duration is 0"),
-        Row("tone out.wav --fade 0.6", 2, "longer than half"),
-        Row("tone out.wav --sweep 20", 2, "is not FROM,TO"),
-        Row("tone out.wav --sweep 20,20000 --frequency 5", 2, "do not go together"),
-        Row("tone out.wav --curve log", 2, "goes with --sweep"),
-        Row("tone out.wav --level 1 --level 2", 2, "2 times for 1 sine"),
-        Row("tone out.wav --duration 1x", 2, "bad value '1x' for --duration"),
-        Row("tone out.wav --channels 8 --duration 400000000", 1, "Wave64"),
-        Row("tone", 2, "OUT")}) {
-    const ToolRun run = RunTool(folder, line);
-    EXPECT_EQ(run.exit, exit) << line;
-    EXPECT_NE(run.err.find(words), std::string::npos) << line << "\n" << run.err;
-  }
-  EXPECT_EQ(List(folder.Native("")), (std::vector<std::string>{"in.wav", "many.wav"}));
+TEST_F(ConvertRate, RefusesWhatMakesNoSense) {
+  WriteFloats("in.wav", 1, 48000, {0, 0, 0});
+  WriteFloats("many.wav", 257, 48000, std::vector<double>(257));
+  ExpectMistakes(
+      {{"convert in.wav out.wav --quality cubic", 2, "--quality goes with --rate"},
+       {"convert in.wav out.wav --rate 0", 2, "bad value '0' for --rate"},
+       {"convert in.wav out.wav --rate 8000 --quality best", 2, "sinc, cubic, filtered, linear"},
+       {"convert in.wav out.wav --rate 47", 1, "too far apart"},
+       {"convert many.wav out.wav --rate 8000", 1, "up to 256 channels"},
+       {"stretch in.wav out.wav", 2, "--ratio are needed"},
+       {"stretch in.wav out.wav --ratio 0", 2, "(0.1 to 10)"},
+       {"stretch in.wav in.wav --ratio 2 --force", 1, "in.wav"},
+       {"stretch many.wav out.wav --ratio 2", 1, "up to 256 channels"},
+       {"tone out.wav --frequency 24000", 2, "below half the rate"},
+       {"tone out.wav --rate 2000", 2, "bad frequency '1000' (Hz from 0.001 to below half the rate of 2000)"},
+       {"tone out.wav --duration 0", 2, "--duration is 0"},
+       {"tone out.wav --fade 0.6", 2, "longer than half"},
+       {"tone out.wav --sweep 20", 2, "is not FROM,TO"},
+       {"tone out.wav --sweep 20,20000 --frequency 5", 2, "do not go together"},
+       {"tone out.wav --curve log", 2, "goes with --sweep"},
+       {"tone out.wav --level 1 --level 2", 2, "2 times for 1 sine"},
+       {"tone out.wav --duration 1x", 2, "bad value '1x' for --duration"},
+       {"tone out.wav --channels 8 --duration 400000000", 1, "Wave64"},
+       {"tone", 2, "OUT"}});
+  EXPECT_EQ(Names(), (std::vector<std::string>{"in.wav", "many.wav"}));
 }
 
-TEST(Stretch, KeepsThePitch) {
-  const ScratchFolder folder;
+TEST_F(Stretch, KeepsThePitch) {
   // The channels are an octave apart: each is spliced where it fits.
   std::vector<double> samples;
   constexpr size_t kFrames = 100'003;
@@ -203,10 +174,10 @@ TEST(Stretch, KeepsThePitch) {
     const double turns = kTurn * 500 / 44100 * static_cast<double>(i);
     samples.insert(samples.end(), {0.5 * std::sin(turns), 0.5 * std::sin(2 * turns)});
   }
-  WriteFloats(folder.Native("in.wav"), 2, 44100, samples);
-  EXPECT_EQ(Made(folder, "stretch in.wav --ratio 1").samples, samples);
+  WriteFloats("in.wav", 2, 44100, samples);
+  EXPECT_EQ(Made("stretch in.wav --ratio 1").samples, samples);
   for (const double ratio : {0.1, 0.5, 0.7, 0.99, 1.01, 1.5, 2.0, 10.0}) {
-    const Sound sound = Made(folder, "stretch in.wav --ratio " + std::to_string(ratio));
+    const Sound sound = Made("stretch in.wav --ratio " + std::to_string(ratio));
     SCOPED_TRACE(ratio);
     ASSERT_EQ(sound.samples.size(), 2 * static_cast<size_t>(std::lround(kFrames / ratio)));
     for (const size_t channel : {0, 1}) {
@@ -222,15 +193,14 @@ TEST(Stretch, KeepsThePitch) {
     }
   }
   for (const double ratio : {0.1, 0.6, 1.5, 10.0}) {
-    WriteFloats(folder.Native("in.wav"), 1, 44100, {0.5, 0.25, 0.125});
-    EXPECT_EQ(Made(folder, "stretch in.wav --ratio " + std::to_string(ratio)).samples.size(),
+    WriteFloats("in.wav", 1, 44100, {0.5, 0.25, 0.125});
+    EXPECT_EQ(Made("stretch in.wav --ratio " + std::to_string(ratio)).samples.size(),
               static_cast<size_t>(std::lround(3 / ratio)));
   }
 }
 
 // Files of less than two blocks too: no click, and the last of their sound comes last.
-TEST(Stretch, KeepsTheEnd) {
-  const ScratchFolder folder;
+TEST_F(Stretch, KeepsTheEnd) {
   constexpr double kStep = kTurn / 45.3;
   for (const size_t frames : {1500, 1900, 3700, 7300, 24'000}) {
     for (const double ratio : {0.5, 0.9, 1.9}) {
@@ -241,8 +211,8 @@ TEST(Stretch, KeepsTheEnd) {
         samples[i] =
             0.25 * (1 + at / static_cast<double>(frames)) * std::sin(kStep * at);  // louder and louder
       }
-      WriteFloats(folder.Native("in.wav"), 1, 44100, samples);
-      const std::vector<double> out = Made(folder, "stretch in.wav --ratio " + std::to_string(ratio)).samples;
+      WriteFloats("in.wav", 1, 44100, samples);
+      const std::vector<double> out = Made("stretch in.wav --ratio " + std::to_string(ratio)).samples;
       ASSERT_EQ(out.size(), static_cast<size_t>(std::lround(static_cast<double>(frames) / ratio)));
       const size_t tail = std::min<size_t>(400, out.size() / 2);
       EXPECT_GT(*std::max_element(out.end() - static_cast<ptrdiff_t>(tail), out.end()), 0.42);
@@ -252,8 +222,7 @@ TEST(Stretch, KeepsTheEnd) {
   }
 }
 
-TEST(Tone, IsItsFormula) {
-  const ScratchFolder folder;
+TEST_F(Tone, IsItsFormula) {
   // The options, the frames, the channels, and the value at a time in seconds.
   using Row = std::tuple<const char*, size_t, int, double (*)(double)>;
   const auto sine = [](double cycles) { return std::sin(kTurn * cycles); };
@@ -272,7 +241,7 @@ TEST(Tone, IsItsFormula) {
           return kSine(100 * t) * std::min({1.0, 4 * t, 4 * (1 - 1 / 48000.0 - t)});
         })}) {
     SCOPED_TRACE(options);
-    const Sound sound = Made(folder, std::string("tone --type f64 ") + options);
+    const Sound sound = Made(std::string("tone --type f64 ") + options);
     ASSERT_EQ(sound.samples.size(), frames * static_cast<size_t>(channels));
     double worst = 0;
     for (size_t i = 0; i < sound.samples.size(); ++i) {
@@ -281,8 +250,7 @@ TEST(Tone, IsItsFormula) {
     }
     EXPECT_LT(worst, 1e-8);
   }
-  EXPECT_NE(RunTool(folder, "tone loud.wav --level 3 --quiet").err.find("clipped samples: "),
-            std::string::npos);
+  EXPECT_NE(Run("tone loud.wav --level 3 --quiet").err.find("clipped samples: "), std::string::npos);
 }
 
 }  // namespace

@@ -1,5 +1,4 @@
 // `qnwave repair`: every kind of damage on the headers of several programs.
-#include <gtest/gtest.h>
 
 #include <filesystem>
 #include <functional>
@@ -10,7 +9,7 @@
 namespace qntest {
 namespace {
 
-const char kRecording[] = "/usr/share/sounds/alsa/Front_Center.wav";
+using Repair = ToolTest;
 
 // Where the fields of a healthy file stand, from a walk of its own.
 struct Map {
@@ -84,17 +83,13 @@ const std::pair<const char*, Damager> kDamages[] = {
        }
      }}};
 
-class RepairOf : public testing::TestWithParam<const char*> {};
+class RepairOf : public ToolTest, public testing::WithParamInterface<const char*> {};
 
 TEST_P(RepairOf, BringsEveryFrameBack) {
-  const ScratchFolder folder;
   const std::string command = GetParam();
   const bool wave64 = command.find("w64") != std::string::npos;
-  const std::string path = folder.Native(wave64 ? "x.w64" : "x.wav");
-  std::string made = command;
-  made.replace(made.find("%o"), 2, path);
-  made.replace(made.find("%i"), 2, kRecording);
-  Make(made);
+  const std::string path = Path(wave64 ? "x.w64" : "x.wav");
+  Make(command, kRecording, path);
   const Bytes healthy = ReadFileBytes(path);
   const Map map = MapOf(healthy);
   const Sound sound = ReadSound(path);
@@ -135,10 +130,9 @@ INSTANTIATE_TEST_SUITE_P(Headers, RepairOf,
                                          "sox %i -b 16 -c 2 %o # w64",  // 104 bytes
                                          "ffmpeg -v error -i %i -c:a pcm_s24le -ac 2 %o # w64"));
 
-TEST(Repair, SetsTheSizesAloneWhereTheyAloneAreWrong) {
-  const ScratchFolder folder;
-  const std::string path = folder.Native("x.wav");
-  Make("sox " + std::string(kRecording) + " -b 24 -c 6 " + path);
+TEST_F(Repair, SetsTheSizesAloneWhereTheyAloneAreWrong) {
+  const std::string path = Path("x.wav");
+  Make("sox %i -b 24 -c 6 %o", kRecording, path);
   const Bytes healthy = ReadFileBytes(path);
   const Map map = MapOf(healthy);
   Bytes damaged = healthy;
@@ -149,7 +143,7 @@ TEST(Repair, SetsTheSizesAloneWhereTheyAloneAreWrong) {
   const ToolRun run = Qnwave({"repair", "--no-backup", path});
   EXPECT_NE(run.out.find("set the sizes of the file and of the data; the rest"), std::string::npos)
       << run.out;
-  EXPECT_EQ(List(folder.Native("")), std::vector<std::string>{"x.wav"});
+  EXPECT_EQ(Names(), std::vector<std::string>{"x.wav"});
   Bytes expected = damaged;
   const size_t data = (damaged.size() - map.start) / 18 * 18;
   Put(&expected, 4, map.start + data - 8, 4);
@@ -157,9 +151,8 @@ TEST(Repair, SetsTheSizesAloneWhereTheyAloneAreWrong) {
   EXPECT_EQ(ReadFileBytes(path), expected);
 }
 
-TEST(Repair, WritesALostHeaderWithTheDefaultsGiven) {
-  const ScratchFolder folder;
-  const std::string path = folder.Native("x.wav");
+TEST_F(Repair, WritesALostHeaderWithTheDefaultsGiven) {
+  const std::string path = Path("x.wav");
   for (const size_t start : {size_t{44}, size_t{46}, size_t{52}, size_t{4096}}) {
     const Bytes audio = Noise(4 * 1000);
     WriteFileBytes(path, Bytes(start) + audio);
@@ -183,37 +176,29 @@ TEST(Repair, WritesALostHeaderWithTheDefaultsGiven) {
   EXPECT_EQ(sound.samples.size(), 2000u);
 }
 
-TEST(Repair, NeverOverwritesABackup) {
-  const ScratchFolder folder;
-  const std::string path = folder.Native("x.wav");
-  const Bytes damaged = Wav::Form(Wav::Chunk("fmt ", Record(1, 1, 8000, 16)) + Hex("'data' *4") + Noise(100));
+TEST_F(Repair, NeverOverwritesABackup) {
   for (int i = 0; i < 2; ++i) {
-    WriteFileBytes(path, damaged);
-    EXPECT_EQ(Qnwave({"repair", path}).exit, 0);
+    Write("x.wav", Wav::Form(Wav::Chunk("fmt ", Record(1, 1, 8000, 16)) + Hex("'data' *4") + Noise(100)));
+    EXPECT_EQ(Run("repair x.wav").exit, 0);
   }
-  EXPECT_EQ(List(folder.Native("")),
-            (std::vector<std::string>{"x.wav", "x.wav.header.bak", "x.wav.header.bak.1"}));
+  EXPECT_EQ(Names(), (std::vector<std::string>{"x.wav", "x.wav.header.bak", "x.wav.header.bak.1"}));
 }
 
-TEST(Repair, LeavesWhatItIsNotFor) {
-  const ScratchFolder folder;
-  const std::string rf64 = folder.Native("rf64.wav");
-  Make("ffmpeg -v error -i " + std::string(kRecording) + " -rf64 always " + rf64);
-  Make("sox " + std::string(kRecording) + " " + folder.Native("x.aiff"));
-  Make("sox " + std::string(kRecording) + " " + folder.Native("x.ogg"));
-  WriteFileBytes(folder.Native("noise"), Noise(5000));
-  WriteFileBytes(folder.Native("avi.wav"), Hex("'RIFF' 64 *3 'AVI ' *96"));
-  WriteFileBytes(folder.Native("short.wav"), Hex("'RIFF' *4 'WAVE'"));
+TEST_F(Repair, LeavesWhatItIsNotFor) {
+  Make("ffmpeg -v error -i %i -rf64 always %o", kRecording, Path("rf64.wav"));
+  Make("sox %i %o", kRecording, Path("x.aiff"));
+  Make("sox %i %o", kRecording, Path("x.ogg"));
+  Write("noise", Noise(5000));
+  Write("avi.wav", Hex("'RIFF' 64 *3 'AVI ' *96"));
+  Write("short.wav", Hex("'RIFF' *4 'WAVE'"));
   for (const char* name : {"rf64.wav", "x.aiff", "x.ogg", "noise", "avi.wav", "short.wav"}) {
-    const Bytes before = ReadFileBytes(folder.Native(name));
-    const ToolRun run = Qnwave({"repair", folder.Native(name)});
-    EXPECT_EQ(run.exit, 1) << name << run.out;
-    EXPECT_NE(run.err.find(name), std::string::npos) << run.err;
-    EXPECT_EQ(ReadFileBytes(folder.Native(name)), before) << name;
+    const Bytes before = Read(name);
+    ExpectRun(Qnwave({"repair", Path(name)}), 1, name);
+    EXPECT_EQ(Read(name), before) << name;
   }
-  EXPECT_EQ(List(folder.Native("")).size(), 6u);
+  EXPECT_EQ(Names().size(), 6u);
   // What a file was can be told.
-  EXPECT_EQ(Qnwave({"repair", folder.Native("noise"), "--container", "wav"}).exit, 0);
+  EXPECT_EQ(Qnwave({"repair", Path("noise"), "--container", "wav"}).exit, 0);
 }
 
 }  // namespace

@@ -1,5 +1,4 @@
 // `qnwave tags`: texts listed, set and deleted, with all else byte for byte.
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <filesystem>
@@ -8,8 +7,6 @@
 
 namespace qntest {
 namespace {
-
-const char kRecording[] = "/usr/share/sounds/alsa/Front_Center.wav";
 
 // "title=Text artist=..." of a file, in its order, from the JSON.
 std::string TagsOf(const std::string& path, const std::string& field = ".text", int exit = 0) {
@@ -42,15 +39,12 @@ ino_t Inode(const std::string& path) {
   return status.st_ino;
 }
 
-class TagsOfPrograms : public testing::TestWithParam<const char*> {};
+class TagsOfPrograms : public ToolTest, public testing::WithParamInterface<const char*> {};
 
 TEST_P(TagsOfPrograms, AreSetAndDeletedAndOtherProgramsSeeIt) {
-  const ScratchFolder folder;
-  std::string command = GetParam();
-  const std::string path = folder.Native(command.find("w64") != std::string::npos ? "x.w64" : "x.wav");
-  command.replace(command.find("%i"), 2, kRecording);
-  command.replace(command.find("%o"), 2, path);
-  Make(command);
+  const std::string command = GetParam();
+  const std::string path = Path(command.find("w64") != std::string::npos ? "x.w64" : "x.wav");
+  Make(command, kRecording, path);
   const std::string sum = AudioSum(path);
   const std::string before = TagsOf(path);
   // Longer and shorter than what is there, in scripts of all sizes.
@@ -85,14 +79,21 @@ Bytes Form(const Bytes& front, const Bytes& back, size_t samples = 201) {
                     Kind::Chunk("data", Bytes(samples, 0x90)) + back);
 }
 
+// The chunk of texts of a Wave64 file.
+Bytes Summary(const std::string& items) {
+  return Wave64Shape::Chunk(Hex("BC 94 5F 92 5A 52 D2 11 86 DC 00 C0 4F 8E DB 8A"), Hex(items));
+}
+
 const Bytes kOdd = Wav::Chunk("abcd", {1, 2, 3});
 Bytes Item(const std::string& id, const std::string& text) {
   return Wav::Chunk(id, Wav::Name(text) + Bytes(1));
 }
 
-TEST(Tags, KeepEverythingElseByteForByte) {
-  const ScratchFolder folder;
-  const std::string path = folder.Native("x.wav");
+struct Tags : ToolTest {
+  const std::string path = Path("x.wav");
+};
+
+TEST_F(Tags, KeepEverythingElseByteForByte) {
   const Bytes adtl = Wav::List("adtl", Noise(9)), latin = Wav::Chunk("IART", Hex("4D FC 00 00 00"));
   const Bytes list = Wav::List("INFO", Item("INAM", "Title") + latin), junk = Wav::Chunk("JUNK", Bytes(100));
   const auto info = [&](const std::string& title) { return Wav::List("INFO", Item("INAM", title) + latin); };
@@ -111,24 +112,21 @@ TEST(Tags, KeepEverythingElseByteForByte) {
     SCOPED_TRACE(title);
     WriteFileBytes(path, before);
     const ino_t inode = Inode(path);
-    const ToolRun run = Change(path, {"--set", "title=" + title});
-    EXPECT_EQ(run.exit, 0) << run.err;
+    ExpectRun(Change(path, {"--set", "title=" + title}), 0, "");
     EXPECT_EQ(ReadFileBytes(path), after);
-    EXPECT_EQ(Inode(path) == inode, inPlace) << run.out;
+    EXPECT_EQ(Inode(path) == inode, inPlace);
     // The same into another file, which it overwrites only when told to.
     WriteFileBytes(path, before);
-    const std::string out = folder.Native("out.wav");
+    const std::string out = Path("out.wav");
     EXPECT_EQ(Change(path, {"--set", "title=" + title, "--output", out, "--force"}).exit, 0);
     EXPECT_EQ(ReadFileBytes(path), before);
     EXPECT_EQ(TagsOf(out).find("title=" + title), 0u);
     EXPECT_EQ(Change(path, {"--clear", "--output", out}).exit, 1);
-    EXPECT_EQ(List(folder.Native("")), (std::vector<std::string>{"out.wav", "x.wav"}));
+    EXPECT_EQ(Names(), (std::vector<std::string>{"out.wav", "x.wav"}));
   }
 }
 
-TEST(Tags, ReadAndWriteTheCodePageAndWideText) {
-  const ScratchFolder folder;
-  const std::string path = folder.Native("x.wav");
+TEST_F(Tags, ReadAndWriteTheCodePageAndWideText) {
   const Bytes wide =
       Wav::List("UNFO", Wav::Chunk("ICMT", Hex("E5 65 00 00")) + Wav::Chunk("INAM", Hex("41 00 00 00")));
   WriteFileBytes(path, Form<Wav>(Wav::List("INFO", Wav::Chunk("IART", Hex("80 DC 00")) + Item("INAM", "A") +
@@ -144,8 +142,7 @@ TEST(Tags, ReadAndWriteTheCodePageAndWideText) {
   // The code page holds the first, lacks the second, and would read the third as UTF-8.
   const ToolRun run =
       Change(path, {"--code-page", "1252", "--set", "artist=Éé", "--set", "title=Ωé", "--set", "album=Ã©"});
-  EXPECT_EQ(run.exit, 0);
-  EXPECT_NE(run.err.find("title"), std::string::npos) << run.err;
+  ExpectRun(run, 0, "title");
   EXPECT_NE(run.err.find("album"), std::string::npos) << run.err;
   EXPECT_EQ(TagsOf(path), "artist=Éé copyright=Ü comment=日 title=Ωé album=Ã©");
   EXPECT_EQ(TagsOf(path, ".list"), "artist=INFO copyright=INFO comment=UNFO title=UNFO album=UNFO");
@@ -156,9 +153,7 @@ TEST(Tags, ReadAndWriteTheCodePageAndWideText) {
   EXPECT_NE(Qnwave({"tags", path}).err.find("title"), std::string::npos);
 }
 
-TEST(Tags, ListDamagedListsAsFarAsTheyGoAndLeaveThem) {
-  const ScratchFolder folder;
-  const std::string path = folder.Native("x.wav");
+TEST_F(Tags, ListDamagedListsAsFarAsTheyGoAndLeaveThem) {
   const Bytes item = Item("IART", "A"), lie = Hex("'INAM' F0 FF FF FF 'abc'"), zeros(400000);
   Bytes empty;
   for (int i = 0; i < 200000; ++i) empty.insert(empty.end(), {'I', 'C', 'M', 'T', 0, 0, 0, 0});
@@ -170,10 +165,7 @@ TEST(Tags, ListDamagedListsAsFarAsTheyGoAndLeaveThem) {
       {Wav::Form(Wav::List("INFO", item) + Wav::Chunk("data", Noise(9))), "artist=A", 3},
       {Form<Wav>(Wav::List("INFO", zeros) + Wav::Chunk("LIST", zeros), {}), "", 0},
       {Form<Wav>(Wav::List("INFO", item + empty), {}), nullptr, 0},
-      {Form<Wave64Shape>(Wave64Shape::Chunk(Hex("BC 94 5F 92 5A 52 D2 11 86 DC 00 C0 4F 8E DB 8A"),
-                                            Hex("FF FF FF 7F 'IART' 04 00 00 00 41 00 00 00")),
-                         {}),
-       "artist=A", 3}};
+      {Form<Wave64Shape>(Summary("FF FF FF 7F 'IART' 04 00 00 00 41 00 00 00"), {}), "artist=A", 3}};
   for (const auto& [bytes, tags, exit] : kRows) {
     WriteFileBytes(path, bytes);
     EXPECT_EQ(Qnwave({"tags", path}).exit, exit);
@@ -188,17 +180,15 @@ TEST(Tags, ListDamagedListsAsFarAsTheyGoAndLeaveThem) {
     EXPECT_EQ(Change(path, {"--clear", "--set", "title=x"}).exit, 0);
     EXPECT_EQ(TagsOf(path), "title=x");
   }
-  const std::string rf64 = folder.Native("rf64.wav"), aiff = folder.Native("x.aiff");
-  Make("ffmpeg -v error -i " + std::string(kRecording) + " -metadata title=T -rf64 always " + rf64);
-  Make("sox " + std::string(kRecording) + " " + aiff);
+  const std::string rf64 = Path("rf64.wav"), aiff = Path("x.aiff");
+  Make("ffmpeg -v error -i %i -metadata title=T -rf64 always %o", kRecording, rf64);
+  Make("sox %i %o", kRecording, aiff);
   EXPECT_EQ(TagsOf(rf64).find("title=T"), 0u);
   EXPECT_NE(Change(rf64, {"--clear"}).err.find("RF64"), std::string::npos);
   EXPECT_EQ(Change(aiff, {}).exit, 1);
 }
 
-TEST(Tags, AreOldOrNewWhenTheDiskIsFull) {
-  const ScratchFolder folder;
-  const std::string path = folder.Native("x.wav");
+TEST_F(Tags, AreOldOrNewWhenTheDiskIsFull) {
   const Bytes list = Wav::List("INFO", Item("INAM", "Title"));
   // In front of the samples, behind them, none; the limits are hit by the first write or by a later one.
   for (const Bytes& before :
@@ -209,33 +199,28 @@ TEST(Tags, AreOldOrNewWhenTheDiskIsFull) {
       EXPECT_EQ(run.exit, 1) << run.out;
       EXPECT_NE(run.err.find("(0x8004E0"), std::string::npos) << run.err;
       EXPECT_EQ(ReadFileBytes(path), before);
-      EXPECT_EQ(List(folder.Native("")), std::vector<std::string>{"x.wav"});
+      EXPECT_EQ(Names(), std::vector<std::string>{"x.wav"});
     }
   }
 }
 
-TEST(Tags, AreOldWhenTheDiskFailsAtTheEnd) {
-  const ScratchFolder folder;
-  const std::string wav = folder.Native("x.wav"), w64 = folder.Native("x.w64");
+TEST_F(Tags, AreOldWhenTheDiskFailsAtTheEnd) {
+  const std::string w64 = Path("x.w64");
   const Bytes list = Wav::List("INFO", Item("INAM", "Title")), junk = Wav::Chunk("JUNK", Bytes(40));
-  const Bytes summary = Wave64Shape::Chunk(Hex("BC 94 5F 92 5A 52 D2 11 86 DC 00 C0 4F 8E DB 8A"),
-                                           Hex("01 00 00 00 'IART' 04 00 00 00 41 00 00 00"));
-  for (const auto& [path, before] :
-       {std::pair(wav, Form<Wav>({}, {})), std::pair(wav, Form<Wav>({}, list)),
-        std::pair(wav, Form<Wav>({}, list + junk)), std::pair(w64, Form<Wave64Shape>({}, {}, 200)),
+  const Bytes summary = Summary("01 00 00 00 'IART' 04 00 00 00 41 00 00 00");
+  for (const auto& [name, before] :
+       {std::pair(path, Form<Wav>({}, {})), std::pair(path, Form<Wav>({}, list)),
+        std::pair(path, Form<Wav>({}, list + junk)), std::pair(w64, Form<Wave64Shape>({}, {}, 200)),
         std::pair(w64, Form<Wave64Shape>({}, summary, 200))}) {
-    WriteFileBytes(path, before);
-    const ToolRun run = Change(path, {"--set", "title=" + std::string(99, 'x')},
-                               "ASAN_OPTIONS=verify_asan_link_order=0 LD_PRELOAD=" FAILING_FLUSH " ");
-    EXPECT_EQ(run.exit, 1);
-    EXPECT_NE(run.err.find("as they were"), std::string::npos) << run.err;
-    EXPECT_EQ(ReadFileBytes(path), before);
+    WriteFileBytes(name, before);
+    ExpectRun(Change(name, {"--set", "title=" + std::string(99, 'x')},
+                     "ASAN_OPTIONS=verify_asan_link_order=0 LD_PRELOAD=" FAILING_FLUSH " "),
+              1, "as they were");
+    EXPECT_EQ(ReadFileBytes(name), before);
   }
 }
 
-TEST(Tags, AreNotWrittenBeyondWhatIsRead) {
-  const ScratchFolder folder;
-  const std::string path = folder.Native("x.wav");
+TEST_F(Tags, AreNotWrittenBeyondWhatIsRead) {
   const Bytes list = Wav::List("INFO", Item("ICMT", std::string((4 << 20) - 60, 'x')));
   Bytes lists;
   const Bytes empty = Wav::List("INFO", {});
@@ -250,14 +235,11 @@ TEST(Tags, AreNotWrittenBeyondWhatIsRead) {
   }
   lists.insert(lists.end(), empty.begin(), empty.end());
   WriteFileBytes(path, Form<Wav>({}, lists));
-  const ToolRun run = Change(path, {"--clear"});
-  EXPECT_EQ(run.exit, 3);
-  EXPECT_NE(run.err.find("qnwave convert"), std::string::npos) << run.err;
+  ExpectRun(Change(path, {"--clear"}), 3, "qnwave convert");
 }
 
-TEST(Tags, OfHugeFilesTakeNoMemoryAndEndAtFourGigabytes) {
-  const ScratchFolder folder;
-  const std::string wav = folder.Native("x.wav"), w64 = folder.Native("x.w64");
+TEST_F(Tags, OfHugeFilesTakeNoMemoryAndEndAtFourGigabytes) {
+  const std::string wav = Path("x.wav"), w64 = Path("x.w64");
   const uint64_t samples = 0xFFFFFFC0 - 36;
   const Bytes format = Wav::Chunk("fmt ", Record(1, 1, 8000, 8));
   MakeSparse(wav, Wav::Form(format + Hex("'data'") + Le(samples, 4), samples + 36), samples + 44);
@@ -268,8 +250,7 @@ TEST(Tags, OfHugeFilesTakeNoMemoryAndEndAtFourGigabytes) {
   // The list stands in front of the samples and grows: five gigabytes are written anew, as a sparse file.
   const uint64_t size = uint64_t{5} << 30;
   const Bytes front = Wave64Shape::Chunk("fmt ", Record(1, 1, 8000, 8)) +
-                      Wave64Shape::Chunk(Hex("BC 94 5F 92 5A 52 D2 11 86 DC 00 C0 4F 8E DB 8A"),
-                                         Hex("01 00 00 00 'IART' 04 00 00 00 41 00 00 00"));
+                      Summary("01 00 00 00 'IART' 04 00 00 00 41 00 00 00");
   const Bytes start = Wave64Shape::Form(front + Wave64Shape::Header(Wave64Shape::Name("data"), size),
                                         40 + front.size() + 24 + size);
   MakeSparse(w64, start, start.size() + size);
@@ -283,9 +264,7 @@ TEST(Tags, OfHugeFilesTakeNoMemoryAndEndAtFourGigabytes) {
   EXPECT_LT(status.st_blocks, 2000);
 }
 
-TEST(Tags, NamesAndIdsAreEitherForm) {
-  const ScratchFolder folder;
-  const std::string path = folder.Native("x.wav");
+TEST_F(Tags, NamesAndIdsAreEitherForm) {
   WriteFileBytes(path, Form<Wav>({}, {}));
   EXPECT_EQ(
       Change(path, {"--set", "INAM=a=b", "--set", "Artist=c\nd", "--set", "date=1", "--set", "q=?1=2"}).exit,

@@ -50,8 +50,7 @@ TEST(TextTool, RefusesWhatDoesNotFitTheFormat) {
         Row({"--print-time", "1", "1:00"}, "'1:00' is no time"),
         Row({"--frame-rate", "25/0", "--print-time", "frames", "1"}, "bad value '25/0' for --frame-rate")}) {
     const ToolRun run = Qntext(words);
-    EXPECT_EQ(run.exit, 2) << message;
-    EXPECT_NE(run.err.find(message), std::string::npos) << message << run.err;
+    ExpectRun(run, 2, message);
     EXPECT_EQ(run.out, "");
   }
 }

@@ -1,11 +1,24 @@
 #include "tests/tools/tool.h"
 
-#include <gtest/gtest.h>
+#include <fcntl.h>
+#include <signal.h>
 #include <sndfile.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <bit>
+#include <chrono>
+#include <cmath>
+#include <complex>
+#include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <numbers>
+#include <sstream>
+#include <thread>
 
 namespace qntest {
 namespace {
@@ -16,32 +29,34 @@ std::string ShellQuoted(const std::string& text) {
   return quoted + "'";
 }
 
-ToolRun Run(std::string command, const std::vector<std::string>& arguments) {
+}  // namespace
+
+ToolRun Tool::operator()(const std::vector<std::string>& arguments, const std::string& before) const {
+  std::string command = before + " " + path;
   const ScratchFolder scratch;
   for (const std::string& argument : arguments) command += " " + ShellQuoted(argument);
   ToolRun run;
+  run.command = command;
   run.exit = RunCommand(command + " 2>" + scratch.Native("err"), &run.out);
   const Bytes err = ReadFileBytes(scratch.Native("err"));
   run.err.assign(err.begin(), err.end());
   return run;
 }
 
-}  // namespace
-
-ToolRun Qnwave(const std::vector<std::string>& arguments, const std::string& before) {
-  return Run(before + " " QNWAVE, arguments);
+std::string SvgSize(const std::string& path) {
+  std::string size;
+  RunCommand(
+      "python3 -c 'import sys, xml.etree.ElementTree as e; r = e.parse(sys.argv[1]).getroot(); "
+      "print(r.get(\"width\"), r.get(\"height\"))' " +
+          path,
+      &size);
+  return size;
 }
 
-ToolRun Qnimage(const std::vector<std::string>& arguments, const std::string& before) {
-  return Run(before + " " QNIMAGE, arguments);
-}
-
-ToolRun Qnmetric(const std::vector<std::string>& arguments, const std::string& before) {
-  return Run(before + " " QNMETRIC, arguments);
-}
-
-ToolRun Qntext(const std::vector<std::string>& arguments, const std::string& before) {
-  return Run(before + " " QNTEXT, arguments);
+void ExpectRun(const ToolRun& run, int exit, const std::string& said, int line) {
+  EXPECT_TRUE(run.exit == exit && run.err.find(said) != std::string::npos)
+      << "From line " << line << ": " << run.command << "\n"
+      << run.exit << ": " << run.out << run.err << "\nnot " << exit << ": " << said;
 }
 
 std::string MemoryLimit(int kilobytes) {
@@ -63,7 +78,10 @@ std::string Jq(const std::string& json, const std::string& filter) {
   return exit == 0 ? result.substr(0, result.size() - 1) : "INVALID";
 }
 
-void Make(const std::string& command) {
+void Make(std::string command, const std::string& in, const std::string& out) {
+  for (const auto& [sign, name] : {std::pair("%i", in), {"%o", out}}) {
+    if (const size_t at = command.find(sign); at != command.npos) command.replace(at, 2, name);
+  }
   ASSERT_EQ(RunCommand(command), 0) << command;
 }
 
@@ -99,6 +117,26 @@ Bytes Doubles(uint32_t channels, size_t frames, const std::function<double(size_
   return WaveFile(Record(3, channels, 48'000, 64), samples);
 }
 
+Bytes FiveTones() {
+  return Doubles(5, 48'000, [](size_t frame, size_t channel) {
+    return 0.25 * std::sin(2 * std::numbers::pi * kTones[channel] * static_cast<double>(frame) / 48'000);
+  });
+}
+
+std::vector<double> GainsOfTones(const Sound& sound) {
+  EXPECT_EQ(sound.samples.size(), 48'000 * 5u);
+  constexpr size_t kSettled = 48'000 / 4, kEnd = 48'000 * 3 / 4;
+  std::vector<double> gains;
+  for (size_t channel = 0; channel < 5; ++channel) {
+    std::complex<double> sum;
+    for (size_t i = kSettled; i < kEnd; ++i)
+      sum += std::polar(sound.samples.at(i * 5 + channel),
+                        2 * std::numbers::pi * kTones[channel] * static_cast<double>(i) / 48'000);
+    gains.push_back(std::abs(sum) / (0.125 * (kEnd - kSettled)));
+  }
+  return gains;
+}
+
 int Pixels::At(size_t x, size_t y) const {
   int sum = 0;
   for (size_t i = 0; i < 3; ++i) sum += static_cast<uint8_t>(rgb.at((y * width + x) * 3 + i));
@@ -129,6 +167,11 @@ void Put(Bytes* bytes, size_t offset, uint64_t value, int count) {
     (*bytes)[offset + static_cast<size_t>(i)] = static_cast<uint8_t>(value >> (8 * i));
 }
 
+Bytes With(Bytes bytes, size_t offset, uint64_t value, int count) {
+  Put(&bytes, offset, value, count);
+  return bytes;
+}
+
 uint64_t Get(const Bytes& bytes, size_t offset, int count) {
   uint64_t value = 0;
   for (int i = count; i-- > 0;) value = value << 8 | bytes.at(offset + static_cast<size_t>(i));
@@ -146,6 +189,70 @@ std::vector<std::string> List(const std::string& folder) {
     names.push_back(entry.path().filename());
   std::sort(names.begin(), names.end());
   return names;
+}
+
+int Interrupted(std::vector<std::string> words, int signal, bool isHeld, const std::string& folder,
+                size_t files) {
+  std::vector<char*> pointers;
+  for (std::string& word : words) pointers.push_back(word.data());
+  pointers.push_back(nullptr);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+  pid_t process = 0;
+  EXPECT_EQ(posix_spawn(&process, pointers[0], &actions, nullptr, pointers.data(), environ), 0);
+  posix_spawn_file_actions_destroy(&actions);
+  int status = 0;
+  const auto pause = [] { std::this_thread::sleep_for(std::chrono::milliseconds(1)); };
+  while (List(folder).size() < files && waitpid(process, &status, WNOHANG) == 0) pause();
+  do {
+    kill(process, signal);
+    pause();
+  } while (waitpid(process, &status, isHeld ? WNOHANG : 0) == 0);
+  return status;
+}
+
+void ToolTest::WriteFloats(const std::string& name, uint32_t channels, uint32_t rate,
+                           const std::vector<double>& samples) const {
+  Bytes bytes(samples.size() * sizeof(double));
+  if (!samples.empty()) std::memcpy(bytes.data(), samples.data(), bytes.size());
+  Write(name, WaveFile(Record(3, channels, rate, 64), bytes));
+}
+
+void ToolTest::WriteHours(const std::string& name, const Bytes& record, uint64_t bytes) const {
+  const Bytes start = With(WaveFile(record, {}), 4, bytes + 36, 4);
+  MakeSparse(Path(name), With(start, 40, bytes, 4), 44 + bytes);
+}
+
+void ToolTest::Patch(const std::string& name, uint64_t offset, const std::string& bytes) const {
+  std::fstream(Path(name), std::ios::in | std::ios::out | std::ios::binary)
+      .seekp(static_cast<std::streamoff>(offset))
+      .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+}
+
+ToolRun ToolTest::Run(const std::string& line, const std::string& before) const {
+  std::istringstream words(line);
+  return Qnwave({std::istream_iterator<std::string>(words), {}}, "cd " + Path("; ") + before);
+}
+
+ToolRun ToolTest::Succeed(const std::string& line) const {
+  const ToolRun run = Run(line + " --force --quiet");
+  EXPECT_EQ(run.exit, 0) << line << "\n" << run.err;
+  EXPECT_EQ(run.out, "") << line;
+  return run;
+}
+
+Sound ToolTest::Made(const std::string& line, const std::string& out) const {
+  Succeed(line + " " + out);
+  return SoundOf(out);
+}
+
+void ToolTest::ExpectMistakes(std::initializer_list<Mistake> mistakes) const {
+  const std::vector<std::string> names = Names();
+  for (const auto& [line, exit, said, before] : mistakes) {
+    ExpectRun(Run(line, before), exit, said);
+    EXPECT_EQ(Names(), names) << line;
+  }
 }
 
 }  // namespace qntest
