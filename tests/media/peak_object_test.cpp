@@ -1,17 +1,15 @@
 #include "qn/kernel/qnpath.h"
-#include "qn/media/peak.h"
 #include "qn/platform/text.h"
-#include "tests/media/media_file.h"
+#include "tests/media/peak_media.h"
 
 namespace {
 
 using namespace qntest;
 using Calls = std::vector<LONGLONG>;
 
-// A media with a host's reader, which delivers less than asked for and whose samples may end before its
-// length, a progress, and a peak object that starts anew when that is asked for.
-struct PeakTest : testing::Test, CQnAudioPeakStreamReader, IQnAudioPeakProgress {
-  PeakTest() { WriteFileBytes(folder.Native("m.wav"), {1}); }
+// A media, a progress, and a peak object that starts anew when that is asked for.
+struct PeakTest : testing::Test, PeakMedia, IQnAudioPeakProgress {
+  PeakTest() { samples.assign(60000, 7); }
   ~PeakTest() { Release(); }
   void Release() {
     if (peak) std::exchange(peak, nullptr)->Release();
@@ -32,22 +30,11 @@ struct PeakTest : testing::Test, CQnAudioPeakStreamReader, IQnAudioPeakProgress 
     return words;
   }
 
-  HRESULT Open() override { return opens; }
   HRESULT Read(LONGLONG position, LONGLONG limit, void* buffer, LONG frames, DWORD* got) override {
     EXPECT_EQ(limit, std::min<LONGLONG>(length - position, 0x10000000));
-    const LONGLONG align = format.nBlockAlign, left = std::ssize(samples) / align - position;
-    *got = static_cast<DWORD>(std::clamp<LONGLONG>(left, 0, std::min(frames, 30000)));
-    if (*got) std::memcpy(buffer, &samples[size_t(position * align)], size_t(*got * align));
-    return *got ? S_OK : ended;
+    return PeakMedia::Read(position, limit, buffer, frames, got);
   }
-  HRESULT ReadConverted(LONGLONG, LONGLONG, void*, LONG, DWORD*, const WAVEFORMATEX*) override { return -1; }
-  HRESULT Close() override { return S_OK; }
-  const WAVEFORMATEX* GetFormat() override { return &format; }
-  LONG GetStreamNumber() override { return stream; }
   LONGLONG GetLength() override { return length; }
-  HRESULT GetName(WCHAR* buffer, LONG size, LONG) override {
-    return buffer[name.copy(buffer, static_cast<size_t>(size) - 1)] = 0, S_OK;
-  }
   HRESULT Rename(const WCHAR* to) override { return name = to, S_OK; }
 
   void Reserved() override {}
@@ -59,18 +46,13 @@ struct PeakTest : testing::Test, CQnAudioPeakStreamReader, IQnAudioPeakProgress 
   }
   void End(HRESULT status) override { calls.push_back(status); }
 
-  ScratchFolder folder;
-  std::u16string name = folder.Path("m.wav"), temp = folder.Path("");
-  WAVEFORMATEX format = MakeFormat(1, 1, 48000, 16);
+  std::u16string temp = folder.Path("");
   LONGLONG length = 30000;
-  Bytes samples = Bytes(60000, 7), unfinished;
-  LONG stream = -1;
-  HRESULT opens = S_OK, ended = S_FALSE;
+  Bytes unfinished;
   Calls calls;
   size_t cancelAt = 0;
   int16_t painted[2];
   DWORD pixels;
-  IQnAudioPeak* peak = nullptr;
 };
 
 TEST_F(PeakTest, Names) {

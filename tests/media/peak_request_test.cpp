@@ -5,7 +5,7 @@
 
 #include "qn/media/peak_scratch_internal.h"
 #include "qn/media/qnaudiostream.h"
-#include "tests/media/media_file.h"
+#include "tests/media/peak_media.h"
 
 namespace {
 
@@ -42,14 +42,12 @@ int64_t Below(int64_t limit) {
 }
 
 // A media in memory, and a peak object on it.
-struct Media final : CQnAudioPeakStreamReader {
+struct Media final : PeakMedia {
   Media(int sourceType, int channelCount, size_t frames, bool hasTable, bool isThreadSafe, bool is16Bit)
-      : type(sourceType),
-        channels(channelCount),
-        is16(is16Bit),
-        samples(RandomSamples(type, frames * channels)) {
+      : type(sourceType), channels(channelCount), is16(is16Bit) {
+    samples = RandomSamples(type, frames * channels);
+    most = 777;
     QnAudio_InitWfx(&format, 44100, QNSAMPLETYPE(type), DWORD(channels));
-    WriteFileBytes(folder.Native("m.wav"), {1});
     const LONG flags = isThreadSafe ? QNAUDIOPEAK_THREADSAFE : 0;
     EXPECT_EQ(QnAudioPeak_CreateInstance(&peak, this, {}, {}, kFile, hasTable ? kTable : ~0u, flags), 1);
     EXPECT_EQ(peak->Build(is16, nullptr), S_OK);
@@ -75,30 +73,14 @@ struct Media final : CQnAudioPeakStreamReader {
     return Decode(to, out);
   }
 
-  HRESULT Open() override { return S_OK; }
-  HRESULT Read(LONGLONG position, LONGLONG, void* buffer, LONG frames, DWORD* got) override {
+  HRESULT Read(LONGLONG position, LONGLONG limit, void* buffer, LONG frames, DWORD* got) override {
     ++reads;
-    *got = static_cast<DWORD>(std::clamp<LONGLONG>(GetLength() - position, 0, std::min(frames, 777)));
-    if (*got == 0) return S_FALSE;
-    std::memcpy(buffer, &samples[size_t(position) * format.nBlockAlign], *got * size_t{format.nBlockAlign});
-    return S_OK;
+    return PeakMedia::Read(position, limit, buffer, frames, got);
   }
-  HRESULT ReadConverted(LONGLONG, LONGLONG, void*, LONG, DWORD*, const WAVEFORMATEX*) override { return -1; }
-  HRESULT Close() override { return S_OK; }
-  const WAVEFORMATEX* GetFormat() override { return &format; }
-  LONG GetStreamNumber() override { return -1; }
   LONGLONG GetLength() override { return std::ssize(samples) / format.nBlockAlign; }
-  HRESULT GetName(WCHAR* buffer, LONG size, LONG) override {
-    const std::u16string name = folder.Path("m.wav");
-    return buffer[name.copy(buffer, static_cast<size_t>(size) - 1)] = 0, S_OK;
-  }
 
-  ScratchFolder folder;
   const int type, channels;
   const bool is16;
-  WAVEFORMATEX format{};
-  Bytes samples;
-  IQnAudioPeak* peak = nullptr;
   std::atomic<int> reads = 0;
 };
 
