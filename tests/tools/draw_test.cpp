@@ -158,13 +158,10 @@ constexpr uint32_t kWave = 0x1F6DB5, kRms = 0x8FC4EC, kClip = 0xD9202E;  // of t
 struct Picture {
   int width = 0;
   int height = 0;
-  Bytes rgb;
+  Pixels pixels;
   std::string told;  // by the tool
 
-  uint32_t At(int x, int y) const {
-    const auto at = static_cast<size_t>((y * width + x) * 3);
-    return static_cast<uint32_t>(rgb.at(at) << 16 | rgb.at(at + 1) << 8 | rgb.at(at + 2));
-  }
+  uint32_t At(int x, int y) const { return pixels.Colour(static_cast<size_t>(x), static_cast<size_t>(y)); }
   // The first and the last row of a colour between two rows of a column, or {-1, -1}.
   std::pair<int, int> Run(int x, uint32_t colour, int top, int bottom) const {
     std::pair<int, int> run = {-1, -1};
@@ -187,9 +184,8 @@ class Draw : public ToolTest {
     std::string size;
     RunCommand("ffprobe -v error -show_entries stream=width,height -of csv=p=0 " + png, &size);
     EXPECT_EQ(std::sscanf(size.c_str(), "%d,%d", &picture.width, &picture.height), 2) << size;
-    Make("ffmpeg -v error -y -i " + png + " -f rawvideo -pix_fmt rgb24 " + Path("rgb"));
-    picture.rgb = Read("rgb");
-    EXPECT_EQ(picture.rgb.size(), static_cast<size_t>(picture.width * picture.height * 3));
+    picture.pixels = Decode(png, static_cast<size_t>(picture.width));
+    EXPECT_EQ(picture.pixels.rgb.size(), static_cast<size_t>(picture.width * picture.height * 3));
     return picture;
   }
 };

@@ -97,23 +97,20 @@ TEST_F(Edit, RefusesAndWarns) {
        {std::tuple("in.wav", 1u, 8000u), std::tuple("rate.wav", 1u, 8001u), std::tuple("two.wav", 2u, 8000u)})
     Write(name, WaveFile(Record(1, channels, rate, 16), Noise(80)));
   Write("bad.wav", WaveFile(Record(1, 1, 8000, 16), {}) + Noise(80));
-  using Row = std::tuple<const char*, int, const char*>;
-  for (const auto& [line, exit, text] :
-       {Row("cut in.wav a.wav --start 0.004 --length 1:00", 0, "warning: the file ends with 40 frames"),
-        Row("cut in.wav b.wav --start 40", 1,
-            "from frame 40 to frame 40 is empty; the file ends at frame 40"),
-        Row("cut in.wav b.wav --start 9 --end 8", 1, "from frame 9 to frame 8 is empty"),
-        Row("cut in.wav b.wav --end 1 --length 1", 2, "do not go together"),
-        Row("cut in.wav b.wav", 2, "--start, --end"),
-        Row("cut in.wav b.wav --end 1:60", 2, "bad value '1:60' for --end"),
-        Row("split --channels bad.wav", 3, "repair"),
-        Row("cut bad.wav a.wav --end 5 --to-end --force", 0, ""), Row("join in.wav b.wav", 2, "two or more"),
-        Row("join in.wav rate.wav b.wav", 1, "qnwave: rate.wav: An error"),
-        Row("join in.wav two.wav b.wav", 1, "Its channels: stereo; those of 'in.wav': mono."),
-        Row("split in.wav", 2, "told by --channels"),
-        Row("split --channels in.wav --output b.wav", 2, "has no {}")}) {
-    ExpectRun(Run(line), exit, text);
-  }
+  ExpectMistakes(
+      {{"cut in.wav a.wav --start 0.004 --length 1:00", 0, "warning: the file ends with 40 frames"},
+       {"cut in.wav b.wav --start 40", 1, "from frame 40 to frame 40 is empty; the file ends at frame 40"},
+       {"cut in.wav b.wav --start 9 --end 8", 1, "from frame 9 to frame 8 is empty"},
+       {"cut in.wav b.wav --end 1 --length 1", 2, "do not go together"},
+       {"cut in.wav b.wav", 2, "--start, --end"},
+       {"cut in.wav b.wav --end 1:60", 2, "bad value '1:60' for --end"},
+       {"split --channels bad.wav", 3, "repair"},
+       {"cut bad.wav a.wav --end 5 --to-end --force", 0, ""},
+       {"join in.wav b.wav", 2, "two or more"},
+       {"join in.wav rate.wav b.wav", 1, "qnwave: rate.wav: An error"},
+       {"join in.wav two.wav b.wav", 1, "Its channels: stereo; those of 'in.wav': mono."},
+       {"split in.wav", 2, "told by --channels"},
+       {"split --channels in.wav --output b.wav", 2, "has no {}"}});
   for (const char* end :
        {"x", "-5", "nan", "1e2", "1:2:3:4", "1.5:2", "1x --format smpte-25", ": --format smpte-25",
         "1 --format beats", "1:2:3:4:5 --format time", "1::2 --format time", "5% --format time",

@@ -1,5 +1,4 @@
 // Filtered files, pictures of filters and spectrograms: `qnwave filter` and `qnwave spectrum`.
-
 #include <cmath>
 #include <filesystem>
 #include <functional>
@@ -124,8 +123,7 @@ TEST_F(Spectrum, ShowsATonesFrequencyTimeAndLevel) {
           return channel == 0 ? sine / 100 : frame < kRate / 2 ? 0 : sine;
         }));
   const auto draw = [&](const std::string& options) {
-    const ToolRun run = Run("spectrum in.wav out.png --force --size 400x300 --colours grey " + options);
-    EXPECT_EQ(run.exit, 0) << run.err;
+    ExpectRun(Run("spectrum in.wav out.png --force --size 400x300 --colours grey " + options), 0, "");
     return Decode(png, 400);
   };
   const size_t early = kLeft + kColumns / 4, late = kLeft + kColumns * 3 / 4;
@@ -224,10 +222,9 @@ TEST_F(FilterAndSpectrum, DrawResponsesAndRefuseWhatMakesNoSense) {
   // The curve of a response: at full gain left of the corner, at the bottom behind it.
   ExpectRun(Run("filter in.wav --fir=lowpass --frequency=1000 --plot plot.png --theme=contrast"), 0, "");
   const Pixels pixels = Decode(Path("plot.png"), 900);
-  const auto blue = [&](size_t x, size_t y) {
-    return static_cast<uint8_t>(pixels.rgb[(y * 900 + x) * 3 + 2]);
+  const auto isCurve = [&](size_t x, size_t y) {
+    return pixels.Colour(x, y) % 256 == 255 && pixels.At(x, y) < 3 * 200;
   };
-  const auto isCurve = [&](size_t x, size_t y) { return blue(x, y) == 255 && pixels.At(x, y) < 3 * 200; };
   for (const size_t x : {60u, 300u, 480u}) EXPECT_TRUE(isCurve(x, 56 + 328 / 13)) << x;
   for (const size_t x : {700u, 800u}) EXPECT_TRUE(isCurve(x, 383)) << x;
 }

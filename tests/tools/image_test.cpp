@@ -13,23 +13,12 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// A picture in a form of ffmpeg, such as rgb24.
-std::string PixelsOf(const std::string& name, const std::string& form) {
-  std::string pixels;
-  EXPECT_EQ(RunCommand("ffmpeg -v error -i " + name + " -f rawvideo -pix_fmt " + form + " -", &pixels), 0)
-      << name;
-  return pixels;
-}
-
 class Image : public ToolTest {
  protected:
   void Expect(const std::vector<std::string>& words, int exit = 0, const std::string& said = "") const {
     const ToolRun run = Qnimage(words, "cd " + Path(";"));
-    std::string line;
-    for (const std::string& word : words) line += word + " ";
-    EXPECT_EQ(run.exit, exit) << line << run.err;
-    EXPECT_NE((run.out + run.err).find(said), std::string::npos)
-        << line << said << ": " << run.out << run.err;
+    EXPECT_EQ(run.exit, exit) << run.command << run.err;
+    EXPECT_NE((run.out + run.err).find(said), std::string::npos) << run.command << said << run.out << run.err;
   }
   Pixels Card(const std::string& kind, const std::string& size, const std::string& level = "75") const {
     const std::string name = Path(kind + level + ".png");
@@ -45,10 +34,7 @@ void ExpectColours(const Pixels& pixels, const std::string& colours) {
     size_t x = 0, y = 0;
     std::sscanf(place.c_str(), "%zu,%zu", &x, &y);
     char found[8];
-    const auto part = [&](size_t i) {
-      return static_cast<uint8_t>(pixels.rgb.at((y * pixels.width + x) * 3 + i));
-    };
-    std::snprintf(found, sizeof(found), "%02x%02x%02x", part(0), part(1), part(2));
+    std::snprintf(found, sizeof(found), "%06x", pixels.Colour(x, y));
     EXPECT_EQ(found, expected) << place;
   }
 }

@@ -1,5 +1,4 @@
 // What `qnwave info` tells of sound, odd and damaged files.
-
 #include <tuple>
 
 #include "tests/tools/tool.h"

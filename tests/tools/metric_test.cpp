@@ -1,6 +1,4 @@
 // qnmetric: what goes in comes out, nothing is replaced unasked; and the language that is saved for a tool.
-#include <gtest/gtest.h>
-
 #include <array>
 #include <cstring>
 #include <filesystem>
@@ -12,7 +10,7 @@
 namespace qntest {
 namespace {
 
-class MetricTool : public ::testing::Test {
+class MetricTool : public ToolTest {
  protected:
   ToolRun Run(std::vector<std::string> words) const { return Qnmetric(words, registry_); }
   std::string Out(std::vector<std::string> words) const {
@@ -21,8 +19,7 @@ class MetricTool : public ::testing::Test {
     return run.out;
   }
 
-  const ScratchFolder folder_;
-  const std::string registry_ = "QNKERNEL_USER_REGISTRY=" + folder_.Native("user.sqlite");
+  const std::string registry_ = "QNKERNEL_USER_REGISTRY=" + Path("user.sqlite");
 };
 
 TEST_F(MetricTool, StoresWhatItShowsAndReadsBack) {
@@ -42,7 +39,7 @@ TEST_F(MetricTool, StoresWhatItShowsAndReadsBack) {
   EXPECT_EQ(Out({"list"}), "'Studio' 2026.0\n'Studio' none\n");
   EXPECT_EQ(Out({"list", "Studio", "none"}), "\"Show = Tips\" = number 1\n");
 
-  const std::string file = folder_.Native("settings.txt");
+  const std::string file = Path("settings.txt");
   Out({"export", "Studio", "2026.0", file});
   EXPECT_EQ(Run({"export", "Studio", "2026.0", file}).exit, 1);
   Out({"import", "Copy", "1.15", file});
@@ -54,7 +51,7 @@ TEST_F(MetricTool, StoresWhatItShowsAndReadsBack) {
 // Values of all kinds, well-formed or not, are the same bytes behind an export, through a link to a file with
 // a long name and permissions of its own, and an import.
 TEST_F(MetricTool, KeepsEveryValueByteByByte) {
-  SetRegistryFile(HKEY_CURRENT_USER, folder_.Path("user.sqlite").c_str());
+  SetRegistryFile(HKEY_CURRENT_USER, folder.Path("user.sqlite").c_str());
   HKEY from, to;
   RegCreateKeyW(HKEY_CURRENT_USER, W("Software\\Marlow Creative Works\\A\\Metrics\\\"\xD800"), &from);
   RegCreateKeyW(HKEY_CURRENT_USER, W("Software\\Marlow Creative Works\\B\\Metrics\\\"\xD800"), &to);
@@ -68,7 +65,7 @@ TEST_F(MetricTool, KeepsEveryValueByteByByte) {
   }
   for (const auto& [name, value] : values)
     RegSetValueExW(from, name.c_str(), 0, value.first, value.second.data(), DWORD(value.second.size()));
-  const std::string file = folder_.Native(std::string(255, 'n')), link = folder_.Native("link");
+  const std::string file = Path(std::string(255, 'n')), link = Path("link");
   WriteFileBytes(file, {});
   std::filesystem::permissions(file, std::filesystem::perms(0640));
   std::filesystem::create_symlink(file, link);
@@ -91,7 +88,7 @@ TEST_F(MetricTool, ReplacesNothingOfAnotherTypeUnasked) {
   Out({"set", "Studio", "1.0", "5", "100"});
   EXPECT_NE(Run({"set", "Studio", "1.0", "5", "x", "--type", "string"}).err.find("it is number; --force"),
             std::string::npos);
-  const std::string file = folder_.Native("settings.txt");
+  const std::string file = Path("settings.txt");
   for (const char* text :
        {"4 = number 1\n5 = string \"x\"\n", "4 = number 1\n5 = number x\n", "4 = number 1\n[\"\\\\\"]\n",
         "4 = number 1\nS5 = string \"\\u0000\"\n", "4 = number 1\nS5 = string \"\xFF\"\n",
@@ -120,12 +117,12 @@ TEST_F(MetricTool, RefusesMistakes) {
         Row({"set", "a", "1.0", "5", "5", "--type", "text"}, "'text' is no type")}) {
     ExpectRun(Run(words), 2, message);
   }
-  EXPECT_EQ(List(folder_.Native("")), std::vector<std::string>());  // a look makes no file
+  EXPECT_EQ(Names(), std::vector<std::string>());  // a look makes no file
 }
 
 TEST_F(MetricTool, GivesToolsTheirLanguageAndTellsOfDamage) {
   const auto failure = [&](const std::vector<std::string>& words) { return Qnwave(words, registry_).err; };
-  const std::vector<std::string> words = {"info", folder_.Native("nothing.wav")};
+  const std::vector<std::string> words = {"info", Path("nothing.wav")};
   EXPECT_NE(failure(words).find("The file could not be opened."), std::string::npos);
   Out({"language", "qnwave", "none", "de"});
   EXPECT_EQ(Out({"language", "qnwave", "none"}), "de\n");
@@ -135,7 +132,7 @@ TEST_F(MetricTool, GivesToolsTheirLanguageAndTellsOfDamage) {
   EXPECT_NE(failure({"info", "--lang", "en", words[1]}).find("The file could not"), std::string::npos);
   Out({"language", "qnwave", "none", "none"});
   EXPECT_NE(failure(words).find("The file could not"), std::string::npos);
-  WriteFileBytes(folder_.Native("user.sqlite"), Noise(5000));
+  WriteFileBytes(Path("user.sqlite"), Noise(5000));
   EXPECT_NE(Qnwave({"--version"}, registry_).err.find("user.sqlite.damaged-1'"), std::string::npos);
 }
 

@@ -1,6 +1,5 @@
 // What `qnwave levels`, `mix` and `convert --dither` make of samples, held against those that libsndfile
 // reads.
-
 #include <algorithm>
 #include <cmath>
 #include <filesystem>

@@ -1,5 +1,4 @@
 // What `qnwave convert --rate`, `stretch` and `tone` make, held against the sines that they should be.
-
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -58,12 +57,11 @@ TEST_F(ConvertRate, KeepsSinesWhereTheyAre) {
     SCOPED_TRACE(std::to_string(from) + " " + std::to_string(to) + options);
     // Three channels, which the resampler takes two and one, of frames that give no whole number.
     const size_t frames = from + 17;
-    std::vector<double> samples;
-    for (size_t i = 0; i < frames; ++i) {
-      const double value = 0.4 * std::sin(kTurn * frequency / from * static_cast<double>(i));
-      samples.insert(samples.end(), {value, 0.0, -value});
-    }
-    WriteFloats("in.wav", 3, from, samples);
+    const auto sine = [&](size_t i, size_t channel) {
+      return 0.4 * (1 - static_cast<double>(channel)) *
+             std::sin(kTurn * frequency / from * static_cast<double>(i));
+    };
+    Write("in.wav", Doubles(3, frames, sine, from));
     const Sound sound = Made("convert in.wav --rate " + std::to_string(to) + " " + options);
     EXPECT_EQ(sound.rate, static_cast<int>(to));
     ASSERT_EQ(sound.samples.size() / 3, (2 * frames * to + from) / (2 * from));
@@ -86,10 +84,10 @@ TEST_F(ConvertRate, LeavesNothingAtWrongFrequencies) {
         Row(48000, 8000, 4100, false, 1e-5), Row(48000, 8000, 3700, true, 1e-5),
         Row(44100, 48000, 20500, true, 1e-5), Row(96000, 96, 60, false, 1e-5)}) {
     SCOPED_TRACE(std::to_string(from) + " " + std::to_string(to) + " " + std::to_string(frequency));
-    std::vector<double> samples(from);
-    for (size_t i = 0; i < samples.size(); ++i)
-      samples[i] = 0.5 * std::sin(kTurn * frequency / from * static_cast<double>(i));
-    WriteFloats("in.wav", 1, from, samples);
+    const auto sine = [&](size_t i, size_t) {
+      return 0.5 * std::sin(kTurn * frequency / from * static_cast<double>(i));
+    };
+    Write("in.wav", Doubles(1, from, sine, from));
     const Sound sound = Made("convert in.wav --rate " + std::to_string(to));
     const Fit fit = FitSine(sound.samples, isKept ? frequency : 0.3 * to, to);
     EXPECT_NEAR(fit.amplitude, isKept ? 0.5 : 0, 1e-3);
@@ -205,13 +203,11 @@ TEST_F(Stretch, KeepsTheEnd) {
   for (const size_t frames : {1500, 1900, 3700, 7300, 24'000}) {
     for (const double ratio : {0.5, 0.9, 1.9}) {
       SCOPED_TRACE(std::to_string(frames) + " " + std::to_string(ratio));
-      std::vector<double> samples(frames);
-      for (size_t i = 0; i < frames; ++i) {
+      const auto louder = [&](size_t i, size_t) {
         const auto at = static_cast<double>(i);
-        samples[i] =
-            0.25 * (1 + at / static_cast<double>(frames)) * std::sin(kStep * at);  // louder and louder
-      }
-      WriteFloats("in.wav", 1, 44100, samples);
+        return 0.25 * (1 + at / static_cast<double>(frames)) * std::sin(kStep * at);
+      };
+      Write("in.wav", Doubles(1, frames, louder, 44100));
       const std::vector<double> out = Made("stretch in.wav --ratio " + std::to_string(ratio)).samples;
       ASSERT_EQ(out.size(), static_cast<size_t>(std::lround(static_cast<double>(frames) / ratio)));
       const size_t tail = std::min<size_t>(400, out.size() / 2);

@@ -1,5 +1,4 @@
 // `qnwave repair`: every kind of damage on the headers of several programs.
-
 #include <filesystem>
 #include <functional>
 #include <map>

@@ -195,9 +195,7 @@ TEST_F(Tags, AreOldOrNewWhenTheDiskIsFull) {
        {Form<Wav>(list, {}, 9000), Form<Wav>({}, list, 9000), Form<Wav>({}, {}, 9000)}) {
     for (const char* limit : {"ulimit -f 1;", "ulimit -f 9;"}) {
       WriteFileBytes(path, before);
-      const ToolRun run = Change(path, {"--set", "title=" + std::string(5000, 'x')}, limit);
-      EXPECT_EQ(run.exit, 1) << run.out;
-      EXPECT_NE(run.err.find("(0x8004E0"), std::string::npos) << run.err;
+      ExpectRun(Change(path, {"--set", "title=" + std::string(5000, 'x')}, limit), 1, "(0x8004E0");
       EXPECT_EQ(ReadFileBytes(path), before);
       EXPECT_EQ(Names(), std::vector<std::string>{"x.wav"});
     }

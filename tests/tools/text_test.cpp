@@ -1,6 +1,4 @@
 // qntext: texts, times and tokens in the languages, and what it refuses.
-#include <gtest/gtest.h>
-
 #include "tests/tools/tool.h"
 
 namespace qntest {

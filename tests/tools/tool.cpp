@@ -110,11 +110,12 @@ Bytes WaveFile(const Bytes& record, const Bytes& samples) {
   return Wav::Form(Wav::Chunk("fmt ", record) + Wav::Chunk("data", samples));
 }
 
-Bytes Doubles(uint32_t channels, size_t frames, const std::function<double(size_t, size_t)>& sample) {
+Bytes Doubles(uint32_t channels, size_t frames, const std::function<double(size_t, size_t)>& sample,
+              uint32_t rate) {
   Bytes samples(frames * channels * 8);
   for (size_t i = 0; i < frames * channels; ++i)
     Put(&samples, i * 8, std::bit_cast<uint64_t>(sample(i / channels, i % channels)), 8);
-  return WaveFile(Record(3, channels, 48'000, 64), samples);
+  return WaveFile(Record(3, channels, rate, 64), samples);
 }
 
 Bytes FiveTones() {
@@ -137,10 +138,14 @@ std::vector<double> GainsOfTones(const Sound& sound) {
   return gains;
 }
 
+uint32_t Pixels::Colour(size_t x, size_t y) const {
+  const auto part = [&](size_t i) { return uint32_t{static_cast<uint8_t>(rgb.at((y * width + x) * 3 + i))}; };
+  return part(0) << 16 | part(1) << 8 | part(2);
+}
+
 int Pixels::At(size_t x, size_t y) const {
-  int sum = 0;
-  for (size_t i = 0; i < 3; ++i) sum += static_cast<uint8_t>(rgb.at((y * width + x) * 3 + i));
-  return sum;
+  const auto colour = static_cast<int>(Colour(x, y));
+  return colour % 256 + colour / 256 % 256 + colour / 65536;
 }
 
 size_t Pixels::Brightest(size_t x, size_t top, size_t bottom) const {
@@ -149,10 +154,14 @@ size_t Pixels::Brightest(size_t x, size_t top, size_t bottom) const {
   return best;
 }
 
-Pixels Decode(const std::string& png, size_t width) {
-  Pixels pixels{width, {}};
-  EXPECT_EQ(RunCommand("ffmpeg -loglevel error -i " + png + " -f rawvideo -pix_fmt rgb24 -", &pixels.rgb), 0);
+std::string PixelsOf(const std::string& name, const std::string& form) {
+  std::string pixels;
+  EXPECT_EQ(RunCommand("ffmpeg -v error -i " + name + " -f rawvideo -pix_fmt " + form + " -", &pixels), 0);
   return pixels;
+}
+
+Pixels Decode(const std::string& png, size_t width) {
+  return {width, PixelsOf(png, "rgb24")};
 }
 
 Bytes Noise(size_t count) {
@@ -248,10 +257,10 @@ Sound ToolTest::Made(const std::string& line, const std::string& out) const {
 }
 
 void ToolTest::ExpectMistakes(std::initializer_list<Mistake> mistakes) const {
-  const std::vector<std::string> names = Names();
   for (const auto& [line, exit, said, before] : mistakes) {
+    const std::vector<std::string> names = Names();
     ExpectRun(Run(line, before), exit, said);
-    EXPECT_EQ(Names(), names) << line;
+    EXPECT_TRUE(exit == 0 || Names() == names) << line;
   }
 }
 

@@ -72,15 +72,20 @@ inline constexpr double kTones[] = {100, 500, 1000, 3000, 12000};
 Bytes FiveTones();
 std::vector<double> GainsOfTones(const Sound& sound);
 
-// A file of doubles at 48,000 Hz.
-Bytes Doubles(uint32_t channels, size_t frames, const std::function<double(size_t, size_t)>& sample);
+// A file of doubles.
+Bytes Doubles(uint32_t channels, size_t frames, const std::function<double(size_t, size_t)>& sample,
+              uint32_t rate = 48'000);
 
-// The pixels of a picture.
+// The pixels of a picture in a form of ffmpeg, such as rgb24.
+std::string PixelsOf(const std::string& name, const std::string& form);
+
+// Those of a picture of a known width.
 struct Pixels {
   size_t width = 0;
   std::string rgb;
 
-  int Red(size_t x, size_t y) const { return static_cast<uint8_t>(rgb.at((y * width + x) * 3)); }
+  uint32_t Colour(size_t x, size_t y) const;
+  int Red(size_t x, size_t y) const { return static_cast<int>(Colour(x, y) >> 16); }
   // The brightness.
   int At(size_t x, size_t y) const;
   // The brightest row of a column.
