@@ -108,7 +108,7 @@ TEST_F(Convert, KeepsSpeakersAndReadsContainersOfFewerValidBits) {
   }
   // The valid bits are the high ones.
   Write("in.wav", extensible(2, 3, 24));
-  EXPECT_EQ(Made("convert in.wav --type f64").samples, SoundOf("in.wav").samples);
+  EXPECT_EQ(Made("convert in.wav --type f64", "out.wav").samples, SoundOf("in.wav").samples);
 }
 
 TEST_F(Convert, WritesEverySampleTypeWithoutAHeader) {
@@ -158,7 +158,7 @@ TEST_F(Convert, MapsChannels) {
   using Row = std::pair<std::string, std::vector<int>>;
   for (const auto& [map, channels] :
        {Row("2,1,0", {3, 2, 1}), Row("R", {2}), Row("L,-", {1, 0}), Row("-,2,2,0", {0, 3, 3, 1})}) {
-    const Sound sound = Made("convert in.raw --raw-in s16,8000,3 --channels=" + map);
+    const Sound sound = Made("convert in.raw --raw-in s16,8000,3 --channels=" + map, "out.wav");
     ASSERT_EQ(sound.channels, static_cast<int>(channels.size()));
     for (size_t i = 0; i < sound.samples.size(); ++i) {
       const int channel = channels[i % channels.size()];

@@ -61,7 +61,8 @@ TEST_F(Filter, HasTheGainsOfTheClosedForms) {
 
 TEST_F(Filter, LetsQuietSoundThroughLowCorners) {
   Write("in.wav", Doubles(1, kRate, [](size_t, size_t) { return 0.001; }));
-  EXPECT_NEAR(Made("filter in.wav --iir lowpass --order 15 --frequency 50").samples.back(), 0.001, 1e-6);
+  EXPECT_NEAR(Made("filter in.wav --iir lowpass --order 15 --frequency 50", "out.wav").samples.back(), 0.001,
+              1e-6);
 }
 
 TEST_F(Filter, KeepsItsPlaceAndItsStateAcrossBlocks) {
@@ -72,8 +73,9 @@ TEST_F(Filter, KeepsItsPlaceAndItsStateAcrossBlocks) {
   for (const size_t delay : {0u, 63u}) {
     const Sound fir =
         Made(std::string("filter in.wav --fir lowpass --frequency 6000 --taps 127 --window hann") +
-             (delay ? " --keep-delay" : ""));
-    const Sound iir = Made("filter in.wav --iir highpass --frequency 50");
+                 (delay ? " --keep-delay" : ""),
+             "out.wav");
+    const Sound iir = Made("filter in.wav --iir highpass --frequency 50", "out.wav");
     ASSERT_EQ(fir.samples.size(), kFrames * kChannels);
     for (size_t channel = 0; channel < kChannels; ++channel) {
       const size_t click = kClick - 7 * channel;

@@ -209,9 +209,11 @@ int Interrupted(std::vector<std::string> words, int signal, bool isHeld, const s
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
   pid_t process = 0;
-  EXPECT_EQ(posix_spawn(&process, pointers[0], &actions, nullptr, pointers.data(), environ), 0);
+  const int failure = posix_spawn(&process, pointers[0], &actions, nullptr, pointers.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
-  int status = 0;
+  EXPECT_EQ(failure, 0) << words[0];
+  int status = -1;
+  if (failure != 0) return status;
   const auto pause = [] { std::this_thread::sleep_for(std::chrono::milliseconds(1)); };
   while (List(folder).size() < files && waitpid(process, &status, WNOHANG) == 0) pause();
   do {
