@@ -88,7 +88,7 @@ struct Server {
   bool isLate = false;
   uint64_t stop = 0;  // the latest one that waited for it
   OwnSocket listener;
-  OwnSocket connections[kConnections];  // changed by the thread alone
+  OwnSocket connections[kConnections];  // the thread's own
   unsigned replaced = 0;
   Server* older = nullptr;
 };
@@ -257,7 +257,10 @@ void Renew(Server* server, int gone) {
   qn::Descriptor shut;
   {
     const std::lock_guard guard(g_mutex);
-    if (server->listener.Get() == gone) shut = server->listener.Take();
+    // A new one may have its number by now.
+    pollfd look = {gone, POLLIN, 0};
+    const bool isShut = poll(&look, 1, 0) > 0 && (look.revents & ~POLLIN);
+    if (isShut && server->listener.Get() == gone) shut = server->listener.Take();
   }
   shut = qn::Descriptor();
   const std::lock_guard guard(g_mutex);
@@ -278,6 +281,7 @@ int ListenerOf(const Server& server) {
 }
 
 void* Run(void* argument) {
+  TakeFaults();
   Server* const server = static_cast<Server*>(argument);
   Accepted accepted = Accepted::kOne;
   int listener = -1;
@@ -347,7 +351,9 @@ Server* TakeEnding(Ending which, uint64_t stop) {
   }
   Server* server = g_servers;
   while (server && (!server->isEnding || server->isAwaited || server->stop == stop)) server = server->older;
-  if (server) server->isAwaited = true, server->stop = stop;
+  if (!server) return nullptr;
+  server->isAwaited = true;
+  server->stop = stop;
   return server;
 }
 
@@ -361,7 +367,7 @@ void Stop(Ending which) {
   if (g_process != getpid()) return;
   const uint64_t stop = NextStop();
   while (Server* const server = TakeEnding(which, stop)) {
-    timespec end = {};
+    timespec end = {};  // long ago
     if (!server->isLate) clock_gettime(CLOCK_REALTIME, &end);
     end.tv_sec += kEndSeconds;
     const timespec* const limit = which == Ending::kAlways ? nullptr : &end;

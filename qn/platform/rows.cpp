@@ -75,6 +75,7 @@ constinit std::atomic<uint32_t> g_left = 0;
 // Stays awake for a while after each image, since they tend to come one after the other, and after having
 // been woken: that happens on the processor of the one who wakes, which is busy, and takes a move to another.
 void* Help(void*) {
+  TakeFaults();
   Clock::time_point awakeUntil;
   std::unique_lock lock(g_mutex);
   while (!g_isEnding) {

@@ -8,17 +8,25 @@
 
 namespace qn {
 
-// Starts a thread, to be joined by the caller; false without. The host's signals are for the host's threads,
-// but for those of an instruction that fails, which come to the thread that failed or end the process.
+// Starts a thread, to be joined by the caller; false without. The host's signals are for the host's threads:
+// it has all of them blocked, until it takes the faults.
 inline bool StartThread(pthread_t* thread, void* (*run)(void*), void* argument) {
-  sigset_t blocked, before;
-  sigfillset(&blocked);
-  for (const int failure : {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGTRAP, SIGSYS}) sigdelset(&blocked, failure);
-  // A new thread has the signal mask of its creator, whatever that one blocks.
-  pthread_sigmask(SIG_SETMASK, &blocked, &before);
+  sigset_t all, before;
+  sigfillset(&all);
+  // A new thread has the signal mask of its creator.
+  pthread_sigmask(SIG_SETMASK, &all, &before);
   const int error = pthread_create(thread, nullptr, run, argument);
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
   return error == 0;
+}
+
+// To be called first by such a thread. Its failing instructions are to be heard of, by the filters and by
+// sandboxes that answer for calls which they refuse; while they are blocked they end the process.
+inline void TakeFaults() {
+  sigset_t faults;
+  sigemptyset(&faults);
+  for (const int fault : {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGTRAP, SIGSYS}) sigaddset(&faults, fault);
+  pthread_sigmask(SIG_UNBLOCK, &faults, nullptr);
 }
 
 }  // namespace qn
