@@ -50,10 +50,18 @@ pid_t Fork(Work work) {
   return id;
 }
 
-// Sets how many descriptors there can be, and gives how many there could be before.
+#ifdef __SANITIZE_ADDRESS__
+constexpr bool kHasAddressSanitizer = true;
+#else
+constexpr bool kHasAddressSanitizer = false;
+#endif
+
+// Sets how many descriptors there can be, and gives how many there could be before. Checks of types need
+// some.
 rlim_t AllowDescriptors(rlim_t most) {
   rlimit limit;
   getrlimit(RLIMIT_NOFILE, &limit);
+  if (kHasAddressSanitizer) return limit.rlim_cur;
   std::swap(limit.rlim_cur, most);
   EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
   return most;
@@ -118,7 +126,7 @@ TEST(Process, MappingsAreDuplicatedWithinAProcessAndFromForks) {
     pid_t child = 0;
 #ifndef __SANITIZE_THREAD__  // it lets no fork start a thread
     // Forks at any moment, of a host that closes what it does not know.
-    std::atomic<bool> isOver = false;
+    std::atomic<bool> isOver = kHasAddressSanitizer;  // whose allocator does not come through all forks
     std::thread mapper([&] {
       while (!isOver) UnmapViewOfFile(MapViewOfFile(second, FILE_MAP_READ, 0, 0, 0));
     });
@@ -219,11 +227,13 @@ TEST(Process, TheServingThreadComesAndGoesWithMappings) {
   // By now the thread has all signals blocked but those of instructions that fail.
   EXPECT_EQ(qntest::RunCommand("grep -q 'SigBlk:.*fffffffe3ffbfa27' /proc/$PPID/task/*/status"), 0);
   for (const int end : {squatter, other}) close(end);
-  // A host closes what it does not know: a new mapping is served at once, and that of before in time.
+    // A host closes what it does not know: a new mapping is served at once, and that of before in time.
+#ifndef __SANITIZE_THREAD__  // it takes a look at a number that may be another file by now for a race
   closeSockets();
   const HANDLE fresh = MakeShared(1);
   EXPECT_TRUE(Duplicate(process, fresh, &copy) && CloseHandle(copy) && CloseHandle(fresh));
   closeSockets();
+#endif
   for (int tries = 0; !Duplicate(process, shared, &copy); usleep(10'000)) ASSERT_LT(++tries, 1000);
   EXPECT_TRUE(CloseHandle(copy) && CloseHandle(shared));
   // Handles that end while they are asked for.
