@@ -258,8 +258,8 @@ void Renew(Server* server, int gone) {
   {
     const std::lock_guard guard(g_mutex);
     // A new one may have its number by now.
-    pollfd look = {gone, POLLIN, 0};
-    const bool isShut = poll(&look, 1, 0) > 0 && (look.revents & ~POLLIN);
+    pollfd look = {gone, POLLRDHUP, 0};
+    const bool isShut = poll(&look, 1, 0) > 0;
     if (isShut && server->listener.Get() == gone) shut = server->listener.Take();
   }
   shut = qn::Descriptor();
@@ -293,7 +293,7 @@ void* Run(void* argument) {
     }
     const bool isLater = accepted == Accepted::kLater;
     listener = ListenerOf(*server);
-    pollfd waited[1 + kConnections] = {{isLater ? -1 : listener, POLLIN, 0}};
+    pollfd waited[1 + kConnections] = {{isLater ? -1 : listener, POLLIN | POLLRDHUP, 0}};
     nfds_t count = 1;
     for (const OwnSocket& connection : server->connections) {
       if (const int open = connection.Get(); open >= 0) waited[count++] = {open, POLLIN, 0};
